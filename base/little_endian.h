@@ -1,0 +1,20 @@
+// Little-endian loads and stores at any address: flash records and wire fields need not be aligned, and the
+// phone's processor takes no unaligned word.
+#pragma once
+
+#include <cstdint>
+
+// Wire and driver records are laid over memory as they are, so the machine must be little-endian too.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
+
+inline uint32_t LoadLittle32(const uint8_t* bytes) {
+  return static_cast<uint32_t>(bytes[0]) | static_cast<uint32_t>(bytes[1]) << 8 |
+         static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;
+}
+
+inline void StoreLittle32(uint8_t* bytes, uint32_t value) {
+  bytes[0] = static_cast<uint8_t>(value);
+  bytes[1] = static_cast<uint8_t>(value >> 8);
+  bytes[2] = static_cast<uint8_t>(value >> 16);
+  bytes[3] = static_cast<uint8_t>(value >> 24);
+}
