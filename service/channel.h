@@ -1,0 +1,33 @@
+// The serial command channel: the USB gadget's tty to the host PC, its line settings, and timed transfers of
+// an exact size. Stands below the routine folders, since power-off and the modem relay use the port as well.
+#pragma once
+
+#include <cstdint>
+
+constexpr char HOST_PORT[] = "/dev/usb/tts/0";
+
+// The channel's descriptor; negative while the channel is closed or could not be opened.
+extern int32_t ChannelDescriptor;
+
+// What `ChannelReceive` gives beside the byte count.
+constexpr int32_t CHANNEL_READ_FAILED = -11;
+constexpr int32_t CHANNEL_TIMED_OUT = -12;  // also short data, and every failure of a wait without end
+
+constexpr int32_t WAIT_FOREVER = -1;
+
+// Opens and configures the host port (`open_it` non-zero) or closes it (0). Gives 0, or -9993 when it cannot
+// be opened; the descriptor is then negative.
+int32_t SetChannelOpen(int32_t open_it);
+
+// Sets a tty to 115200 baud, 8 data bits, no parity, RTS/CTS, raw, drops what has come in, and makes it
+// non-blocking. Failures are not looked at: a port that cannot be set is used as it is.
+void ConfigureHostLine(int tty);
+
+// Reads exactly `count` bytes within `timeout_ms`, joining what comes in pieces. Gives `count`, -11 when a
+// read fails, -12 when the time is over; what came by then is lost. WAIT_FOREVER takes one read of up to
+// `count` bytes, and -12 when that brought fewer: two pieces are not joined.
+int32_t ChannelReceive(void* buffer, uint32_t count, int32_t timeout_ms);
+
+// Writes `count` bytes in one call and gives what `write` gave. The port does not block and the time-out is
+// not used: what does not fit into the output queue is not sent.
+int32_t ChannelSend(const void* buffer, uint32_t count, int32_t timeout_ms);
