@@ -1,0 +1,67 @@
+// Faults on demand: calls that a test wants refused, cut short or slow. A rule counts the calls that it fits
+// from the moment it is made and strikes at the `nth` of them, `times` times in a row.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <limits>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace simulator {
+
+constexpr int ALWAYS = std::numeric_limits<int>::max();
+
+enum class FaultCall { Open, Request, Exec, Sleep, Write };
+
+struct FaultRule {
+  FaultCall call = FaultCall::Open;
+  std::string path;                   // of the device, file or program
+  std::optional<uint32_t> request;    // of Request: this number only
+  int nth = 1;                        // the first call that is hit, counted from 1
+  int times = 1;                      // how many in a row, or ALWAYS
+  int error = 0;                      // errno to answer with; 0: the call goes on
+  std::optional<int64_t> size;        // of Open: the file seems to hold this many bytes;
+                                      // of Write (PhoneOptions::observe_writes): this many bytes get written
+  std::chrono::milliseconds delay{};  // before the answer; of Sleep: its new length
+  bool power_cut = false;             // of Write: after it every process of the phone is dead at once
+};
+
+class Faults {
+ public:
+  void Add(FaultRule rule);
+  void Clear();
+
+  void FailOpen(const std::string& path, int error, int nth = 1, int times = ALWAYS);
+  void FailRequest(const std::string& path, std::optional<uint32_t> request, int error, int nth = 1,
+                   int times = ALWAYS);
+  void FailExec(const std::string& path, int error);
+  // Every open of the file from now on gives only its first bytes.
+  void ShortenFile(const std::string& path, int64_t size);
+  void LengthenSleeps(std::chrono::milliseconds length);
+
+  // Counts the call and gives the rule that strikes, if any.
+  std::optional<FaultRule> Strike(FaultCall call, const std::string& path, uint32_t request = 0);
+
+ private:
+  struct Counted {
+    FaultRule rule;
+    int seen = 0;
+  };
+  std::mutex mutex_;
+  std::vector<Counted> rules_;
+};
+
+// A rule from words, as `phonesim fault` takes them:
+//   open PATH [error=ENODEV] [nth=N] [times=N|always] [size=BYTES] [delay=MS]
+//   request PATH [number=0x40044F29] [error=EIO] [nth=N] [times=N|always] [delay=MS]
+//   exec PATH [error=EACCES] ...
+//   sleep delay=MS
+// Throws std::invalid_argument with a sentence.
+FaultRule ParseFaultRule(const std::vector<std::string>& words);
+
+}  // namespace simulator

@@ -1,0 +1,14 @@
+// All the devices and tools of the phone.
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "simulator/device_model.h"
+
+namespace simulator {
+
+// Makes every model of the table; the first that claims a path gets it.
+std::vector<std::unique_ptr<DeviceModel>> MakeModels(PhoneServices& phone);
+
+}  // namespace simulator
