@@ -1,0 +1,26 @@
+// What can go wrong on the station's side, one type for each exit status. A failure that the phone reports is
+// no exception but an outcome (exit status 1).
+#pragma once
+
+#include <stdexcept>
+
+namespace station {
+
+enum class ExitStatus { Passed = 0, DeviceFailure = 1, Usage = 2, LinkFailure = 3, PlanError = 4 };
+
+// The command line or an argument makes no sense.
+class UsageError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// The port cannot be opened, has hung up, or no whole answer came in time.
+class LinkFailure : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// A test plan cannot be read or asks for something that there is not.
+class PlanError : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+}  // namespace station

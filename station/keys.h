@@ -1,0 +1,44 @@
+// The keys that the keypad test knows, and the crosses that the touchscreen test shows.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace station {
+
+struct Key {
+  std::uint8_t code;         // the high byte of the phone's key code
+  std::uint16_t input_code;  // the keypad driver's own number for the key
+};
+
+// In the phone's order.
+constexpr std::array<Key, 13> KEYS = {{
+    {0x3F, 0x92},
+    {0x80, 0x70},
+    {0x90, 0x6F},
+    {0x17, 0xB0},
+    {0x18, 0xAE},
+    {0x11, 0x74},
+    {0x12, 0x83},
+    {0x2C, 0x84},
+    {0x2D, 0x85},
+    {0x2E, 0x86},
+    {0x2F, 0x87},
+    {0x3D, 0xA2},
+    {0x85, 0xDF},
+}};
+
+// The key code that stands for a key outside the table.
+constexpr std::uint8_t UNKNOWN_KEY = 0xFF;
+
+// The low byte of a key code that only repeats the last key: no key has come since.
+constexpr std::uint8_t REMEMBERED_KEY = 1;
+
+std::string KeyName(std::uint32_t key_code);
+
+// The places of the crosses whose bits are set.
+std::vector<std::string> CrossNames(std::uint32_t crosses);
+
+}  // namespace station

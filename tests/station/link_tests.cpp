@@ -1,0 +1,70 @@
+// Ports, time-outs and exit statuses.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/station/scripted_phone.h"
+
+namespace {
+
+const std::string PING = "0000000000000000";
+
+void ExpectFailure(const ToolResult& result, int status, const std::string& part) {
+  EXPECT_EQ(result.status, status);
+  EXPECT_NE(result.errors.find(part), std::string::npos) << result.errors;
+}
+
+TEST(Link, SilenceAndShortAnswersEndInTime) {
+  ScriptedPhone phone({{PING, ""}, {PING, "010000"}, {PING, "01000000", std::chrono::milliseconds(300)}});
+  ExpectFailure(RunTool({"--port", phone.Port(), "--timeout", "200", "ping"}), 3,
+                "no answer to ping (code 0x00) within 200 ms");
+  const ToolResult shorter = RunTool({"--port", phone.Port(), "--timeout", "200", "ping", "--json"});
+  EXPECT_EQ(shorter.status, 3);
+  const auto json = nlohmann::json::parse(shorter.output);
+  EXPECT_EQ(json["result"], "link failure");
+  EXPECT_EQ(json["failure"], "only 3 of 4 bytes of the answer to ping (code 0x00) came within 200 ms");
+  // The third answer comes late: within the command's own time, but not within 200 ms.
+  EXPECT_EQ(RunTool({"--port", phone.Port(), "ping"}).status, 0);
+  EXPECT_EQ(phone.Difference(), "");
+}
+
+TEST(Link, WhatCameBeforeACommandIsNotItsAnswer) {
+  // The first answer is longer than what is waited for, so its end is still there when the second command
+  // starts.
+  ScriptedPhone phone({{"01000000", "0A0B0C0D0E0F"}, {PING, "01000000"}});
+  EXPECT_EQ(RunTool({"--port", phone.Port(), "raw", "1", "--request", "", "--answer", "2"}).output,
+            "0A 0B\n");
+  EXPECT_EQ(RunTool({"--port", phone.Port(), "ping"}).status, 0);
+  EXPECT_EQ(phone.Difference(), "");
+}
+
+TEST(Link, PortsThatCannotBeUsed) {
+  ExpectFailure(RunTool({"--port", "/dev/no-such-port", "ping"}), 3, "there is no port /dev/no-such-port");
+  ExpectFailure(RunTool({"--port", "/dev/null", "ping"}), 3, "/dev/null is not a serial port");
+  ExpectFailure(RunTool({"--port", "tcp:localhost", "ping"}), 3, "is not tcp:HOST:PORT");
+  // Port 1 of the loopback has no listener.
+  ExpectFailure(RunTool({"--port", "tcp:127.0.0.1:1", "ping"}), 3, "cannot connect to 127.0.0.1:1");
+}
+
+TEST(Link, UsageErrorsSendNothing) {
+  ScriptedPhone phone({});
+  const std::vector<std::vector<std::string>> wrong = {
+      {"--port", phone.Port()},
+      {"ping"},
+      {"--port", phone.Port(), "pong"},
+      {"--port", phone.Port(), "motor"},
+      {"--port", phone.Port(), "led"},
+      {"--port", phone.Port(), "led", "blue-ish"},
+      {"--port", phone.Port(), "led", "0x100000000"},
+      {"--port", phone.Port(), "raw", "0", "--request", "012"},
+      {"--port", phone.Port(), "raw", "0", "--answer", "70000"},
+      {"--port", phone.Port(), "--timeout", "0", "ping"},
+      {"--port", phone.Port(), "--port", phone.Port(), "ping"},
+  };
+  for (const auto& arguments : wrong) EXPECT_EQ(RunTool(arguments).status, 2) << arguments.back();
+  EXPECT_EQ(phone.Difference(), "");
+  EXPECT_EQ(RunTool({"--help"}).status, 0);
+}
+
+}  // namespace
