@@ -56,12 +56,12 @@ int32_t Command() {
 }
 
 // Request and work, never an answer.
-template <typename Request, void (*Work)()>
+template <typename Request, void (*Work)(const Request&)>
 int32_t SilentCommand() {
   Request request;
   const int32_t received = ChannelReceive(&request, sizeof request, REQUEST_TIMEOUT_MS);
   if (received < 0) return received;
-  Work();
+  Work(request);
   return 0;
 }
 

@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "modem/control.h"
+#include "modem/pass_through.h"
 #include "service/dispatcher.h"
 #include "service/startup.h"
 
@@ -39,12 +41,12 @@ int main(int argument_count, char** arguments) {
   setvbuf(stdout, nullptr, _IOLBF, 0);  // a message must not be lost when the server is killed
 
   if (argument_count == 2 && strcmp(arguments[1], "-g") == 0) {
-    fputs("phonetestd: the modem pass-through mode is not part of this build\n", stderr);
-    return 1;
+    RunModemPassThrough(1);
+    return 0;
   }
   if (argument_count == 3 && strcmp(arguments[1], "-c") == 0) {
-    fputs("phonetestd: the modem control mode is not part of this build\n", stderr);
-    return 1;
+    ModemControl(arguments[2]);
+    return 0;
   }
   const int32_t started = ServiceStartup(1);
   if (started < 0) return started;

@@ -1,0 +1,17 @@
+// The FM radio, through Video4Linux (version 1).
+#pragma once
+
+#include <cstdint>
+
+constexpr int32_t RADIO_OFF = 0;
+constexpr int32_t RADIO_MEASURE = 1;
+constexpr int32_t RADIO_PLAY_LINE_B = 2;
+
+// Switches the radio off (0), measures once and switches off (1), plays over audio line B (2), or plays
+// without the line (any other mode). The frequency is in the driver's unit; volume 0 mutes. `extra_enable`
+// and `extra_flag` make a private request in mode 1. Both outputs are always set: to 0, then to the frequency
+// read back and the signal strength. Gives 0; -9989 when the radio cannot be opened, -9992, -9892, -9792,
+// -9692 and -9592 when setting the frequency, the audio, the private request, reading the frequency or the
+// tuner fails; the radio is off then.
+int32_t FmRadio(int32_t mode, uint32_t frequency, uint16_t volume, int32_t extra_enable, int32_t extra_flag,
+                uint32_t* frequency_out, uint32_t* signal_out);
