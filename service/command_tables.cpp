@@ -1,5 +1,6 @@
 // The command tables: every code with the sizes of its request and answer and the work behind it.
 #include "service/bluetooth_commands.h"
+#include "service/camera_commands.h"
 #include "service/channel_commands.h"
 #include "service/command.h"
 #include "service/device_commands.h"
@@ -35,7 +36,9 @@ static_assert(IsCommandTable(BasicCommandTable));
 // Served unless extended commands are off.
 constexpr CommandEntry ExtendedCommandTable[] = {
     // code  request, data behind the status, work
+    {0x22, Command<Ignored, Bytes<128>, QueryCamera>},
     {0x23, Command<Ignored, ModemValues, ReadModemValues>},
+    {0x24, CameraCommand},  // CameraRequest, NoData
     {0x25, Command<Ignored, NoData, CheckSim>},
     {0x26, Command<Ignored, NoData, CheckMemoryCard>},
     {0x27, Command<Ignored, NoData, PollKeypad>},
@@ -64,6 +67,7 @@ constexpr CommandEntry ExtendedCommandTable[] = {
     {0x3E, Command<Ignored, NoData, ReadModemState>},
     {0x3F, Command<Words<3>, NoData, SwitchModemLines>},
     {0x40, Command<Words<3>, NoData, PlayMedia>},
+    {0x41, Command<Words<1>, PictureChunk, ReadPictureChunk>},
     {0x42, Command<BlockRequest, BlockResult, RunToolFunction4, LONG_TIMEOUT_MS>},
     {0x43, Command<CodeRequest, CodeResult, RunToolFunction5, LONG_TIMEOUT_MS>},
     {0x44, Command<Words<1>, Words<1>, RunToolFunction6>},
