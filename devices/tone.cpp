@@ -4,10 +4,9 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include <atomic>
-
 #include "base/device.h"
 #include "base/result_codes.h"
+#include "base/shared_word.h"
 #include "devices/audio_gpio.h"
 #include "devices/audio_path.h"
 #include "devices/sound_driver.h"
@@ -16,11 +15,11 @@
 // Shared by the commands and the thread without a lock, word by word. The commands change nothing but the
 // stop request while the thread runs.
 struct ToneSettings {
-  std::atomic<int32_t> stop_request;
-  std::atomic<int32_t> running;
-  std::atomic<int32_t> frequencies[TONE_COUNT];
-  std::atomic<int32_t> volume;
-  std::atomic<int32_t> route_flags;
+  SharedWord stop_request;
+  SharedWord running;
+  SharedWord frequencies[TONE_COUNT];
+  SharedWord volume;
+  SharedWord route_flags;
 };
 static ToneSettings Tone;
 
@@ -31,7 +30,7 @@ static bool ToneThreadPresent = false;
 static void RouteTone() {
   constexpr int32_t FIRST_ROUTE = 1;
   constexpr int32_t SECOND_ROUTE = 2;
-  const int32_t flags = Tone.route_flags;
+  const int32_t flags = ReadWord(Tone.route_flags);
   if ((flags & FIRST_ROUTE) != 0 || (flags & SECOND_ROUTE) == 0) {
     AudioSetDspRoute(SOUND_MODE_768);
     return;
@@ -57,7 +56,7 @@ static int OpenPcm() {
 static void PlayUntilStopped(int pcm) {
   ToneFrame buffer[TONE_BUFFER_FRAMES];
   uint32_t phase = 0;
-  while (Tone.stop_request == 0) {
+  while (ReadWord(Tone.stop_request) == 0) {
     phase = FillToneBuffer(buffer, TONE_BUFFER_FRAMES, Tone.frequencies, phase);
     [[maybe_unused]] const ssize_t written = write(pcm, buffer, sizeof buffer);
   }
@@ -65,7 +64,7 @@ static void PlayUntilStopped(int pcm) {
 
 // The first step that fails ends the thread silently; the running flag stays until a stop.
 static void* PlayTone(void*) {
-  AudioSetPcmVolume(Tone.volume);
+  AudioSetPcmVolume(ReadWord(Tone.volume));
   RouteTone();
   const int pcm = OpenPcm();
   if (pcm < 0) return nullptr;
@@ -81,7 +80,7 @@ static void* PlayTone(void*) {
 }
 
 static int32_t StartTone() {
-  Tone.stop_request = 0;
+  WriteWord(Tone.stop_request, 0);
   // A thread that cannot be created leaves the running flag set, on purpose: a stop has to come before the
   // next start.
   if (pthread_create(&ToneThread, nullptr, PlayTone, nullptr) != 0) return GENERAL_FAILURE;
@@ -90,9 +89,9 @@ static int32_t StartTone() {
 }
 
 static int32_t StopTone() {
-  if (Tone.running == 0) return GENERAL_FAILURE;
-  Tone.running = 0;
-  Tone.stop_request = 1;
+  if (ReadWord(Tone.running) == 0) return GENERAL_FAILURE;
+  WriteWord(Tone.running, 0);
+  WriteWord(Tone.stop_request, 1);
   if (ToneThreadPresent) pthread_join(ToneThread, nullptr);
   ToneThreadPresent = false;
   return SUCCESS;
@@ -100,12 +99,12 @@ static int32_t StopTone() {
 
 int32_t ToneControl(int32_t f1, int32_t f2, int32_t f3, int32_t volume, int32_t route_flags, int32_t start) {
   if (start == 0) return StopTone();
-  if (Tone.running != 0) return GENERAL_FAILURE;
-  Tone.running = 1;
-  Tone.frequencies[0] = f1;
-  Tone.frequencies[1] = f2;
-  Tone.frequencies[2] = f3;
-  Tone.volume = volume;
-  Tone.route_flags = route_flags;
+  if (ReadWord(Tone.running) != 0) return GENERAL_FAILURE;
+  WriteWord(Tone.running, 1);
+  WriteWord(Tone.frequencies[0], f1);
+  WriteWord(Tone.frequencies[1], f2);
+  WriteWord(Tone.frequencies[2], f3);
+  WriteWord(Tone.volume, volume);
+  WriteWord(Tone.route_flags, route_flags);
   return StartTone();
 }

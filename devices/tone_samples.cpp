@@ -54,13 +54,13 @@ static int32_t Sample(const ToneState& tone, uint32_t phase) {
   return tone.frequency == 0 ? 0 : ToneCosTable.entry[(phase * tone.step - QUARTER_PERIOD) & TABLE_MASK];
 }
 
-uint32_t FillToneBuffer(ToneFrame* frames, uint32_t frame_count, const std::atomic<int32_t>* frequencies,
+uint32_t FillToneBuffer(ToneFrame* frames, uint32_t frame_count, const SharedWord* frequencies,
                         uint32_t phase) {
   ToneState first = {}, second = {}, third = {};
-  SetFrequency(&first, frequencies[0].load(std::memory_order_relaxed));
+  SetFrequency(&first, ReadWord(frequencies[0]));
   for (uint32_t i = 0; i < frame_count; ++i) {
-    SetFrequency(&second, frequencies[1].load(std::memory_order_relaxed));
-    SetFrequency(&third, frequencies[2].load(std::memory_order_relaxed));
+    SetFrequency(&second, ReadWord(frequencies[1]));
+    SetFrequency(&third, ReadWord(frequencies[2]));
     const int32_t sum = Sample(first, phase) + Sample(second, phase) + Sample(third, phase);
     const auto sample = static_cast<int16_t>(std::clamp(sum, -32767, 32767) >> 1);
     frames[i] = {sample, sample};

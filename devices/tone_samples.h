@@ -1,8 +1,9 @@
 // The tone generator's arithmetic: up to three summed sine tones in 16-bit stereo samples.
 #pragma once
 
-#include <atomic>
 #include <cstdint>
+
+#include "base/shared_word.h"
 
 constexpr int32_t TONE_COUNT = 3;
 constexpr int32_t TONE_SAMPLE_RATE = 44100;     // Hz
@@ -26,5 +27,5 @@ int32_t ToneStep(int32_t frequency);
 
 // Fills a buffer and gives the phase counter behind it (9 bits). Frequencies in hertz, 0 for an absent tone.
 // The first is read once, the others with every frame.
-uint32_t FillToneBuffer(ToneFrame* frames, uint32_t frame_count, const std::atomic<int32_t>* frequencies,
+uint32_t FillToneBuffer(ToneFrame* frames, uint32_t frame_count, const SharedWord* frequencies,
                         uint32_t phase);

@@ -4,9 +4,8 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include <atomic>
-
 #include "base/result_codes.h"
+#include "base/shared_word.h"
 #include "base/shell.h"
 #include "base/wait.h"
 #include "devices/display.h"
@@ -45,9 +44,9 @@ constexpr int32_t CROSS_COUNT = 5;
 constexpr int32_t ALL_CROSSES = (1 << CROSS_COUNT) - 1;
 
 // Shared by the commands and the thread, single words without a lock.
-static std::atomic<int32_t> TouchResult = ALL_CROSSES;
-static std::atomic<int32_t> TouchStop = 0;
-static std::atomic<int32_t> TouchRunning = 0;
+static SharedWord TouchResult = ALL_CROSSES;
+static SharedWord TouchStop = 0;
+static SharedWord TouchRunning = 0;
 
 // The commands' own: the thread that a stop has to wait for.
 static pthread_t TouchThread;
@@ -65,14 +64,14 @@ static void EraseTouchedCross(uint16_t* frame, const TouchRecord& record) {
   const auto y = static_cast<int32_t>(READINGS - record.y);
   for (int32_t k = 0; k < CROSS_COUNT; ++k) {
     if (!Holds(CROSSES[k].x, x) || !Holds(CROSSES[k].y, y)) continue;
-    TouchResult &= ~(1 << k);
+    WriteWord(TouchResult, ReadWord(TouchResult) & ~(1 << k));
     DrawCross(frame, CROSSES[k], WHITE);
     return;
   }
 }
 
 static void FollowTouches(uint16_t* frame, int panel) {
-  while (TouchStop == 0) {
+  while (ReadWord(TouchStop) == 0) {
     timeval left = {0, 500000};
     if (WaitReadable(panel, &left) <= 0) continue;
     TouchRecord record;
@@ -103,7 +102,7 @@ static int32_t RunTest(uint16_t* frame) {
 }
 
 static void* TouchCalibThread(void*) {
-  TouchResult = ALL_CROSSES;
+  WriteWord(TouchResult, ALL_CROSSES);
   DisplayTest(-1, -1, 100);
   uint16_t* frame = nullptr;
   int32_t result = MapDisplay(&frame);
@@ -111,32 +110,32 @@ static void* TouchCalibThread(void*) {
     result = RunTest(frame);
     UnmapFrame(frame);
   }
-  if (result != SUCCESS) TouchResult = result;
+  if (result != SUCCESS) WriteWord(TouchResult, result);
   return nullptr;
 }
 
 static int32_t StopTouchTest() {
-  TouchStop = 1;
-  TouchRunning = 0;
+  WriteWord(TouchStop, 1);
+  WriteWord(TouchRunning, 0);
   if (TouchThreadPresent) pthread_join(TouchThread, nullptr);
   TouchThreadPresent = false;
   return SUCCESS;
 }
 
 static int32_t StartTouchTest() {
-  TouchStop = 0;
+  WriteWord(TouchStop, 0);
   pthread_t thread;
   if (pthread_create(&thread, nullptr, TouchCalibThread, nullptr) != 0) return GENERAL_FAILURE;
   TouchThread = thread;  // a thread that still runs is forgotten, on purpose: it ends at the same stop
   TouchThreadPresent = true;
-  TouchRunning = 1;
+  WriteWord(TouchRunning, 1);
   return SUCCESS;
 }
 
 int32_t TouchCalibControl(int32_t mode) {
   if (mode == TOUCH_STOP) return StopTouchTest();
-  if (mode == TOUCH_READ_RESULT) return TouchResult;
-  if (mode == TOUCH_RESTART && TouchRunning != 0) {
+  if (mode == TOUCH_READ_RESULT) return ReadWord(TouchResult);
+  if (mode == TOUCH_RESTART && ReadWord(TouchRunning) != 0) {
     StopTouchTest();
     SleepSeconds(1);
   }
