@@ -82,7 +82,6 @@ int32_t AnswerFirstCommand() {
 template <unsigned rows>
 constexpr bool IsCommandTable(const CommandEntry (&table)[rows]) {
   for (unsigned row = 0; row + 1 < rows; ++row) {
-    if (table[row].handler == nullptr) return false;
     for (unsigned other = 0; other < row; ++other) {
       if (table[other].code == table[row].code) return false;
     }
