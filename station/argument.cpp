@@ -163,9 +163,7 @@ const Argument* FindArgument(const std::vector<Argument>& all, std::string_view 
 }  // namespace
 
 Argument Argument::Optional(std::string text) const {
-  Argument changed = OptionalPositional(std::move(text));
-  changed.positional = false;
-  return changed;
+  return OptionalPositional(std::move(text)).Named();
 }
 
 Argument Argument::OptionalPositional(std::string text) const {
@@ -174,17 +172,21 @@ Argument Argument::OptionalPositional(std::string text) const {
   return changed;
 }
 
-Argument Argument::SameAs(std::string other) const {
+Argument Argument::Named() const {
   Argument changed = *this;
-  changed.same_as = std::move(other);
   changed.positional = false;
   return changed;
 }
 
+Argument Argument::SameAs(std::string other) const {
+  Argument changed = Named();
+  changed.same_as = std::move(other);
+  return changed;
+}
+
 Argument Argument::LengthOf(std::string other) const {
-  Argument changed = *this;
+  Argument changed = Named();
   changed.length_of = std::move(other);
-  changed.positional = false;
   return changed;
 }
 

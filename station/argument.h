@@ -50,6 +50,7 @@ struct Argument {
 
   Argument Optional(std::string text) const;            // --name TEXT, with a default
   Argument OptionalPositional(std::string text) const;  // may be left off at the end
+  Argument Named() const;                               // --name TEXT, and it must be given
   Argument SameAs(std::string other) const;
   Argument LengthOf(std::string other) const;
   Argument Choices(std::vector<Choice> words) const;      // these words or any number

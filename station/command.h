@@ -23,6 +23,7 @@ struct Verb {
   std::string help;   // one line
   ArgumentTexts settled = {};
   std::string leads = {};     // an argument that has a default elsewhere and must be given here
+  bool status_only = false;   // the first word is a mere status here, whatever it is to the other verbs
   std::string question = {};  // asked before it is sent; empty for a command that may simply be done
 };
 

@@ -102,7 +102,8 @@ void AddArgument(CLI::App& subcommand, const Argument& argument, Request& reques
   if (argument.name == "output") flags = "-o," + flags;
   CLI::Option* option = subcommand.add_option_function<std::string>(flags, take, HelpText(argument));
   option->type_name(ValueForm(argument));
-  if (argument.positional && !argument.fallback) option->required();
+  const bool stands_in = argument.fallback || !argument.same_as.empty() || !argument.length_of.empty();
+  if (!stands_in) option->required();
 }
 
 // The subcommand for the words, made with those above it where they are not there yet.

@@ -37,17 +37,21 @@ bool Link::WaitFor(short events, Clock::time_point deadline) {
   return true;
 }
 
+std::size_t Link::SendSome(std::span<const std::uint8_t> bytes) {
+  const ssize_t written = write(descriptor_.Get(), bytes.data(), bytes.size());
+  if (written < 0 && !MayTryAgain()) {
+    throw LinkFailure(fmt::format("cannot send to {}: {}", port_, std::strerror(errno)));
+  }
+  const auto sent = static_cast<std::size_t>(std::max<ssize_t>(written, 0));
+  if (trace_ != nullptr) trace_->Sent(bytes.first(sent));
+  return sent;
+}
+
 void Link::Send(std::span<const std::uint8_t> bytes, Clock::time_point deadline) {
-  if (trace_ != nullptr) trace_->Sent(bytes);
-  while (!bytes.empty()) {
-    const ssize_t written = write(descriptor_.Get(), bytes.data(), bytes.size());
-    if (written < 0 && !MayTryAgain()) {
-      throw LinkFailure(fmt::format("cannot send to {}: {}", port_, std::strerror(errno)));
-    }
-    if (written > 0) bytes = bytes.subspan(static_cast<std::size_t>(written));
-    if (!bytes.empty() && !WaitFor(POLLOUT, deadline)) {
-      throw LinkFailure(fmt::format("{} does not take what is sent", port_));
-    }
+  for (;;) {
+    bytes = bytes.subspan(SendSome(bytes));
+    if (bytes.empty()) return;
+    if (!WaitFor(POLLOUT, deadline)) throw LinkFailure(fmt::format("{} does not take what is sent", port_));
   }
 }
 

@@ -31,6 +31,9 @@ class Link {
   // Sends all bytes, in one write where the port takes them. Throws LinkFailure when it does not in time.
   void Send(std::span<const std::uint8_t> bytes, Clock::time_point deadline);
 
+  // Sends what the port takes at once; returns how many bytes that were.
+  std::size_t SendSome(std::span<const std::uint8_t> bytes);
+
   // Receives until the room is full or the deadline has passed; returns the number of bytes received. Throws
   // LinkFailure when the port has hung up.
   std::size_t Receive(std::span<std::uint8_t> room, Clock::time_point deadline);

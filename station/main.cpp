@@ -45,7 +45,7 @@ ExitStatus RunOperation(const Request& request) {
     if (!settings.trace_file.empty()) trace = std::make_unique<Trace>(settings.trace_file, port);
     Link link(port, trace.get());
     Session session(link, {settings.answer_time, isatty(STDERR_FILENO) != 0});
-    const Outcome outcome = operation.run(session, request.arguments);
+    const Outcome outcome = Perform(operation, session, request.arguments);
     ShowOutcome(operation, session, outcome, settings.json);
     return outcome.failure.empty() ? ExitStatus::Passed : ExitStatus::DeviceFailure;
   } catch (const LinkFailure& failure) {

@@ -25,13 +25,35 @@ struct Outcome {
   std::string failure;  // empty when it went well
   std::string remark;   // for a person, where there is nothing to read
   std::vector<Picture> pictures;
+  bool silent = false;  // it has shown what there is to show itself
+};
+
+// The arguments of one run, those not given taken from what stands in for them.
+class Values {
+ public:
+  Values(const std::vector<Argument>& arguments, const ArgumentTexts& given)
+      : arguments_(arguments), given_(given) {}
+
+  std::string Text(const std::string& name) const;
+  std::int64_t Number(const std::string& name) const;
+  bool IsSet(const std::string& name) const;
+
+  const ArgumentTexts& Given() const {
+    return given_;
+  }
+
+ private:
+  const Argument& Find(const std::string& name) const;
+
+  const std::vector<Argument>& arguments_;
+  const ArgumentTexts& given_;
 };
 
 struct Operation {
   std::string words;  // on the command line, and the name in a plan
   std::string help;   // one line
   std::vector<Argument> arguments;
-  std::function<Outcome(Session&, const ArgumentTexts&)> run;
+  std::function<Outcome(Session&, const Values&)> run;
   std::vector<std::uint32_t> codes;  // the commands that it sends
   std::string question = {};         // asked before it is run
   bool in_plans = true;              // false for what needs a person at a terminal
@@ -42,10 +64,21 @@ const std::vector<Operation>& Operations();
 
 const Operation* FindOperation(const std::string& words);
 
+Outcome Perform(const Operation& operation, Session& session, const ArgumentTexts& given);
+
 // Sends one command and decodes its answer.
 Outcome RunCommand(Session& session, const Command& command, const ArgumentTexts& arguments);
 
-// The verbs of a command, each as an operation.
-std::vector<Operation> VerbOperations(const Command& command);
+// A command that delivers the chunks of something larger, until one comes that is not full. `taken` is called
+// with the number of bytes so far.
+struct ChunkReading {
+  Bytes bytes;
+  std::string failure;
+};
+ChunkReading ReadChunks(Session& session, const Command& command, const ArgumentTexts& arguments,
+                        const std::function<void(std::size_t)>& taken);
+
+// Throws UsageError when the file cannot be written.
+void WriteFile(const std::string& path, const Bytes& bytes);
 
 }  // namespace station

@@ -67,7 +67,7 @@ void ShowOutcome(const Operation& operation, const Session& session, const Outco
   }
   if (!outcome.readings.empty()) fmt::print("{}", ReadingsText(outcome.readings));
   if (!outcome.remark.empty()) fmt::print("{}\n", outcome.remark);
-  if (outcome.readings.empty() && outcome.remark.empty()) fmt::print("ok\n");
+  if (outcome.readings.empty() && outcome.remark.empty() && !outcome.silent) fmt::print("ok\n");
 }
 
 void ShowLinkFailure(const Operation& operation, const std::string& port, const std::string& failure,

@@ -35,6 +35,10 @@ class Session {
   // time.
   Bytes Run(const Command& command, const ArgumentTexts& arguments);
 
+  // The same, but nothing when no whole answer came within exactly this time.
+  std::optional<Bytes> TryRun(const Command& command, const ArgumentTexts& arguments,
+                              std::chrono::milliseconds time);
+
   // The same for bytes that no row describes.
   Bytes RunRaw(const std::string& name, const Bytes& sent, std::size_t answer_size,
                std::chrono::milliseconds answer_time);
@@ -53,6 +57,10 @@ class Session {
   }
 
  private:
+  // Sends and waits; the answer is as long as what came in time.
+  const Exchange& Converse(const std::string& name, const Bytes& sent, std::size_t answer_size,
+                           std::chrono::milliseconds time);
+
   Link& link_;
   SessionOptions options_;
   Clock::time_point start_ = Clock::now();

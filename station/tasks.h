@@ -1,4 +1,4 @@
-// Operations made of several commands, or of a command and work on this side.
+// Operations made of several commands, or of a command and work on this side; by what they are about.
 #pragma once
 
 #include <vector>
@@ -7,6 +7,11 @@
 
 namespace station {
 
-std::vector<Operation> Tasks();
+std::vector<Operation> LinkTasks();
+std::vector<Operation> RecordTasks();
+std::vector<Operation> ModemTasks();
+std::vector<Operation> KeyTasks();
+std::vector<Operation> RadioTasks();
+std::vector<Operation> CameraTasks();
 
 }  // namespace station

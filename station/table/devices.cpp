@@ -64,9 +64,9 @@ Command TouchControl() {
                    {OPEN_FAILED, "state: the framebuffer could not be opened"},
                    {OUT_OF_MEMORY, "state: the framebuffer could not be mapped"},
                    {TOUCH_NOT_OPENED, "state: the touchscreen could not be opened"}},
-      .verbs = {{"touch start", "start the touchscreen test", {{"mode", "1"}}},
+      .verbs = {{"touch start", "start the touchscreen test", {{"mode", "1"}}, {}, true},
                 {"touch state", "ask which crosses are still to be touched", {{"mode", "2"}}},
-                {"touch stop", "stop the touchscreen test", {{"mode", "0"}}}},
+                {"touch stop", "stop the touchscreen test", {{"mode", "0"}}, {}, true}},
   };
 }
 

@@ -33,7 +33,7 @@ std::vector<Command> MaintenanceRows() {
           .answer = {},
           .answer_time = PROMPT,
           .statuses = {},
-          .verbs = {{"power-off", "power the phone off", {}, {}, "Power the phone off?"}},
+          .verbs = {{"power-off", "power the phone off", {}, {}, false, "Power the phone off?"}},
       },
       {
           .code = 0x03,

@@ -24,9 +24,18 @@ std::string Name(const Case& tried) {
   return name;
 }
 
+// `size` bytes as the tool shows them, one line.
+std::string Blocks(const std::string& byte, std::size_t size) {
+  std::string line = Repeat(byte + " ", size);
+  line.back() = '\n';
+  return line;
+}
+
 void Try(const Case& tried) {
   SCOPED_TRACE(Name(tried));
-  ScriptedPhone phone({{tried.sent, tried.answer}});
+  // Nothing may be sent where the arguments are refused.
+  ScriptedPhone phone(tried.sent.empty() ? std::vector<Turn>{}
+                                         : std::vector<Turn>{{tried.sent, tried.answer}});
   std::vector<std::string> arguments = {"--port", phone.Port(), "--timeout", "2000"};
   arguments.insert(arguments.end(), tried.arguments.begin(), tried.arguments.end());
   const ToolResult result = RunTool(arguments);
@@ -79,6 +88,259 @@ TEST(Commands, LinkAndDisplay) {
       {{"led", "-1"}, "39000000FFFFFFFF00000000", ZERO, 0, "ok\n"},
       {{"led", "off"}, "390000000000000000000000", OPEN_FAILED, 1, "device or file could not be opened"},
       {{"uart-rx", "1"}, "3A0000000100000000000000", ZERO, 0, "ok\n"},
+  };
+  for (const Case& tried : cases) Try(tried);
+}
+
+TEST(Commands, ProductionData) {
+  const std::string block = TemporaryFile("factory-info", std::string(128, '\x5A'));
+  const std::string shorter = TemporaryFile("short-info", std::string(127, '\x5A'));
+  const std::string bytes = "0102030405060708090A";
+  const std::string address = "001122AABBCC000000000000000000000000";
+  const std::vector<Case> cases = {
+      {{"partition-word", "0x1234"}, "0400000034120000", ZERO, 0, "ok\n"},
+      {{"partition-word", "4294967295"}, "04000000FFFFFFFF", "F9D8FFFF", 1, "neither copy of the partition"},
+      {{"factory-field", "read-first"},
+       "05000000" + ZERO,
+       ZERO + bytes,
+       0,
+       "01 02 03 04 05 06 07 08 09 0A\n"},
+      {{"factory-field", "write-first", bytes}, "06000000" + bytes, "F6D8FFFF", 1, "-9994 NOT_SUPPORTED"},
+      {{"factory-field", "read-second"},
+       "08000000" + ZERO,
+       ZERO + bytes,
+       0,
+       "01 02 03 04 05 06 07 08 09 0A\n"},
+      {{"factory-field", "write-second", bytes}, "09000000" + bytes, "F6D8FFFF", 1, "-9994 NOT_SUPPORTED"},
+      {{"identity", "read"},
+       "0B000000" + ZERO,
+       ZERO + "313233343536373839303132333435",
+       0,
+       "123456789012345\n"},
+      {{"identity", "write", "123456789012345"},
+       "0C000000313233343536373839303132333435",
+       "FAD8FFFF",
+       1,
+       "another identity number has been programmed already"},
+      {{"identity", "check-blank"}, "47000000" + ZERO, ZERO, 0, "ok\n"},
+      {{"bluetooth-address", "write", "00:11:22:aa:bb:cc"}, "0E000000" + address, ZERO, 0, "ok\n"},
+      {{"bluetooth-address", "write-extended", "001122AABBCC"}, "37000000" + address, ZERO, 0, "ok\n"},
+      {{"factory-info", "read"},
+       "11000000" + ZERO,
+       ZERO + Repeat("A5", 128),
+       0,
+       "  000  " + Blocks("A5", 16) + "  010  " + Blocks("A5", 16) + "  020  " + Blocks("A5", 16) +
+           "  030  " + Blocks("A5", 16) + "  040  " + Blocks("A5", 16) + "  050  " + Blocks("A5", 16) +
+           "  060  " + Blocks("A5", 16) + "  070  " + Blocks("A5", 16)},
+      {{"factory-info", "read-extended"},
+       "31000000" + ZERO,
+       "F9D8FFFF" + Repeat("00", 128),
+       1,
+       "\"Factory Info\""},
+      {{"factory-info", "write", block}, "32000000" + Repeat("5A", 128), ZERO, 0, "ok\n"},
+      {{"modem-image", "save"}, "33000000" + ZERO, ZERO, 0, "ok\n"},
+      {{"modem-image", "chunk"},
+       "34000000" + ZERO,
+       "03000000010203" + Repeat("00", 1021),
+       0,
+       "count:  3\nbytes:  01 02 03\n"},
+  };
+  for (const Case& tried : cases) Try(tried);
+  const std::vector<Case> refused = {
+      {{"identity", "write", "12345678901234"}, "", "", 2, "not a number of 15 digits"},
+      {{"identity", "write", "12345678901234A"}, "", "", 2, "not a number of 15 digits"},
+      {{"bluetooth-address", "write", "00:11:22:AA:BB"}, "", "", 2, "not an address"},
+      {{"bluetooth-address", "write", "00:11:22:AA:BB:GG"}, "", "", 2, "not an address"},
+      {{"factory-info", "write", shorter}, "", "", 2, "holds 127 bytes, but 128 are needed"},
+      {{"factory-info", "write", "/no/such/file"}, "", "", 2, "cannot read /no/such/file"},
+      {{"factory-field", "write-first", bytes + "0B"}, "", "", 2, "at most 10 can be sent"},
+  };
+  for (const Case& tried : refused) Try(tried);
+}
+
+TEST(Commands, Maintenance) {
+  const std::string version = "52312E32" + Repeat("00", 124);
+  const std::vector<Case> cases = {
+      {{"power-off", "--yes"}, "02000000" + ZERO, "", 0, "sent; the phone never answers this command\n"},
+      // Nobody is at a terminal to be asked.
+      {{"power-off"}, "", "", 2, "give --yes"},
+      {{"factory-reset"}, "03000000" + ZERO, ZERO, 0, "ok\n"},
+      {{"version", "system"}, "0A000000" + ZERO, ZERO + version, 0, "R1.2\n"},
+      {{"version", "configuration"}, "0F000000" + ZERO, ZERO + version, 0, "R1.2\n"},
+      {{"version", "resources"}, "10000000" + ZERO, ZERO + Repeat("41", 128), 0, Repeat("A", 128) + "\n"},
+      {{"stop-ui"}, "0D000000" + ZERO, "", 0, "sent; the phone never answers this command\n"},
+      {{"memory-card"}, "26000000" + ZERO, "F5D8FFFF", 1, "no card"},
+      {{"clock", "get"},
+       "2E000000" + ZERO,
+       ZERO + "D50700000C0000001F000000170000003B0000003A0000000000000000000000",
+       0,
+       "2005-12-31 23:59:58\n"},
+      {{"clock", "set", "2006-01-15T08:30:00"},
+       "2F000000D6070000010000000F000000080000001E000000000000000000000000000000",
+       ZERO,
+       0,
+       "ok\n"},
+      // The day is the phone's to refuse.
+      {{"clock", "set", "2006-02-31 00:00:00"},
+       "2F000000D6070000020000001F0000000000000000000000000000000000000000000000",
+       "F9D8FFFF",
+       1,
+       "refused the time"},
+      {{"clock", "set", "tomorrow"}, "", "", 2, "tomorrow"},
+      {{"clock", "set"}, "", "", 2, "--now"},
+      {{"calibration", "write"}, "4500000001000000", ZERO, 0, "ok\n"},
+      {{"calibration", "remove"}, "4500000000000000", ZERO, 0, "ok\n"},
+  };
+  for (const Case& tried : cases) Try(tried);
+}
+
+TEST(Commands, ModemAndBluetooth) {
+  const std::string address = "001122AABBCC";
+  const std::string at =
+      "41542B435351"
+      "0D" +
+      Repeat("00", 25);
+  const std::vector<Case> cases = {
+      {{"modem", "info"},
+       "23000000" + ZERO,
+       ZERO + "010000000200000003000000040000000500000006000000",
+       0,
+       "word-0:  1\nword-1:  2\nword-2:  3\nword-3:  4\nword-4:  5\nword-5:  6\n"},
+      {{"sim-check"},
+       "25000000" + ZERO,
+       "F4D8FFFF",
+       1,
+       "-9996 SIM_NOT_READY: the modem answered \"at+cpin?\""},
+      {{"modem", "status-word"}, "30000000" + ZERO, ZERO + "39300000", 0, "12345\n"},
+      {{"at", "AT+CSQ", "--timeout", "5000"},
+       "3B000000" + at + "88130000",
+       ZERO + "0D0A2B4353513A2032302C39390D0A0D0A4F4B0D0A" + Repeat("00", 11),
+       0,
+       "+CSQ: 20,99\nOK\n"},
+      {{"at", "--raw", "12345678901234567890123456789012"},
+       "3B0000003132333435363738393031323334353637383930313233343536373839303132"
+       "B80B0000",
+       "F9D8FFFF" + Repeat("00", 32),
+       1,
+       "no \"OK\" or \"ERROR\" came"},
+      {{"at", "12345678901234567890123456789012"}, "", "", 2, "longer than 32"},
+      {{"modem", "state"}, "3E000000" + ZERO, "00D9FFFF", 1, "-9984 MODEM_STATE_ZERO"},
+      {{"modem", "lines", "on", "0", "1"}, "3F000000010000000000000001000000", ZERO, 0, "ok\n"},
+      {{"modem", "control", "on"}, "4600000001000000", ZERO, 0, "ok\n"},
+      {{"modem", "line"}, "48000000" + ZERO, ZERO + "FF000000", 0, "255\n"},
+      {{"bluetooth", "address"}, "07000000" + ZERO, ZERO + address, 0, "00:11:22:AA:BB:CC\n"},
+      {{"bluetooth", "three-numbers", "1", "-2", "3"},
+       "3500000001000000FEFFFFFF03000000",
+       "07000000",
+       0,
+       "7\n"},
+      {{"bluetooth", "number-for-two-numbers", "1", "2"},
+       "36000000010000000200000000000000",
+       ZERO + "FFFFFFFF",
+       0,
+       "-1\n"},
+      {{"bluetooth", "data-for-data", "00:11:22:AA:BB:CC", "0102 03"},
+       "42000000" + address + "03000000" + "010203" + Repeat("00", 13),
+       ZERO + "02000000" + "AABB" + Repeat("00", 14),
+       0,
+       "count:  2\ndata:   AA BB\n"},
+      {{"bluetooth", "data-for-data", "00:11:22:AA:BB:CC", "", "--length", "256"},
+       "42000000" + address + "00010000" + Repeat("00", 16),
+       "F8D8FFFF" + Repeat("00", 20),
+       1,
+       "-9992 REQUEST_FAILED: the Bluetooth test tool"},
+      {{"bluetooth", "bytes-for-code", "00:11:22:AA:BB:CC", "12"},
+       "43000000" + address + "31320000",
+       ZERO + Repeat("11", 23) + "FF",
+       0,
+       Blocks("11", 23)},
+      {{"bluetooth", "number-for-number", "9"}, "4400000009000000", ZERO + "0A000000", 0, "10\n"},
+      {{"bluetooth", "address-for-number", "9"},
+       "4900000009000000",
+       ZERO + address + ZERO,
+       0,
+       "00:11:22:AA:BB:CC\n"},
+  };
+  for (const Case& tried : cases) Try(tried);
+}
+
+TEST(Commands, SoundKeysTouchAndCamera) {
+  const std::vector<Case> cases = {
+      {{"tone", "start", "1000"},
+       "29000000E8030000000000000000000000000000280000000100000001000000",
+       ZERO,
+       0,
+       "ok\n"},
+      {{"tone", "start", "2100", "1600", "400", "--volume", "80", "--route", "2"},
+       "29000000340800004006000090010000000000005000000002000000"
+       "01000000",
+       "F9D8FFFF",
+       1,
+       "a tone is being played already"},
+      {{"tone", "stop"}, "29000000" + Repeat("00", 28), ZERO, 0, "ok\n"},
+      {{"audio-path", "on", "3"}, "2A0000000100000003000000", ZERO, 0, "ok\n"},
+      {{"audio-path", "off"}, "2A0000000000000000000000", ZERO, 0, "ok\n"},
+      {{"play", "amr", "--path", "1", "--argument", "5"},
+       "40000000150000000100000005000000",
+       "A0DAFFFF",
+       1,
+       "-9568"},
+      {{"play", "stop"}, "40000000000000000200000000000000", ZERO, 0, "ok\n"},
+      {{"radio", "measure", "1576", "--volume", "0", "--extra", "1", "--extra-flag", "1"},
+       "2C000000010000002806000000000000"
+       "0100000001000000",
+       ZERO + "28060000"
+              "00A00000",
+       0,
+       "frequency:  1576\nsignal:     40960\n"},
+      {{"radio", "play", "1576"},
+       "2C0000000200000028060000008000000000000000000000",
+       "E8DAFFFF" + ZERO + ZERO,
+       1,
+       "-9496"},
+      {{"radio", "tune", "1576"},
+       "2C0000000300000028060000008000000000000000000000",
+       ZERO + ZERO + ZERO,
+       0,
+       "frequency:  0\nsignal:     0\n"},
+      {{"radio", "off"},
+       "2C000000" + Repeat("00", 20),
+       "5CD9FFFF" + ZERO + ZERO,
+       1,
+       "-9892 SECOND_REQUEST_FAILED: the volume"},
+      {{"run-in", "5"}, "3800000005000000" + Repeat("00", 20), ZERO, 0, "ok\n"},
+      {{"key", "poll"},
+       "27000000" + ZERO,
+       "00110000",
+       0,
+       "key:   key 0x11 (input code 116)\ncode:  0x1100\nnew:   yes\n"},
+      {{"key", "poll"}, "27000000" + ZERO, ZERO, 0, "key:   none yet\ncode:  0x0000\nnew:   no\n"},
+      {{"touch", "start"}, "2D0000000100000000000000", "00000000" + Repeat("00", 8), 0, "ok\n"},
+      {{"touch", "state"},
+       "2D0000000200000000000000",
+       "11000000" + Repeat("00", 8),
+       0,
+       "crosses:  0x11\nleft:     top left, centre\n"},
+      {{"touch", "state"},
+       "2D0000000200000000000000",
+       "5FD9FFFF" + Repeat("00", 8),
+       1,
+       "-9889 TOUCH_NOT_OPENED"},
+      {{"touch", "stop"}, "2D0000000000000000000000", ZERO + Repeat("00", 8), 0, "ok\n"},
+      {{"camera", "query"}, "22000000" + ZERO, "F6D8FFFF" + Repeat("00", 128), 1, "-9994 NOT_SUPPORTED"},
+      {{"camera", "self-test"}, "24000000" + Repeat("00", 16), "FAD8FFFF", 1, "the sensor is defective"},
+      {{"camera", "delete", "focus"}, "2400000016000000" + Repeat("00", 12), ZERO, 0, "ok\n"},
+      {{"camera", "delete", "other"}, "", "", 2, "blemish, focus"},
+      {{"camera", "chunk", "blemish"},
+       "410000000E000000",
+       ZERO + Repeat("00", 1024),
+       0,
+       "count:  0\nbytes:  \n"},
+      {{"camera", "chunk", "stop"},
+       "410000000F000000",
+       "FBD8FFFF" + Repeat("00", 1024),
+       1,
+       "no such picture on the phone"},
   };
   for (const Case& tried : cases) Try(tried);
 }

@@ -1,6 +1,7 @@
 #include "tests/station/scripted_phone.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -10,6 +11,8 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <stdexcept>
 
 #include "station/bytes.h"
@@ -93,7 +96,7 @@ std::string ScriptedPhone::Difference() {
   return difference_;
 }
 
-ToolResult RunTool(const std::vector<std::string>& arguments) {
+ToolResult RunTool(const std::vector<std::string>& arguments, const std::string& input) {
   std::vector<std::string> words = {PHONETEST_PROGRAM};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
@@ -104,7 +107,7 @@ ToolResult RunTool(const std::vector<std::string>& arguments) {
   std::FILE* errors = std::tmpfile();
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, input.c_str(), O_RDONLY | O_NOCTTY, 0);
   posix_spawn_file_actions_adddup2(&actions, fileno(output), STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, fileno(errors), STDERR_FILENO);
   pid_t child = 0;
@@ -121,4 +124,15 @@ std::string Repeat(const std::string& byte, std::size_t size) {
   std::string text;
   for (std::size_t i = 0; i < size; ++i) text += byte;
   return text;
+}
+
+std::string TemporaryFile(const std::string& name, const std::string& content) {
+  const std::string path = testing::TempDir() + "phonetest-" + std::to_string(getpid()) + "-" + name;
+  std::ofstream(path, std::ios::binary) << content;
+  return path;
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }

@@ -47,8 +47,13 @@ struct ToolResult {
   std::string errors;
 };
 
-// Runs phonetest to its end, with standard input at its end from the start.
-ToolResult RunTool(const std::vector<std::string>& arguments);
+// Runs phonetest to its end, with the named file as standard input.
+ToolResult RunTool(const std::vector<std::string>& arguments, const std::string& input = "/dev/null");
 
 // `size` bytes as hexadecimal, all the same.
 std::string Repeat(const std::string& byte, std::size_t size);
+
+// Writes the content to a file of its own below the tests' folder and returns its path.
+std::string TemporaryFile(const std::string& name, const std::string& content);
+
+std::string ReadFile(const std::string& path);

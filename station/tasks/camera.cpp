@@ -1,0 +1,147 @@
+// Tasks about the camera's two test pictures: take, fetch, check and delete.
+#include <fmt/format.h>
+
+#include <charconv>
+
+#include "station/errors.h"
+#include "station/jpeg_check.h"
+#include "station/progress.h"
+#include "station/tasks.h"
+
+namespace station {
+
+namespace {
+
+constexpr std::uint32_t CAMERA = 0x24;
+constexpr std::uint32_t PICTURE_READER = 0x41;
+
+Argument WhichPicture() {
+  return Word("picture", "which of the two test pictures").OnlyChoices({{"blemish", 10}, {"focus", 20}});
+}
+
+struct Size {
+  std::uint32_t width;
+  std::uint32_t height;
+};
+
+Size ParseSize(const std::string& text) {
+  Size size{};
+  const char* end = text.data() + text.size();
+  const auto width = std::from_chars(text.data(), end, size.width);
+  if (width.ec == std::errc{} && width.ptr != end && *width.ptr == 'x') {
+    const auto height = std::from_chars(width.ptr + 1, end, size.height);
+    if (height.ec == std::errc{} && height.ptr == end) return size;
+  }
+  throw UsageError(fmt::format("size: '{}' is not WIDTHxHEIGHT, such as 240x320", text));
+}
+
+ArgumentTexts CameraAction(std::int64_t action, Size size = {}, const std::string& rotation = "0") {
+  return {{"action", std::to_string(action)},
+          {"width", std::to_string(size.width)},
+          {"height", std::to_string(size.height)},
+          {"rotation", rotation}};
+}
+
+// Fetches the picture whole. The phone's reader may be in the middle of a picture, this or the other one,
+// from a reading that was broken off; it is told to stop first.
+Outcome FetchPicture(Session& session, const std::string& picture) {
+  const Command& reader = GetCommand(PICTURE_READER);
+  Outcome outcome = RunCommand(session, reader, {{"action", "stop"}});
+  if (!outcome.failure.empty()) return outcome;
+  Progress progress(session.Options().progress);
+  const ChunkReading reading = ReadChunks(session, reader, {{"action", picture}}, [&](std::size_t size) {
+    progress.Show(fmt::format("fetching the {} picture: {} KiB", picture, size / 1024));
+  });
+  outcome = {};
+  outcome.failure = reading.failure;
+  if (!outcome.failure.empty()) return outcome;
+  const JpegCheck check = CheckJpeg(reading.bytes);
+  if (!check.fault.empty()) outcome.failure = "the picture is not whole: " + check.fault;
+  outcome.readings = {{"width", check.width, std::to_string(check.width)},
+                      {"height", check.height, std::to_string(check.height)},
+                      {"bytes", reading.bytes.size(), std::to_string(reading.bytes.size())}};
+  outcome.pictures = {{picture, reading.bytes}};
+  return outcome;
+}
+
+void KeepPicture(Outcome& outcome, const std::string& path) {
+  // Also one that is not whole: it is what there is to look at.
+  if (path.empty() || outcome.pictures.empty()) return;
+  WriteFile(path, outcome.pictures.front().jpeg);
+  outcome.readings.push_back({"file", path, path});
+}
+
+void CheckSize(Outcome& outcome, Size wanted) {
+  if (!outcome.failure.empty()) return;
+  const JpegCheck check = CheckJpeg(outcome.pictures.front().jpeg);
+  if (check.width == wanted.width && check.height == wanted.height) return;
+  outcome.failure = fmt::format("the picture is {}x{} where {}x{} was asked for", check.width, check.height,
+                                wanted.width, wanted.height);
+}
+
+Outcome CapturePicture(Session& session, const Values& values) {
+  const std::string picture = values.Text("picture");
+  const std::int64_t action = values.Number("picture");
+  const Size size = ParseSize(values.Text("size"));
+  const std::int64_t rotation = values.Number("rotate");
+  Progress progress(session.Options().progress);
+  progress.Show(fmt::format("taking the {} picture", picture));
+  Outcome outcome =
+      RunCommand(session, GetCommand(CAMERA), CameraAction(action, size, std::to_string(rotation)));
+  if (!outcome.failure.empty()) return outcome;
+  outcome = FetchPicture(session, picture);
+  const bool turned = rotation == 90 || rotation == 270;
+  CheckSize(outcome, turned ? Size{size.height, size.width} : size);
+  KeepPicture(outcome, values.Text("output"));
+  if (values.IsSet("keep")) return outcome;
+  const Outcome deleted = RunCommand(session, GetCommand(CAMERA), CameraAction(action + 2));
+  if (outcome.failure.empty()) outcome.failure = deleted.failure;
+  return outcome;
+}
+
+Outcome FetchAndKeep(Session& session, const Values& values) {
+  Outcome outcome = FetchPicture(session, values.Text("picture"));
+  KeepPicture(outcome, values.Text("output"));
+  return outcome;
+}
+
+Outcome DeletePicture(Session& session, const Values& values) {
+  // The action that deletes a picture is the one that takes it, and 2.
+  return RunCommand(session, GetCommand(CAMERA), CameraAction(values.Number("picture") + 2));
+}
+
+}  // namespace
+
+std::vector<Operation> CameraTasks() {
+  return {
+      {
+          .words = "camera capture",
+          .help = "take a test picture, fetch it, check that it is whole and delete it on the phone",
+          .arguments = {WhichPicture(),
+                        Word("size", "WIDTHxHEIGHT in pixels, at most 1200x1600").Optional("240x320"),
+                        Number("rotate", "turn the picture clockwise")
+                            .Optional("0")
+                            .OnlyChoices({{"0", 0}, {"90", 90}, {"180", 180}, {"270", 270}}),
+                        Word("output", "file to keep the picture in").Optional(""),
+                        Flag("keep", "leave the picture on the phone, too")},
+          .run = CapturePicture,
+          .codes = {CAMERA, PICTURE_READER},
+      },
+      {
+          .words = "camera fetch",
+          .help = "fetch a test picture that is on the phone and check that it is whole",
+          .arguments = {WhichPicture(), Word("output", "file to keep the picture in").Named()},
+          .run = FetchAndKeep,
+          .codes = {PICTURE_READER},
+      },
+      {
+          .words = "camera delete",
+          .help = "delete a test picture on the phone",
+          .arguments = {WhichPicture()},
+          .run = DeletePicture,
+          .codes = {CAMERA},
+      },
+  };
+}
+
+}  // namespace station

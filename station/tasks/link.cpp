@@ -1,0 +1,75 @@
+// Tasks about the link itself: raw bytes, and a phone that closes its end for a while.
+#include <fmt/format.h>
+
+#include <thread>
+
+#include "station/errors.h"
+#include "station/tasks.h"
+
+namespace station {
+
+namespace {
+
+Outcome RunRaw(Session& session, const Values& values) {
+  Bytes sent;
+  AppendWord(sent, static_cast<std::uint32_t>(values.Number("code")));
+  const Bytes request = BytesFromHex(values.Text("request"));
+  sent.insert(sent.end(), request.begin(), request.end());
+  const std::int64_t size = values.Number("answer");
+  if (size < 0 || size > 65536) throw UsageError("answer: between 0 and 65536 bytes can be waited for");
+  const Bytes answer =
+      session.RunRaw("raw code " + values.Text("code"), sent, static_cast<std::size_t>(size), PROMPT);
+  Outcome outcome;
+  if (answer.empty()) outcome.remark = "sent; no answer asked for";
+  if (!answer.empty()) {
+    outcome.readings = DecodeAnswer({{AnswerField::Kind::Block, answer.size(), "answer", ""}}, answer);
+  }
+  return outcome;
+}
+
+// The phone's end is open again when it answers a ping. One that it does not hear is lost with what else was
+// waiting on the line, so another follows.
+Outcome PauseLink(Session& session, const Values& values) {
+  constexpr std::chrono::milliseconds PING_TIME{1000};
+  constexpr std::chrono::seconds GRACE{10};
+  Outcome outcome = RunCommand(session, GetCommand(0x3C), values.Given());
+  if (!outcome.failure.empty() || values.IsSet("no-wait")) return outcome;
+  const Clock::time_point start = Clock::now();
+  const std::chrono::seconds pause{std::max<std::int64_t>(values.Number("seconds"), 0)};
+  std::this_thread::sleep_for(pause);
+  do {
+    if (session.TryRun(GetCommand(0x00), {}, PING_TIME)) {
+      const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+      outcome.readings.push_back({"answers-after", seconds, fmt::format("{:.1f} s", seconds)});
+      return outcome;
+    }
+  } while (Clock::now() < start + pause + GRACE);
+  throw LinkFailure(fmt::format("the phone has not come back within {} s after the pause", GRACE.count()));
+}
+
+}  // namespace
+
+std::vector<Operation> LinkTasks() {
+  return {
+      {
+          .words = "raw",
+          .help = "send any command code with any request and show the answer's bytes",
+          .arguments = {Number("code", "command code, for instance 0x2B"),
+                        Word("request", "request bytes in hexadecimal, for instance \"01000000 00000000\"")
+                            .Optional("00000000"),
+                        Number("answer", "how many answer bytes to wait for").Optional("4")},
+          .run = RunRaw,
+          .codes = {},
+      },
+      {
+          .words = "pause-link",
+          .help = "let the phone close its end of the serial port for a while, and wait for its return",
+          .arguments = {Number("seconds", "how long the phone keeps the port closed"),
+                        Flag("no-wait", "do not wait until the phone answers again")},
+          .run = PauseLink,
+          .codes = {0x3C},
+      },
+  };
+}
+
+}  // namespace station
