@@ -20,12 +20,12 @@ enum class FaultCall { Open, Request, Exec, Sleep, Write };
 
 struct FaultRule {
   FaultCall call = FaultCall::Open;
-  std::string path;                   // of the device, file or program
-  std::optional<uint32_t> request;    // of Request: this number only
+  std::string path{};                 // of the device, file or program
+  std::optional<uint32_t> request{};  // of Request: this number only
   int nth = 1;                        // the first call that is hit, counted from 1
   int times = 1;                      // how many in a row, or ALWAYS
   int error = 0;                      // errno to answer with; 0: the call goes on
-  std::optional<int64_t> size;        // of Open: the file seems to hold this many bytes;
+  std::optional<int64_t> size{};      // of Open: the file seems to hold this many bytes;
                                       // of Write (PhoneOptions::observe_writes): this many bytes get written
   std::chrono::milliseconds delay{};  // before the answer; of Sleep: its new length
   bool power_cut = false;             // of Write: after it every process of the phone is dead at once

@@ -35,14 +35,14 @@ struct JournalEntry {
   JournalKind kind = JournalKind::Event;
   std::chrono::microseconds time{};  // since the journal began
   pid_t process = 0;                 // the thread that did it, by the PC's number
-  std::string path;
-  std::string text;
-  std::vector<std::string> arguments;  // of a tool, its name first
-  int flags = 0;                       // of an open, as the caller gave them
+  std::string path{};
+  std::string text{};
+  std::vector<std::string> arguments{};  // of a tool, its name first
+  int flags = 0;                         // of an open, as the caller gave them
   uint32_t request = 0;
-  std::vector<uint8_t> bytes_in;   // what the driver read from the caller
-  std::vector<uint8_t> bytes_out;  // what it wrote back
-  int64_t offset = 0;              // of a write to a file
+  std::vector<uint8_t> bytes_in{};   // what the driver read from the caller
+  std::vector<uint8_t> bytes_out{};  // what it wrote back
+  int64_t offset = 0;                // of a write to a file
   std::chrono::nanoseconds duration{};
   int64_t result = 0;
   int error = 0;  // errno of a refused call, else 0

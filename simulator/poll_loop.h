@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -38,7 +39,7 @@ class PollLoop {
 
   // From the loop's own thread (or while it does not run).
   Id Watch(int descriptor, short events, Ready ready, Turn turn = Turn::Usual);
-  void SetEvents(Id watch, short events);  // 0: leaves the source alone until set again
+  void SetEvents(Id watch, short events);  // 0: leaves it alone until set again
   void Unwatch(Id watch);
   Id After(std::chrono::nanoseconds delay, std::function<void()> work);
   void CancelTimer(Id timer);
@@ -58,6 +59,7 @@ class PollLoop {
   };
 
   void Serve();
+  void Wake();
   void RunPosted();
   void RunTimers();
   int TimeOut() const;
@@ -69,12 +71,11 @@ class PollLoop {
   bool stopping_ = false;
   FileDescriptor wake_;
   std::thread thread_;
+  std::thread::id thread_id_;
 
   Id last_id_ = 0;
   std::vector<Source> sources_;
   std::map<Id, Timer> timers_;
-  std::vector<pollfd> polled_;
-  std::vector<Id> polled_ids_;
 };
 
 }  // namespace simulator

@@ -47,6 +47,8 @@ class CannotSimulate : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+class Machine;
+
 class SimulatedPhone {
  public:
   explicit SimulatedPhone(PhoneOptions options);
@@ -109,7 +111,6 @@ class SimulatedPhone {
   }
   const std::vector<std::unique_ptr<DeviceModel>>& Models() const;
 
-  struct Machine;
   std::unique_ptr<Machine> machine_;
 };
 

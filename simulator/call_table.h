@@ -1,0 +1,52 @@
+// The system calls that the simulator answers for the phone, by number, for each word size that a program of
+// the phone can have.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+namespace simulator {
+
+enum class Call {
+  Open,
+  OpenAt,
+  OpenAt2,
+  Create,
+  ReadLink,
+  ReadLinkAt,
+  Exec,
+  ExecAt,
+  Sleep,  // clock_nanosleep; nanosleep is left alone, the thread sanitizer's own thread lives on it
+  SetTimeOfDay,
+  SetClock,
+  SetTime,
+  Reboot,
+  DeviceRequest,  // ioctl, but for the terminal's own requests
+  Write,          // the writes are answered with PhoneOptions::observe_writes only
+  WriteAt,
+  WritePieces,
+  CopyBetween,  // sendfile, refused then so that programs fall back to write
+};
+
+// How wide the times in a call's records are: a 32-bit program has calls of both kinds.
+enum class TimeWidth : uint8_t { Bits64, Bits32 };
+
+struct CallNumber {
+  int number;
+  Call call;
+  TimeWidth time = TimeWidth::Bits64;
+};
+
+struct Architecture {
+  uint32_t audit_number;  // as the kernel names it in a notification
+  std::span<const CallNumber> calls;
+  bool narrow;  // 32-bit words and pointers
+};
+
+std::span<const Architecture> Architectures();
+const Architecture* FindArchitecture(uint32_t audit_number);
+const CallNumber* FindCall(const Architecture& architecture, int number);
+bool IsWriteCall(Call call);
+
+}  // namespace simulator

@@ -1,0 +1,43 @@
+#include "simulator/models/framebuffer.h"
+
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
+
+#include "simulator/png_writer.h"
+
+namespace simulator {
+
+std::vector<std::string> Framebuffer::Paths() const {
+  return {"/dev/fb/0"};
+}
+
+OpenAnswer Framebuffer::Open(const OpenCall& call) {
+  // A pipe can be opened but not mapped.
+  if (state.refuses_mapping)
+    return OpenAnswer::PlainDescriptor(ValuePipe(phone_.loop, call, [](const auto&) {}));
+  return OpenAnswer::Descriptor(memory_.Open(call));
+}
+
+std::vector<uint16_t> Framebuffer::Pixels() const {
+  std::vector<uint16_t> pixels(size_t{WIDTH} * HEIGHT);
+  memcpy(pixels.data(), memory_.Bytes(), memory_.Size());
+  return pixels;
+}
+
+std::string Framebuffer::Png() const {
+  return EncodePng(Pixels(), WIDTH, HEIGHT);
+}
+
+std::vector<ModelCommand> Framebuffer::Commands() {
+  return {{"screenshot", "FILE", "writes the LCD as a PNG picture",
+           [this](const std::vector<std::string>& words) {
+             if (words.size() != 1) throw std::invalid_argument("screenshot takes the name of a PNG file.");
+             std::ofstream file(words[0], std::ios::binary);
+             file << Png();
+             if (!file.flush()) throw std::invalid_argument(words[0] + " cannot be written.");
+             return words[0] + " written\n";
+           }}};
+}
+
+}  // namespace simulator

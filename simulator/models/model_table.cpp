@@ -1,0 +1,39 @@
+#include "simulator/models/model_table.h"
+
+#include "simulator/models/backlight.h"
+#include "simulator/models/framebuffer.h"
+#include "simulator/models/gpio.h"
+#include "simulator/models/gsm_uart_line.h"
+#include "simulator/models/host_port.h"
+#include "simulator/models/led.h"
+#include "simulator/models/motor.h"
+#include "simulator/models/standard_devices.h"
+#include "simulator/models/standby.h"
+#include "simulator/models/tools.h"
+
+namespace simulator {
+namespace {
+
+template <typename... Model>
+std::vector<std::unique_ptr<DeviceModel>> Make(PhoneServices& phone) {
+  std::vector<std::unique_ptr<DeviceModel>> models;
+  (models.push_back(std::make_unique<Model>(phone)), ...);
+  return models;
+}
+
+}  // namespace
+
+std::vector<std::unique_ptr<DeviceModel>> MakeModels(PhoneServices& phone) {
+  return Make<StandardDevices,  //
+              Tools,            //
+              HostPort,         //
+              Gpio,             //
+              Framebuffer,      //
+              Backlight,        //
+              Motor,            //
+              Led,              //
+              GsmUartLine,      //
+              Standby>(phone);
+}
+
+}  // namespace simulator

@@ -1,0 +1,16 @@
+// The devices that every system has: the PC's own are as good as any.
+#pragma once
+
+#include "simulator/device_model.h"
+
+namespace simulator {
+
+class StandardDevices : public DeviceModel {
+ public:
+  using DeviceModel::DeviceModel;
+
+  std::vector<std::string> Paths() const override;
+  OpenAnswer Open(const OpenCall& call) override;
+};
+
+}  // namespace simulator

@@ -1,0 +1,27 @@
+// A process of the phone: confined to the phone's root directory, stripped of what could reach the PC, its
+// system calls answered by the simulator. Runs between fork and exec: nothing here allocates.
+#pragma once
+
+#include <linux/filter.h>
+#include <sys/types.h>
+
+#include <vector>
+
+namespace simulator {
+
+struct PhoneProcessStart {
+  const char* root;  // the root directory's path on the PC
+  const std::vector<sock_filter>* filter;
+  pid_t guardian;
+  int standard[3];         // descriptors of standard input, output and error
+  bool controls_terminal;  // standard input becomes its controlling terminal
+  int report;              // a message socket for one LinkReport: Started with the listener, or Refused
+  const char* program;
+  char** arguments;
+  char** environment;
+};
+
+// Becomes the program.
+[[noreturn]] void RunPhoneProcess(const PhoneProcessStart& start);
+
+}  // namespace simulator

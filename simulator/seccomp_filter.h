@@ -1,0 +1,17 @@
+// The filter that sends the calls of the call table to the simulator and lets all others pass.
+#pragma once
+
+#include <linux/filter.h>
+
+#include <vector>
+
+namespace simulator {
+
+// Made before the fork, since nothing may be allocated behind it.
+std::vector<sock_filter> MakeSystemCallFilter(bool with_writes);
+
+// Puts the filter on the calling process and gives the descriptor by which its calls are answered, or -1 with
+// errno. Async-signal-safe.
+int InstallSystemCallFilter(const std::vector<sock_filter>& filter);
+
+}  // namespace simulator

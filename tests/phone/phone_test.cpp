@@ -1,0 +1,70 @@
+#include "tests/phone/phone_test.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+namespace {
+
+std::filesystem::path ServerPath() {
+  if (const char* path = getenv("PHONETESTD")) return path;
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "phonetestd";
+}
+
+}  // namespace
+
+PhoneTest::PhoneTest() {
+  options.server = ServerPath();
+}
+
+simulator::SimulatedPhone& PhoneTest::Phone() {
+  if (!phone_) phone_ = std::make_unique<simulator::SimulatedPhone>(options);
+  return *phone_;
+}
+
+void PhoneTest::Boot() {
+  Phone().Boot();
+  host = HostLine(Phone().HostPort());
+  // The last step of the server's start: from here on it waits for commands.
+  ASSERT_TRUE(Appears(LineIs("value /proc/backlight/lcd \"0\""), 60s));
+  MarkJournal();
+}
+
+void PhoneTest::DiscardPhone() {
+  host = HostLine();
+  phone_.reset();
+  mark_ = 0;
+}
+
+void PhoneTest::SendCommand(uint32_t code, const Bytes& request) {
+  host.Send(Words({code}) + request);
+}
+
+Bytes PhoneTest::Ask(uint32_t code, const Bytes& request, size_t answer_size,
+                     std::chrono::milliseconds time_out) {
+  SendCommand(code, request);
+  Bytes answer = host.Receive(answer_size, time_out);
+  EXPECT_EQ(answer.size(), answer_size) << "answer to code 0x" << std::hex << code;
+  EXPECT_TRUE(host.IsQuiet(20ms)) << "more came behind the answer to code 0x" << std::hex << code;
+  answer.resize(answer_size);
+  return answer;
+}
+
+int32_t PhoneTest::AskStatus(uint32_t code, const Bytes& request, std::chrono::milliseconds time_out) {
+  return StatusOf(Ask(code, request, 4, time_out));
+}
+
+bool PhoneTest::StillAnswers() {
+  return Ask(0x00, Words({0}), 4) == Words({1});
+}
+
+void PhoneTest::MarkJournal() {
+  mark_ = Phone().GetJournal().Mark();
+}
+
+Lines PhoneTest::LinesSince(const simulator::JournalFilter& filter) {
+  return Phone().GetJournal().Lines(mark_, filter);
+}
+
+bool PhoneTest::Appears(const simulator::JournalFilter& filter, std::chrono::milliseconds time_out) {
+  return Phone().GetJournal().WaitFor(filter, mark_, time_out).has_value();
+}
