@@ -1,49 +1,44 @@
 #include "imaging/bit_writer.h"
 
-#include <cstring>
-
 #include "imaging/stream.h"
 
 namespace {
 
 constexpr size_t LONGEST_WORD = 8;  // four bytes of ones
 
-void WriteBlock(BitWriter* writer) {
-  if (!writer->failed && MStreamWrite(writer->stream, writer->block, writer->length) != MIMG_OK) {
-    writer->failed = true;
-  }
-  writer->length = 0;
+// Out of line: it happens once in a thousand words.
+__attribute__((noinline)) void WriteBlock(BitWriter* writer) {
+  size_t size = static_cast<size_t>(writer->next - writer->block);
+  if (!writer->failed && MStreamWrite(writer->stream, writer->block, size) != MIMG_OK) writer->failed = true;
+  writer->next = writer->block;
 }
 
 }  // namespace
 
 void StartWriting(BitWriter* writer, MStream* stream) {
-  writer->bits = 0;
-  writer->room = 32;
+  writer->pending = {0, 32};
   writer->stream = stream;
   writer->failed = false;
-  writer->length = 0;
+  writer->next = writer->block;
 }
 
 void PutBytes(BitWriter* writer, const uint8_t* bytes, size_t size) {
   for (size_t i = 0; i < size; ++i) {
-    if (writer->length == WRITE_BLOCK) WriteBlock(writer);
-    writer->block[writer->length++] = bytes[i];
+    if (writer->next == writer->block + WRITE_BLOCK) WriteBlock(writer);
+    *writer->next++ = bytes[i];
   }
 }
 
 void PutWord(BitWriter* writer, uint32_t word) {
-  if (writer->length > WRITE_BLOCK - LONGEST_WORD) WriteBlock(writer);
-  uint8_t* next = writer->block + writer->length;
-  // A byte of ones is the only one whose complement, less one, borrows into a top bit that the byte itself
-  // has.
-  uint32_t complement = ~word;
-  if (((complement - 0x01010101U) & word & 0x80808080U) == 0) {
+  if (writer->next > writer->block + WRITE_BLOCK - LONGEST_WORD) WriteBlock(writer);
+  uint8_t* next = writer->next;
+  // Only a byte of ones has a complement that borrows when one is taken away, and a top bit of its own.
+  if (((~word - 0x01010101U) & word & 0x80808080U) == 0) {
     next[0] = static_cast<uint8_t>(word >> 24);
     next[1] = static_cast<uint8_t>(word >> 16);
     next[2] = static_cast<uint8_t>(word >> 8);
     next[3] = static_cast<uint8_t>(word);
-    writer->length += 4;
+    writer->next = next + 4;
     return;
   }
   for (int shift = 24; shift >= 0; shift -= 8) {
@@ -51,19 +46,17 @@ void PutWord(BitWriter* writer, uint32_t word) {
     *next++ = byte;
     if (byte == 0xFF) *next++ = 0;
   }
-  writer->length = static_cast<size_t>(next - writer->block);
+  writer->next = next;
 }
 
 void PutLastBits(BitWriter* writer) {
-  if (writer->room < 32) {
-    int32_t padding = writer->room % 8;
-    if (padding > 0) PutBits(writer, (1U << padding) - 1, padding);
-  }
-  while (writer->room < 32) {
-    uint8_t bytes[2] = {static_cast<uint8_t>(writer->bits >> 24), 0};
+  PendingBits* pending = &writer->pending;
+  const int32_t padding = pending->room % 8;
+  if (padding > 0) PutBits(writer, pending, (1U << padding) - 1, padding);
+  for (; pending->room < 32; pending->room += 8) {
+    const uint8_t bytes[2] = {static_cast<uint8_t>(pending->bits >> 24), 0};
     PutBytes(writer, bytes, bytes[0] == 0xFF ? 2 : 1);
-    writer->bits <<= 8;
-    writer->room += 8;
+    pending->bits <<= 8;
   }
 }
 

@@ -8,12 +8,17 @@
 
 constexpr size_t WRITE_BLOCK = 4096;
 
+// Bits that do not make a word yet.
+struct PendingBits {
+  uint32_t bits;  // the first at the top
+  int32_t room;   // how many still fit below them
+};
+
 struct BitWriter {
-  uint32_t bits;  // pending bits, the first at the top
-  int32_t room;   // bits that still fit below them
+  PendingBits pending;
   MStream* stream;
-  bool failed;  // a write has failed, and nothing more is written
-  size_t length;
+  bool failed;    // a write has failed, and nothing more is written
+  uint8_t* next;  // in the block
   uint8_t block[WRITE_BLOCK];
 };
 
@@ -31,13 +36,14 @@ void PutLastBits(BitWriter* writer);
 // Writes what is left, down to the storage: MIMG_OK when all that was put has arrived.
 int32_t FinishWriting(BitWriter* writer);
 
-// Appends the lowest `length` bits of `code`, 1 to 31; those above must be zero.
-inline void PutBits(BitWriter* writer, uint32_t code, int32_t length) {
-  writer->room -= length;
-  if (writer->room < 0) {
-    PutWord(writer, writer->bits | code >> -writer->room);
-    writer->room += 32;
-    writer->bits = 0;
+// Appends the lowest `length` bits of `code`, 1 to 31; those above must be zero. `pending` is the writer's,
+// or a copy that stays in registers for a while.
+inline void PutBits(BitWriter* writer, PendingBits* pending, uint32_t code, int32_t length) {
+  pending->room -= length;
+  if (pending->room < 0) {
+    PutWord(writer, pending->bits | code >> -pending->room);
+    pending->room += 32;
+    pending->bits = 0;
   }
-  writer->bits |= code << writer->room;
+  pending->bits |= code << pending->room;
 }

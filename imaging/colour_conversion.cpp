@@ -5,44 +5,33 @@
 // on the other byte: one table for either byte, 256 words each, gives all three shares, and one addition sums
 // them.
 //
-// A word's fields, from the top: Y in quarter levels (10 bits), Cb and Cr in half levels (11 bits each: 9,
-// and room for the sum of four pixels). Y is at the top so that it may overflow out of the word when the
-// words of four pixels are summed for their chroma.
+// A word's fields, from the top: Y in quarter levels (10 bits, and 2 for the sum of four pixels), R and B in
+// levels (8 bits and 2). Chroma is made from the sum of four pixels as B - Y and R - Y.
 #include "imaging/colour_conversion.h"
 
 namespace {
 
-constexpr int LUMA_SHIFT = 22;
-constexpr int CB_SHIFT = 11;
-constexpr int CR_SHIFT = 0;
+constexpr int LUMA_SHIFT = 20;
+constexpr int RED_SHIFT = 10;
+constexpr int BLUE_SHIFT = 0;
 
 struct ByteTable {
   uint32_t shares[256];
 };
 
-constexpr int32_t RoundedQuotient(int32_t dividend, int32_t divisor) {
-  int32_t doubled = 2 * dividend + divisor;
-  int32_t quotient = doubled / (2 * divisor);
-  return doubled % (2 * divisor) < 0 ? quotient - 1 : quotient;
-}
-
-// `chromaOffset`: the 128 levels of Cb and Cr, for one of the two tables to bring.
-constexpr uint32_t Shares(int32_t red, int32_t green, int32_t blue, int32_t chromaOffset) {
-  int32_t y = RoundedQuotient(4 * (299 * red + 587 * green + 114 * blue), 1000);
-  int32_t cb = RoundedQuotient(2 * (886 * blue - 299 * red - 587 * green), 1772) + 2 * chromaOffset;
-  int32_t cr = RoundedQuotient(2 * (701 * red - 587 * green - 114 * blue), 1402) + 2 * chromaOffset;
-  return (static_cast<uint32_t>(y) << LUMA_SHIFT) + (static_cast<uint32_t>(cb) << CB_SHIFT) +
-         (static_cast<uint32_t>(cr) << CR_SHIFT);
+constexpr uint32_t Shares(uint32_t red, uint32_t green, uint32_t blue) {
+  uint32_t luma = (4 * (299 * red + 587 * green + 114 * blue) + 500) / 1000;
+  return luma << LUMA_SHIFT | red << RED_SHIFT | blue << BLUE_SHIFT;
 }
 
 // RRRRRGGG: red, and green's upper bits. A field is widened to 8 bits by repeating its upper bits below,
 // which for green takes nothing from the lower byte.
 constexpr ByteTable MakeUpperByteTable() {
   ByteTable table{};
-  for (int32_t byte = 0; byte < 256; ++byte) {
-    int32_t red = byte >> 3;
-    int32_t green = byte & 7;
-    table.shares[byte] = Shares(red << 3 | red >> 2, green << 5 | green >> 1, 0, 128);
+  for (uint32_t byte = 0; byte < 256; ++byte) {
+    uint32_t red = byte >> 3;
+    uint32_t green = byte & 7;
+    table.shares[byte] = Shares(red << 3 | red >> 2, green << 5 | green >> 1, 0);
   }
   return table;
 }
@@ -50,10 +39,10 @@ constexpr ByteTable MakeUpperByteTable() {
 // GGGBBBBB: green's lower bits, and blue.
 constexpr ByteTable MakeLowerByteTable() {
   ByteTable table{};
-  for (int32_t byte = 0; byte < 256; ++byte) {
-    int32_t green = byte >> 5;
-    int32_t blue = byte & 31;
-    table.shares[byte] = Shares(0, green << 2, blue << 3 | blue >> 2, 0);
+  for (uint32_t byte = 0; byte < 256; ++byte) {
+    uint32_t green = byte >> 5;
+    uint32_t blue = byte & 31;
+    table.shares[byte] = Shares(0, green << 2, blue << 3 | blue >> 2);
   }
   return table;
 }
@@ -67,23 +56,24 @@ inline uint32_t Convert(const uint8_t* pixel) {
 
 // Two converted pixels' Y, as half levels.
 inline SamplePair LumaPair(uint32_t left, uint32_t right) {
-  return (right >> (LUMA_SHIFT + 1 - 16) & HIGH_SAMPLE) + (left >> (LUMA_SHIFT + 1));
+  return (right >> (LUMA_SHIFT + 1 - 16) & UPPER_HALF) + (left >> (LUMA_SHIFT + 1));
 }
 
-// The mean Cb and Cr of four converted pixels from their words' sum, as half levels.
+// The mean B - Y and R - Y of four converted pixels from their words' sum, as levels.
 inline SamplePair ChromaPair(uint32_t sum) {
-  constexpr uint32_t NINE_BITS = 0x1FF;
-  return (sum >> (CB_SHIFT + 2) & NINE_BITS) + ((sum >> (CR_SHIFT + 2) & NINE_BITS) << 16);
+  uint32_t luma = sum >> (LUMA_SHIFT + 2);  // quarter levels, as the sums of red and blue
+  uint32_t red = (sum >> RED_SHIFT & 0x3FF) - luma;
+  uint32_t blue = (sum >> BLUE_SHIFT & 0x3FF) - luma;
+  return (red << (16 - 2) & UPPER_HALF) + static_cast<uint32_t>(static_cast<int32_t>(blue) >> 2);
 }
 
 }  // namespace
 
-void ConvertMacroblock(const uint8_t* pixels, int32_t bytesPerRow, MacroblockSamples* samples) {
-  SamplePair* luma = samples->lumaTop;  // and on into lumaBottom
-  SamplePair* chroma = samples->chroma;
-  for (int row = 0; row < 16; row += 2) {
+void ConvertRows(const uint8_t* pixels, int32_t bytesPerRow, SamplePair* luma, SamplePair* chroma) {
+  for (int row = 0; row < 8; row += 2) {
     const uint8_t* upper = pixels;
     const uint8_t* lower = pixels + bytesPerRow;
+#pragma GCC unroll 4
     for (int column = 0; column < 8; column += 2) {
       uint32_t left = Convert(upper);
       uint32_t right = Convert(upper + 16);

@@ -1,18 +1,18 @@
-// From the camera's RGB565 pixels to the JPEG blocks' luma and chroma samples, 16 x 16 pixels at a time.
+// From the camera's RGB565 pixels to the JPEG blocks' luma and chroma samples.
 #pragma once
 
 #include "imaging/sample_pair.h"
 
-// A macroblock's samples, in half levels (0 to 511) and without level shift, as pairs of 8 x 8 blocks.
-struct MacroblockSamples {
-  SamplePair lumaTop[64];     // low: the left block, high: the right one
-  SamplePair lumaBottom[64];  // likewise
-  SamplePair chroma[64];      // low: Cb, high: Cr, each the mean of 2 x 2 pixels
-};
+// Converts eight rows of 16 pixels, `bytesPerRow` apart, at any address.
+//
+// `luma`: 64 pairs of samples, the left block's in the low and the right block's in the high halves, in half
+// levels, 0 to 511, without level shift.
+// `chroma`: 32 pairs, four rows of a block, each the mean of 2 x 2 pixels: B - Y low and R - Y high, in
+// levels, -226 to 226 and -179 to 179. That Cb is (B - Y) / 1.772 and Cr is (R - Y) / 1.402 is left to the
+// quantizer's divisors.
+void ConvertRows(const uint8_t* pixels, int32_t bytesPerRow, SamplePair* luma, SamplePair* chroma);
 
-// `pixels`: 16 rows of 16 pixels, `bytesPerRow` apart, at any address.
-void ConvertMacroblock(const uint8_t* pixels, int32_t bytesPerRow, MacroblockSamples* samples);
-
-// What the conversion's cutting off of bits takes from a sample on average, in 64ths of a half level.
+// What cutting off fractions has taken from a sample on average, in 64ths of its unit: a quarter of a half
+// level; 3/8 of a level, less the 3/32 by which the luma that was subtracted had been cut.
 constexpr int32_t LUMA_CUT = 16;
-constexpr int32_t CHROMA_CUT = 24;
+constexpr int32_t CHROMA_CUT = 18;

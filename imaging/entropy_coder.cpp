@@ -4,60 +4,81 @@
 
 namespace {
 
-constexpr int LENGTH_BITS = 5;
-constexpr uint32_t LENGTH_MASK = (1 << LENGTH_BITS) - 1;
-constexpr uint32_t SMALL_OFFSET = 8;
+constexpr int32_t LONGEST_RUN = 15;
+constexpr int32_t SMALL_OFFSET = 8;
+constexpr uint32_t SMALL_VALUES = 16;
+constexpr uint32_t END_OF_BLOCK = SMALL_OFFSET;                                // run 0, value 0
+constexpr uint32_t SIXTEEN_ZEROS = LONGEST_RUN * SMALL_VALUES + SMALL_OFFSET;  // run 15, value 0
 
-// The bits that a value needs: the category of T.81, tables F.1 and F.2.
-constexpr int SizeOf(int32_t value) {
+// The number of bits that code a value: the category of T.81, tables F.1 and F.2.
+constexpr int32_t SizeOf(int32_t value) {
   uint32_t magnitude = static_cast<uint32_t>(value < 0 ? -value : value);
-  return magnitude == 0 ? 0 : 32 - __builtin_clz(magnitude);
+  return 31 - __builtin_clz(2 * magnitude + 1);
 }
 
-// A code of `size` more bits: the value itself, or one less than a negative one.
-constexpr uint32_t WithValue(uint32_t codeword, int32_t value, int size) {
-  uint32_t bits = static_cast<uint32_t>(value < 0 ? value - 1 : value) & ((1U << size) - 1);
-  uint32_t code = codeword >> LENGTH_BITS << size | bits;
-  return code << LENGTH_BITS | ((codeword & LENGTH_MASK) + static_cast<uint32_t>(size));
+// A value's `size` bits: its own, or for a negative one those of the value less one.
+constexpr uint32_t ValueBits(int32_t value, int32_t size) {
+  return static_cast<uint32_t>(value + (value >> 31)) & ~(~0U << size);
 }
 
-constexpr uint32_t FindCodeword(const HuffmanTable& table, uint8_t symbol) {
-  // T.81, figures C.1 and C.2: codes of one length count up, and continue with a zero added at the next
-  // length.
-  uint32_t code = 0;
+// T.81, figures C.1 and C.2: codes of one length count up, and go on with a zero added at the next length.
+template <size_t count>
+constexpr void AssignCodes(const HuffmanTable& table, uint16_t (&codes)[count], uint8_t (&lengths)[count]) {
+  uint16_t code = 0;
   int next = 0;
-  for (uint32_t length = 1; length <= 16; ++length) {
+  for (uint8_t length = 1; length <= 16; ++length) {
     for (int i = 0; i < table.counts[length - 1]; ++i) {
-      if (table.symbols[next++] == symbol) return code << LENGTH_BITS | length;
-      ++code;
+      codes[table.symbols[next]] = code++;
+      lengths[table.symbols[next++]] = length;
     }
-    code <<= 1;
+    code = static_cast<uint16_t>(code << 1);
   }
-  return 0;
 }
 
 constexpr EntropyCodes MakeEntropyCodes(const HuffmanTable& constant, const HuffmanTable& varying) {
   EntropyCodes codes{};
-  for (uint8_t size = 0; size < 12; ++size) codes.ofConstantSize[size] = FindCodeword(constant, size);
-  for (int run = 0; run < 16; ++run) {
-    for (int size = 0; size < 11; ++size) {
-      codes.ofRunAndSize[run][size] = FindCodeword(varying, static_cast<uint8_t>(run << 4 | size));
-    }
-    for (int value = -8; value < 8; ++value) {
-      int size = SizeOf(value);
-      codes.ofRunAndCoefficient[run][value + 8] = WithValue(codes.ofRunAndSize[run][size], value, size);
+  AssignCodes(constant, codes.constantCode, codes.constantLength);
+  AssignCodes(varying, codes.code, codes.length);
+  for (int32_t run = 0; run <= LONGEST_RUN; ++run) {
+    for (int32_t value = -SMALL_OFFSET; value < SMALL_OFFSET; ++value) {
+      int32_t size = SizeOf(value);
+      int32_t symbol = run << 4 | size;
+      int32_t index = run << 4 | (value + SMALL_OFFSET);
+      codes.smallCode[index] = static_cast<uint32_t>(codes.code[symbol]) << size | ValueBits(value, size);
+      codes.smallLength[index] = static_cast<uint8_t>(codes.length[symbol] + size);
     }
   }
   return codes;
 }
 
-inline void PutCodeword(BitWriter* writer, uint32_t codeword) {
-  PutBits(writer, codeword >> LENGTH_BITS, static_cast<int32_t>(codeword & LENGTH_MASK));
+inline void PutSmall(BitWriter* writer, PendingBits* pending, uint32_t index, const EntropyCodes& codes) {
+  PutBits(writer, pending, codes.smallCode[index], codes.smallLength[index]);
 }
 
-inline void PutConstant(BitWriter* writer, int32_t difference, const EntropyCodes& codes) {
-  int size = SizeOf(difference);
-  PutCodeword(writer, WithValue(codes.ofConstantSize[size], difference, size));
+inline void PutValue(BitWriter* writer, PendingBits* pending, uint32_t code, int32_t length, int32_t value,
+                     int32_t size) {
+  PutBits(writer, pending, code << size | ValueBits(value, size), length + size);
+}
+
+// A run of zeros and the coefficient behind it.
+inline void PutCoefficient(BitWriter* writer, PendingBits* pending, int32_t run, int32_t value,
+                           const EntropyCodes& codes) {
+  uint32_t small = static_cast<uint32_t>(value + SMALL_OFFSET);
+  uint32_t zeros = static_cast<uint32_t>(run);
+  if (__builtin_expect((small | zeros) < SMALL_VALUES, 1)) {
+    PutSmall(writer, pending, zeros * SMALL_VALUES + small, codes);
+    return;
+  }
+  for (; run > LONGEST_RUN; run -= LONGEST_RUN + 1) PutSmall(writer, pending, SIXTEEN_ZEROS, codes);
+  int32_t size = SizeOf(value);
+  int32_t symbol = run << 4 | size;
+  PutValue(writer, pending, codes.code[symbol], codes.length[symbol], value, size);
+}
+
+inline void PutConstant(BitWriter* writer, PendingBits* pending, int32_t difference,
+                        const EntropyCodes& codes) {
+  int32_t size = SizeOf(difference);
+  PutValue(writer, pending, codes.constantCode[size], codes.constantLength[size], difference, size);
 }
 
 }  // namespace
@@ -66,43 +87,30 @@ constexpr EntropyCodes LUMA_CODES = MakeEntropyCodes(LUMA_CONSTANT_TABLE, LUMA_V
 constexpr EntropyCodes CHROMA_CODES = MakeEntropyCodes(CHROMA_CONSTANT_TABLE, CHROMA_VARYING_TABLE);
 
 void PutBlock(BitWriter* writer, const QuantizedBlock& block, int32_t difference, const EntropyCodes& codes) {
-  PutConstant(writer, difference, codes);
+  PendingBits pending = writer->pending;
+  PutConstant(writer, &pending, difference, codes);
 
-  int position = 1;
-  const int32_t* coefficients = block.coefficients;
-  uint32_t flags = block.nonZero[0] << 1;
-  int half = 0;
-  int last = 0;
-  for (;;) {
-    if (flags == 0) {
-      if (half == 1) break;
-      half = 1;
-      position = 32;
-      flags = block.nonZero[1];
-      continue;
+  const int32_t* next = block.coefficients + 1;
+  uint32_t flags = block.nonZero[0] << 1;  // the first is that of the coefficient that is next
+  int32_t run = 0;
+  for (const int32_t* end = block.coefficients + 32;; end += 32) {
+    while (flags != 0) {
+      int32_t zeros = __builtin_clz(flags);
+      flags = flags << zeros << 1;
+      next += zeros;
+      PutCoefficient(writer, &pending, run + zeros, *next++, codes);
+      run = 0;
     }
-    int skipped = __builtin_clz(flags);
-    flags = flags << skipped << 1;
-    position += skipped;
-    int run = position - last - 1;
-    last = position;
-    int32_t value = coefficients[position++];
-    while (run > 15) {
-      PutCodeword(writer, codes.ofRunAndCoefficient[15][SMALL_OFFSET]);
-      run -= 16;
-    }
-    uint32_t index = static_cast<uint32_t>(value) + SMALL_OFFSET;
-    if (index < 16) {
-      PutCodeword(writer, codes.ofRunAndCoefficient[run][index]);
-    } else {
-      int size = SizeOf(value);
-      PutCodeword(writer, WithValue(codes.ofRunAndSize[run][size], value, size));
-    }
+    run += static_cast<int32_t>(end - next);
+    if (end == block.coefficients + 64) break;
+    next = end;
+    flags = block.nonZero[1];
   }
-  if (last != 63) PutCodeword(writer, codes.ofRunAndCoefficient[0][SMALL_OFFSET]);
+  if (run > 0) PutSmall(writer, &pending, END_OF_BLOCK, codes);
+  writer->pending = pending;
 }
 
 void PutPlainBlock(BitWriter* writer, const EntropyCodes& codes) {
-  PutConstant(writer, 0, codes);
-  PutCodeword(writer, codes.ofRunAndCoefficient[0][SMALL_OFFSET]);
+  PutConstant(writer, &writer->pending, 0, codes);
+  PutSmall(writer, &writer->pending, END_OF_BLOCK, codes);
 }

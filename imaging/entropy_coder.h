@@ -2,14 +2,17 @@
 #pragma once
 
 #include "imaging/bit_writer.h"
-#include "imaging/quantizer.h"
+#include "imaging/block_pair.h"
 
-// Codes as the coder wants them. A codeword is bits << 5 | length; in the tables indexed by coefficients the
-// bits are those of the Huffman code and of the coefficient behind it.
+// Codes as the coder wants them. Small coefficients, which nearly all are, have the bits of their value
+// joined to the code of their run of zeros and size.
 struct EntropyCodes {
-  uint32_t ofConstantSize[12];
-  uint32_t ofRunAndSize[16][11];
-  uint32_t ofRunAndCoefficient[16][16];  // for coefficients from -8 to 7; 0 stands for the run's own symbol
+  uint16_t constantCode[12];  // by size
+  uint8_t constantLength[12];
+  uint16_t code[256];  // by run and size, as symbols of the Huffman tables
+  uint8_t length[256];
+  uint32_t smallCode[256];  // by run * 16 + value + 8, for values from -8 to 7; 0 stands for the bare run
+  uint8_t smallLength[256];
 };
 
 extern const EntropyCodes LUMA_CODES;

@@ -20,8 +20,8 @@ struct JpegEncoder {
   MMemContext* memory;
   MStream* stream;
   int32_t previous[3];  // constant coefficients of Y, Cb, Cr
-  MacroblockSamples samples;
-  QuantizedBlock blocks[2];
+  BlockPair luma;
+  BlockPair chroma;
   uint8_t edge[MACROBLOCK][MACROBLOCK * BYTES_PER_PIXEL];
   BitWriter writer;
 };
@@ -42,8 +42,8 @@ void ReplicateEdges(JpegEncoder* encoder, const uint8_t* pixels, int32_t bytesPe
   }
 }
 
-void EncodeComponentBlock(JpegEncoder* encoder, int component, const QuantizedBlock& block,
-                          const EntropyCodes& codes) {
+void EncodeBlock(JpegEncoder* encoder, int component, const QuantizedBlock& block,
+                 const EntropyCodes& codes) {
   int32_t constant = block.coefficients[0];
   PutBlock(&encoder->writer, block, constant - encoder->previous[component], codes);
   encoder->previous[component] = constant;
@@ -52,29 +52,28 @@ void EncodeComponentBlock(JpegEncoder* encoder, int component, const QuantizedBl
 // `across` and `down`: how many of the two blocks either way show any of the picture.
 void EncodeMacroblock(JpegEncoder* encoder, const uint8_t* pixels, int32_t bytesPerRow, int across,
                       int down) {
-  ConvertMacroblock(pixels, bytesPerRow, &encoder->samples);
-
-  QuantizedBlock* left = &encoder->blocks[0];
-  QuantizedBlock* right = &encoder->blocks[1];
-  for (int i = 0; i < 2; ++i) {
-    if (i >= down) {
+  BlockPair* luma = &encoder->luma;
+  BlockPair* chroma = &encoder->chroma;
+  for (int half = 0; half < 2; ++half) {
+    ConvertRows(pixels + 8 * half * static_cast<intptr_t>(bytesPerRow), bytesPerRow, luma->samples,
+                chroma->samples + 32 * half);
+    if (half >= down) {
       PutPlainBlock(&encoder->writer, LUMA_CODES);
       PutPlainBlock(&encoder->writer, LUMA_CODES);
       continue;
     }
-    TransformAndQuantize(i == 0 ? encoder->samples.lumaTop : encoder->samples.lumaBottom, LUMA_QUANTIZER,
-                         left, right);
-    EncodeComponentBlock(encoder, 0, *left, LUMA_CODES);
+    TransformAndQuantize(luma, LUMA_TABLE);
+    EncodeBlock(encoder, 0, luma->low, LUMA_CODES);
     if (across == 2) {
-      EncodeComponentBlock(encoder, 0, *right, LUMA_CODES);
+      EncodeBlock(encoder, 0, luma->high, LUMA_CODES);
     } else {
       PutPlainBlock(&encoder->writer, LUMA_CODES);
     }
   }
 
-  TransformAndQuantize(encoder->samples.chroma, CHROMA_QUANTIZER, left, right);
-  EncodeComponentBlock(encoder, 1, *left, CHROMA_CODES);
-  EncodeComponentBlock(encoder, 2, *right, CHROMA_CODES);
+  TransformAndQuantize(chroma, CHROMA_TABLE);
+  EncodeBlock(encoder, 1, chroma->low, CHROMA_CODES);
+  EncodeBlock(encoder, 2, chroma->high, CHROMA_CODES);
 }
 
 int32_t EncodeFrame(MImgEncoder* face, const uint8_t* pixels, int32_t bytesPerRow) {

@@ -1,7 +1,7 @@
 #include "imaging/jpeg_header.h"
 
 #include "imaging/huffman_tables.h"
-#include "imaging/quantizer.h"
+#include "imaging/quantization_tables.h"
 #include "imaging/zigzag.h"
 
 namespace {
@@ -14,9 +14,9 @@ void PutSegment(BitWriter* writer, const uint8_t (&bytes)[size]) {
   PutBytes(writer, bytes, size);
 }
 
-void PutQuantizationTable(BitWriter* writer, uint8_t id, const Quantizer& quantizer) {
+void PutQuantizationTable(BitWriter* writer, uint8_t id, const QuantizationTable& table) {
   uint8_t segment[5 + 64] = {0xFF, 0xDB, 0, 2 + 1 + 64, id};
-  for (int i = 0; i < 64; ++i) segment[5 + ZIGZAG_POSITION[i]] = quantizer.steps[i];
+  for (int i = 0; i < 64; ++i) segment[5 + ZIGZAG_POSITION[i]] = table.steps[i];
   PutSegment(writer, segment);
 }
 
@@ -73,8 +73,8 @@ void PutHeader(BitWriter* writer, int32_t width, int32_t height) {
       0,    63,   0x00  // all coefficients at once, in full
   };
   PutSegment(writer, start);
-  PutQuantizationTable(writer, LUMA, LUMA_QUANTIZER);
-  PutQuantizationTable(writer, CHROMA, CHROMA_QUANTIZER);
+  PutQuantizationTable(writer, LUMA, LUMA_TABLE);
+  PutQuantizationTable(writer, CHROMA, CHROMA_TABLE);
   PutFrameHeader(writer, width, height);
   PutHuffmanTable(writer, 0x00, LUMA, LUMA_CONSTANT_TABLE);
   PutHuffmanTable(writer, 0x10, LUMA, LUMA_VARYING_TABLE);

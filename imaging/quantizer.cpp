@@ -1,153 +1,113 @@
 #include "imaging/quantizer.h"
 
-#include "imaging/colour_conversion.h"
+#include <bit>
+
 #include "imaging/forward_dct.h"
-#include "imaging/zigzag.h"
 
 namespace {
 
-// ITU-T T.81, tables K.1 and K.2.
-constexpr uint8_t STANDARD_LUMA_STEPS[64] = {
-    16, 11, 10, 16, 24,  40,  51,  61,   //
-    12, 12, 14, 19, 26,  58,  60,  55,   //
-    14, 13, 16, 24, 40,  57,  69,  56,   //
-    14, 17, 22, 29, 51,  87,  80,  62,   //
-    18, 22, 37, 56, 68,  109, 103, 77,   //
-    24, 35, 55, 64, 81,  104, 113, 92,   //
-    49, 64, 78, 87, 103, 121, 120, 101,  //
-    72, 92, 95, 98, 112, 100, 103, 99,
-};
-constexpr uint8_t STANDARD_CHROMA_STEPS[64] = {
-    17, 18, 24, 47, 99, 99, 99, 99,  //
-    18, 21, 26, 66, 99, 99, 99, 99,  //
-    24, 26, 56, 99, 99, 99, 99, 99,  //
-    47, 66, 99, 99, 99, 99, 99, 99,  //
-    99, 99, 99, 99, 99, 99, 99, 99,  //
-    99, 99, 99, 99, 99, 99, 99, 99,  //
-    99, 99, 99, 99, 99, 99, 99, 99,  //
-    99, 99, 99, 99, 99, 99, 99, 99,
-};
-
-// The samples' half levels double the coefficients; two transforms by sqrt(8) make them 8 times too large.
-constexpr int64_t SAMPLE_SCALE = 16;
-
-constexpr int32_t ROUNDING = 1 << (DIVISOR_BITS - 1);
-
-// `cut`: what a sample is too small on average, in 64ths; the constant coefficient is the sum of 64 samples.
-constexpr Quantizer MakeQuantizer(const uint8_t (&standard)[64], int32_t cut) {
-  static_assert(QUALITY >= 50 && QUALITY <= 100);
-  Quantizer quantizer{};
-  for (int row = 0; row < 8; ++row) {
-    for (int column = 0; column < 8; ++column) {
-      int step = (standard[8 * row + column] * (200 - 2 * QUALITY) + 50) / 100;
-      if (step < 1) step = 1;
-      quantizer.steps[8 * row + column] = static_cast<uint8_t>(step);
-
-      int64_t scale = DCT_SCALE[row] * DCT_SCALE[column] / 1000000000 * SAMPLE_SCALE * step;
-      int64_t reciprocal = ((int64_t{1000000000} << DIVISOR_BITS) + scale / 2) / scale;
-      quantizer.reciprocals[8 * column + row] = static_cast<int16_t>(reciprocal);
-    }
-  }
-  constexpr int32_t levelShift = 64 * 256;
-  quantizer.constantRounding = ROUNDING - quantizer.reciprocals[0] * (levelShift - cut);
-
-  // The transform of a column keeps its energy, apart from the scale, so that no coefficient can be larger
-  // than the root of it: with less than half the smallest step all of them round to zero.
-  for (int column = 0; column < 8; ++column) {
-    int64_t smallest = 255;
-    for (int row = 0; row < 8; ++row) {
-      int64_t step = quantizer.steps[8 * row + column];
-      if (step < smallest) smallest = step;
-    }
-    int64_t scale = DCT_SCALE[column] / 1000;
-    // (smallest / 2)^2 * (2 * sqrt(8) * scale)^2
-    quantizer.negligible[column] =
-        static_cast<int32_t>(8 * smallest * smallest * scale * scale / 1000000000000 - 1);
-  }
-  return quantizer;
+inline void Keep(int32_t coefficient, uint32_t position, QuantizedBlock* block) {
+  if (coefficient == 0) return;
+  block->coefficients[position] = coefficient;
+  block->nonZero[position / 32] |= std::rotr(0x80000000U, static_cast<int>(position));
 }
 
-static_assert(ZIGZAG_POSITION[63] == 63);
-
-template <int position>
-inline void Quantize(int32_t scaled, QuantizedBlock* block, uint32_t (&nonZero)[2]) {
-  int32_t coefficient = scaled >> DIVISOR_BITS;
-  if (coefficient != 0) {
-    block->coefficients[position] = coefficient;
-    nonZero[position / 32] |= 0x80000000U >> position % 32;
-  }
+// Keeps both blocks' coefficients of one position where they are not zero. They have `fractionBits` bits of
+// fraction, and half a unit has been added for rounding. Most are zero in both blocks, and take one
+// comparison.
+template <int fractionBits>
+inline void KeepPair(ProductPair quotients, const uint8_t* positions, BlockPair* pair) {
+  if (__builtin_expect(static_cast<uint32_t>(quotients.low | quotients.high) < 1U << fractionBits, 1)) return;
+  const uint32_t position = *positions;
+  Keep(quotients.low >> fractionBits, position, &pair->low);
+  Keep(quotients.high >> fractionBits, position, &pair->high);
 }
 
-template <int column, int row>
-inline void QuantizePair(SamplePair pair, const Quantizer& quantizer, QuantizedBlock* low,
-                         QuantizedBlock* high, uint32_t (&lowNonZero)[2], uint32_t (&highNonZero)[2]) {
-  constexpr int position = ZIGZAG_POSITION[8 * row + column];
-  int32_t reciprocal = quantizer.reciprocals[8 * column + row];
-  if constexpr (position == 0) {
-    low->coefficients[0] = AddLowProduct(quantizer.constantRounding, pair, reciprocal) >> DIVISOR_BITS;
-    high->coefficients[0] = AddHighProduct(quantizer.constantRounding, pair, reciprocal) >> DIVISOR_BITS;
-  } else {
-    Quantize<position>(AddLowProduct(ROUNDING, pair, reciprocal), low, lowNonZero);
-    Quantize<position>(AddHighProduct(ROUNDING, pair, reciprocal), high, highNonZero);
-  }
+// sums + samples / divisors
+inline ProductPair AddQuotients(ProductPair sums, SamplePair samples, SamplePair reciprocals) {
+  return {AddProduct<LOW, LOW>(sums.low, samples, reciprocals),
+          AddProduct<HIGH, HIGH>(sums.high, samples + HALF_A_UNIT, reciprocals)};
 }
 
-inline bool IsNegligible(const SamplePair (&s)[8], int32_t limit) {
+template <int row>
+inline void Quantize(SamplePair samples, const ColumnTable& column, BlockPair* pair) {
+  constexpr int32_t half = 1 << (RECIPROCAL_BITS - 1);
+  const ProductPair rounding =
+      row == 0 ? ProductPair{column.rounding[0], column.rounding[1]} : ProductPair{half, half};
+  KeepPair<RECIPROCAL_BITS>(AddQuotients(rounding, samples, column.reciprocals[row]), &column.positions[row],
+                            pair);
+}
+
+// The samples have FACTOR_BITS bits of fraction.
+template <int row>
+inline void Quantize(ProductPair samples, const ColumnTable& column, BlockPair* pair) {
+  constexpr int fractionBits = RECIPROCAL_BITS + FACTOR_BITS - 16;
+  constexpr int32_t half = 1 << (fractionBits - 1);
+  const SamplePair reciprocals = column.reciprocals[row];
+  KeepPair<fractionBits>({AddWideProduct<LOW>(half, samples.low, reciprocals),
+                          AddWideProduct<HIGH>(half, samples.high, reciprocals)},
+                         &column.positions[row], pair);
+}
+
+// Transforms and quantizes a column of transformed rows: TransformRow's arithmetic, but for the products,
+// which go to the quantizer unrounded.
+inline void QuantizeColumn(const SamplePair* samples, const ColumnTable& column, BlockPair* pair) {
+  const Folded in = Fold(samples, 8);
+
+  const SamplePair outer = in.sum[0] + in.sum[3];
+  const SamplePair inner = in.sum[1] + in.sum[2];
+  Quantize<0>(outer + inner, column, pair);
+  Quantize<4>(outer - inner, column, pair);
+
+  const uint32_t cos2One = Whole(LOW_COS_2_HIGH_ONE);
+  const SamplePair slope = in.sum[0] - in.sum[3];
+  const ProductPair wideSlope = AddProducts<HIGH>({0, 0}, slope, cos2One);
+  const ProductPair second = AddProducts<LOW>(wideSlope, slope + in.sum[1] - in.sum[2], cos2One);
+  Quantize<2>(second, column, pair);
+  Quantize<6>(Reflect(second, wideSlope), column, pair);
+
+  const uint32_t cos13 = Whole(LOW_COS_1_HIGH_COS_3);
+  const SamplePair far = in.difference[0] + in.difference[1];
+  const SamplePair middle = in.difference[1] + in.difference[2];
+  const SamplePair near = in.difference[2] + in.difference[3];
+  const ProductPair outermost = AddProducts<HIGH>({0, 0}, in.difference[0], cos2One);
+
+  const ProductPair plus = AddProducts<LOW>(outermost, middle, cos2One);
+  const ProductPair first = AddProducts<HIGH>(AddProducts<LOW>(plus, far, cos13), near, cos13);
+  Quantize<1>(first, column, pair);
+  Quantize<7>(Reflect(first, plus), column, pair);
+
+  const ProductPair minus = Reflect(plus, outermost);
+  const ProductPair fifth =
+      AddProducts<LOW>(AddProducts<LOW>(minus, near, cos13), far, Whole(0U - COS_3_PI_8));
+  Quantize<5>(fifth, column, pair);
+  Quantize<3>(Reflect(fifth, minus), column, pair);
+}
+
+inline bool IsNegligible(const SamplePair* samples, const ColumnTable& column) {
+  if (column.negligible[0] < 0) return false;
   int32_t low = 0;
   int32_t high = 0;
-  for (SamplePair pair : s) {
-    low = AddLowSquare(low, pair);
-    high = AddHighSquare(high, pair);
+#pragma GCC unroll 8
+  for (int row = 0; row < 8; ++row) {
+    const SamplePair both = samples[8 * row];
+    low = AddProduct<LOW, LOW>(low, both, both);
+    high = AddProduct<HIGH, HIGH>(high, both + HALF_A_UNIT, both + HALF_A_UNIT);
   }
-  return low <= limit && high <= limit;
-}
-
-template <int column>
-__attribute__((noinline)) void QuantizeColumn(const SamplePair* samples, const Quantizer& quantizer,
-                                              QuantizedBlock* low, QuantizedBlock* high) {
-  SamplePair s[8];
-  for (int row = 0; row < 8; ++row) s[row] = samples[8 * row + column];
-  if constexpr (column >= 4) {
-    if (IsNegligible(s, quantizer.negligible[column])) return;
-  }
-  TransformEight(s);
-  uint32_t lowNonZero[2] = {low->nonZero[0], low->nonZero[1]};
-  uint32_t highNonZero[2] = {high->nonZero[0], high->nonZero[1]};
-  QuantizePair<column, 0>(s[0], quantizer, low, high, lowNonZero, highNonZero);
-  QuantizePair<column, 1>(s[1], quantizer, low, high, lowNonZero, highNonZero);
-  QuantizePair<column, 2>(s[2], quantizer, low, high, lowNonZero, highNonZero);
-  QuantizePair<column, 3>(s[3], quantizer, low, high, lowNonZero, highNonZero);
-  QuantizePair<column, 4>(s[4], quantizer, low, high, lowNonZero, highNonZero);
-  QuantizePair<column, 5>(s[5], quantizer, low, high, lowNonZero, highNonZero);
-  QuantizePair<column, 6>(s[6], quantizer, low, high, lowNonZero, highNonZero);
-  QuantizePair<column, 7>(s[7], quantizer, low, high, lowNonZero, highNonZero);
-  low->nonZero[0] = lowNonZero[0];
-  low->nonZero[1] = lowNonZero[1];
-  high->nonZero[0] = highNonZero[0];
-  high->nonZero[1] = highNonZero[1];
+  return low <= column.negligible[0] && high <= column.negligible[1];
 }
 
 }  // namespace
 
-constexpr Quantizer LUMA_QUANTIZER = MakeQuantizer(STANDARD_LUMA_STEPS, LUMA_CUT);
-constexpr Quantizer CHROMA_QUANTIZER = MakeQuantizer(STANDARD_CHROMA_STEPS, CHROMA_CUT);
+void TransformAndQuantize(BlockPair* pair, const QuantizationTable& table) {
+  for (int row = 0; row < 8; ++row) TransformRow(pair->samples + 8 * row);
 
-void TransformAndQuantize(SamplePair* samples, const Quantizer& quantizer, QuantizedBlock* low,
-                          QuantizedBlock* high) {
-  for (int row = 0; row < 8; ++row) {
-    SamplePair s[8];
-    for (int column = 0; column < 8; ++column) s[column] = samples[8 * row + column];
-    TransformEight(s);
-    for (int column = 0; column < 8; ++column) samples[8 * row + column] = s[column];
+  pair->low.nonZero[0] = pair->low.nonZero[1] = 0;
+  pair->high.nonZero[0] = pair->high.nonZero[1] = 0;
+  pair->low.coefficients[0] = pair->high.coefficients[0] = 0;
+  const SamplePair* samples = pair->samples;
+  for (const ColumnTable& column : table.columns) {
+    if (!IsNegligible(samples, column)) QuantizeColumn(samples, column, pair);
+    ++samples;
   }
-  low->nonZero[0] = low->nonZero[1] = 0;
-  high->nonZero[0] = high->nonZero[1] = 0;
-  QuantizeColumn<0>(samples, quantizer, low, high);
-  QuantizeColumn<1>(samples, quantizer, low, high);
-  QuantizeColumn<2>(samples, quantizer, low, high);
-  QuantizeColumn<3>(samples, quantizer, low, high);
-  QuantizeColumn<4>(samples, quantizer, low, high);
-  QuantizeColumn<5>(samples, quantizer, low, high);
-  QuantizeColumn<6>(samples, quantizer, low, high);
-  QuantizeColumn<7>(samples, quantizer, low, high);
 }

@@ -1,12 +1,12 @@
 // Two samples in one 32-bit word, so that one addition works on two blocks at once on a processor without
 // vector instructions.
 //
-// A pair of samples (low, high) is the number low + 65536 * high, with signed samples. Sums, differences and
-// left shifts of such numbers are the pairs of the samples' sums, differences and shifts, as long as every
-// sample keeps to 16 bits; no mask is needed. Only reading the high sample as the word's upper half is
-// inexact: it reads one too small when the low one is negative, since that one has borrowed. The samples
-// carry a fraction bit below the picture's levels, and the coefficients made from them are at least eight
-// times as fine, so this never shows.
+// A pair of signed samples (low, high) is the number low + 65536 * high. Sums, differences and multiples of
+// such numbers are the pairs of the samples' own, with no mask, as long as every sample keeps to 16 bits. The
+// word's lower half is the low sample; its upper half is the high one, less one when the low one is negative
+// and has borrowed from it, so the upper half is read after half a unit has been added to the number.
+//
+// Products leave the pair: they are sums of 32 bits, one for either sample.
 #pragma once
 
 #include <cstdint>
@@ -16,59 +16,55 @@
 
 using SamplePair = uint32_t;
 
-constexpr uint32_t HIGH_SAMPLE = 0xFFFF0000;
+struct ProductPair {
+  int32_t low;
+  int32_t high;
+};
 
-// sum + the pair's low (high) sample * factor, for a factor of 16 bits: the processor's SMLABB and SMLATB.
-inline int32_t AddLowProduct(int32_t sum, SamplePair pair, int32_t factor) {
+enum Half { LOW, HIGH };
+
+constexpr uint32_t UPPER_HALF = 0xFFFF0000;
+constexpr SamplePair HALF_A_UNIT = 0x8000;
+
+template <Half half>
+inline int32_t SignedHalf(uint32_t word) {
+  return static_cast<int16_t>(half == LOW ? word : word >> 16);
+}
+
+// sum + a half of `a` * a half of `b`: the phone's SMLABB, SMLABT, SMLATB and SMLATT.
+template <Half halfOfA, Half halfOfB>
+inline int32_t AddProduct(int32_t sum, uint32_t a, uint32_t b) {
 #ifdef __ARM_FEATURE_DSP
-  return __smlabb(static_cast<int32_t>(pair), factor, sum);
+  const int32_t x = static_cast<int32_t>(a);
+  const int32_t y = static_cast<int32_t>(b);
+  if constexpr (halfOfA == LOW && halfOfB == LOW) return __smlabb(x, y, sum);
+  if constexpr (halfOfA == LOW && halfOfB == HIGH) return __smlabt(x, y, sum);
+  if constexpr (halfOfA == HIGH && halfOfB == LOW) return __smlatb(x, y, sum);
+  if constexpr (halfOfA == HIGH && halfOfB == HIGH) return __smlatt(x, y, sum);
 #else
-  return sum + static_cast<int16_t>(pair) * factor;
+  return sum + SignedHalf<halfOfA>(a) * SignedHalf<halfOfB>(b);
 #endif
 }
 
-inline int32_t AddHighProduct(int32_t sum, SamplePair pair, int32_t factor) {
+// sum + a * a half of `b` / 65536, rounded down: the phone's SMLAWB and SMLAWT.
+template <Half halfOfB>
+inline int32_t AddWideProduct(int32_t sum, int32_t a, uint32_t b) {
 #ifdef __ARM_FEATURE_DSP
-  return __smlatb(static_cast<int32_t>(pair), factor, sum);
+  const int32_t y = static_cast<int32_t>(b);
+  return halfOfB == LOW ? __smlawb(a, y, sum) : __smlawt(a, y, sum);
 #else
-  return sum + static_cast<int16_t>(pair >> 16) * factor;
+  return sum + static_cast<int32_t>(static_cast<int64_t>(a) * SignedHalf<halfOfB>(b) >> 16);
 #endif
 }
 
-// sum + the pair's low (high) sample squared.
-inline int32_t AddLowSquare(int32_t sum, SamplePair pair) {
-#ifdef __ARM_FEATURE_DSP
-  return __smlabb(static_cast<int32_t>(pair), static_cast<int32_t>(pair), sum);
-#else
-  return sum + static_cast<int16_t>(pair) * static_cast<int16_t>(pair);
-#endif
+// The sums and both samples' products with one factor, a half of `factors`.
+template <Half half>
+inline ProductPair AddProducts(ProductPair sums, SamplePair samples, uint32_t factors) {
+  return {AddProduct<LOW, half>(sums.low, samples, factors),
+          AddProduct<HIGH, half>(sums.high, samples + HALF_A_UNIT, factors)};
 }
 
-inline int32_t AddHighSquare(int32_t sum, SamplePair pair) {
-#ifdef __ARM_FEATURE_DSP
-  return __smlatt(static_cast<int32_t>(pair), static_cast<int32_t>(pair), sum);
-#else
-  return sum + static_cast<int16_t>(pair >> 16) * static_cast<int16_t>(pair >> 16);
-#endif
-}
-
-constexpr int FACTOR_BITS = 15;
-constexpr int32_t FACTOR_ROUNDING = 1 << (FACTOR_BITS - 1);
-
-// The pair of two products with FACTOR_BITS bits of fraction.
-inline SamplePair PairOfProducts(int32_t low, int32_t high) {
-  static_assert(FACTOR_BITS == 15);
-  return (static_cast<uint32_t>(high) << 1 & HIGH_SAMPLE) + static_cast<uint32_t>(low >> FACTOR_BITS);
-}
-
-// pair * factor, rounded.
-inline SamplePair Scale(SamplePair pair, int32_t factor) {
-  return PairOfProducts(AddLowProduct(FACTOR_ROUNDING, pair, factor),
-                        AddHighProduct(FACTOR_ROUNDING, pair, factor));
-}
-
-// a * factorA + b * factorB, rounded once.
-inline SamplePair Combine(SamplePair a, int32_t factorA, SamplePair b, int32_t factorB) {
-  return PairOfProducts(AddLowProduct(AddLowProduct(FACTOR_ROUNDING, a, factorA), b, factorB),
-                        AddHighProduct(AddHighProduct(FACTOR_ROUNDING, a, factorA), b, factorB));
+// From a + b and a to a - b.
+inline ProductPair Reflect(ProductPair sum, ProductPair a) {
+  return {2 * a.low - sum.low, 2 * a.high - sum.high};
 }
