@@ -1,12 +1,10 @@
-// The JFIF conversion is linear in the red, green and blue levels:
-//   Y = 0.299 R + 0.587 G + 0.114 B,  Cb = 128 + (B - Y) / 1.772,  Cr = 128 + (R - Y) / 1.402
-// and a field's level is linear in the field's upper and its lower bits apart, even green, whose six bits lie
-// across the pixel's two bytes. So each byte of a pixel brings a share of Y, Cb and Cr that does not depend
-// on the other byte: one table for either byte, 256 words each, gives all three shares, and one addition sums
-// them.
+// JFIF's luma is Y = 0.299 R + 0.587 G + 0.114 B, and its chroma needs but B - Y and R - Y besides. A field's
+// level is the sum of what its upper and its lower bits bring, even green's, whose six bits lie across the
+// pixel's two bytes. So each byte of a pixel brings shares of Y, R and B that do not depend on the other
+// byte: one table for either byte, 256 words each, gives all three shares, and one addition sums them.
 //
 // A word's fields, from the top: Y in quarter levels (10 bits, and 2 for the sum of four pixels), R and B in
-// levels (8 bits and 2). Chroma is made from the sum of four pixels as B - Y and R - Y.
+// levels (8 bits and 2). Chroma is made from the sum of four pixels, which holds R and B exactly.
 #include "imaging/colour_conversion.h"
 
 namespace {
