@@ -1,0 +1,170 @@
+#include "simulator/models/radio.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "simulator/command_words.h"
+
+namespace simulator {
+namespace {
+
+// linux/videodev.h of kernel 2.4.
+struct AudioRecord {
+  int32_t audio;
+  uint16_t volume, bass, treble;
+  uint32_t flags;
+  char name[16];
+  uint16_t mode, balance, step;
+};
+static_assert(sizeof(AudioRecord) == 40);
+struct TunerRecord {
+  int32_t tuner;
+  char name[32];
+  uint32_t range_low, range_high;
+  uint32_t flags;
+  uint16_t mode, signal;
+};
+static_assert(sizeof(TunerRecord) == 52);
+
+constexpr uint32_t SET_FREQUENCY = 0x4004760F;
+constexpr uint32_t GET_FREQUENCY = 0x8004760E;
+constexpr uint32_t SET_AUDIO = 0x40287611;
+constexpr uint32_t GET_TUNER = 0xC0347604;
+constexpr uint32_t SET_EXTRA = 0xC0087301;
+
+constexpr uint32_t AUDIO_MUTE = 1;
+constexpr uint16_t SOUND_STEREO = 2;
+constexpr uint32_t TUNER_STEREO_ON = 128;
+constexpr uint16_t VIDEO_MODE_AUTO = 3;
+
+constexpr uint32_t BAND_LOW = 1400;  // 87.5 MHz
+constexpr uint32_t BAND_HIGH = 1728;
+constexpr uint32_t STATION_WIDTH = 4;  // to either side, 250 kHz
+
+uint16_t SignalOf(const Radio::Station& station, uint32_t frequency) {
+  const auto distance =
+      static_cast<uint32_t>(std::abs(static_cast<int32_t>(frequency) - static_cast<int32_t>(station.frequency)));
+  if (distance >= STATION_WIDTH) return 0;
+  return static_cast<uint16_t>(station.strength * (STATION_WIDTH - distance) / STATION_WIDTH);
+}
+
+}  // namespace
+
+Radio::Radio(PhoneServices& phone) : DeviceModel(phone) {
+  state.stations = {{1416, 31000, true},  {1464, 58000, true},  {1512, 12000, false},
+                    {1576, 46000, true},  {1624, 65535, true},  {1672, 22000, false},
+                    {1712, 39000, false}};
+}
+
+std::vector<std::string> Radio::Paths() const {
+  return {"/dev/v4l/radio0"};
+}
+
+OpenAnswer Radio::Open(const OpenCall& call) {
+  return OpenAnswer::Descriptor(device_.Open(call));
+}
+
+uint16_t Radio::Signal() const {
+  uint16_t signal = state.noise;
+  for (const Station& station : state.stations) {
+    signal = std::max(signal, SignalOf(station, state.frequency));
+  }
+  return signal;
+}
+
+bool Radio::HearsStereo() const {
+  constexpr uint16_t STEREO_THRESHOLD = 20000;
+  return state.stereo && std::ranges::any_of(state.stations, [this](const Station& station) {
+           return station.stereo && SignalOf(station, state.frequency) >= STEREO_THRESHOLD;
+         });
+}
+
+RequestAnswer Radio::Request(DriverRequest& request) {
+  switch (request.number) {
+    case SET_FREQUENCY:
+      return SetFrequency(request);
+    case SET_AUDIO:
+      return SetAudio(request);
+    case SET_EXTRA:
+      return SetExtra(request);
+    case GET_FREQUENCY:
+      return Deliver(request, state.frequency);
+    case GET_TUNER:
+      return GetTuner(request);
+    default:
+      return RequestAnswer::Refusal(EINVAL);
+  }
+}
+
+template <typename Record>
+RequestAnswer Radio::Deliver(DriverRequest& request, const Record& record) {
+  if (state.writes_nothing || request.WriteRecord(record)) return RequestAnswer::Success();
+  return RequestAnswer::Refusal(EFAULT);
+}
+
+RequestAnswer Radio::SetFrequency(DriverRequest& request) {
+  const auto frequency = request.ReadRecord<uint32_t>();
+  if (!frequency) return RequestAnswer::Refusal(EFAULT);
+  if (*frequency < BAND_LOW || *frequency > BAND_HIGH) return RequestAnswer::Refusal(EINVAL);
+  state.frequency = *frequency;
+  return RequestAnswer::Success();
+}
+
+RequestAnswer Radio::SetAudio(DriverRequest& request) {
+  const auto audio = request.ReadRecord<AudioRecord>();
+  if (!audio) return RequestAnswer::Refusal(EFAULT);
+  if (audio->audio != 0) return RequestAnswer::Refusal(EINVAL);
+  state.volume = audio->volume;
+  state.muted = (audio->flags & AUDIO_MUTE) != 0;
+  state.stereo = audio->mode == SOUND_STEREO;
+  return RequestAnswer::Success();
+}
+
+RequestAnswer Radio::SetExtra(DriverRequest& request) {
+  return request.Read(state.extra, sizeof state.extra) ? RequestAnswer::Success()
+                                                       : RequestAnswer::Refusal(EFAULT);
+}
+
+RequestAnswer Radio::GetTuner(DriverRequest& request) {
+  const auto asked = request.ReadRecord<TunerRecord>();
+  if (!asked) return RequestAnswer::Refusal(EFAULT);
+  if (asked->tuner != 0) return RequestAnswer::Refusal(EINVAL);
+  TunerRecord tuner = {0, "FM", BAND_LOW, BAND_HIGH, 0, VIDEO_MODE_AUTO, Signal()};
+  if (HearsStereo()) tuner.flags = TUNER_STEREO_ON;
+  return Deliver(request, tuner);
+}
+
+std::vector<ModelCommand> Radio::Commands() {
+  return {{"radio", "[station FREQUENCY SIGNAL | silence]",
+           "tells what the radio receives, adds a mono station (1/16 MHz, signal to 65535), or takes all away",
+           [this](const std::vector<std::string>& words) { return Command(words); }}};
+}
+
+std::string Radio::Command(const std::vector<std::string>& words) {
+  if (words.size() == 3 && words[0] == "station") {
+    const int64_t frequency = NumberWord(words[1]);
+    const int64_t signal = NumberWord(words[2]);
+    if (frequency < BAND_LOW || frequency > BAND_HIGH || signal < 0 || signal > UINT16_MAX) {
+      throw std::invalid_argument(
+          fmt::format("A station has a frequency of {} to {} and a signal of 0 to 65535.", BAND_LOW, BAND_HIGH));
+    }
+    state.stations.push_back({static_cast<uint32_t>(frequency), static_cast<uint16_t>(signal), false});
+  } else if (words.size() == 1 && words[0] == "silence") {
+    state.stations.clear();
+  } else if (!words.empty()) {
+    throw std::invalid_argument("radio takes station FREQUENCY SIGNAL, silence or nothing.");
+  }
+  std::string text = fmt::format("tuned to {}, signal {}, volume {}{}{}\n", state.frequency, Signal(),
+                                 state.volume, state.muted ? ", muted" : "", HearsStereo() ? ", stereo" : "");
+  for (const Station& station : state.stations) {
+    text += fmt::format("station {} signal {}{}\n", station.frequency, station.strength,
+                        station.stereo ? " stereo" : "");
+  }
+  return text;
+}
+
+}  // namespace simulator

@@ -1,0 +1,201 @@
+#include "simulator/models/sound.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+#include <stdexcept>
+
+#include "simulator/journal.h"
+#include "simulator/root_directory.h"
+
+namespace simulator {
+namespace {
+
+constexpr char PCM[] = "/dev/sound/dsp";
+constexpr char MIXER[] = "/dev/sound/mixer";
+
+// Open Sound System, each with an int that the driver writes back.
+constexpr uint32_t DSP_SPEED = 0xC0045002;
+constexpr uint32_t DSP_SETFMT = 0xC0045005;
+constexpr uint32_t DSP_CHANNELS = 0xC0045006;
+constexpr uint32_t MIXER_WRITE_PCM = 0xC0044D04;
+
+// The driver's private controls carry no size; these are the bytes that it takes from the address.
+struct Control {
+  uint32_t number;
+  size_t bytes;
+};
+constexpr Control CONTROLS[] = {{0x2242, 1}, {0x2244, 4}, {0x2245, 4}, {0x2246, 4},
+                                {0x2248, 2}, {0x2252, 4}, {0x2271, 4}, {0x2280, 4}};
+
+constexpr int STEPS_PER_SECOND = 50;  // in which a paced stream is drained
+constexpr size_t UNPACED_STEP = 1 << 16;
+constexpr size_t KEPT_RECORDINGS = 32;
+constexpr uint32_t LONGEST_RECORDING = 256U << 20;  // 25 minutes of 44.1 kHz, stereo, 16 bits
+
+double Seconds(const Sound::Recording& recording) {
+  return static_cast<double>(recording.bytes) / recording.format.BytesPerSecond();
+}
+
+}  // namespace
+
+std::vector<std::string> Sound::Paths() const {
+  return {PCM, MIXER};
+}
+
+void Sound::Furnish(RootDirectory& root) {
+  constexpr char RECORDINGS[] = "/var/recordings";
+  root.Remove(RECORDINGS);
+  if (state.recordings.empty()) state.recordings = root.Outside(RECORDINGS);
+}
+
+OpenAnswer Sound::Open(const OpenCall& call) {
+  return call.path == PCM ? OpenPcm(call) : OpenAnswer::Descriptor(mixer_.Open(call));
+}
+
+OpenAnswer Sound::OpenPcm(const OpenCall& call) {
+  if (call.Reads()) return OpenAnswer::Refusal(ENODEV);  // there is no microphone
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return OpenAnswer::Refusal(errno);
+  fcntl(ends[0], F_SETFL, O_NONBLOCK);
+  fcntl(ends[1], F_SETFL, call.flags & O_NONBLOCK);
+  state.format = {};
+  const StreamPlace stream = streams_.emplace(streams_.end());
+  stream->samples.Reset(ends[0]);
+  // Early, so that a device that has been closed is known to be so by the time of the caller's next call.
+  stream->watch = phone_.loop.Watch(
+      ends[0], state.stalled ? 0 : POLLIN, [this, stream](short) { Drain(stream); }, PollLoop::Turn::Early);
+  return OpenAnswer::Descriptor(FileDescriptor(ends[1]));
+}
+
+void Sound::Drain(StreamPlace stream) {
+  const size_t step = state.paced ? state.format.BytesPerSecond() / STEPS_PER_SECOND : UNPACED_STEP;
+  std::vector<uint8_t> samples(step);
+  const ssize_t size = read(stream->samples.Get(), samples.data(), samples.size());
+  if (size < 0) return;
+  if (size == 0) {
+    phone_.loop.Unwatch(stream->watch);
+    streams_.erase(stream);
+    return;
+  }
+  samples.resize(static_cast<size_t>(size));
+  Record(*stream, samples);
+  if (state.paced) Pause(stream, samples.size());
+}
+
+// Leaves the stream alone until what was taken from it has been heard.
+void Sound::Pause(StreamPlace stream, size_t bytes) {
+  const auto now = std::chrono::steady_clock::now();
+  const std::chrono::duration<double> length(static_cast<double>(bytes) / state.format.BytesPerSecond());
+  stream->played_until = std::max(stream->played_until, now) +
+                         std::chrono::duration_cast<std::chrono::nanoseconds>(length);
+  phone_.loop.SetEvents(stream->watch, 0);
+  phone_.loop.After(stream->played_until - now, [this, watch = stream->watch] {
+    if (!state.stalled) phone_.loop.SetEvents(watch, POLLIN);
+  });
+}
+
+void Sound::Record(Stream& stream, std::span<const uint8_t> samples) {
+  if (!stream.recorded) return;
+  try {
+    if (!stream.record) {
+      const std::filesystem::path file =
+          state.recordings / fmt::format("sound-{:04}.wav", ++recording_count_);
+      stream.record = std::make_unique<WavFile>(file, state.format);
+      recordings_.push_back({file, state.format, 0});
+    }
+    stream.record->Append(samples);
+    recordings_.back().bytes = stream.record->SoundBytes();
+    stream.recorded = stream.record->SoundBytes() < LONGEST_RECORDING;
+  } catch (const std::exception& failure) {
+    stream.recorded = false;
+    phone_.journal.Add({.text = fmt::format("sound is not recorded any more: {}", failure.what())});
+  }
+  if (recordings_.size() <= KEPT_RECORDINGS) return;
+  std::error_code ignored;
+  std::filesystem::remove(recordings_.front().file, ignored);
+  recordings_.pop_front();
+}
+
+void Sound::SetStalled(bool stalled) {
+  state.stalled = stalled;
+  for (const Stream& stream : streams_) phone_.loop.SetEvents(stream.watch, stalled ? 0 : POLLIN);
+}
+
+RequestAnswer Sound::Request(DriverRequest& request) {
+  for (const Control& control : CONTROLS) {
+    if (control.number != request.number) continue;
+    std::vector<uint8_t> argument(control.bytes);
+    if (!request.Read(argument.data(), argument.size())) return RequestAnswer::Refusal(EFAULT);
+    state.controls[control.number] = argument;
+    return RequestAnswer::Success();
+  }
+  if (request.path == PCM) return SetFormat(request);
+  if (request.number != MIXER_WRITE_PCM) return RequestAnswer::Refusal(EINVAL);
+  const auto volume = request.ReadRecord<int32_t>();
+  if (!volume || !request.WriteRecord(*volume)) return RequestAnswer::Refusal(EFAULT);
+  state.pcm_volume = *volume;
+  return RequestAnswer::Success();
+}
+
+RequestAnswer Sound::SetFormat(DriverRequest& request) {
+  constexpr int32_t LOWEST_RATE = 4000;
+  constexpr int32_t HIGHEST_RATE = 48000;
+  const auto value = request.ReadRecord<int32_t>();
+  if (!value) return RequestAnswer::Refusal(EFAULT);
+  if (request.number == DSP_CHANNELS && (*value == 1 || *value == 2)) {
+    state.format.channels = static_cast<uint16_t>(*value);
+  } else if (request.number == DSP_SPEED && *value >= LOWEST_RATE && *value <= HIGHEST_RATE) {
+    state.format.sample_rate = static_cast<uint32_t>(*value);
+  } else if (request.number == DSP_SETFMT && (*value == 8 || *value == 16)) {
+    state.format.sample_bits = static_cast<uint16_t>(*value);  // AFMT_U8 and AFMT_S16_LE
+  } else {
+    return RequestAnswer::Refusal(EINVAL);
+  }
+  return request.WriteRecord(*value) ? RequestAnswer::Success() : RequestAnswer::Refusal(EFAULT);
+}
+
+std::vector<ModelCommand> Sound::Commands() {
+  return {{"sound", "[save FILE [NUMBER] | fast | paced]",
+           "lists what was played, saves a recording (the last one), or drains the device at once or at pace",
+           [this](const std::vector<std::string>& words) { return Command(words); }}};
+}
+
+std::string Sound::List() const {
+  std::string list;
+  for (const Recording& recording : recordings_) {
+    list += fmt::format("{} {:.2f} s, {} Hz, {} channels, {} bits\n", recording.file.string(),
+                        Seconds(recording), recording.format.sample_rate, recording.format.channels,
+                        recording.format.sample_bits);
+  }
+  return list + fmt::format("{} open, PCM volume {}\n", streams_.size(), state.pcm_volume);
+}
+
+std::string Sound::Command(const std::vector<std::string>& words) {
+  if (words.empty()) return List();
+  if (words.size() == 1 && (words[0] == "fast" || words[0] == "paced")) {
+    state.paced = words[0] == "paced";
+    return "";
+  }
+  if (words[0] != "save" || words.size() < 2 || words.size() > 3) {
+    throw std::invalid_argument("sound takes save FILE [NUMBER], fast, paced or nothing.");
+  }
+  if (recordings_.empty()) throw std::invalid_argument("Nothing has been played yet.");
+  const std::string name = words.size() == 3 ? fmt::format("sound-{:0>4}.wav", words[2])
+                                             : recordings_.back().file.filename().string();
+  for (const Recording& recording : recordings_) {
+    if (recording.file.filename() != name) continue;
+    std::error_code error;
+    std::filesystem::copy_file(recording.file, words[1], std::filesystem::copy_options::overwrite_existing,
+                               error);
+    if (error) throw std::invalid_argument(fmt::format("{} cannot be written.", words[1]));
+    return fmt::format("{} written, {:.2f} s\n", words[1], Seconds(recording));
+  }
+  throw std::invalid_argument(fmt::format("There is no recording {}.", words[2]));
+}
+
+}  // namespace simulator

@@ -1,0 +1,82 @@
+// Emulates the sound driver: the PCM output /dev/sound/dsp, the mixer /dev/sound/mixer, and the driver's
+// private controls on both. What is played drains at the pace of its format and is recorded, each opening of
+// the device that plays into a WAV file of its own.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <filesystem>
+#include <list>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "simulator/device_descriptors.h"
+#include "simulator/device_model.h"
+#include "simulator/poll_loop.h"
+#include "simulator/wav_file.h"
+
+namespace simulator {
+
+class Sound : public DeviceModel {
+ public:
+  struct State {
+    bool paced = true;     // false: what is written is drained as fast as it comes
+    bool stalled = false;  // the device takes nothing more, so its writer waits
+    SoundFormat format;    // of the PCM device; each opening goes back to 8 kHz, mono, 8 bits
+    int32_t pcm_volume = 0;
+    std::map<uint32_t, std::vector<uint8_t>> controls;  // the last argument of each private control
+    std::filesystem::path recordings;                   // a directory; one of the phone's files by default
+  };
+  struct Recording {
+    std::filesystem::path file;
+    SoundFormat format;
+    uint32_t bytes;
+  };
+
+  using DeviceModel::DeviceModel;
+  std::vector<std::string> Paths() const override;
+  void Furnish(RootDirectory& root) override;
+  OpenAnswer Open(const OpenCall& call) override;
+  RequestAnswer Request(DriverRequest& request) override;
+  std::vector<ModelCommand> Commands() override;
+
+  void SetStalled(bool stalled);
+  // Openings of the PCM device that have not been closed, by all programs together.
+  size_t OpenStreams() const {
+    return streams_.size();
+  }
+  // The newest recordings, oldest first. The last one grows while it plays.
+  const std::deque<Recording>& Recordings() const {
+    return recordings_;
+  }
+
+  State state;
+
+ private:
+  struct Stream {
+    FileDescriptor samples;
+    PollLoop::Id watch = 0;
+    std::chrono::steady_clock::time_point played_until{};
+    std::unique_ptr<WavFile> record;
+    bool recorded = true;
+  };
+  using StreamPlace = std::list<Stream>::iterator;
+
+  OpenAnswer OpenPcm(const OpenCall& call);
+  void Drain(StreamPlace stream);
+  void Pause(StreamPlace stream, size_t bytes);
+  void Record(Stream& stream, std::span<const uint8_t> samples);
+  RequestAnswer SetFormat(DriverRequest& request);
+  std::string List() const;
+  std::string Command(const std::vector<std::string>& words);
+
+  DeviceMemory mixer_{0};
+  std::list<Stream> streams_;
+  std::deque<Recording> recordings_;
+  unsigned recording_count_ = 0;
+};
+
+}  // namespace simulator
