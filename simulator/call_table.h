@@ -26,6 +26,8 @@ enum class Call {
   Write,          // the writes are answered with PhoneOptions::observe_writes only
   WriteAt,
   WritePieces,
+  Clone,        // of a new thread only
+  CloneWith,    // clone3, of every new process and thread
   CopyBetween,  // sendfile, refused then so that programs fall back to write
 };
 

@@ -28,15 +28,14 @@ int ErrorNumber(const std::string& name) {
 }
 
 FaultCall CallNamed(const std::string& name) {
-  static const std::pair<const char*, FaultCall> NAMES[] = {{"open", FaultCall::Open},
-                                                            {"request", FaultCall::Request},
-                                                            {"exec", FaultCall::Exec},
-                                                            {"sleep", FaultCall::Sleep},
-                                                            {"write", FaultCall::Write}};
+  static const std::pair<const char*, FaultCall> NAMES[] = {
+      {"open", FaultCall::Open},   {"request", FaultCall::Request}, {"exec", FaultCall::Exec},
+      {"sleep", FaultCall::Sleep}, {"write", FaultCall::Write},     {"thread", FaultCall::Thread}};
   for (const auto& [known, call] : NAMES) {
     if (name == known) return call;
   }
-  throw std::invalid_argument("A fault strikes open, request, exec, sleep or write, not \"" + name + "\".");
+  throw std::invalid_argument("A fault strikes open, request, exec, sleep, write or thread, not \"" + name +
+                              "\".");
 }
 
 void ApplySetting(FaultRule& rule, const std::string& name, const std::string& value) {
@@ -109,7 +108,7 @@ std::optional<FaultRule> Faults::Strike(FaultCall call, const std::string& path,
 
 FaultRule ParseFaultRule(const std::vector<std::string>& words) {
   if (words.empty())
-    throw std::invalid_argument("A fault needs a call to strike: open, request, exec or sleep.");
+    throw std::invalid_argument("A fault needs a call to strike: open, request, exec, sleep or thread.");
   FaultRule rule;
   rule.call = CallNamed(words[0]);
   for (size_t index = 1; index < words.size(); ++index) {
@@ -120,7 +119,8 @@ FaultRule ParseFaultRule(const std::vector<std::string>& words) {
       rule.path = words[index];
     }
   }
-  if (rule.path.empty() && rule.call != FaultCall::Sleep) {
+  const bool has_path = rule.call != FaultCall::Sleep && rule.call != FaultCall::Thread;
+  if (rule.path.empty() && has_path) {
     throw std::invalid_argument("A fault needs the path of the device, file or program.");
   }
   if (rule.error == 0 && !rule.size && rule.delay.count() == 0) {

@@ -16,7 +16,7 @@ namespace simulator {
 
 constexpr int ALWAYS = std::numeric_limits<int>::max();
 
-enum class FaultCall { Open, Request, Exec, Sleep, Write };
+enum class FaultCall { Open, Request, Exec, Sleep, Write, Thread };
 
 struct FaultRule {
   FaultCall call = FaultCall::Open;
@@ -61,6 +61,7 @@ class Faults {
 //   request PATH [number=0x40044F29] [error=EIO] [nth=N] [times=N|always] [delay=MS]
 //   exec PATH [error=EACCES] ...
 //   sleep delay=MS
+//   thread error=EAGAIN [nth=N] [times=N|always]          the creation of a thread
 // Throws std::invalid_argument with a sentence.
 FaultRule ParseFaultRule(const std::vector<std::string>& words);
 

@@ -12,7 +12,8 @@ std::vector<ModelCommand> Machine::Commands() {
   using Words = std::vector<std::string>;
   std::vector<ModelCommand> commands = {
       {"fault",
-       "open|request|exec|sleep PATH [error=EIO] [number=N] [nth=N] [times=N|always] [size=BYTES] [delay=MS]",
+       "open|request|exec|sleep|thread PATH [error=EIO] [number=N] [nth=N] [times=N|always] [size=BYTES] "
+       "[delay=MS]",
        "makes a call fail, come short or take long", [this](const Words& words) { return AddFault(words); }},
       {"clear-faults", "", "takes all faults back",
        [this](const Words&) {

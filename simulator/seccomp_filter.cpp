@@ -2,6 +2,7 @@
 
 #include <linux/audit.h>
 #include <linux/seccomp.h>
+#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -38,20 +39,29 @@ constexpr sock_filter UnlessEqualSkip(uint32_t value, uint8_t skipped) {
   return {BPF_JMP | BPF_JEQ | BPF_K, 0, skipped, value};
 }
 
-void AddCall(std::vector<sock_filter>& filter, const CallNumber& call) {
-  const auto number = static_cast<uint32_t>(call.number);
-  if (call.call != Call::DeviceRequest) {
-    const uint32_t action =
-        call.call == Call::CopyBetween ? SECCOMP_RET_ERRNO | EINVAL : SECCOMP_RET_USER_NOTIF;
-    filter.insert(filter.end(), {UnlessEqualSkip(number, 1), Return(action)});
-    return;
-  }
+// Notifies of a call where the bits of an argument that the mask selects have (or have not) this value. The
+// argument's low word: the machine is little-endian.
+void AddArgumentCheck(std::vector<sock_filter>& filter, uint32_t number, size_t argument, uint32_t mask,
+                      uint32_t value, bool notified) {
+  const uint32_t equal = notified ? SECCOMP_RET_USER_NOTIF : SECCOMP_RET_ALLOW;
+  const uint32_t other = notified ? SECCOMP_RET_ALLOW : SECCOMP_RET_USER_NOTIF;
   filter.insert(
       filter.end(),
-      {UnlessEqualSkip(number, 5),
-       // The request's low word: the machine is little-endian.
-       Load(offsetof(seccomp_data, args[1])), Statement(BPF_ALU | BPF_AND | BPF_K, REQUEST_TYPE_MASK),
-       UnlessEqualSkip(TERMINAL_REQUESTS, 1), Return(SECCOMP_RET_ALLOW), Return(SECCOMP_RET_USER_NOTIF)});
+      {UnlessEqualSkip(number, 5), Load(offsetof(seccomp_data, args) + argument * sizeof(uint64_t)),
+       Statement(BPF_ALU | BPF_AND | BPF_K, mask), UnlessEqualSkip(value, 1), Return(equal), Return(other)});
+}
+
+void AddCall(std::vector<sock_filter>& filter, const CallNumber& call) {
+  const auto number = static_cast<uint32_t>(call.number);
+  if (call.call == Call::DeviceRequest) {
+    return AddArgumentCheck(filter, number, 1, REQUEST_TYPE_MASK, TERMINAL_REQUESTS, false);
+  }
+  if (call.call == Call::Clone) {
+    return AddArgumentCheck(filter, number, 0, CLONE_THREAD, CLONE_THREAD, true);
+  }
+  const uint32_t action =
+      call.call == Call::CopyBetween ? SECCOMP_RET_ERRNO | EINVAL : SECCOMP_RET_USER_NOTIF;
+  filter.insert(filter.end(), {UnlessEqualSkip(number, 1), Return(action)});
 }
 
 }  // namespace

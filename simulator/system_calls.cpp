@@ -78,6 +78,9 @@ void SystemCalls::Dispatch(const CallPointer& call) {
     case Call::WriteAt:
     case Call::WritePieces:
       return Write(call);
+    case Call::Clone:
+    case Call::CloneWith:
+      return Clone(call);
     case Call::CopyBetween:
       break;  // refused by the filter itself
   }

@@ -52,6 +52,9 @@ class SystemCalls {
   // exec_calls.cpp
   void Exec(const CallPointer& call, int directory, size_t first);
 
+  // thread_calls.cpp
+  void Clone(const CallPointer& call);
+
   // request_calls.cpp
   void RequestDevice(const CallPointer& call);
 

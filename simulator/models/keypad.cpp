@@ -31,9 +31,18 @@ struct Key {
   uint16_t number;
 };
 constexpr Key KEYS[] = {
-    {"deletefile", KEY_DELETEFILE}, {"macro", KEY_MACRO}, {"delete", KEY_DELETE}, {"edit", KEY_EDIT},
-    {"exit", KEY_EXIT},             {"power", KEY_POWER}, {"undo", KEY_UNDO},     {"front", KEY_FRONT},
-    {"copy", KEY_COPY},             {"open", KEY_OPEN},   {"paste", KEY_PASTE},   {"eject", KEY_EJECTCLOSECD},
+    {"deletefile", KEY_DELETEFILE},
+    {"macro", KEY_MACRO},
+    {"delete", KEY_DELETE},
+    {"edit", KEY_EDIT},
+    {"exit", KEY_EXIT},
+    {"power", KEY_POWER},
+    {"undo", KEY_UNDO},
+    {"front", KEY_FRONT},
+    {"copy", KEY_COPY},
+    {"open", KEY_OPEN},
+    {"paste", KEY_PASTE},
+    {"eject", KEY_EJECTCLOSECD},
     {"cancel", KEY_CANCEL},
 };
 constexpr uint32_t DOWN = 1;

@@ -5,11 +5,16 @@
 #include "simulator/models/gpio.h"
 #include "simulator/models/gsm_uart_line.h"
 #include "simulator/models/host_port.h"
+#include "simulator/models/keypad.h"
 #include "simulator/models/led.h"
+#include "simulator/models/media_player.h"
 #include "simulator/models/motor.h"
+#include "simulator/models/radio.h"
+#include "simulator/models/sound.h"
 #include "simulator/models/standard_devices.h"
 #include "simulator/models/standby.h"
 #include "simulator/models/tools.h"
+#include "simulator/models/touch_panel.h"
 
 namespace simulator {
 namespace {
@@ -33,7 +38,12 @@ std::vector<std::unique_ptr<DeviceModel>> MakeModels(PhoneServices& phone) {
               Motor,            //
               Led,              //
               GsmUartLine,      //
-              Standby>(phone);
+              Standby,          //
+              Sound,            //
+              MediaPlayer,      //
+              Keypad,           //
+              TouchPanel,       //
+              Radio>(phone);
 }
 
 }  // namespace simulator

@@ -46,8 +46,8 @@ constexpr uint32_t BAND_HIGH = 1728;
 constexpr uint32_t STATION_WIDTH = 4;  // to either side, 250 kHz
 
 uint16_t SignalOf(const Radio::Station& station, uint32_t frequency) {
-  const auto distance =
-      static_cast<uint32_t>(std::abs(static_cast<int32_t>(frequency) - static_cast<int32_t>(station.frequency)));
+  const auto distance = static_cast<uint32_t>(
+      std::abs(static_cast<int32_t>(frequency) - static_cast<int32_t>(station.frequency)));
   if (distance >= STATION_WIDTH) return 0;
   return static_cast<uint16_t>(station.strength * (STATION_WIDTH - distance) / STATION_WIDTH);
 }
@@ -55,9 +55,8 @@ uint16_t SignalOf(const Radio::Station& station, uint32_t frequency) {
 }  // namespace
 
 Radio::Radio(PhoneServices& phone) : DeviceModel(phone) {
-  state.stations = {{1416, 31000, true},  {1464, 58000, true},  {1512, 12000, false},
-                    {1576, 46000, true},  {1624, 65535, true},  {1672, 22000, false},
-                    {1712, 39000, false}};
+  state.stations = {{1416, 31000, true}, {1464, 58000, true},  {1512, 12000, false}, {1576, 46000, true},
+                    {1624, 65535, true}, {1672, 22000, false}, {1712, 39000, false}};
 }
 
 std::vector<std::string> Radio::Paths() const {
@@ -139,9 +138,10 @@ RequestAnswer Radio::GetTuner(DriverRequest& request) {
 }
 
 std::vector<ModelCommand> Radio::Commands() {
-  return {{"radio", "[station FREQUENCY SIGNAL | silence]",
-           "tells what the radio receives, adds a mono station (1/16 MHz, signal to 65535), or takes all away",
-           [this](const std::vector<std::string>& words) { return Command(words); }}};
+  return {
+      {"radio", "[station FREQUENCY SIGNAL | silence]",
+       "tells what the radio receives, adds a mono station (1/16 MHz, signal to 65535), or takes all away",
+       [this](const std::vector<std::string>& words) { return Command(words); }}};
 }
 
 std::string Radio::Command(const std::vector<std::string>& words) {
@@ -149,8 +149,8 @@ std::string Radio::Command(const std::vector<std::string>& words) {
     const int64_t frequency = NumberWord(words[1]);
     const int64_t signal = NumberWord(words[2]);
     if (frequency < BAND_LOW || frequency > BAND_HIGH || signal < 0 || signal > UINT16_MAX) {
-      throw std::invalid_argument(
-          fmt::format("A station has a frequency of {} to {} and a signal of 0 to 65535.", BAND_LOW, BAND_HIGH));
+      throw std::invalid_argument(fmt::format(
+          "A station has a frequency of {} to {} and a signal of 0 to 65535.", BAND_LOW, BAND_HIGH));
     }
     state.stations.push_back({static_cast<uint32_t>(frequency), static_cast<uint16_t>(signal), false});
   } else if (words.size() == 1 && words[0] == "silence") {

@@ -91,8 +91,8 @@ void Sound::Drain(StreamPlace stream) {
 void Sound::Pause(StreamPlace stream, size_t bytes) {
   const auto now = std::chrono::steady_clock::now();
   const std::chrono::duration<double> length(static_cast<double>(bytes) / state.format.BytesPerSecond());
-  stream->played_until = std::max(stream->played_until, now) +
-                         std::chrono::duration_cast<std::chrono::nanoseconds>(length);
+  stream->played_until =
+      std::max(stream->played_until, now) + std::chrono::duration_cast<std::chrono::nanoseconds>(length);
   phone_.loop.SetEvents(stream->watch, 0);
   phone_.loop.After(stream->played_until - now, [this, watch = stream->watch] {
     if (!state.stalled) phone_.loop.SetEvents(watch, POLLIN);
@@ -168,9 +168,9 @@ std::vector<ModelCommand> Sound::Commands() {
 std::string Sound::List() const {
   std::string list;
   for (const Recording& recording : recordings_) {
-    list += fmt::format("{} {:.2f} s, {} Hz, {} channels, {} bits\n", recording.file.string(),
-                        Seconds(recording), recording.format.sample_rate, recording.format.channels,
-                        recording.format.sample_bits);
+    list +=
+        fmt::format("{} {:.2f} s, {} Hz, {} channels, {} bits\n", recording.file.string(), Seconds(recording),
+                    recording.format.sample_rate, recording.format.channels, recording.format.sample_bits);
   }
   return list + fmt::format("{} open, PCM volume {}\n", streams_.size(), state.pcm_volume);
 }
