@@ -5,9 +5,12 @@
 #include "devices/audio_gpio.h"
 #include "devices/sound_driver.h"
 
+// The tone thread calls these two while a command may start the media player, which must not inherit the
+// devices: hence close-on-exec.
+
 int32_t AudioSetDspRoute(int32_t mode) {
   constexpr int32_t MODE_UNCHANGED = 4;
-  return WithDevice(PCM_DEVICE, O_WRONLY, SOUND_NOT_OPENED, [&](int pcm) {
+  return WithDevice(PCM_DEVICE, O_WRONLY | O_CLOEXEC, SOUND_NOT_OPENED, [&](int pcm) {
     int result = SetSoundInt(pcm, SOUND_SELECT_PCM, 1);
     const uint8_t route = mode == SOUND_MODE_15 ? 2 : mode == SOUND_MODE_768 ? 3 : 0;
     SetSoundRoute(pcm, {0, route, 0, 5});
@@ -17,7 +20,7 @@ int32_t AudioSetDspRoute(int32_t mode) {
 }
 
 int32_t AudioSetPcmVolume(int32_t volume) {
-  return WithDevice(MIXER_DEVICE, O_RDWR, SOUND_NOT_OPENED, [&](int mixer) {
+  return WithDevice(MIXER_DEVICE, O_RDWR | O_CLOEXEC, SOUND_NOT_OPENED, [&](int mixer) {
     SetSoundInt(mixer, MIXER_WRITE_PCM, volume);
     return SUCCESS;
   });

@@ -14,7 +14,7 @@ constexpr unsigned long PCM_SET_FORMAT = 0xC0045005;    // SNDCTL_DSP_SETFMT
 constexpr unsigned long PCM_SET_CHANNELS = 0xC0045006;  // SNDCTL_DSP_CHANNELS
 constexpr unsigned long MIXER_WRITE_PCM = 0xC0044D04;   // SOUND_MIXER_WRITE_PCM
 
-// Private controls. The mixer takes all but SOUND_SELECT_PCM, which both devices take.
+// Private controls; both devices take them.
 constexpr unsigned long SOUND_SWITCH_OFF = 0x2242;  // byte: 0 on, 1 off
 constexpr unsigned long SOUND_MODE = 0x2244;        // int
 constexpr unsigned long SOUND_LEVEL = 0x2245;       // int

@@ -68,7 +68,7 @@ static void* PlayTone(void*) {
   RouteTone();
   const int pcm = OpenPcm();
   if (pcm < 0) return nullptr;
-  const int32_t selected = WithDevice(MIXER_DEVICE, O_WRONLY, OPEN_FAILED, [](int mixer) {
+  const int32_t selected = WithDevice(MIXER_DEVICE, O_WRONLY | O_CLOEXEC, OPEN_FAILED, [](int mixer) {
     SetSoundInt(mixer, SOUND_SOURCE, 1);
     return SUCCESS;
   });

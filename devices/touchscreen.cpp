@@ -102,7 +102,6 @@ static int32_t RunTest(uint16_t* frame) {
 }
 
 static void* TouchCalibThread(void*) {
-  WriteWord(TouchResult, ALL_CROSSES);
   DisplayTest(-1, -1, 100);
   uint16_t* frame = nullptr;
   int32_t result = MapDisplay(&frame);
@@ -124,8 +123,14 @@ static int32_t StopTouchTest() {
 
 static int32_t StartTouchTest() {
   WriteWord(TouchStop, 0);
+  // Before the thread is there: a result asked for right after the start must not be that of the run before.
+  const int32_t former_result = ReadWord(TouchResult);
+  WriteWord(TouchResult, ALL_CROSSES);
   pthread_t thread;
-  if (pthread_create(&thread, nullptr, TouchCalibThread, nullptr) != 0) return GENERAL_FAILURE;
+  if (pthread_create(&thread, nullptr, TouchCalibThread, nullptr) != 0) {
+    WriteWord(TouchResult, former_result);
+    return GENERAL_FAILURE;
+  }
   TouchThread = thread;  // a thread that still runs is forgotten, on purpose: it ends at the same stop
   TouchThreadPresent = true;
   WriteWord(TouchRunning, 1);
