@@ -1,0 +1,139 @@
+// Start-up and run modes: what the server does to the phone before it serves, in order.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "tests/phone/phone_test.h"
+
+namespace {
+
+class StartupTest : public PhoneTest {
+ protected:
+  StartupTest() {
+    options.instant_sleeps = true;
+  }
+
+  // The server's descriptor for a device, reopened here; -1 when it holds none.
+  simulator::FileDescriptor ServersDescriptor(const std::string& target_part) {
+    for (const auto& entry : std::filesystem::directory_iterator(Proc() / "fd")) {
+      std::error_code error;
+      const auto target = std::filesystem::read_symlink(entry, error).string();
+      if (target.find(target_part) != std::string::npos) {
+        return simulator::FileDescriptor(open(entry.path().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK));
+      }
+    }
+    return {};
+  }
+
+  std::filesystem::path Proc() {
+    return "/proc/" + std::to_string(Phone().ServerProcess());
+  }
+};
+
+const Lines GADGET_COMMANDS = {
+    "shell ifconfig usbl0 down", "shell rmmod omap_bi",       "shell rmmod net_fd",         "shell rmmod serial_fd",
+    "shell rmmod usbdcore",      "shell insmod usbdcore.o", "shell insmod serial_fd.o", "shell insmod omap_bi.o",
+};
+
+Lines operator+(Lines left, const Lines& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+// What the server itself does: neither what its shells start nor what its libraries open.
+simulator::JournalFilter ByTheServer() {
+  return OfKind({JournalKind::Request, JournalKind::Shell, JournalKind::Value, JournalKind::Sleep}) ||
+         (OfKind({JournalKind::Open}) &&
+          (Below("/dev/misc") || Below("/dev/usb") || Below("/dev/fb") || Below("/proc/vantu_pm") ||
+           Below("/proc/backlight")));
+}
+
+TEST_F(StartupTest, PreparesThePhoneInOrderAndHoldsStandbyOff) {
+  Boot();
+  EXPECT_EQ(Phone().GetJournal().Lines(0, ByTheServer()),
+            (Lines{"open /dev/misc/omap730_gpio rw", "request /dev/misc/omap730_gpio 0x40044F3B",
+                   "open /dev/misc/omap730_gpio rw", "request /dev/misc/omap730_gpio 0x40044F29"} +
+             GADGET_COMMANDS +
+             Lines{"open /dev/usb/tts/0 rw+cloexec", "open /proc/vantu_pm/prohibit_standby rw+cloexec",
+                   "open /dev/fb/0 rw", "open /proc/backlight/lcd w", "value /proc/backlight/lcd \"0\""}));
+}
+
+TEST_F(StartupTest, SetsTheHostPortsLineAndMakesItNonBlocking) {
+  Boot();
+  const auto port = ServersDescriptor("/dev/pts/");
+  ASSERT_GE(port.Get(), 0);
+  termios line{};
+  ASSERT_EQ(tcgetattr(port.Get(), &line), 0);
+  EXPECT_EQ(line.c_iflag, tcflag_t{IGNPAR});
+  EXPECT_EQ(line.c_oflag, tcflag_t{0});
+  EXPECT_EQ(line.c_cflag, tcflag_t{0x800010B2});
+  EXPECT_EQ(line.c_lflag, tcflag_t{0});
+  EXPECT_EQ(line.c_cc[VMIN], 0);
+  EXPECT_EQ(line.c_cc[VTIME], 0);
+  EXPECT_EQ(line.c_cc[VINTR], 3) << "the other fields keep what the driver had";
+}
+
+TEST_F(StartupTest, EndsWith247WithoutTheSerialDevice) {
+  Phone().TakeAway("/dev/usb/tts/0");
+  Phone().Boot();
+  const auto end = Phone().WaitForEnd(10s);
+  ASSERT_TRUE(end);
+  EXPECT_EQ(end->reason, simulator::PhoneEnd::Reason::ServerExited);
+  EXPECT_EQ(end->status, 247);
+  EXPECT_EQ(Phone().ConsoleText(), "");
+  const Lines lines = Phone().GetJournal().Lines(0, ByTheServer());
+  EXPECT_EQ(lines.back(), "open /dev/usb/tts/0 rw+cloexec -> ENOENT") << "nothing follows the failed open";
+  EXPECT_EQ(Phone().GetJournal().Lines(0, OfKind({JournalKind::Shell})), GADGET_COMMANDS);
+}
+
+TEST_F(StartupTest, GoesOnWithoutGpioStandbyDisplayOrBacklight) {
+  for (const auto* path : {"/dev/misc/omap730_gpio", "/proc/vantu_pm/prohibit_standby", "/dev/fb/0"}) {
+    Phone().TakeAway(path);
+  }
+  Boot();
+  EXPECT_TRUE(StillAnswers());
+  EXPECT_TRUE(Phone().GetJournal().Lines(0, OfKind({JournalKind::Request})).empty());
+  EXPECT_TRUE(Phone().GetJournal().Lines(0, AtPath("/proc/backlight/lcd")).empty())
+      << "a screen that cannot be opened leaves the backlight";
+}
+
+TEST_F(StartupTest, EveryOtherCommandLineRunsTheServer) {
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"-t"}, {"-g", "1"}, {"-c"}, {"-cc", "0"}, {"-gg"}, {"-c", "0", "1"}, {""}}) {
+    DiscardPhone();
+    options.server_arguments = arguments;
+    Boot();
+    EXPECT_TRUE(StillAnswers()) << testing::PrintToString(arguments);
+  }
+}
+
+// A device must not become descriptor 0, 1 or 2, which the modem routines and the console would mistake.
+TEST_F(StartupTest, ReservesTheStandardDescriptors) {
+  Boot();
+  for (int descriptor = 0; descriptor <= 2; ++descriptor) {
+    const auto target = std::filesystem::read_symlink(Proc() / "fd" / std::to_string(descriptor)).string();
+    EXPECT_EQ(target.find("/dev/pts/"), std::string::npos) << descriptor << " is " << target;
+  }
+}
+
+TEST_F(StartupTest, SurvivesHangUpAndBrokenPipeSignals) {
+  Boot();
+  for (const int signal : {SIGHUP, SIGPIPE, SIGHUP}) {
+    kill(Phone().ServerProcess(), signal);
+    EXPECT_TRUE(StillAnswers());
+  }
+  // A signal in the middle of a request's time does not end the wait for the rest.
+  host.Send(Words({0x2B}));
+  host.Send(Words({0}));
+  std::this_thread::sleep_for(100ms);
+  kill(Phone().ServerProcess(), SIGHUP);
+  std::this_thread::sleep_for(100ms);
+  host.Send(Words({0}));
+  EXPECT_EQ(host.Receive(4), Words({0}));
+}
+
+}  // namespace
