@@ -35,6 +35,8 @@ struct PhoneServices {
   std::function<void()> power_off;
   // The phone's processes whose program has this name, by the PC's process numbers.
   std::function<std::vector<pid_t>(const std::string& name)> processes_named;
+  // Starts a program without arguments beside the server. Only while the phone runs.
+  std::function<void(const std::string& path)> start_program;
 };
 
 struct OpenCall {
@@ -155,6 +157,10 @@ class DeviceModel {
   // The devices and programs that are this model's. Each gets an empty stand-in if Furnish puts nothing
   // there.
   virtual std::vector<std::string> Paths() const = 0;
+  // Directories of ordinary files: the model is asked before one of them is opened or created, and can refuse.
+  virtual std::vector<std::string> Folders() const {
+    return {};
+  }
   // Puts files into the root directory, once, before the phone boots.
   virtual void Furnish(RootDirectory&) {}
   virtual OpenAnswer Open(const OpenCall&) {

@@ -54,8 +54,12 @@ std::string PhoneEnd::Text() const {
 Machine::Machine(PhoneOptions phone_options)
     : options(std::move(phone_options)),
       root(options.state_directory),
-      services{root, loop, journal, [this] { PowerOff(); },
-               [this](const std::string& name) { return ProcessesNamed(root.Path(), name); }},
+      services{root,
+               loop,
+               journal,
+               [this] { PowerOff(); },
+               [this](const std::string& name) { return ProcessesNamed(root.Path(), name); },
+               [this](const std::string& path) { StartBeside(path); }},
       console(loop, journal, options.echo_console),
       calls(services, faults,
             [this] {
@@ -126,6 +130,16 @@ void Machine::StartServer() {
   server_number_ = server.number;
   const std::lock_guard lock(mutex_);
   server_process_ = server.process;
+}
+
+void Machine::StartBeside(const std::string& path) {
+  const FileDescriptor input(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const FileDescriptor output = console.NewOutput("stdout");
+  const FileDescriptor errors = console.NewOutput("stderr");
+  StartProgram({path,
+                {std::filesystem::path(path).filename()},
+                Environment({}),
+                {input.Get(), output.Get(), errors.Get()}});
 }
 
 void Machine::TakeEnds() {

@@ -52,6 +52,7 @@ class Machine {
   void Furnish();
   void StartServer();
   StartedProgram StartProgram(const ProgramStart& program);
+  void StartBeside(const std::string& path);
   void TakeEnds();
   void PowerOff();
   void End(PhoneEnd::Reason reason, int status);

@@ -101,12 +101,18 @@ void SystemCalls::OpenDevice(TrappedCall& call, DeviceModel& model, const std::s
 }
 
 void SystemCalls::OpenOrdinary(TrappedCall& call, const std::string& path, int flags, bool exists) {
+  DeviceModel* folder = FolderModelOf(path);
+  const int refusal = folder != nullptr ? folder->Open({path, flags, call.Thread()}).error : 0;
   if (!IsLibraryPath(path)) {
     // The kernel's own answer comes after this entry; what stands here is what can be known before it.
-    const int error = exists || (flags & O_CREAT) != 0 ? 0 : ENOENT;
-    phone_.journal.Add(
-        {.kind = JournalKind::Open, .process = call.Thread(), .path = path, .flags = flags, .error = error});
+    const int missing = exists || (flags & O_CREAT) != 0 ? 0 : ENOENT;
+    phone_.journal.Add({.kind = JournalKind::Open,
+                        .process = call.Thread(),
+                        .path = path,
+                        .flags = flags,
+                        .error = refusal != 0 ? refusal : missing});
   }
+  if (refusal != 0) return call.Refuse(refusal);
   call.PassOn();
 }
 

@@ -15,12 +15,20 @@ SystemCalls::SystemCalls(PhoneServices& phone, Faults& faults, std::function<voi
 void SystemCalls::SetModels(const Models& models) {
   for (const auto& model : models) {
     for (const std::string& path : model->Paths()) models_.emplace(path, model.get());
+    for (const std::string& folder : model->Folders()) folders_.emplace(folder + "/", model.get());
   }
 }
 
 DeviceModel* SystemCalls::ModelOf(const std::string& path) const {
   const auto found = models_.find(path);
   return found == models_.end() ? nullptr : found->second;
+}
+
+DeviceModel* SystemCalls::FolderModelOf(const std::string& path) const {
+  for (const auto& [folder, model] : folders_) {
+    if (path.starts_with(folder)) return model;
+  }
+  return nullptr;
 }
 
 void SystemCalls::Serve(FileDescriptor descriptor) {

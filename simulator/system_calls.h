@@ -73,11 +73,13 @@ class SystemCalls {
   bool StrikeDead(const FaultRule& rule, TrappedCall& call, JournalEntry entry);
 
   DeviceModel* ModelOf(const std::string& path) const;
+  DeviceModel* FolderModelOf(const std::string& path) const;
 
   PhoneServices& phone_;
   Faults& faults_;
   std::function<void()> cut_power_;
   std::map<std::string, DeviceModel*> models_;
+  std::map<std::string, DeviceModel*> folders_;
   DescriptorTable descriptors_;
   std::vector<std::weak_ptr<TrappedCall>> held_;
   std::atomic<bool> instant_sleeps_ = false;
