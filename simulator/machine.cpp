@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "simulator/factory_files.h"
 #include "simulator/models/host_port.h"
 #include "simulator/models/model_table.h"
 #include "simulator/phone_processes.h"
@@ -82,6 +83,7 @@ Machine::~Machine() {
 
 void Machine::Furnish() {
   PutUserland(root);
+  PutFactoryFiles(root);
   if (!options.server.empty()) root.CopyProgramIn(options.server, SERVER_PATH);
   for (const auto& model : models) {
     model->Furnish(root);

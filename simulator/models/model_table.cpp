@@ -1,15 +1,21 @@
 #include "simulator/models/model_table.h"
 
 #include "simulator/models/backlight.h"
+#include "simulator/models/flash_partitions.h"
 #include "simulator/models/framebuffer.h"
 #include "simulator/models/gpio.h"
 #include "simulator/models/gsm_uart_line.h"
 #include "simulator/models/host_port.h"
 #include "simulator/models/keypad.h"
+#include "simulator/models/launcher.h"
 #include "simulator/models/led.h"
 #include "simulator/models/media_player.h"
+#include "simulator/models/memory_card.h"
+#include "simulator/models/modem_memory.h"
 #include "simulator/models/motor.h"
+#include "simulator/models/one_time_area.h"
 #include "simulator/models/radio.h"
+#include "simulator/models/real_time_clock.h"
 #include "simulator/models/sound.h"
 #include "simulator/models/standard_devices.h"
 #include "simulator/models/standby.h"
@@ -43,7 +49,13 @@ std::vector<std::unique_ptr<DeviceModel>> MakeModels(PhoneServices& phone) {
               MediaPlayer,      //
               Keypad,           //
               TouchPanel,       //
-              Radio>(phone);
+              Radio,            //
+              OneTimeArea,      //
+              FlashPartitions,  //
+              ModemMemory,      //
+              RealTimeClock,    //
+              MemoryCard,       //
+              Launcher>(phone);
 }
 
 }  // namespace simulator
