@@ -1,0 +1,72 @@
+// Stops the server and every program that it starts at each of their system calls, so that a test can cut a
+// transfer short, refuse a call, or draw the phone's battery at exactly that point. Real calls of the real
+// programs: what a call has done is on the files, what it has not done is not.
+#pragma once
+
+#include <sys/types.h>
+
+#include <array>
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+// A call that has not been carried out yet.
+struct TracedCall {
+  pid_t thread;
+  bool narrow;  // of a 32-bit program
+  uint64_t number;
+  std::array<uint64_t, 6> arguments;
+
+  bool IsRead() const;   // read(descriptor, buffer, size)
+  bool IsWrite() const;  // write(descriptor, buffer, size)
+  uint64_t Size() const {
+    return arguments[2];
+  }
+  // The file of the descriptor that is the first argument; empty when that is none.
+  std::string DescriptorPath() const;
+  // The text that an argument points to, where it begins with a slash; else empty.
+  std::string PathArgument(size_t index) const;
+};
+
+struct CallFate {
+  enum class Kind { GoesOn, Shortened, Refused, PowerCut } kind = Kind::GoesOn;
+  uint64_t size = 0;  // of Shortened: what is left of the transfer; of PowerCut: what a write still does
+  int error = 0;      // of Refused
+};
+
+class CallTracer {
+ public:
+  using Decide = std::function<CallFate(const TracedCall&)>;
+
+  // Returns when the process is being traced. `decide` is called on the tracer's own thread, one call at a
+  // time, while the caller stands still.
+  CallTracer(pid_t process, Decide decide);
+  ~CallTracer();  // lets the processes run on
+  CallTracer(const CallTracer&) = delete;
+  CallTracer& operator=(const CallTracer&) = delete;
+
+  bool PowerWasCut() const {
+    return power_cut_;
+  }
+
+ private:
+  struct Tracee;
+
+  void Trace(pid_t process, std::promise<bool>& started);
+  void Changed(pid_t thread, int status);
+  void AtCall(Tracee& tracee);
+  void Begin(const Tracee& tracee);
+  void Finish(const Tracee& tracee);
+  void CutPower();
+
+  Decide decide_;
+  std::vector<Tracee> tracees_;
+  std::atomic<bool> power_cut_ = false;
+  std::atomic<bool> ending_ = false;
+  std::atomic<bool> ended_ = false;
+  std::thread thread_;
+};

@@ -1,0 +1,66 @@
+#include "tests/phone/flash_test.h"
+
+#include <fcntl.h>
+
+using simulator::FindFlashPartition;
+using simulator::FlashPartitions;
+
+Bytes Answer(int32_t status, const Bytes& data) {
+  return Words({static_cast<uint32_t>(status)}) + data;
+}
+
+std::string AsText(const Bytes& bytes) {
+  return {bytes.begin(), bytes.end()};
+}
+
+std::span<const uint8_t> AsBytes(const std::string& text) {
+  return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
+std::string Erased(size_t size) {
+  return std::string(size, '\xFF');
+}
+
+Lines operator+(Lines left, const Lines& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+std::string EraseOf(int number) {
+  return "shell /home/utils/eraseall -q /dev/mtd/" + std::to_string(number);
+}
+
+std::string OpenOf(int number, const std::string& mode) {
+  return "open /dev/mtdblock_bbs/" + std::to_string(number) + " " + mode;
+}
+
+Lines ReadOf(int number) {
+  return {LOOKUP, OpenOf(number, "r")};
+}
+
+Lines RewriteOf(int number) {
+  return {LOOKUP, EraseOf(number), OpenOf(number, "w")};
+}
+
+FlashTest::FlashTest() {
+  options.instant_sleeps = true;
+}
+
+std::string FlashTest::Flash(const std::string& name) {
+  return Phone().Root().ReadFile(CharacterDevice(FindFlashPartition(name)));
+}
+
+void FlashTest::SetFlash(const std::string& name, const std::string& start) {
+  const std::string path = Phone().Root().Outside(CharacterDevice(FindFlashPartition(name)));
+  const simulator::FileDescriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  ASSERT_EQ(write(file.Get(), start.data(), start.size()), static_cast<ssize_t>(start.size()));
+}
+
+void FlashTest::SetListed(const std::string& name, bool listed) {
+  Phone().With<FlashPartitions>([&](FlashPartitions& flash) { flash.SetListed(name, listed); });
+}
+
+Lines FlashTest::FlashLines() {
+  return LinesSince(OfKind({JournalKind::Shell}) ||
+                    (OfKind({JournalKind::Open}) && Below("/dev/mtdblock_bbs/")));
+}
