@@ -145,6 +145,8 @@ struct ModelCommand {
   std::string help;
   // Gives the text to show; throws std::invalid_argument with a sentence for words that make no sense.
   std::function<std::string(const std::vector<std::string>& words)> run;
+  // What it gives is the content of a file, which phonesim writes to the path that is its last word.
+  bool gives_file = false;
 };
 
 class DeviceModel {

@@ -1,0 +1,144 @@
+// phonesim: a phone without hardware, in the foreground or in the background, and the commands that work it.
+#include <fmt/format.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "simulator/phonesim/background.h"
+#include "simulator/phonesim/client.h"
+#include "simulator/phonesim/session.h"
+#include "simulator/phonesim/terminal_relay.h"
+
+namespace {
+
+using simulator::PhoneEnd;
+using simulator::Session;
+using simulator::SessionOptions;
+
+constexpr int CANNOT_SIMULATE = 1;
+constexpr int SERVER_FAILED = 3;
+
+void BlockEndingSignals() {
+  sigset_t ending;
+  sigemptyset(&ending);
+  for (int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, number);
+  sigprocmask(SIG_BLOCK, &ending, nullptr);
+  signal(SIGPIPE, SIG_IGN);
+}
+
+int ExitStatus(const PhoneEnd& end) {
+  const bool server_failed = end.reason == PhoneEnd::Reason::ServerKilled ||
+                             (end.reason == PhoneEnd::Reason::ServerExited && end.status != 0);
+  return server_failed ? SERVER_FAILED : 0;
+}
+
+std::string Greeting(Session& session) {
+  return fmt::format("phone: {}\nhost port: {}\n", session.Name(), session.Phone().HostPort());
+}
+
+int RunInForeground(const SessionOptions& options) {
+  BlockEndingSignals();
+  Session session(options);
+  fmt::print("{}", Greeting(session));
+  fflush(stdout);
+  const PhoneEnd end = session.Run();
+  fmt::print("{}\n", end.Text());
+  return ExitStatus(end);
+}
+
+int RunShellOnly(const SessionOptions& options) {
+  BlockEndingSignals();
+  Session session(options);
+  fmt::print("{}", Greeting(session));
+  fflush(stdout);
+  simulator::RelayTerminal(session.Phone().OpenShell());
+  return 0;
+}
+
+int StartInBackground(const SessionOptions& options) {
+  return simulator::RunInBackground([&options](const std::function<void(const std::string&)>& ready) {
+    BlockEndingSignals();
+    Session session(options);
+    session.AwaitServer();
+    ready(Greeting(session));
+    session.Run();
+  });
+}
+
+std::filesystem::path ServerBesidePhonesim() {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "phonetestd";
+}
+
+// What stands behind "--" is the server's.
+std::vector<std::string> SplitServerArguments(int& argc, char** argv) {
+  for (int index = 1; index < argc; ++index) {
+    if (std::string_view(argv[index]) != "--") continue;
+    const std::vector<std::string> arguments(argv + index + 1, argv + argc);
+    argc = index;
+    return arguments;
+  }
+  return {};
+}
+
+int RunProgram(int argc, char** argv) {
+  SessionOptions options;
+  bool no_server = false;
+  options.phone.server_arguments = SplitServerArguments(argc, argv);
+  options.phone.server = ServerBesidePhonesim();
+
+  CLI::App app(
+      "A simulated phone: boots the test-command server without hardware.\n"
+      "Without a command it runs in the foreground until Ctrl-C; arguments behind -- are the server's.\n"
+      "A command that is not listed here goes to the running phone: `phonesim commands` shows them.");
+  app.name("phonesim");
+  app.add_option("--name", options.name, "the phone's name, with several of them");
+  app.add_option("--server", options.phone.server,
+                 "the server program (default: phonetestd beside phonesim)");
+  app.add_option("--state", options.phone.state_directory, "keeps the phone's files there between boots");
+  app.add_option("--journal", options.journal_file,
+                 "writes all that happens there, as JSON when it ends in .json");
+  app.add_option("--link", options.phone.host_port_link,
+                 "a symbolic link to the host's end of the serial port");
+  app.add_option("--lcd", options.lcd_file, "writes the LCD there as PNG when the phone ends");
+  app.add_flag("--no-waiting", options.phone.instant_sleeps, "the phone's sleeps take no time");
+  app.add_flag("--no-server", no_server, "no server: a shell in the phone");
+  app.add_flag("--verbose,-v", options.prints_journal, "prints all that happens");
+  CLI::App* start = app.add_subcommand("start", "starts a phone in the background")->fallthrough();
+  CLI::App* stop = app.add_subcommand("stop", "stops it")->fallthrough();
+  CLI::App* status = app.add_subcommand("status", "lists the phones that run")->fallthrough();
+  CLI::App* shell = app.add_subcommand("shell", "a shell in the phone")->fallthrough();
+  CLI::App* journal = app.add_subcommand("journal", "what has happened so far")->fallthrough();
+  bool follow = false;
+  journal->add_flag("--follow,-f", follow, "and what happens from now on");
+  app.prefix_command();
+  CLI11_PARSE(app, argc, argv);
+
+  if (no_server) options.phone.server.clear();
+  options.phone.echo_console = !*start && !no_server;
+  const std::string name = options.name.empty() ? "phone" : options.name;
+  if (*start) return StartInBackground(options);
+  if (*stop) return simulator::StopPhone(name);
+  if (*status) return simulator::ShowPhones();
+  if (*shell) return simulator::ShellInPhone(name);
+  if (*journal) return simulator::ShowJournal(name, follow);
+  if (const std::vector<std::string> words = app.remaining(); !words.empty()) {
+    return simulator::CommandPhone(name, words);
+  }
+  return no_server ? RunShellOnly(options) : RunInForeground(options);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return RunProgram(argc, argv);
+  } catch (const std::exception& failure) {
+    fmt::print(stderr, "phonesim: {}\n", failure.what());
+    return CANNOT_SIMULATE;
+  }
+}

@@ -1,0 +1,179 @@
+#include "simulator/phonesim/session.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/eventfd.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <utility>
+
+#include "simulator/models/framebuffer.h"
+#include "simulator/phonesim/control_socket.h"
+
+namespace simulator {
+namespace {
+
+std::string TimedLine(const JournalEntry& entry) {
+  return fmt::format("{:12.6f} {}\n", std::chrono::duration<double>(entry.time).count(), entry.Line());
+}
+
+// Output of a program need not be UTF-8, which JSON is.
+std::string JsonLine(const JournalEntry& entry) {
+  return entry.Json().dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace
+
+Session::Session(SessionOptions options) : options_(std::move(options)), phone_(options_.phone) {
+  TakeName();
+  if (!options_.journal_file.empty()) {
+    journal_.open(options_.journal_file);
+    if (!journal_)
+      throw std::runtime_error(fmt::format("The journal {} cannot be written.", options_.journal_file));
+  }
+  sigset_t ending;
+  sigemptyset(&ending);
+  for (int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, number);
+  signals_.Reset(signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK));
+  changed_.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  phone_.GetJournal().SetListener([this](const JournalEntry& entry) { Record(entry); });
+  phone_.SetEnded([this](const PhoneEnd&) { eventfd_write(changed_.Get(), 1); });
+  phone_.Boot();
+}
+
+Session::~Session() {
+  phone_.GetJournal().SetListener({});
+}
+
+void Session::TakeName() {
+  if (!options_.name.empty()) {
+    listening_ = ListenAs(options_.name);
+    if (!listening_.IsOpen()) {
+      throw std::runtime_error(fmt::format("A simulated phone named {} runs already.", options_.name));
+    }
+  }
+  for (int number = 1; !listening_.IsOpen(); ++number) {
+    options_.name = number == 1 ? "phone" : fmt::format("phone-{}", number);
+    listening_ = ListenAs(options_.name);
+  }
+}
+
+void Session::Record(const JournalEntry& entry) {
+  const std::string line = TimedLine(entry);
+  if (journal_.is_open())
+    journal_ << (options_.journal_file.ends_with(".json") ? JsonLine(entry) : line) << std::flush;
+  if (options_.prints_journal) {
+    [[maybe_unused]] const ssize_t ignored = write(STDOUT_FILENO, line.data(), line.size());
+  }
+  eventfd_write(changed_.Get(), 1);
+}
+
+void Session::AwaitServer() {
+  if (options_.phone.server.empty()) return;
+  phone_.GetJournal().WaitFor(
+      (OfKind({JournalKind::Value}) && AtPath("/proc/backlight/lcd")) || (OfKind({JournalKind::Event})), 0,
+      std::chrono::seconds(5));
+}
+
+PhoneEnd Session::Run() {
+  while (true) {
+    Wait();
+    std::erase_if(clients_, [this](Client& client) { return !GoOn(client); });
+    if (stopped_) phone_.Stop();
+    const auto end = phone_.WaitForEnd(std::chrono::milliseconds(0));
+    if (!end) continue;
+    if (!options_.lcd_file.empty()) {
+      std::ofstream(options_.lcd_file, std::ios::binary)
+          << phone_.With<Framebuffer>([](const Framebuffer& lcd) { return lcd.Png(); });
+    }
+    // The last entries, for those who follow.
+    for (Client& client : clients_) GoOn(client);
+    return *end;
+  }
+}
+
+void Session::Wait() {
+  std::vector<pollfd> polled = {
+      {signals_.Get(), POLLIN, 0}, {changed_.Get(), POLLIN, 0}, {listening_.Get(), POLLIN, 0}};
+  for (const Client& client : clients_) {
+    polled.push_back({client.socket.Get(), static_cast<short>(client.pending.empty() ? 0 : POLLOUT), 0});
+  }
+  if (poll(polled.data(), polled.size(), -1) < 0) return;
+  eventfd_t ignored_count;
+  if (polled[1].revents != 0) eventfd_read(changed_.Get(), &ignored_count);
+  if (polled[2].revents != 0) ServeClient();
+  if (polled[0].revents != 0) stopped_ = true;
+}
+
+void Session::ServeClient() {
+  Client client = {AcceptClient(listening_), {}, {}, false};
+  if (!client.socket.IsOpen()) return;
+  const std::vector<std::string> words = ReceiveWords(client.socket);
+  if (words.empty()) return;
+  try {
+    Serve(client, words);
+  } catch (const std::exception& failure) {
+    client.pending = fmt::format("{}{}\n", ANSWER_BAD, failure.what());
+  }
+  clients_.push_back(std::move(client));
+}
+
+void Session::Serve(Client& client, const std::vector<std::string>& words) {
+  std::string text;
+  if (words[0] == "shell") {
+    SendDescriptor(client.socket, phone_.OpenShell().Get());
+    return;
+  }
+  if (words[0] == "journal") {
+    client.journal_next = 0;
+    client.follows = words.size() > 1 && words[1] == "--follow";
+  } else if (words[0] == "stop") {
+    stopped_ = true;
+  } else if (words[0] == "status") {
+    text = Status();
+  } else if (words[0] == "commands") {
+    text = Help();
+  } else if (words[0] == "gives-file") {
+    if (!GivesFile(words.at(1))) throw std::invalid_argument(words[1]);
+  } else {
+    text = phone_.Command(words);
+  }
+  client.pending = ANSWER_GOOD + text;
+}
+
+// False when the client has got all that it is to get, or is gone.
+bool Session::GoOn(Client& client) {
+  if (client.journal_next) {
+    const std::vector<JournalEntry> entries = phone_.GetJournal().Entries(*client.journal_next);
+    for (const JournalEntry& entry : entries) client.pending += TimedLine(entry);
+    *client.journal_next += entries.size();
+  }
+  return SendSome(client.socket, client.pending) && (client.follows || !client.pending.empty());
+}
+
+std::string Session::Status() const {
+  return fmt::format("{}: {}, host port {}, server process {}, simulator process {}\n", options_.name,
+                     phone_.IsRunning() ? "running" : "ended", phone_.HostPort(), phone_.ServerProcess(),
+                     getpid());
+}
+
+std::string Session::Help() {
+  std::string text;
+  for (const ModelCommand& command : phone_.Commands()) {
+    text += fmt::format("{} {}\n    {}\n", command.name, command.usage, command.help);
+  }
+  return text;
+}
+
+bool Session::GivesFile(const std::string& name) {
+  for (const ModelCommand& command : phone_.Commands()) {
+    if (command.name == name) return command.gives_file;
+  }
+  return false;
+}
+
+}  // namespace simulator

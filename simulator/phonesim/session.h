@@ -1,0 +1,69 @@
+// A phone that runs until it is stopped, powered off or its server ends; meanwhile it is worked by its
+// control socket.
+#pragma once
+
+#include <fstream>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulator/file_descriptor.h"
+#include "simulator/simulated_phone.h"
+
+namespace simulator {
+
+struct SessionOptions {
+  PhoneOptions phone;
+  std::string name;          // empty: the first free of "phone", "phone-2", ...
+  std::string journal_file;  // one JSON object a line when it ends in ".json"
+  std::string lcd_file;      // the LCD as PNG when the phone ends
+  bool prints_journal = false;
+};
+
+class Session {
+ public:
+  // Boots the phone. Throws CannotSimulate and other errors with a sentence.
+  explicit Session(SessionOptions options);
+  ~Session();
+
+  const std::string& Name() const {
+    return options_.name;
+  }
+  SimulatedPhone& Phone() {
+    return phone_;
+  }
+  // Waits, within reason, until the server has come through its start, whose last step sets the backlight.
+  void AwaitServer();
+  // Until the phone's end or a signal to end; SIGINT, SIGTERM and SIGHUP must be blocked.
+  PhoneEnd Run();
+
+ private:
+  // A connection whose answer has not gone out whole, or goes on as long as the phone does.
+  struct Client {
+    FileDescriptor socket;
+    std::string pending;
+    std::optional<size_t> journal_next;  // the first entry that it has not got
+    bool follows = false;
+  };
+
+  void TakeName();
+  void Record(const JournalEntry& entry);
+  void Wait();
+  void ServeClient();
+  void Serve(Client& client, const std::vector<std::string>& words);
+  bool GoOn(Client& client);
+  std::string Status() const;
+  std::string Help();
+  bool GivesFile(const std::string& command);
+
+  SessionOptions options_;
+  FileDescriptor listening_;
+  FileDescriptor signals_;
+  FileDescriptor changed_;  // an entry in the journal, or the phone's end
+  bool stopped_ = false;
+  std::ofstream journal_;
+  std::vector<Client> clients_;
+  SimulatedPhone phone_;
+};
+
+}  // namespace simulator
