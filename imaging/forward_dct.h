@@ -5,9 +5,8 @@
 // A.3.3, too large by the factor sqrt(8) * DCT_SCALE[k]; the quantizer's divisors take these factors away
 // again, so that they cost nothing.
 //
-// Eight samples of magnitude m give coefficients of magnitude up to 10.1 m (k = 1). Rows and columns of
-// samples from 0 to 511 stay within 16 bits: the constant coefficient reaches 64 * 511, and to the others
-// only the distance from the middle counts, 10.1^2 * 256.
+// Eight samples of magnitude m give coefficients of magnitude up to 10.1 m (k = 1), and the sums that a
+// column's transform makes of them are up to 8 times that. So samples of 128 * 25 / 8 stay within 16 bits.
 #pragma once
 
 #include "imaging/sample_pair.h"

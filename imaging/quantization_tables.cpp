@@ -30,27 +30,28 @@ constexpr uint8_t STANDARD_CHROMA_STEPS[64] = {
 
 constexpr int64_t BILLION = 1000000000;
 
-// How the transformed samples stand to the levels of the component to be coded.
+// How many samples' units a level of the component has.
 struct SampleScale {
-  int64_t thousandthsOfLevel;  // the level's size in samples
-  int32_t offset;              // what 64 samples are too large in all: the level shift less the cut
+  int64_t numerator;
+  int64_t denominator;
 };
 
-constexpr SampleScale LUMA_SCALE = {2000, 64 * 256 - LUMA_CUT};
-constexpr SampleScale BLUE_SCALE = {1772, -CHROMA_CUT};
-constexpr SampleScale RED_SCALE = {1402, -CHROMA_CUT};
+constexpr SampleScale LUMA_SCALE = {LUMA_PER_LEVEL_NUMERATOR, LUMA_PER_LEVEL_DENOMINATOR};
+constexpr SampleScale BLUE_SCALE = {1772 * CHROMA_ONE, 1000 << CHROMA_BITS};
+constexpr SampleScale RED_SCALE = {1402 * CHROMA_ONE, 1000 << CHROMA_BITS};
 
 // Two transforms by sqrt(8) leave coefficients 8 times too large.
 constexpr uint32_t Reciprocal(int row, int column, int step, const SampleScale& samples) {
   int64_t divisor =
-      DCT_SCALE[row] * DCT_SCALE[column] / BILLION * 8 * samples.thousandthsOfLevel / 1000 * step;
+      DCT_SCALE[row] * DCT_SCALE[column] / BILLION * samples.numerator / samples.denominator * 8 * step;
   return static_cast<uint32_t>(((BILLION << RECIPROCAL_BITS) + divisor / 2) / divisor);
 }
 
 // A column's transform keeps the energy of its samples, apart from the scale, so no coefficient is larger
 // than the root of it: below half the smallest step all of them round to zero.
 constexpr int32_t Negligible(int column, int64_t smallestStep, const SampleScale& samples) {
-  int64_t scale = DCT_SCALE[column] / 1000 * samples.thousandthsOfLevel / 1000;  // millionths; sqrt(8) below
+  int64_t scale =
+      DCT_SCALE[column] / 1000 * samples.numerator / samples.denominator;  // millionths; sqrt(8) below
   return static_cast<int32_t>(8 * smallestStep * smallestStep / 4 * scale / 1000000 * scale / 1000000);
 }
 
@@ -70,13 +71,9 @@ constexpr QuantizationTable MakeTable(const uint8_t (&standard)[64], const Sampl
       entry.reciprocals[row] = Reciprocal(row, column, step, low) | Reciprocal(row, column, step, high) << 16;
       entry.positions[row] = ZIGZAG_POSITION[8 * row + column];
     }
-    entry.rounding[0] = entry.rounding[1] = 1 << (RECIPROCAL_BITS - 1);
     entry.negligible[0] = column < firstOftenEmpty ? -1 : Negligible(column, smallest, low);
     entry.negligible[1] = Negligible(column, smallest, high);
   }
-  ColumnTable& first = table.columns[0];
-  first.rounding[0] -= static_cast<int32_t>(first.reciprocals[0] & 0xFFFF) * low.offset;
-  first.rounding[1] -= static_cast<int32_t>(first.reciprocals[0] >> 16) * high.offset;
   return table;
 }
 

@@ -32,10 +32,8 @@ inline ProductPair AddQuotients(ProductPair sums, SamplePair samples, SamplePair
 template <int row>
 inline void Quantize(SamplePair samples, const ColumnTable& column, BlockPair* pair) {
   constexpr int32_t half = 1 << (RECIPROCAL_BITS - 1);
-  const ProductPair rounding =
-      row == 0 ? ProductPair{column.rounding[0], column.rounding[1]} : ProductPair{half, half};
-  KeepPair<RECIPROCAL_BITS>(AddQuotients(rounding, samples, column.reciprocals[row]), &column.positions[row],
-                            pair);
+  KeepPair<RECIPROCAL_BITS>(AddQuotients({half, half}, samples, column.reciprocals[row]),
+                            &column.positions[row], pair);
 }
 
 // The samples have FACTOR_BITS bits of fraction.
