@@ -159,7 +159,8 @@ class DeviceModel {
   // The devices and programs that are this model's. Each gets an empty stand-in if Furnish puts nothing
   // there.
   virtual std::vector<std::string> Paths() const = 0;
-  // Directories of ordinary files: the model is asked before one of them is opened or created, and can refuse.
+  // Directories of ordinary files: the model is asked before one of them is opened or created, and can
+  // refuse.
   virtual std::vector<std::string> Folders() const {
     return {};
   }

@@ -23,7 +23,7 @@ enum class JournalKind {
   Request,  // a driver request: path, request, bytes in and out, result, error
   Shell,    // a command line given to the shell (sh -c TEXT): text
   Tool,     // a program started otherwise, by the shell too: path, arguments
-  Value,    // a value written to a text control: path, text
+  Value,    // a value written to a text control, bytes to the modem's AT port: path, text
   Write,    // a write to an ordinary file, with PhoneOptions::observe_writes only: path, offset, bytes in
   Sleep,    // a sleep asked for: duration
   Clock,    // the system clock set: text

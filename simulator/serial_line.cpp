@@ -34,6 +34,11 @@ struct SerialLine::State {
     if (!master.IsOpen() || unlockpt(master.Get()) != 0) ThrowErrno("pseudo-terminal");
     device.Reset(ioctl(master.Get(), TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC));
     if (!device.IsOpen()) ThrowErrno("pseudo-terminal");
+    // What comes in while no program has the line open is not sent back.
+    termios settings = {};
+    tcgetattr(device.Get(), &settings);
+    settings.c_lflag &= static_cast<tcflag_t>(~ECHO);
+    tcsetattr(device.Get(), TCSANOW, &settings);
     watch = loop.Watch(master.Get(), POLLIN, [this](short events) { Serve(events); });
   }
 

@@ -1,6 +1,7 @@
 #include "simulator/models/model_table.h"
 
 #include "simulator/models/backlight.h"
+#include "simulator/models/bluetooth_tool.h"
 #include "simulator/models/flash_partitions.h"
 #include "simulator/models/framebuffer.h"
 #include "simulator/models/gpio.h"
@@ -11,6 +12,9 @@
 #include "simulator/models/led.h"
 #include "simulator/models/media_player.h"
 #include "simulator/models/memory_card.h"
+#include "simulator/models/modem_at_port.h"
+#include "simulator/models/modem_control_port.h"
+#include "simulator/models/modem_data_port.h"
 #include "simulator/models/modem_memory.h"
 #include "simulator/models/motor.h"
 #include "simulator/models/one_time_area.h"
@@ -35,26 +39,30 @@ std::vector<std::unique_ptr<DeviceModel>> Make(PhoneServices& phone) {
 }  // namespace
 
 std::vector<std::unique_ptr<DeviceModel>> MakeModels(PhoneServices& phone) {
-  return Make<StandardDevices,  //
-              Tools,            //
-              HostPort,         //
-              Gpio,             //
-              Framebuffer,      //
-              Backlight,        //
-              Motor,            //
-              Led,              //
-              GsmUartLine,      //
-              Standby,          //
-              Sound,            //
-              MediaPlayer,      //
-              Keypad,           //
-              TouchPanel,       //
-              Radio,            //
-              OneTimeArea,      //
-              FlashPartitions,  //
-              ModemMemory,      //
-              RealTimeClock,    //
-              MemoryCard,       //
+  return Make<StandardDevices,   //
+              Tools,             //
+              HostPort,          //
+              Gpio,              //
+              Framebuffer,       //
+              Backlight,         //
+              Motor,             //
+              Led,               //
+              GsmUartLine,       //
+              Standby,           //
+              Sound,             //
+              MediaPlayer,       //
+              Keypad,            //
+              TouchPanel,        //
+              Radio,             //
+              OneTimeArea,       //
+              FlashPartitions,   //
+              ModemMemory,       //
+              ModemControlPort,  //
+              ModemAtPort,       //
+              ModemDataPort,     //
+              BluetoothTool,     //
+              RealTimeClock,     //
+              MemoryCard,        //
               Launcher>(phone);
 }
 

@@ -38,7 +38,8 @@ int ExitStatus(const PhoneEnd& end) {
 }
 
 std::string Greeting(Session& session) {
-  return fmt::format("phone: {}\nhost port: {}\n", session.Name(), session.Phone().HostPort());
+  return fmt::format("phone: {}\nhost port: {}\nmodem data port: {}", session.Name(),
+                     session.Phone().HostPort(), session.Phone().Command({"modem-data"}));
 }
 
 int RunInForeground(const SessionOptions& options) {
