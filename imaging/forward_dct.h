@@ -1,12 +1,13 @@
 // The forward discrete cosine transform of eight samples, on pairs of samples.
 //
-// The factorization is that of Arai, Agui and Nakajima (Trans. IEICE E71, 1988): 29 additions and, the
-// rotation of the odd half written out, 6 products. It leaves coefficient k of the transform of ITU-T T.81,
+// The factorization is that of Arai, Agui and Nakajima (Trans. IEICE E71, 1988), with the rotation of the odd
+// half written out: 26 additions and 6 products. It leaves coefficient k of the transform of ITU-T T.81,
 // A.3.3, too large by the factor sqrt(8) * DCT_SCALE[k]; the quantizer's divisors take these factors away
 // again, so that they cost nothing.
 //
-// Eight samples of magnitude m give coefficients of magnitude up to 10.1 m (k = 1), and the sums that a
-// column's transform makes of them are up to 8 times that. So samples of 128 * 25 / 8 stay within 16 bits.
+// Eight samples of magnitude m give coefficients of magnitude up to 10.06 m (k = 1), and the sums that a
+// column's transform makes of eight of these are up to 8 times that. So samples of up to 128 * 25 / 8 stay
+// within 16 bits.
 #pragma once
 
 #include "imaging/sample_pair.h"

@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
@@ -16,14 +17,21 @@ namespace {
 
 bool memoryIsOut = false;
 size_t allocated = 0;  // bytes asked for, in all
+bool mediumIsFull = false;
 
 }  // namespace
 
-// The test program is linked with --wrap=malloc.
+// The test program is linked with --wrap=malloc and --wrap=fsync.
 extern "C" void* __real_malloc(size_t size);
 extern "C" void* __wrap_malloc(size_t size) {
   allocated += size;
   return memoryIsOut ? nullptr : __real_malloc(size);
+}
+extern "C" int __real_fsync(int descriptor);
+extern "C" int __wrap_fsync(int descriptor) {
+  if (!mediumIsFull) return __real_fsync(descriptor);
+  errno = ENOSPC;
+  return -1;
 }
 
 namespace {
@@ -32,6 +40,9 @@ namespace {
 int32_t RefusingFactory(MMemContext*, const void*, void**) {
   return 77;
 }
+
+// Where SOF0 stands, behind SOI, APP0 and two quantization tables.
+constexpr size_t FRAME_HEADER = 2 + 18 + 2 * 69;
 
 const std::vector<uint16_t> ONE_PIXEL = {0xFFFF};
 
@@ -146,6 +157,9 @@ TEST(JpegEncoder, ReportsEveryLostByte) {
   EXPECT_NE(encodeWithin(5000), 0);
   EXPECT_NE(encodeWithin(size - 1), 0);
   EXPECT_EQ(encodeWithin(size), 0);
+  mediumIsFull = true;  // as a file system that allocates late says when it has taken every byte
+  EXPECT_NE(encodeWithin(size), 0);
+  mediumIsFull = false;
   signal(SIGXFSZ, ignored);
   unlink(path.c_str());
 }
@@ -200,13 +214,30 @@ TEST(JpegEncoder, ReadsNothingOutsideTheFrame) {
   munmap(guarded, room + 2 * page);
 }
 
+// Where every block shows some of the picture, the edges' pixels could as well have been in the frame.
+TEST(JpegEncoder, RepeatsTheEdges) {
+  constexpr int32_t width = 27;
+  constexpr int32_t height = 26;
+  const auto frame = CameraScene(width, height);
+  std::vector<uint16_t> whole;
+  for (int32_t i = 0; i < 32 * 32; ++i) {
+    whole.push_back(
+        frame[static_cast<size_t>(std::min(i / 32, height - 1) * width + std::min(i % 32, width - 1))]);
+  }
+  const auto picture = Encode(frame, width, height);
+  auto expected = Encode(whole, 32, 32);
+  ASSERT_GT(expected.size(), 600U);
+  expected[FRAME_HEADER + 6] = height;
+  expected[FRAME_HEADER + 8] = width;
+  EXPECT_EQ(picture, expected);
+}
+
 TEST(JpegEncoder, TakesExtentsUpTo65535) {
   const std::vector<uint16_t> frame(65535, 0x1234);
   for (const auto& [width, height] : {std::pair{65535, 1}, {1, 65535}}) {
     const auto picture = Encode(frame, width, height);
     ASSERT_GT(picture.size(), 600U);
-    // SOF0 follows SOI, APP0 and two quantization tables.
-    const uint8_t* header = &picture[2 + 18 + 2 * 69];
+    const uint8_t* header = &picture[FRAME_HEADER];
     EXPECT_EQ(header[0] << 8 | header[1], 0xFFC0);
     EXPECT_EQ(header[5] << 8 | header[6], height);
     EXPECT_EQ(header[7] << 8 | header[8], width);
