@@ -193,7 +193,8 @@ void KeepOnlyLink(int& link) {
     for (int number = LOWEST_OWN_NUMBER; number < 65536; ++number) close(number);
   }
   const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
-  for (int number = 0; number < link; ++number) dup2(nothing, number);
+  // The phone gets none of them; its three standard descriptors are set in their places.
+  for (int number = 0; number < link; ++number) dup3(nothing, number, O_CLOEXEC);
 }
 
 }  // namespace

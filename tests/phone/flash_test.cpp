@@ -21,11 +21,6 @@ std::string Erased(size_t size) {
   return std::string(size, '\xFF');
 }
 
-Lines operator+(Lines left, const Lines& right) {
-  left.insert(left.end(), right.begin(), right.end());
-  return left;
-}
-
 std::string EraseOf(int number) {
   return "shell /home/utils/eraseall -q /dev/mtd/" + std::to_string(number);
 }

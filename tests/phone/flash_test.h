@@ -14,7 +14,6 @@ Bytes Answer(int32_t status, const Bytes& data);
 std::string AsText(const Bytes& bytes);
 std::span<const uint8_t> AsBytes(const std::string& text);
 std::string Erased(size_t size);
-Lines operator+(Lines left, const Lines& right);
 
 // What accesses to a partition leave in the journal.
 const std::string LOOKUP = "shell cat /proc/mtd";

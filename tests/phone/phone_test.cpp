@@ -12,6 +12,11 @@ std::filesystem::path ServerPath() {
 
 }  // namespace
 
+Lines operator+(Lines left, const Lines& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
 PhoneTest::PhoneTest() {
   options.server = ServerPath();
 }

@@ -17,6 +17,7 @@ using simulator::LineIs;
 using simulator::OfKind;
 
 using Lines = std::vector<std::string>;
+Lines operator+(Lines left, const Lines& right);
 
 class PhoneTest : public testing::Test {
  protected:

@@ -1,0 +1,242 @@
+// The tone generator: what its thread asks of the drivers, every sample, and how it fails.
+#include <algorithm>
+#include <functional>
+#include <thread>
+
+#include "simulator/models/sound.h"
+#include "tests/phone/server_process.h"
+#include "tests/phone/sound_lines.h"
+
+namespace {
+
+using simulator::FaultCall;
+using simulator::Sound;
+
+constexpr uint32_t TONE = 0x29;
+constexpr uint32_t SECOND_ROUTE = 2;
+constexpr size_t BUFFER_FRAMES = 44100;
+
+class Tone : public PhoneTest {
+ protected:
+  Tone() {
+    options.instant_sleeps = true;
+    Phone().With<Sound>([](Sound& sound) { sound.state.paced = false; });
+    Boot();
+    EXPECT_TRUE(StillAnswers());  // and has closed what its start opened
+    MarkJournal();
+    threads_ = Threads(Phone().ServerProcess());
+    descriptors_ = OpenDescriptors(Phone().ServerProcess());
+  }
+
+  int32_t Start(const std::vector<int32_t>& frequencies, uint32_t flags) {
+    constexpr uint32_t NOT_USED = 0xDEADBEEF;
+    before_ = Newest().file;
+    return AskStatus(TONE,
+                     Words({static_cast<uint32_t>(frequencies[0]), static_cast<uint32_t>(frequencies[1]),
+                            static_cast<uint32_t>(frequencies[2]), NOT_USED, 40, flags, 1}));
+  }
+  int32_t Stop() {
+    return AskStatus(TONE, Words({1, 2, 3, 4, 5, 6, 0}));
+  }
+
+  Sound::Recording Newest() {
+    return Phone().With<Sound>([](Sound& sound) {
+      return sound.Recordings().empty() ? Sound::Recording{} : sound.Recordings().back();
+    });
+  }
+  // Waits until the tone that was started last has played so many frames.
+  bool Plays(size_t frames) {
+    for (int attempt = 0; attempt < 5000; ++attempt) {
+      const Sound::Recording newest = Newest();
+      if (newest.file != before_ && newest.bytes >= 4 * frames) return true;
+      std::this_thread::sleep_for(2ms);
+    }
+    return false;
+  }
+  size_t OpenStreams() {
+    return Phone().With<Sound>([](Sound& sound) { return sound.OpenStreams(); });
+  }
+
+  size_t threads_, descriptors_;
+  std::filesystem::path before_;
+};
+
+TEST_F(Tone, PlaysOverTheRouteOfItsFlags) {
+  for (uint32_t flags : {0u, 1u, 2u, 3u, 0xFFFFFFFEu, 0xFFFFFFFCu}) {
+    MarkJournal();
+    EXPECT_EQ(Start({1000, 0, 0}, flags), SUCCESS);
+    EXPECT_EQ(Stop(), SUCCESS);
+    EXPECT_EQ(LinesSince(), ToneLines(40, (flags & 3) == SECOND_ROUTE)) << "flags " << flags;
+  }
+}
+
+TEST_F(Tone, StartsOnceAndStopsOnce) {
+  EXPECT_EQ(Stop(), GENERAL_FAILURE);
+  EXPECT_EQ(LinesSince(), Lines());
+  EXPECT_EQ(Start({1000, 0, 0}, SECOND_ROUTE), SUCCESS);
+  EXPECT_EQ(Start({2000, 0, 0}, 0), GENERAL_FAILURE);
+  EXPECT_EQ(Stop(), SUCCESS);
+  EXPECT_EQ(LinesSince(), ToneLines(40, true)) << "the second start touches nothing";
+  EXPECT_EQ(Stop(), GENERAL_FAILURE);
+  EXPECT_EQ(Threads(Phone().ServerProcess()), threads_);
+  EXPECT_EQ(OpenDescriptors(Phone().ServerProcess()), descriptors_);
+}
+
+TEST_F(Tone, PlaysEverySampleByTheFormula) {
+  const std::vector<int32_t> cases[] = {
+      {1000, 0, 0},
+      {0, 2100, 0},
+      {2100, 1600, 0},
+      {697, 1209, 3000},
+      {440, 440, 440},         // clips at both ends
+      {22050, 43999, 44100},   // steps 256, 510 and 512, which stands still
+      {-1000, INT32_MIN, -1},  // no host's wish, but defined
+      {INT32_MAX, 100000, 86},
+  };
+  for (const auto& frequencies : cases) {
+    EXPECT_EQ(Start(frequencies, 0), SUCCESS);
+    EXPECT_TRUE(Plays(2 * BUFFER_FRAMES + 1000));
+    EXPECT_EQ(Stop(), SUCCESS);
+    const RecordedSound sound = ReadRecording(Newest().file);
+    EXPECT_EQ(sound.samples.size() % (2 * BUFFER_FRAMES), 0u) << "whole seconds";
+    // The second buffer goes on where the first ended: 44100 frames are no whole number of table periods.
+    ExpectTone(sound, 3 * BUFFER_FRAMES, frequencies);
+    if (HasFatalFailure()) FAIL() << "frequency " << frequencies[0];
+  }
+}
+
+TEST_F(Tone, IsSilentBelowOneStepAndHalvesWhatItHasClipped) {
+  const auto played = [this](const std::vector<int32_t>& frequencies) {
+    EXPECT_EQ(Start(frequencies, 0), SUCCESS);
+    EXPECT_TRUE(Plays(BUFFER_FRAMES));
+    EXPECT_EQ(Stop(), SUCCESS);
+    std::vector<int16_t> samples = ReadRecording(Newest().file).samples;
+    const auto [lowest, highest] = std::ranges::minmax_element(samples);
+    return std::pair<int, int>(*lowest, *highest);
+  };
+  EXPECT_EQ(played({86, 0, 0}), std::pair(0, 0));
+  EXPECT_EQ(played({0, 0, 0}), std::pair(0, 0));
+  EXPECT_EQ(played({1000, 0, 0}), std::pair(-16384, 16383));
+  EXPECT_EQ(played({1000, 1000, 1000}), std::pair(-16384, 16383));
+}
+
+TEST_F(Tone, BlocksTheStopUntilItsSecondIsPlayed) {
+  Phone().With<Sound>([](Sound& sound) { sound.state.paced = true; });
+  EXPECT_EQ(Start({1000, 0, 0}, 0), SUCCESS);
+  EXPECT_TRUE(Plays(1));
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Stop(), SUCCESS);
+  // A pipe's 64 KiB of the second's 172 need not have been heard when the last write returns.
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 400ms);
+  const RecordedSound sound = ReadRecording(Newest().file);
+  EXPECT_LE(sound.samples.size(), 2 * BUFFER_FRAMES);
+}
+
+TEST_F(Tone, PlaysNothingWhenStoppedBeforeItsFirstBuffer) {
+  Phone().GetFaults().Add({.call = FaultCall::Request, .path = MIXER, .request = 0x2280, .delay = 300ms});
+  EXPECT_EQ(Start({1000, 0, 0}, SECOND_ROUTE), SUCCESS);
+  EXPECT_EQ(Stop(), SUCCESS);
+  EXPECT_EQ(LinesSince(), ToneLines(40, true));
+  EXPECT_EQ(Newest().bytes, 0u);
+}
+
+// What ends the thread, at which of its lines, and what stays open. The lines are counted from 1.
+TEST_F(Tone, EndsSilentlyAtItsFirstFailingStep) {
+  const Lines all = ToneLines(40, false);
+  struct Case {
+    const char* what;
+    FaultCall call;
+    const char* path;
+    uint32_t request;
+    int nth;
+    size_t last_line;
+    size_t open_streams;
+  };
+  const Case cases[] = {
+      {"PCM not opened", FaultCall::Open, PCM, 0, 2, 7, 0},
+      {"channels refused", FaultCall::Request, PCM, 0xC0045006, 1, 8, 0},
+      {"speed refused", FaultCall::Request, PCM, 0xC0045002, 1, 9, 0},
+      {"format refused", FaultCall::Request, PCM, 0xC0045005, 1, 10, 0},
+      {"mixer not opened, and PCM left open on purpose", FaultCall::Open, MIXER, 0, 2, 11, 1},
+  };
+  for (const Case& c : cases) {
+    MarkJournal();
+    simulator::FaultRule rule = {.call = c.call, .path = c.path, .nth = c.nth, .error = EBUSY};
+    if (c.request != 0) rule.request = c.request;
+    Phone().GetFaults().Add(rule);
+    EXPECT_EQ(Start({1000, 0, 0}, 0), SUCCESS) << c.what;
+    EXPECT_TRUE(ComesToThreads(Phone().ServerProcess(), threads_)) << c.what;
+    Lines expected(all.begin(), all.begin() + static_cast<int64_t>(c.last_line));
+    expected.back() = expected.back().substr(0, expected.back().find(" in ")) + " -> EBUSY";
+    EXPECT_EQ(LinesSince(), expected) << c.what;
+    EXPECT_EQ(OpenStreams(), c.open_streams) << c.what;
+    EXPECT_EQ(OpenDescriptors(Phone().ServerProcess()), descriptors_ + c.open_streams) << c.what;
+
+    EXPECT_EQ(Start({1000, 0, 0}, 0), GENERAL_FAILURE) << "the flag stays set";
+    EXPECT_EQ(Stop(), SUCCESS) << c.what;
+    EXPECT_EQ(Stop(), GENERAL_FAILURE) << c.what;
+    EXPECT_EQ(LinesSince(), expected) << "a stop of what has ended does nothing more";
+    Phone().GetFaults().Clear();
+  }
+  MarkJournal();
+  EXPECT_EQ(Start({1000, 0, 0}, 0), SUCCESS);
+  EXPECT_TRUE(Plays(BUFFER_FRAMES));
+  EXPECT_EQ(Stop(), SUCCESS);
+  EXPECT_EQ(LinesSince(), all);
+}
+
+// The thread's lines when calls on a device fail from one of them on, `times` in a row. What a failed opening
+// was for does not happen.
+Lines Failing(const Lines& lines, const std::string& start, int times) {
+  Lines failing;
+  bool opened = true;
+  for (const std::string& line : lines) {
+    if (line.starts_with("open ")) opened = true;
+    if (!opened) continue;
+    const bool fails = line.starts_with(start) && times-- > 0;
+    failing.push_back(fails ? line.substr(0, line.find(" in ")) + " -> EBUSY" : line);
+    if (fails && line.starts_with("open ")) opened = false;
+  }
+  return failing;
+}
+
+TEST_F(Tone, GoesOnWhereAFailureIsNotLookedAt) {
+  struct Case {
+    FaultCall call;
+    const char *path, *start;
+    int times;
+  };
+  const Case cases[] = {
+      {FaultCall::Open, MIXER, "open /dev/sound/mixer", 1},
+      {FaultCall::Open, PCM, "open /dev/sound/dsp", 1},
+      {FaultCall::Open, "/dev/misc/omap730_gpio", "open /dev/misc", 2},
+      {FaultCall::Request, MIXER, "request /dev/sound/mixer", 2},
+      {FaultCall::Request, PCM, "request /dev/sound/dsp", 3},
+      {FaultCall::Request, "/dev/misc/omap730_gpio", "request /dev/misc", 2},
+  };
+  for (const Case& c : cases) {
+    MarkJournal();
+    Phone().GetFaults().Add({.call = c.call, .path = c.path, .times = c.times, .error = EBUSY});
+    EXPECT_EQ(Start({1000, 0, 0}, SECOND_ROUTE), SUCCESS);
+    EXPECT_TRUE(Plays(1)) << c.start;
+    EXPECT_EQ(Stop(), SUCCESS);
+    EXPECT_EQ(LinesSince(), Failing(ToneLines(40, true), c.start, c.times));
+    EXPECT_EQ(OpenStreams(), 0u);
+    Phone().GetFaults().Clear();
+  }
+}
+
+TEST_F(Tone, KeepsItsFlagWhenNoThreadCanBeCreated) {
+  Phone().GetFaults().Add({.call = FaultCall::Thread, .error = EAGAIN});
+  EXPECT_EQ(Start({1000, 0, 0}, 0), GENERAL_FAILURE);
+  EXPECT_EQ(Start({1000, 0, 0}, 0), GENERAL_FAILURE) << "on purpose, though threads can be created again";
+  EXPECT_EQ(Threads(Phone().ServerProcess()), threads_);
+  EXPECT_EQ(LinesSince(), Lines());
+  EXPECT_EQ(Stop(), SUCCESS) << "joins nothing";
+  EXPECT_EQ(Stop(), GENERAL_FAILURE);
+  EXPECT_EQ(Start({1000, 0, 0}, 0), SUCCESS);
+  EXPECT_EQ(Stop(), SUCCESS);
+  EXPECT_EQ(LinesSince(), ToneLines(40, false));
+}
+
+}  // namespace
