@@ -73,7 +73,8 @@ OpenAnswer Sound::OpenPcm(const OpenCall& call) {
 }
 
 void Sound::Drain(StreamPlace stream) {
-  const size_t step = state.paced ? state.format.BytesPerSecond() / STEPS_PER_SECOND : UNPACED_STEP;
+  if (!stream->format) stream->format = state.format;
+  const size_t step = state.paced ? stream->format->BytesPerSecond() / STEPS_PER_SECOND : UNPACED_STEP;
   std::vector<uint8_t> samples(step);
   const ssize_t size = read(stream->samples.Get(), samples.data(), samples.size());
   if (size < 0) return;
@@ -90,7 +91,7 @@ void Sound::Drain(StreamPlace stream) {
 // Leaves the stream alone until what was taken from it has been heard.
 void Sound::Pause(StreamPlace stream, size_t bytes) {
   const auto now = std::chrono::steady_clock::now();
-  const std::chrono::duration<double> length(static_cast<double>(bytes) / state.format.BytesPerSecond());
+  const std::chrono::duration<double> length(static_cast<double>(bytes) / stream->format->BytesPerSecond());
   stream->played_until =
       std::max(stream->played_until, now) + std::chrono::duration_cast<std::chrono::nanoseconds>(length);
   phone_.loop.SetEvents(stream->watch, 0);
@@ -105,20 +106,31 @@ void Sound::Record(Stream& stream, std::span<const uint8_t> samples) {
     if (!stream.record) {
       const std::filesystem::path file =
           state.recordings / fmt::format("sound-{:04}.wav", ++recording_count_);
-      stream.record = std::make_unique<WavFile>(file, state.format);
-      recordings_.push_back({file, state.format, 0});
+      stream.record = std::make_unique<WavFile>(file, *stream.format);
+      stream.recording = std::make_shared<Recording>(Recording{file, *stream.format, 0});
+      KeepRecording(stream.recording);
     }
     stream.record->Append(samples);
-    recordings_.back().bytes = stream.record->SoundBytes();
+    stream.recording->bytes = stream.record->SoundBytes();
     stream.recorded = stream.record->SoundBytes() < LONGEST_RECORDING;
   } catch (const std::exception& failure) {
     stream.recorded = false;
     phone_.journal.Add({.text = fmt::format("sound is not recorded any more: {}", failure.what())});
   }
+}
+
+void Sound::KeepRecording(std::shared_ptr<Recording> recording) {
+  recordings_.push_back(std::move(recording));
   if (recordings_.size() <= KEPT_RECORDINGS) return;
   std::error_code ignored;
-  std::filesystem::remove(recordings_.front().file, ignored);
+  std::filesystem::remove(recordings_.front()->file, ignored);
   recordings_.pop_front();
+}
+
+std::vector<Sound::Recording> Sound::Recordings() const {
+  std::vector<Recording> recordings;
+  for (const auto& recording : recordings_) recordings.push_back(*recording);
+  return recordings;
 }
 
 void Sound::SetStalled(bool stalled) {
@@ -167,7 +179,7 @@ std::vector<ModelCommand> Sound::Commands() {
 
 std::string Sound::List() const {
   std::string list;
-  for (const Recording& recording : recordings_) {
+  for (const Recording& recording : Recordings()) {
     list +=
         fmt::format("{} {:.2f} s, {} Hz, {} channels, {} bits\n", recording.file.string(), Seconds(recording),
                     recording.format.sample_rate, recording.format.channels, recording.format.sample_bits);
@@ -186,8 +198,8 @@ std::string Sound::Command(const std::vector<std::string>& words) {
   }
   if (recordings_.empty()) throw std::invalid_argument("Nothing has been played yet.");
   const std::string name = words.size() == 3 ? fmt::format("sound-{:0>4}.wav", words[2])
-                                             : recordings_.back().file.filename().string();
-  for (const Recording& recording : recordings_) {
+                                             : recordings_.back()->file.filename().string();
+  for (const Recording& recording : Recordings()) {
     if (recording.file.filename() != name) continue;
     std::error_code error;
     std::filesystem::copy_file(recording.file, words[1], std::filesystem::copy_options::overwrite_existing,

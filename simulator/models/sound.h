@@ -10,6 +10,8 @@
 #include <list>
 #include <map>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -48,10 +50,8 @@ class Sound : public DeviceModel {
   size_t OpenStreams() const {
     return streams_.size();
   }
-  // The newest recordings, oldest first. The last one grows while it plays.
-  const std::deque<Recording>& Recordings() const {
-    return recordings_;
-  }
+  // The newest recordings, oldest first. They grow while they play.
+  std::vector<Recording> Recordings() const;
 
   State state;
 
@@ -59,8 +59,10 @@ class Sound : public DeviceModel {
   struct Stream {
     FileDescriptor samples;
     PollLoop::Id watch = 0;
+    std::optional<SoundFormat> format;  // as it was set when the first samples came
     std::chrono::steady_clock::time_point played_until{};
     std::unique_ptr<WavFile> record;
+    std::shared_ptr<Recording> recording;
     bool recorded = true;
   };
   using StreamPlace = std::list<Stream>::iterator;
@@ -69,13 +71,14 @@ class Sound : public DeviceModel {
   void Drain(StreamPlace stream);
   void Pause(StreamPlace stream, size_t bytes);
   void Record(Stream& stream, std::span<const uint8_t> samples);
+  void KeepRecording(std::shared_ptr<Recording> recording);
   RequestAnswer SetFormat(DriverRequest& request);
   std::string List() const;
   std::string Command(const std::vector<std::string>& words);
 
   DeviceMemory mixer_{0};
   std::list<Stream> streams_;
-  std::deque<Recording> recordings_;
+  std::deque<std::shared_ptr<Recording>> recordings_;
   unsigned recording_count_ = 0;
 };
 

@@ -120,7 +120,7 @@ TEST_F(Tone, IsSilentBelowOneStepAndHalvesWhatItHasClipped) {
   EXPECT_EQ(played({1000, 1000, 1000}), std::pair(-16384, 16383));
 }
 
-TEST_F(Tone, BlocksTheStopUntilItsSecondIsPlayed) {
+TEST_F(Tone, PlaysAtTheFormatsPace) {
   Phone().With<Sound>([](Sound& sound) { sound.state.paced = true; });
   EXPECT_EQ(Start({1000, 0, 0}, 0), SUCCESS);
   EXPECT_TRUE(Plays(1));
@@ -130,6 +130,17 @@ TEST_F(Tone, BlocksTheStopUntilItsSecondIsPlayed) {
   EXPECT_GE(std::chrono::steady_clock::now() - start, 400ms);
   const RecordedSound sound = ReadRecording(Newest().file);
   EXPECT_LE(sound.samples.size(), 2 * BUFFER_FRAMES);
+}
+
+TEST_F(Tone, StopsWhenThePcmDeviceHasTakenItsBuffer) {
+  EXPECT_EQ(Start({1000, 0, 0}, 0), SUCCESS);
+  EXPECT_TRUE(Plays(1));
+  Phone().With<Sound>([](Sound& sound) { sound.SetStalled(true); });
+  SendCommand(TONE, Words({0, 0, 0, 0, 0, 0, 0}));
+  EXPECT_TRUE(host.IsQuiet(300ms));
+  Phone().With<Sound>([](Sound& sound) { sound.SetStalled(false); });
+  EXPECT_EQ(host.Receive(4), Words({0}));
+  EXPECT_TRUE(StillAnswers());
 }
 
 TEST_F(Tone, PlaysNothingWhenStoppedBeforeItsFirstBuffer) {
