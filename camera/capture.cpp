@@ -2,11 +2,11 @@
 
 #include <cstddef>
 #include <cstdlib>
-#include <cstring>
 
 #include "base/device.h"
 #include "base/result_codes.h"
 #include "base/shell.h"
+#include "camera/pattern_check.h"
 
 constexpr char CAPTURE_DEVICE[] = "/dev/v4l2/capture0";
 
@@ -48,7 +48,8 @@ constexpr int32_t PATTERN_BLACK = 7;
 
 constexpr uint32_t SELF_TEST_WIDTH = 240;
 constexpr uint32_t SELF_TEST_HEIGHT = 320;
-constexpr uint32_t SELF_TEST_BYTES = SELF_TEST_WIDTH * SELF_TEST_HEIGHT * 2;
+constexpr uint32_t SELF_TEST_PIXELS = SELF_TEST_WIDTH * SELF_TEST_HEIGHT;
+constexpr uint32_t SELF_TEST_BYTES = SELF_TEST_PIXELS * 2;
 constexpr uint32_t SCRATCH_BYTES = 0x25C00;  // a little more than one frame
 
 static bool SetControl(int camera, CaptureControl control) {
@@ -76,16 +77,11 @@ static int32_t ReadFrame(int camera, void* buffer, uint32_t size) {
   return read(camera, buffer, size) == static_cast<ssize_t>(size) ? SUCCESS : SHORT_READ;
 }
 
-// A frame is of one colour throughout when its first pixel has it and it equals itself one pixel further.
-static bool IsUniform(const uint16_t* frame, uint16_t colour) {
-  return frame[0] == colour && memcmp(frame, frame + 1, SELF_TEST_BYTES - sizeof *frame) == 0;
-}
-
 static int32_t CheckPattern(int camera, int32_t pattern, uint16_t colour, uint16_t* scratch) {
   if (!SetControl(camera, {PATTERN_CONTROL, pattern})) return FIFTH_REQUEST_FAILED;
   const int32_t result = ReadFrame(camera, scratch, SELF_TEST_BYTES);
   if (result != SUCCESS) return result;
-  return IsUniform(scratch, colour) ? SUCCESS : CONTENT_MISMATCH;
+  return IsUniform(scratch, SELF_TEST_PIXELS, colour) ? SUCCESS : CONTENT_MISMATCH;
 }
 
 int32_t CameraSelfTest() {

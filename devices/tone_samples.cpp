@@ -1,6 +1,7 @@
 #include "devices/tone_samples.h"
 
 #include <algorithm>
+#include <bit>
 
 // The cosine of an angle of at most half a turn, by its power series; for the compiler only.
 static constexpr double Cosine(double angle) {
@@ -29,42 +30,47 @@ constexpr CosTable ToneCosTable = MakeCosTable();
 static_assert(ToneCosTable.entry[0] == 32767 && ToneCosTable.entry[256] == -32767 &&
               ToneCosTable.entry[384] == 0);
 
-constexpr uint32_t TABLE_MASK = TONE_TABLE_SIZE - 1;
-constexpr uint32_t QUARTER_PERIOD = TONE_TABLE_SIZE / 4;  // makes the cosine a sine that starts at phase 0
-
 int32_t ToneStep(int32_t frequency) {
   // 64 bits, since the host may send any word.
   return static_cast<int32_t>(static_cast<int64_t>(frequency) * TONE_TABLE_SIZE / TONE_SAMPLE_RATE);
 }
 
-// One tone as the samples see it.
-struct ToneState {
-  int32_t frequency;
-  uint32_t step;
-};
+// Angles take a whole word for a full turn, so that they wrap round by themselves; their top 9 bits are the
+// table's index.
+constexpr uint32_t INDEX_SHIFT = 32 - 9;
+static_assert(TONE_TABLE_SIZE == 1 << (32 - INDEX_SHIFT));
+constexpr uint32_t QUARTER_TURN = 1U << 30;
 
-// The division is done again only for a frequency that has changed.
-static void SetFrequency(ToneState* tone, int32_t frequency) {
-  if (frequency == tone->frequency) return;
-  tone->frequency = frequency;
-  tone->step = static_cast<uint32_t>(ToneStep(frequency)) & TABLE_MASK;
+// The angle that a tone turns by with each frame; an absent one, of frequency 0, stands still at 0.
+static uint32_t AngleStep(int32_t frequency) {
+  return static_cast<uint32_t>(ToneStep(frequency)) << INDEX_SHIFT;
 }
 
-static int32_t Sample(const ToneState& tone, uint32_t phase) {
-  return tone.frequency == 0 ? 0 : ToneCosTable.entry[(phase * tone.step - QUARTER_PERIOD) & TABLE_MASK];
+static int32_t Sine(uint32_t angle) {
+  return ToneCosTable.entry[(angle - QUARTER_TURN) >> INDEX_SHIFT];
+}
+
+// The sum clipped and halved, in both channels, which go to memory as one word.
+static ToneFrame MakeFrame(int32_t sum) {
+  const auto left = static_cast<uint32_t>(std::clamp(sum, -32767, 32767) >> 1) << 16;
+  return std::bit_cast<ToneFrame>(left | left >> 16);
 }
 
 uint32_t FillToneBuffer(ToneFrame* frames, uint32_t frame_count, const SharedWord* frequencies,
                         uint32_t phase) {
-  ToneState first = {}, second = {}, third = {};
-  SetFrequency(&first, ReadWord(frequencies[0]));
-  for (uint32_t i = 0; i < frame_count; ++i) {
-    SetFrequency(&second, ReadWord(frequencies[1]));
-    SetFrequency(&third, ReadWord(frequencies[2]));
-    const int32_t sum = Sample(first, phase) + Sample(second, phase) + Sample(third, phase);
-    const auto sample = static_cast<int16_t>(std::clamp(sum, -32767, 32767) >> 1);
-    frames[i] = {sample, sample};
-    phase = (phase + 1) & TABLE_MASK;
+  const uint32_t first_step = AngleStep(ReadWord(frequencies[0]));
+  int32_t second = 0, third = 0;
+  uint32_t second_step = 0, third_step = 0;
+  for (ToneFrame* const end = frames + frame_count; frames < end; ++frames, ++phase) {
+    const int32_t new_second = ReadWord(frequencies[1]);
+    const int32_t new_third = ReadWord(frequencies[2]);
+    if (new_second != second || new_third != third) [[unlikely]] {
+      second = new_second;
+      third = new_third;
+      second_step = AngleStep(second);
+      third_step = AngleStep(third);
+    }
+    *frames = MakeFrame(Sine(phase * first_step) + Sine(phase * second_step) + Sine(phase * third_step));
   }
-  return phase;
+  return phase % TONE_TABLE_SIZE;
 }

@@ -16,7 +16,7 @@ struct CosTable {
 };
 extern const CosTable ToneCosTable;
 
-struct ToneFrame {
+struct alignas(uint32_t) ToneFrame {
   int16_t left, right;
 };
 static_assert(sizeof(ToneFrame) == 4);

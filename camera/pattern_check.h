@@ -1,0 +1,7 @@
+// The check of a sensor test pattern.
+#pragma once
+
+#include <cstdint>
+
+// Whether all of `count` pixels are of a colour. The count is even, the frame aligned to 4 bytes.
+bool IsUniform(const uint16_t* frame, uint32_t count, uint16_t colour);
