@@ -5,7 +5,9 @@
 
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <thread>
 
 #include "simulator/phonesim/control_socket.h"
@@ -30,6 +32,15 @@ bool GivesFile(const std::string& name, const std::string& command) {
 }
 
 }  // namespace
+
+std::string PhoneAtPort(const std::string& port) {
+  std::error_code error;
+  const std::string device = std::filesystem::canonical(port, error).string();
+  for (const std::string& name : RunningPhones()) {
+    if (Request(name, {"host-port"}).text == device) return name;
+  }
+  throw std::runtime_error(fmt::format("No simulated phone has the port {}.", port));
+}
 
 int StopPhone(const std::string& name) {
   const Answer answer = Request(name, {"stop"});

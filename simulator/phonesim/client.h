@@ -1,10 +1,14 @@
-// phonesim's commands to a phone that runs already. Each gives the program's exit status.
+// phonesim's commands to a phone that runs already. The commands give the program's exit status.
 #pragma once
 
 #include <string>
 #include <vector>
 
 namespace simulator {
+
+// The name of the running phone whose serial port this is. Throws an error with a sentence when there is
+// none.
+std::string PhoneAtPort(const std::string& port);
 
 int StopPhone(const std::string& name);
 int ShowPhones();

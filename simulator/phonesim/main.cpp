@@ -98,6 +98,8 @@ int RunProgram(int argc, char** argv) {
       "A command that is not listed here goes to the running phone: `phonesim commands` shows them.");
   app.name("phonesim");
   app.add_option("--name", options.name, "the phone's name, with several of them");
+  std::string port;
+  app.add_option("--port", port, "the running phone by its serial port instead of its name");
   app.add_option("--server", options.phone.server,
                  "the server program (default: phonetestd beside phonesim)");
   app.add_option("--state", options.phone.state_directory, "keeps the phone's files there between boots");
@@ -121,6 +123,7 @@ int RunProgram(int argc, char** argv) {
 
   if (no_server) options.phone.server.clear();
   options.phone.echo_console = !*start && !no_server;
+  if (!port.empty()) options.name = simulator::PhoneAtPort(port);
   const std::string name = options.name.empty() ? "phone" : options.name;
   if (*start) return StartInBackground(options);
   if (*stop) return simulator::StopPhone(name);

@@ -135,6 +135,8 @@ void Session::Serve(Client& client, const std::vector<std::string>& words) {
     stopped_ = true;
   } else if (words[0] == "status") {
     text = Status();
+  } else if (words[0] == "host-port") {
+    text = phone_.HostPort();
   } else if (words[0] == "commands") {
     text = Help();
   } else if (words[0] == "gives-file") {
