@@ -10,13 +10,19 @@ namespace station {
 
 namespace {
 
+std::string Characters(std::span<const std::uint8_t> bytes) {
+  std::string text;
+  for (const std::uint8_t byte : bytes) text += byte >= 0x20 && byte <= 0x7E ? static_cast<char>(byte) : '.';
+  return text;
+}
+
 // Rows of sixteen bytes with their offsets, for blocks that do not fit a line.
 std::string HexBlock(std::span<const std::uint8_t> bytes) {
   if (bytes.size() <= 32) return HexText(bytes);
   std::string block;
   for (std::size_t offset = 0; offset < bytes.size(); offset += 16) {
     const auto row = bytes.subspan(offset, std::min<std::size_t>(16, bytes.size() - offset));
-    block += fmt::format("\n  {:03X}  {}", offset, HexText(row));
+    block += fmt::format("\n  {:03X}  {:<47}  {}", offset, HexText(row), Characters(row));
   }
   return block;
 }

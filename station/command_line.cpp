@@ -5,6 +5,8 @@
 #include <map>
 
 #include "station/errors.h"
+#include "station/port_list.h"
+#include "station/tool_commands.h"
 
 namespace station {
 
@@ -126,7 +128,10 @@ CLI::App& Subcommand(CLI::App& app, const std::string& words, const std::string&
 }
 
 void AddGlobalOptions(CLI::App& app, Settings& settings) {
-  app.add_option("--port", settings.ports, "serial port of the phone: a device file, or tcp:HOST:PORT")
+  app.add_option(
+         "--port", settings.ports,
+         "the phone's serial port, or tcp:HOST:PORT; may be left out when only one USB serial port is "
+         "plugged in")
       ->type_name("PORT")
       ->allow_extra_args(false);
   app.add_option_function<long>(
@@ -151,6 +156,17 @@ void AddOperation(CLI::App& app, const Operation& operation, Request& request) {
 
 }  // namespace
 
+std::vector<std::string> ChosenPorts(const Settings& settings) {
+  if (!settings.ports.empty()) return settings.ports;
+  return {OnlyPort(ListPorts())};
+}
+
+std::string ChosenPort(const Settings& settings) {
+  const std::vector<std::string> ports = ChosenPorts(settings);
+  if (ports.size() > 1) throw UsageError("one command goes to one phone: give --port once");
+  return ports.front();
+}
+
 void DescribeCommandLine(CLI::App& app, Request& request) {
   app.fallthrough();
   app.require_subcommand(1);
@@ -162,6 +178,7 @@ void DescribeCommandLine(CLI::App& app, Request& request) {
     const Topic* topic = FindTopic(operation.words.substr(0, operation.words.find(' ')));
     ordered.emplace(topic != nullptr ? topic - TOPICS : std::ssize(TOPICS), &operation);
   }
+  AddToolCommands(app, request);
   for (const auto& [place, operation] : ordered) AddOperation(app, *operation, request);
   // Last, since subcommands take over what is set before them.
   app.footer(

@@ -3,10 +3,12 @@
 
 #include <CLI/CLI.hpp>
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "station/errors.h"
 #include "station/operation.h"
 
 namespace station {
@@ -19,12 +21,19 @@ struct Settings {
   bool yes = false;
 };
 
-// What the parsed command line asks for.
+// What the parsed command line asks for: an operation, or something of the tool's own.
 struct Request {
   Settings settings;
   const Operation* operation = nullptr;
   ArgumentTexts arguments;
+  std::function<ExitStatus()> action;
 };
+
+// The ports given, or the only one there is. Throws UsageError.
+std::vector<std::string> ChosenPorts(const Settings& settings);
+
+// The port for a command that goes to one phone. Throws UsageError.
+std::string ChosenPort(const Settings& settings);
 
 // Adds the global options and the operations' subcommands; parsing fills in the request.
 void DescribeCommandLine(CLI::App& app, Request& request);

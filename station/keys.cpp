@@ -12,7 +12,7 @@ std::string KeyName(std::uint32_t key_code) {
   if (high == UNKNOWN_KEY) return fmt::format("unknown key (state 0x{:02X})", key_code & 0xFF);
   const auto known = std::ranges::find(KEYS, high, &Key::code);
   if (known == KEYS.end()) return fmt::format("key 0x{:02X}", high);
-  return fmt::format("key 0x{:02X} (input code {})", high, known->input_code);
+  return known->name;
 }
 
 std::vector<std::string> CrossNames(std::uint32_t crosses) {

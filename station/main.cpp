@@ -26,16 +26,10 @@ bool Confirmed(const std::string& question) {
   return answer == "y" || answer == "Y" || answer == "yes";
 }
 
-std::string ChoosePort(const Settings& settings) {
-  if (settings.ports.empty()) throw UsageError("which port? Give --port");
-  if (settings.ports.size() > 1) throw UsageError("one command goes to one phone: give --port once");
-  return settings.ports.front();
-}
-
 ExitStatus RunOperation(const Request& request) {
   const Settings& settings = request.settings;
   const Operation& operation = *request.operation;
-  const std::string port = ChoosePort(settings);
+  const std::string port = ChosenPort(settings);
   if (!operation.question.empty() && !settings.yes && !Confirmed(operation.question)) {
     fmt::print(stderr, "not done\n");
     return ExitStatus::Usage;
@@ -63,7 +57,7 @@ ExitStatus Run(int count, char** words) {
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? ExitStatus::Passed : ExitStatus::Usage;
   }
-  return RunOperation(request);
+  return request.action ? request.action() : RunOperation(request);
 }
 
 }  // namespace
@@ -79,6 +73,12 @@ int main(int count, char** words) {
   } catch (const station::UsageError& error) {
     fmt::print(stderr, "phonetest: {}\n", error.what());
     status = station::ExitStatus::Usage;
+  } catch (const station::LinkFailure& error) {
+    fmt::print(stderr, "phonetest: {}\n", error.what());
+    status = station::ExitStatus::LinkFailure;
+  } catch (const station::PlanError& error) {
+    fmt::print(stderr, "phonetest: {}\n", error.what());
+    status = station::ExitStatus::PlanError;
   } catch (const std::exception& error) {
     fmt::print(stderr, "phonetest: {}\n", error.what());
     status = station::ExitStatus::Usage;

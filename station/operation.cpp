@@ -85,6 +85,7 @@ Outcome Perform(const Operation& operation, Session& session, const ArgumentText
 Outcome RunCommand(Session& session, const Command& command, const ArgumentTexts& arguments) {
   const Bytes answer = session.Run(command, arguments);
   Outcome outcome;
+  outcome.status = AnswerStatus(command.answer, answer);
   outcome.failure = AnswerFailure(command, answer);
   if (command.answer.empty()) outcome.remark = "sent; the phone never answers this command";
   if (outcome.failure.empty() && !answer.empty()) outcome.readings = DecodeAnswer(command.answer, answer);

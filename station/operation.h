@@ -3,6 +3,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -21,6 +22,7 @@ struct Picture {
 // How it went. An operation that the phone refused has a failure; one that the link prevented throws
 // LinkFailure.
 struct Outcome {
+  std::optional<std::int32_t> status;  // the answer's first word, of a single command
   std::vector<Reading> readings;
   std::string failure;  // empty when it went well
   std::string remark;   // for a person, where there is nothing to read

@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "station/errors.h"
+#include "station/port_holders.h"
 #include "station/port_opening.h"
 
 namespace station {
@@ -26,10 +27,14 @@ std::string GroupAdvice(const std::string& path) {
                      owner->gr_name);
 }
 
+[[noreturn]] void RefuseHeld(const std::string& path, const std::string& holder) {
+  throw LinkFailure(fmt::format("{} is held by {}", path, holder.empty() ? "another program" : holder));
+}
+
 [[noreturn]] void RefuseToOpen(const std::string& path, int error) {
   if (error == ENOENT) throw LinkFailure(fmt::format("there is no port {}", path));
   if (error == EACCES) throw LinkFailure(fmt::format("no permission to use {}{}", path, GroupAdvice(path)));
-  if (error == EBUSY) throw LinkFailure(fmt::format("{} is held by another program", path));
+  if (error == EBUSY) RefuseHeld(path, "");
   throw LinkFailure(fmt::format("cannot open {}: {}", path, std::strerror(error)));
 }
 
@@ -43,8 +48,10 @@ bool IsPseudoTerminal(int descriptor) {
 }
 
 void HoldPort(int descriptor, const std::string& path) {
+  const std::string holder = PortHolder(descriptor);
   // The lock is what other well-behaved serial programs look at, and it goes with the descriptor.
-  if (flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) RefuseToOpen(path, EBUSY);
+  const bool locked = flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+  if (locked || !holder.empty()) RefuseHeld(path, holder);
   // A pseudo-terminal would keep this mark when its other side stays open, and so lock everybody out for
   // good.
   if (!IsPseudoTerminal(descriptor)) ioctl(descriptor, TIOCEXCL);
@@ -52,9 +59,7 @@ void HoldPort(int descriptor, const std::string& path) {
 
 void ConfigurePort(int descriptor, const std::string& path) {
   termios settings{};
-  if (tcgetattr(descriptor, &settings) != 0) {
-    throw LinkFailure(fmt::format("{} is not a serial port", path));
-  }
+  tcgetattr(descriptor, &settings);
   cfmakeraw(&settings);
   cfsetspeed(&settings, B115200);
   settings.c_cflag |= CLOCAL | CREAD;
@@ -74,6 +79,7 @@ Descriptor OpenSerialPort(const std::string& path) {
   // Non-blocking from the start: an open must not wait for a carrier.
   Descriptor port(open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
   if (!port) RefuseToOpen(path, errno);
+  if (isatty(port.Get()) == 0) throw LinkFailure(fmt::format("{} is not a serial port", path));
   HoldPort(port.Get(), path);
   ConfigurePort(port.Get(), path);
   return port;

@@ -107,7 +107,7 @@ std::vector<Command> DeviceRows() {
               {"motor off", "switch the vibration motor off", {{"on", "0"}}}}),
       TouchControl(),
       Switch(0x39, "LED", "Sets the indicator LED's colour.",
-             Number("colour", "colour number, as the LED driver counts them; 0 is off").Choices({{"off", 0}}),
+             Number("colour", "colour number, as the LED driver counts them").Choices({{"off", 0}}),
              {{"led", "set the indicator LED's colour"}}),
       Switch(0x3A, "UART receive line", "Sets the receive line of the modem's serial port.",
              Number("level", "level of the line"),

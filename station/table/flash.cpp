@@ -17,7 +17,7 @@ const StatusRow NO_FACTORY_INFO = {FLASH_ERR,
 Command FactoryFieldRead(std::uint32_t code, std::string which, std::string verb) {
   return {
       .code = code,
-      .name = "read factory field " + which,
+      .name = "read " + which + " factory field",
       .action = "Reads the " + which + " 10-byte field of the factory information.",
       .request = {Ignored(4)},
       .answer = {Status(), {Kind::Block, 10, "field", "the field as it is stored"}},
@@ -30,7 +30,7 @@ Command FactoryFieldRead(std::uint32_t code, std::string which, std::string verb
 Command FactoryFieldWrite(std::uint32_t code, std::string which, std::string verb) {
   return {
       .code = code,
-      .name = "write factory field " + which,
+      .name = "write " + which + " factory field",
       .action = "Nothing: a single field cannot be written, only the whole factory information.",
       .request = {Data("field", 10, "the field, ten hexadecimal bytes")},
       .answer = {Status()},

@@ -50,20 +50,23 @@ Outcome WaitForKey(Session& session, const Values& values) {
   return PollKeys(session, EndOfWait(values), [](std::uint32_t) { return true; });
 }
 
+std::string KeyNames(const std::vector<Key>& keys) {
+  std::string names;
+  for (const Key& key : keys) names += (names.empty() ? "" : ", ") + std::string(key.name);
+  return names;
+}
+
 Outcome WatchKeys(Session& session, const Values& values) {
-  std::vector<std::uint8_t> left;
-  for (const Key& key : KEYS) left.push_back(key.code);
+  std::vector<Key> left(KEYS.begin(), KEYS.end());
   Progress progress(session.Options().progress);
-  const auto show = [&] { progress.Show(fmt::format("press each key; left: {:02X}", fmt::join(left, " "))); };
+  const auto show = [&] { progress.Show("press each key; left: " + KeyNames(left)); };
   show();
   Outcome outcome = PollKeys(session, EndOfWait(values), [&](std::uint32_t code) {
-    std::erase(left, static_cast<std::uint8_t>(code >> 8));
+    std::erase_if(left, [code](const Key& key) { return key.code == code >> 8; });
     show();
     return left.empty();
   });
-  if (!outcome.failure.empty() && !left.empty()) {
-    outcome.failure += fmt::format("; keys not pressed: {:02X}", fmt::join(left, " "));
-  }
+  if (!outcome.failure.empty() && !left.empty()) outcome.failure += "; keys not pressed: " + KeyNames(left);
   if (outcome.failure.empty()) outcome.readings = {{"keys", KEYS.size(), fmt::format("all {}", KEYS.size())}};
   return outcome;
 }

@@ -40,7 +40,8 @@ Outcome PauseLink(Session& session, const Values& values) {
   do {
     if (session.TryRun(GetCommand(0x00), {}, PING_TIME)) {
       const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-      outcome.readings.push_back({"answers-after", seconds, fmt::format("{:.1f} s", seconds)});
+      outcome.readings.push_back(
+          {"answers-after", seconds, fmt::format("the phone answers again after {:.1f} s", seconds)});
       return outcome;
     }
   } while (Clock::now() < start + pause + GRACE);

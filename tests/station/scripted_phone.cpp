@@ -80,6 +80,7 @@ void ScriptedPhone::Play() {
       return;
     }
     std::this_thread::sleep_for(script_[turn].delay);
+    if (script_[turn].before_answer) script_[turn].before_answer();
     const Bytes answer = station::BytesFromHex(script_[turn].answer);
     if (write(descriptor_, answer.data(), answer.size()) != static_cast<ssize_t>(answer.size())) {
       difference_ = "turn " + std::to_string(turn) + ": the answer was not taken";
@@ -99,6 +100,10 @@ std::string ScriptedPhone::Difference() {
 ToolResult RunTool(const std::vector<std::string>& arguments, const std::string& input) {
   std::vector<std::string> words = {PHONETEST_PROGRAM};
   words.insert(words.end(), arguments.begin(), arguments.end());
+  return RunProgram(std::move(words), input);
+}
+
+ToolResult RunProgram(std::vector<std::string> words, const std::string& input) {
   std::vector<char*> argv;
   for (std::string& word : words) argv.push_back(word.data());
   argv.push_back(nullptr);
@@ -111,9 +116,9 @@ ToolResult RunTool(const std::vector<std::string>& arguments, const std::string&
   posix_spawn_file_actions_adddup2(&actions, fileno(output), STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, fileno(errors), STDERR_FILENO);
   pid_t child = 0;
-  const int error = posix_spawn(&child, argv[0], &actions, nullptr, argv.data(), environ);
+  const int error = posix_spawnp(&child, argv[0], &actions, nullptr, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
-  if (error != 0) throw std::runtime_error("cannot run " PHONETEST_PROGRAM);
+  if (error != 0) throw std::runtime_error("cannot run " + words.front());
   int status = 0;
   waitpid(child, &status, 0);
   return {WIFEXITED(status) ? WEXITSTATUS(status) : 1000 + WTERMSIG(status), ReadAll(output),

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -14,6 +15,7 @@ struct Turn {
   std::string expected;  // hexadecimal
   std::string answer;    // hexadecimal; may be empty
   std::chrono::milliseconds delay{0};
+  std::function<void()> before_answer = {};
 };
 
 class ScriptedPhone {
@@ -49,6 +51,9 @@ struct ToolResult {
 
 // Runs phonetest to its end, with the named file as standard input.
 ToolResult RunTool(const std::vector<std::string>& arguments, const std::string& input = "/dev/null");
+
+// The same for any program, searched for in PATH.
+ToolResult RunProgram(std::vector<std::string> words, const std::string& input = "/dev/null");
 
 // `size` bytes as hexadecimal, all the same.
 std::string Repeat(const std::string& byte, std::size_t size);

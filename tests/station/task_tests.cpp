@@ -88,7 +88,7 @@ TEST(Tasks, KeysAreNamedWhenTheyAreNew) {
   // The remembered key first, then a known one.
   ScriptedPhone phone({{poll, "01110000"}, {poll, "01110000"}, {poll, "003D0000"}});
   EXPECT_EQ(RunTool({"--port", phone.Port(), "key", "wait"}).output,
-            "key:   key 0x3D (input code 162)\ncode:  0x3D00\nnew:   yes\n");
+            "key:   eject\ncode:  0x3D00\nnew:   yes\n");
   EXPECT_EQ(phone.Difference(), "");
   // A key outside the table whose own state byte looks like a remembered key's.
   ScriptedPhone unknown({{poll, "01110000"}, {poll, "01FF0000"}});

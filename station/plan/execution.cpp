@@ -1,0 +1,159 @@
+#include "station/plan/execution.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+#include "station/plan/runner.h"
+#include "station/progress.h"
+#include "station/report/report.h"
+
+namespace station {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// One line for all phones.
+class Board {
+ public:
+  Board(std::size_t steps, const std::vector<std::string>& ports)
+      : steps_(steps), ports_(ports), at_(ports.size()), progress_(isatty(STDERR_FILENO) != 0) {}
+
+  void Show(std::size_t phone, std::size_t step, const std::string& name) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    at_[phone] = step + 1;
+    if (ports_.size() == 1) {
+      progress_.ShowBar(fmt::format("{}/{} {}", step + 1, steps_, name), step, steps_);
+      return;
+    }
+    std::string line;
+    for (std::size_t i = 0; i < ports_.size(); ++i) {
+      line += fmt::format("{}{} {}/{}", i == 0 ? "" : "  ", PortFileName(ports_[i]), at_[i], steps_);
+    }
+    progress_.Show(line);
+  }
+
+ private:
+  std::size_t steps_;
+  const std::vector<std::string>& ports_;
+  std::vector<std::size_t> at_;
+  std::mutex mutex_;
+  Progress progress_;
+};
+
+// A folder for the files that a plan's steps hand to each other, gone at the end.
+class ScratchFolder {
+ public:
+  ScratchFolder() : path_(fs::temp_directory_path() / "phonetest-XXXXXX") {
+    if (mkdtemp(path_.data()) == nullptr) throw UsageError(fmt::format("cannot make the folder {}", path_));
+  }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  ~ScratchFolder() {
+    std::error_code error;
+    fs::remove_all(path_, error);
+  }
+
+  const std::string& Path() const {
+    return path_;
+  }
+
+ private:
+  std::string path_;
+};
+
+// The plan as it is for one phone: its own port and folder are in the steps' texts.
+struct PhonePlan {
+  PhonePlan(const PlanOrder& order, const std::string& phone_port)
+      : port(phone_port),
+        plan(LoadPlan(order.plan_file, order.variables, {{"port", port}, {"scratch", scratch.Path()}})) {}
+
+  std::string port;
+  ScratchFolder scratch;
+  Plan plan;
+};
+
+PlanResult RunOnPhone(const PlanOrder& order, const PhonePlan& phone, Operator& person,
+                      const StepStarted& started) {
+  const bool alone = order.ports.size() == 1;
+  try {
+    std::unique_ptr<Trace> trace;
+    if (!order.trace_file.empty()) {
+      const std::string file = alone ? order.trace_file : order.trace_file + "." + PortFileName(phone.port);
+      trace = std::make_unique<Trace>(file, phone.port);
+    }
+    Link link(phone.port, trace.get());
+    Session session(link, {order.answer_time, alone && isatty(STDERR_FILENO) != 0});
+    return RunPlan(phone.plan, session, person, started);
+  } catch (const std::exception& failure) {
+    return UnstartedPlan(phone.plan, phone.port, failure.what());
+  }
+}
+
+std::vector<PlanResult> RunOnAllPhones(const PlanOrder& order, const std::list<PhonePlan>& phones,
+                                       Operator& person) {
+  std::vector<PlanResult> results(phones.size());
+  Board board(phones.front().plan.steps.size(), order.ports);
+  std::vector<std::jthread> threads;
+  for (const PhonePlan& phone : phones) {
+    threads.emplace_back([&, number = threads.size()] {
+      const auto show = [&](std::size_t step, const std::string& name) { board.Show(number, step, name); };
+      results[number] = RunOnPhone(order, phone, person, show);
+    });
+  }
+  threads.clear();  // waits for all
+  return results;
+}
+
+void CheckOperator(const Plan& plan, const Operator& person) {
+  if (person.Present()) return;
+  for (std::size_t i = 0; i < plan.steps.size(); ++i) {
+    if (plan.steps[i].kind != Step::Kind::Question || !plan.steps[i].wanted) continue;
+    throw PlanError(
+        fmt::format("step {} \"{}\" asks the operator, and there is no terminal to ask at: give --yes to "
+                    "have every question answered with yes",
+                    i + 1, plan.steps[i].name));
+  }
+}
+
+void CheckPorts(const std::vector<std::string>& ports) {
+  for (const std::string& port : ports) {
+    if (std::ranges::count(ports, port) > 1)
+      throw UsageError(fmt::format("{} is given more than once", port));
+  }
+}
+
+void ShowResults(const PlanOrder& order, const std::vector<PlanResult>& results) {
+  if (order.json) {
+    fmt::print("{}", results.size() == 1 ? ReportJson(results.front()) : SummaryJson(results));
+    return;
+  }
+  for (const PlanResult& result : results)
+    fmt::print("{}{}", ReportTable(result), results.size() > 1 ? "\n" : "");
+  if (results.size() > 1) fmt::print("{}", SummaryTable(results));
+}
+
+}  // namespace
+
+ExitStatus ExecutePlan(const PlanOrder& order) {
+  CheckPorts(order.ports);
+  std::list<PhonePlan> phones;
+  for (const std::string& port : order.ports) phones.emplace_back(order, port);
+  Operator person(order.always_yes);
+  CheckOperator(phones.front().plan, person);
+  const std::vector<PlanResult> results = RunOnAllPhones(order, phones, person);
+  if (!order.report_folder.empty()) WriteReports(order.report_folder, results);
+  ShowResults(order, results);
+  Verdict verdict = Verdict::Passed;
+  for (const PlanResult& result : results) verdict = Worse(verdict, result.verdict);
+  return VerdictStatus(verdict);
+}
+
+}  // namespace station

@@ -1,0 +1,28 @@
+// A plan run on one or several phones at once, with progress, reports and one verdict.
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "station/errors.h"
+
+namespace station {
+
+struct PlanOrder {
+  std::string plan_file;
+  std::vector<std::string> ports;
+  std::map<std::string, std::string> variables;
+  std::string report_folder;  // empty for no report files
+  std::string trace_file;     // empty for no trace; several phones get a file each
+  std::optional<std::chrono::milliseconds> answer_time;
+  bool always_yes = false;
+  bool json = false;
+};
+
+// Throws PlanError and UsageError before anything is sent.
+ExitStatus ExecutePlan(const PlanOrder& order);
+
+}  // namespace station

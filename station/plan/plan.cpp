@@ -1,0 +1,204 @@
+#include "station/plan/plan.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <set>
+
+#include "station/errors.h"
+#include "station/plan/variables.h"
+
+namespace station {
+
+namespace {
+
+using nlohmann::json;
+
+// What a step may hold besides what makes it a command, wait, question or program.
+const std::set<std::string, std::less<>> COMMON_KEYS = {"name",       "if",     "retries", "retry-wait",
+                                                        "on-failure", "always", "picture", "repeat"};
+
+std::chrono::milliseconds Seconds(const json& step, const std::string& key, double fallback) {
+  constexpr double LONGEST = 24 * 3600;
+  const json value = step.value(key, json(fallback));
+  double seconds = -1;
+  if (value.is_number()) seconds = value;
+  if (value.is_string()) seconds = std::atof(value.get_ref<const std::string&>().c_str());
+  if (!(seconds >= 0 && seconds <= LONGEST)) {
+    throw PlanError(fmt::format("\"{}\": {} is no time in seconds", key, value.dump()));
+  }
+  return std::chrono::milliseconds(std::lround(seconds * 1000));
+}
+
+int Count(const json& step, const std::string& key, int fallback, int least) {
+  constexpr int MOST = 1'000'000;
+  const json value = step.value(key, json(fallback));
+  if (!value.is_number_integer() || value < least || value > MOST) {
+    throw PlanError(fmt::format("\"{}\": {} is no number from {} to {}", key, value.dump(), least, MOST));
+  }
+  return value;
+}
+
+bool YesOrNo(const json& step, const std::string& key, bool fallback) {
+  const json value = step.value(key, json(fallback));
+  if (!value.is_boolean()) throw PlanError(fmt::format("\"{}\" is true or false", key));
+  return value;
+}
+
+std::string TextOf(const json& step, const std::string& key) {
+  const json value = step.value(key, json(""));
+  if (!value.is_string()) throw PlanError(fmt::format("\"{}\" is no text", key));
+  return value;
+}
+
+bool StopsOnFailure(const json& holder, bool fallback) {
+  const std::string choice = TextOf(holder, "on-failure");
+  if (choice.empty()) return fallback;
+  if (choice != "stop" && choice != "continue") throw PlanError("\"on-failure\" is \"stop\" or \"continue\"");
+  return choice == "stop";
+}
+
+void CheckKeys(const json& holder, const std::set<std::string, std::less<>>& known) {
+  for (const auto& [key, value] : holder.items()) {
+    if (!known.contains(key)) throw PlanError(fmt::format("there is no \"{}\" here", key));
+  }
+}
+
+void ParseArguments(Step& step, const json& arguments) {
+  if (!arguments.is_object()) throw PlanError("\"arguments\" is no object");
+  const std::vector<Argument>& known = step.operation->arguments;
+  for (const auto& [name, value] : arguments.items()) {
+    const auto argument = std::ranges::find(known, name, &Argument::name);
+    if (argument == known.end()) {
+      throw PlanError(fmt::format("\"{}\" has no argument \"{}\"", step.operation->words, name));
+    }
+    const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
+    CheckArgument(*argument, text);
+    step.arguments[name] = text;
+  }
+  for (const Argument& argument : known) ArgumentText(known, argument, step.arguments);
+}
+
+void ParseCommand(Step& step, const json& description) {
+  const std::string words = TextOf(description, "command");
+  step.operation = FindOperation(words);
+  if (step.operation == nullptr) throw PlanError(fmt::format("there is no command \"{}\"", words));
+  if (!step.operation->in_plans) throw PlanError(fmt::format("\"{}\" needs a person at a terminal", words));
+  if (step.name.empty()) step.name = words;
+  ParseArguments(step, description.value("arguments", json::object()));
+  const json limits = description.value("limits", json::object());
+  for (const auto& [reading, limit] : limits.items()) {
+    step.limits.push_back(ParseLimit(reading, limit));
+  }
+}
+
+void ParseProgram(Step& step, const json& description) {
+  for (const json& word : description["program"]) {
+    if (!word.is_string()) throw PlanError("\"program\" is no list of texts");
+    step.program.push_back(word);
+  }
+  if (step.program.empty() || step.program.front().empty()) throw PlanError("\"program\" names no program");
+  step.background = YesOrNo(description, "background", false);
+  step.time_limit = Seconds(description, "seconds", 60);
+  if (step.name.empty()) step.name = step.program.front();
+}
+
+void ParseWork(Step& step, const json& description) {
+  std::set<std::string, std::less<>> keys = COMMON_KEYS;
+  if (description.contains("command")) {
+    step.kind = Step::Kind::Command;
+    keys.merge(std::set<std::string, std::less<>>{"command", "arguments", "limits"});
+    ParseCommand(step, description);
+  } else if (description.contains("wait")) {
+    step.kind = Step::Kind::Wait;
+    keys.insert("wait");
+    step.wait = Seconds(description, "wait", 0);
+    if (step.name.empty()) step.name = "wait";
+  } else if (description.contains("question")) {
+    step.kind = Step::Kind::Question;
+    keys.merge(std::set<std::string, std::less<>>{"question", "seconds"});
+    step.question = TextOf(description, "question");
+    step.time_limit = Seconds(description, "seconds", 600);
+    if (step.name.empty()) step.name = step.question;
+  } else if (description.contains("program")) {
+    step.kind = Step::Kind::Program;
+    keys.merge(std::set<std::string, std::less<>>{"program", "background", "seconds"});
+    ParseProgram(step, description);
+  } else {
+    throw PlanError("a step has a \"command\", \"wait\", \"question\" or \"program\"");
+  }
+  CheckKeys(description, keys);
+}
+
+Step ParseStep(const json& description, bool stops) {
+  if (!description.is_object()) throw PlanError("a step is an object");
+  Step step;
+  step.name = TextOf(description, "name");
+  step.wanted = !description.contains("if") || !TextOf(description, "if").empty();
+  // What a skipped step would do may lack the very value that it is skipped for.
+  if (!step.wanted) return step;
+  ParseWork(step, description);
+  step.picture = TextOf(description, "picture");
+  step.retries = Count(description, "retries", 0, 0);
+  step.retry_wait = Seconds(description, "retry-wait", 1);
+  step.repeat = Count(description, "repeat", 1, 1);
+  step.stops = StopsOnFailure(description, stops);
+  step.always = YesOrNo(description, "always", false);
+  return step;
+}
+
+json ReadPlanFile(const std::string& path) {
+  std::ifstream file(path);
+  if (!file) throw PlanError("cannot be read");
+  try {
+    return json::parse(file, nullptr, true, /*ignore_comments=*/true);
+  } catch (const json::parse_error& error) {
+    // The library's text says where: "... parse error at line 3, column 5: ...".
+    const std::string text = error.what();
+    throw PlanError(text.substr(std::min(text.find("parse error"), text.size())));
+  }
+}
+
+std::vector<Step> ParseSteps(const json& plan, const Variables& variables) {
+  const bool stops = StopsOnFailure(plan, true);
+  const json steps = plan.value("steps", json::array());
+  if (!steps.is_array() || steps.empty()) throw PlanError("a plan has \"steps\"");
+  std::vector<Step> parsed;
+  for (json description : steps) {
+    const std::size_t number = parsed.size() + 1;
+    try {
+      Substitute(description, variables);
+      parsed.push_back(ParseStep(description, stops));
+    } catch (const std::exception& error) {
+      const std::string name =
+          description.is_object() && description.contains("name") ? " " + description["name"].dump() : "";
+      throw PlanError(fmt::format("step {}{}: {}", number, name, error.what()));
+    }
+  }
+  return parsed;
+}
+
+}  // namespace
+
+Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>& given,
+              const std::map<std::string, std::string>& built_in) {
+  try {
+    const json description = ReadPlanFile(path);
+    if (!description.is_object()) throw PlanError("a plan is an object with \"steps\"");
+    CheckKeys(description, {"name", "description", "variables", "on-failure", "steps"});
+    Plan plan;
+    plan.name = TextOf(description, "name");
+    if (plan.name.empty()) plan.name = path;
+    plan.variables = SettleVariables(description.value("variables", json::object()), given);
+    Variables all = plan.variables;
+    all.insert(all.end(), built_in.begin(), built_in.end());
+    plan.steps = ParseSteps(description, all);
+    return plan;
+  } catch (const std::exception& error) {
+    throw PlanError(fmt::format("{}: {}", path, error.what()));
+  }
+}
+
+}  // namespace station

@@ -1,0 +1,55 @@
+// A test plan: a JSON file (with comments) of steps, each an operation of the tool with limits on what it
+// reads, a wait, a question to the operator, or a program of this computer.
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "station/operation.h"
+#include "station/plan/limit.h"
+
+namespace station {
+
+struct Step {
+  enum class Kind { Command, Wait, Question, Program };
+
+  Kind kind = Kind::Command;
+  std::string name;
+
+  const Operation* operation = nullptr;
+  ArgumentTexts arguments;
+  std::vector<Limit> limits;
+
+  std::chrono::milliseconds wait{0};
+
+  std::string question;
+
+  std::vector<std::string> program;
+  bool background = false;  // the program runs on beside the steps that follow
+  std::string picture;      // file with a picture for the report, there when the step is done
+
+  std::chrono::milliseconds time_limit{0};  // of a question or program
+  int retries = 0;
+  std::chrono::milliseconds retry_wait{0};
+  int repeat = 1;
+  bool stops = true;    // a failure ends the plan
+  bool always = false;  // also run when the plan has been ended by a failure
+  bool wanted = true;   // its condition holds
+};
+
+struct Plan {
+  std::string name;
+  std::vector<Step> steps;
+  // In the plan's order, with their values.
+  std::vector<std::pair<std::string, std::string>> variables;
+};
+
+// Reads and checks a plan whole, so that a mistake in its last step shows before the first is run. `given`
+// are the variables set by the caller; `built_in` are those that every plan has. Throws PlanError, which
+// names the place.
+Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>& given,
+              const std::map<std::string, std::string>& built_in);
+
+}  // namespace station

@@ -1,0 +1,66 @@
+#include "station/plan/variables.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "station/errors.h"
+
+namespace station {
+
+namespace {
+
+using nlohmann::json;
+
+std::string ValueOf(const std::string& name, const Variables& variables) {
+  const auto found = std::ranges::find(variables, name, &Variables::value_type::first);
+  if (found == variables.end()) throw PlanError(fmt::format("there is no variable \"{}\"", name));
+  return found->second;
+}
+
+std::string Replaced(const std::string& text, const Variables& variables) {
+  std::string result;
+  std::size_t from = 0;
+  for (;;) {
+    const std::size_t start = text.find("${", from);
+    const std::size_t end = start == std::string::npos ? start : text.find('}', start);
+    if (end == std::string::npos) return result + text.substr(from);
+    result += text.substr(from, start - from) + ValueOf(text.substr(start + 2, end - start - 2), variables);
+    from = end + 1;
+  }
+}
+
+std::string Settled(const std::string& name, const json& declaration,
+                    const std::map<std::string, std::string>& given) {
+  if (!declaration.is_object()) throw PlanError(fmt::format("variable \"{}\" is no object", name));
+  if (const auto found = given.find(name); found != given.end()) return found->second;
+  if (declaration.contains("default")) {
+    const json& value = declaration["default"];
+    return value.is_string() ? value.get<std::string>() : value.dump();
+  }
+  const std::string help = declaration.value("help", "");
+  throw PlanError(fmt::format("variable \"{0}\" is not set: give --set {0}=VALUE{1}{2}", name,
+                              help.empty() ? "" : ", ", help));
+}
+
+}  // namespace
+
+Variables SettleVariables(const json& declared, const std::map<std::string, std::string>& given) {
+  if (!declared.is_object()) throw PlanError("\"variables\" is no object");
+  Variables variables;
+  for (const auto& [name, declaration] : declared.items()) {
+    variables.emplace_back(name, Settled(name, declaration, given));
+  }
+  for (const auto& [name, value] : given) {
+    if (!declared.contains(name)) throw PlanError(fmt::format("the plan has no variable \"{}\"", name));
+  }
+  return variables;
+}
+
+void Substitute(json& value, const Variables& variables) {
+  if (value.is_string()) value = Replaced(value.get<std::string>(), variables);
+  if (!value.is_structured()) return;
+  for (json& part : value) Substitute(part, variables);
+}
+
+}  // namespace station

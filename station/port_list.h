@@ -1,0 +1,26 @@
+// The serial ports of this computer, with the names that the system knows for what is plugged in.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace station {
+
+struct PortDescription {
+  std::string path;  // "/dev/ttyACM0"
+  bool usb = false;
+  std::string name = {};  // manufacturer and product, empty where there is none
+  std::string serial_number = {};
+};
+
+// Looks in the kernel's /sys, or in a folder like it.
+std::vector<PortDescription> ListPorts(const std::string& sysfs = "/sys");
+
+// A table for a person; empty for no ports.
+std::string PortTable(const std::vector<PortDescription>& ports);
+
+// The port to take when none is named: the only USB serial port. Throws UsageError, which lists the ports,
+// when there are several or none.
+std::string OnlyPort(const std::vector<PortDescription>& ports);
+
+}  // namespace station

@@ -1,0 +1,99 @@
+#include <fmt/format.h>
+
+#include <nlohmann/json.hpp>
+
+#include "station/output.h"
+#include "station/report/report.h"
+
+namespace station {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+double Milliseconds(std::chrono::microseconds time) {
+  return static_cast<double>(time.count()) / 1000;
+}
+
+// As the exit status tells them apart.
+std::string VerdictWord(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::Passed:
+      return "passed";
+    case Verdict::Failed:
+      return "device failure";
+    case Verdict::NoLink:
+      return "link failure";
+    case Verdict::PlanWrong:
+      return "plan error";
+    case Verdict::Skipped:
+      return "skipped";
+  }
+  return "";
+}
+
+ordered_json ExchangesJson(const std::vector<Exchange>& exchanges) {
+  ordered_json list = ordered_json::array();
+  for (const Exchange& exchange : exchanges) {
+    list.push_back({{"command", exchange.name},
+                    {"started", Milliseconds(exchange.started)},
+                    {"milliseconds", Milliseconds(exchange.took)},
+                    {"sent", HexText(exchange.sent, "")},
+                    {"received", HexText(exchange.received, "")}});
+  }
+  return list;
+}
+
+ordered_json StepJson(std::size_t number, const StepResult& step) {
+  ordered_json pictures = ordered_json::array();
+  for (const Attachment& attachment : step.attachments)
+    pictures.push_back(AttachmentFileName(number, attachment));
+  ordered_json object = {{"name", step.name}};
+  if (!step.command.empty()) object["command"] = step.command;
+  object["verdict"] = VerdictWord(step.verdict);
+  if (!step.message.empty()) object["message"] = step.message;
+  object["attempts"] = step.attempts;
+  object["milliseconds"] = Milliseconds(step.took);
+  object["readings"] = ReadingsJson(step.readings);
+  object["pictures"] = std::move(pictures);
+  object["exchanges"] = ExchangesJson(step.exchanges);
+  return object;
+}
+
+ordered_json Head(const PlanResult& result) {
+  return {{"plan", result.plan},
+          {"port", result.port},
+          {"verdict", VerdictWord(result.verdict)},
+          {"started", TimeText(result.started)},
+          {"milliseconds", Milliseconds(result.took)}};
+}
+
+// Texts from programs and files need not be UTF-8.
+std::string Dump(const ordered_json& value) {
+  return value.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+}
+
+}  // namespace
+
+std::string ReportJson(const PlanResult& result) {
+  ordered_json report = Head(result);
+  report["milliseconds-waited"] = Milliseconds(result.waited);
+  report["variables"] = ordered_json::object();
+  for (const auto& [name, value] : result.variables) report["variables"][name] = value;
+  report["steps"] = ordered_json::array();
+  for (std::size_t i = 0; i < result.steps.size(); ++i)
+    report["steps"].push_back(StepJson(i + 1, result.steps[i]));
+  return Dump(report);
+}
+
+std::string SummaryJson(const std::vector<PlanResult>& results) {
+  ordered_json summary = ordered_json::array();
+  for (const PlanResult& result : results) {
+    ordered_json line = Head(result);
+    line["report"] = PortFileName(result.port) + "/report.json";
+    summary.push_back(std::move(line));
+  }
+  return Dump(summary);
+}
+
+}  // namespace station

@@ -1,0 +1,43 @@
+// The forms in which a plan's result is handed on.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "station/plan/result.h"
+
+namespace station {
+
+// For a person at a terminal.
+std::string ReportTable(const PlanResult& result);
+
+// Everything, the raw bytes of each exchange among it. Pictures are named, not contained.
+std::string ReportJson(const PlanResult& result);
+
+// JUnit's XML: a test suite of a test case for each step.
+std::string ReportJunit(const PlanResult& result);
+
+// One page that needs nothing else: styles and pictures are in it.
+std::string ReportHtml(const PlanResult& result);
+
+// A line for each phone.
+std::string SummaryTable(const std::vector<PlanResult>& results);
+std::string SummaryJson(const std::vector<PlanResult>& results);
+
+// Writes report.json, report.xml, report.html and the pictures into the folder, which is made; for several
+// phones into a folder below it for each, beside summary.json. Throws UsageError.
+void WriteReports(const std::string& folder, const std::vector<PlanResult>& results);
+
+// A port's name as part of a file name: "/dev/ttyUSB0" is "ttyUSB0".
+std::string PortFileName(const std::string& port);
+
+// "480 ms", "12.3 s".
+std::string DurationText(std::chrono::microseconds duration);
+
+// "2024-02-29T12:30:00+01:00", local time.
+std::string TimeText(std::time_t time);
+
+// The name of an attachment's file: "07-blemish.jpg" for step 7.
+std::string AttachmentFileName(std::size_t step, const Attachment& attachment);
+
+}  // namespace station

@@ -1,0 +1,70 @@
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "station/report/report.h"
+
+namespace station {
+
+namespace {
+
+std::string CountsText(const PlanResult& result) {
+  std::string counts = fmt::format("{} passed", CountVerdict(result, Verdict::Passed));
+  const std::pair<Verdict, const char*> others[] = {{Verdict::Failed, "failed"},
+                                                    {Verdict::NoLink, "without link"},
+                                                    {Verdict::PlanWrong, "with a plan error"},
+                                                    {Verdict::Skipped, "not run"}};
+  for (const auto& [verdict, text] : others) {
+    const std::size_t count = CountVerdict(result, verdict);
+    if (count != 0) counts += fmt::format(", {} {}", count, text);
+  }
+  return counts;
+}
+
+}  // namespace
+
+std::string DurationText(std::chrono::microseconds duration) {
+  const double milliseconds = static_cast<double>(duration.count()) / 1000;
+  if (milliseconds < 10) return fmt::format("{:.2f} ms", milliseconds);
+  if (milliseconds < 10'000) return fmt::format("{:.0f} ms", milliseconds);
+  return fmt::format("{:.1f} s", milliseconds / 1000);
+}
+
+std::string TimeText(std::time_t time) {
+  // The offset is written "+0100"; ISO 8601 has a colon in it.
+  std::string text = fmt::format("{:%Y-%m-%dT%H:%M:%S%z}", fmt::localtime(time));
+  if (text.size() > 5) text.insert(text.size() - 2, ":");
+  return text;
+}
+
+std::string ReportTable(const PlanResult& result) {
+  constexpr std::size_t INDENT = 30;
+  std::string table = fmt::format("{} on {}\n", result.plan, result.port);
+  for (std::size_t i = 0; i < result.steps.size(); ++i) {
+    const StepResult& step = result.steps[i];
+    const bool ran = step.verdict != Verdict::Skipped;
+    table += fmt::format("{:>4}  {:<10}  {:>9}  {}\n", i + 1, VerdictText(step.verdict),
+                         ran ? DurationText(step.took) : "", step.name);
+    if (ran && !step.message.empty()) table += fmt::format("{:{}}{}\n", "", INDENT, step.message);
+    if (step.attempts > 1) table += fmt::format("{:{}}in {} attempts\n", "", INDENT, step.attempts);
+  }
+  return table + fmt::format("{}: {} in {}\n", VerdictText(result.verdict), CountsText(result),
+                             DurationText(result.took));
+}
+
+std::string SummaryTable(const std::vector<PlanResult>& results) {
+  std::string table;
+  for (const PlanResult& result : results) {
+    std::string line = fmt::format("{:<10}  {:<20}  {} in {}", VerdictText(result.verdict), result.port,
+                                   CountsText(result), DurationText(result.took));
+    const auto broken = std::ranges::find_if(result.steps, [](const StepResult& step) {
+      return step.verdict != Verdict::Passed && step.verdict != Verdict::Skipped;
+    });
+    if (broken != result.steps.end()) line += fmt::format("; first: {}: {}", broken->name, broken->message);
+    table += line + "\n";
+  }
+  return table;
+}
+
+}  // namespace station

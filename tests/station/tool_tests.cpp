@@ -1,0 +1,230 @@
+// Traces and replays, TCP ports, the list of ports, held ports, and the generated documents.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <spawn.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "station/errors.h"
+#include "station/port_list.h"
+#include "tests/station/scripted_phone.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string ZERO = "00000000";
+const Turn PING = {"0000000000000000", "01000000"};
+const Turn NOTHING = {"0100000000000000", ""};
+const Turn KEY = {"2700000000000000", "00110000"};
+
+// Runs a program in the background and ends it.
+class Background {
+ public:
+  explicit Background(std::vector<std::string> words, const std::string& input = "/dev/null") {
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, input.c_str(), O_RDWR | O_NOCTTY, 0);
+    if (posix_spawnp(&process_, arguments[0], &actions, nullptr, arguments.data(), environ) != 0)
+      process_ = -1;
+    posix_spawn_file_actions_destroy(&actions);
+  }
+  ~Background() {
+    if (process_ <= 0) return;
+    kill(process_, SIGKILL);
+    waitpid(process_, nullptr, 0);
+  }
+
+  pid_t Process() const {
+    return process_;
+  }
+
+ private:
+  pid_t process_ = -1;
+};
+
+std::string Record(const std::string& name) {
+  const std::string file = TemporaryFile(name, "");
+  const std::string plan =
+      TemporaryFile("plan.json", R"({"steps": [{"command": "ping"}, {"command": "no-operation"},
+                                                                   {"wait": 0.2}, {"command": "key poll"}]})");
+  ScriptedPhone phone({PING, NOTHING, KEY});
+  EXPECT_EQ(RunTool({"--port", phone.Port(), "--trace", file, "run", plan}).status, 0);
+  EXPECT_EQ(phone.Difference(), "");
+  return file;
+}
+
+TEST(Traces, AreReplayedAndCompared) {
+  const std::string trace = Record("trace");
+  const std::string text = ReadFile(trace);
+  for (const char* part : {"> 00 00 00 00 00 00 00 00\n", "< 01 00 00 00\n", "# poll keypad (code 0x27)\n"}) {
+    EXPECT_NE(text.find(part), std::string::npos) << text;
+  }
+
+  ScriptedPhone same({PING, NOTHING, KEY});
+  const ToolResult equal = RunTool({"--port", same.Port(), "replay", trace});
+  EXPECT_EQ(equal.status, 0) << equal.errors;
+  EXPECT_EQ(equal.output, "24 bytes sent, 8 bytes received: no difference\n");
+  EXPECT_EQ(same.Difference(), "");
+
+  ScriptedPhone other({PING, NOTHING, {KEY.expected, "00120000"}});
+  const ToolResult different = RunTool({"--port", other.Port(), "replay", trace});
+  EXPECT_EQ(different.status, 1);
+  EXPECT_NE(different.errors.find("poll keypad (code 0x27): answer byte 1 was 11, now 12 came"),
+            std::string::npos)
+      << different.errors;
+
+  ScriptedPhone shorter({PING, NOTHING, {KEY.expected, "0011"}});
+  const ToolResult cut = RunTool({"--port", shorter.Port(), "--timeout", "200", "replay", trace});
+  EXPECT_EQ(cut.status, 1);
+  EXPECT_NE(cut.errors.find("answer byte 2 was 00, now nothing more came"), std::string::npos) << cut.errors;
+
+  ScriptedPhone longer({PING, {NOTHING.expected, "AA"}});
+  const ToolResult more = RunTool({"--port", longer.Port(), "replay", trace});
+  EXPECT_EQ(more.status, 1);
+  EXPECT_NE(more.errors.find("more came than was recorded: AA"), std::string::npos) << more.errors;
+
+  EXPECT_EQ(RunTool({"--port", same.Port(), "replay", TemporaryFile("none", "nothing\n")}).status, 2);
+}
+
+// A port of the loopback that nobody listens on.
+int FreePort() {
+  const int listener = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  EXPECT_EQ(bind(listener, reinterpret_cast<sockaddr*>(&address), size), 0);
+  EXPECT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &size), 0);
+  close(listener);
+  return ntohs(address.sin_port);
+}
+
+TEST(TcpPorts, ReachAPhoneBehindASerialServer) {
+  ScriptedPhone phone({PING, KEY});
+  const std::string port = std::to_string(FreePort());
+  // One connection only: a second one's program would share the phone's port with what is left of the
+  // first's.
+  const Background server(
+      {"socat", "TCP-LISTEN:" + port + ",bind=127.0.0.1,reuseaddr", phone.Port() + ",raw,echo=0"});
+  const std::string plan =
+      TemporaryFile("plan.json", R"({"steps": [{"command": "ping"}, {"command": "key poll"}]})");
+  ToolResult result{3, "", ""};
+  for (int tries = 0; result.status == 3 && tries < 100; ++tries) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    result = RunTool({"--port", "tcp:localhost:" + port, "run", plan});
+  }
+  EXPECT_EQ(result.status, 0) << result.output << result.errors;
+  EXPECT_EQ(phone.Difference(), "");
+}
+
+// Lays a port out as the kernel's /sys does.
+void MakePort(const fs::path& sysfs, const std::string& name, const std::string& device) {
+  fs::create_directories(sysfs / "class/tty" / name);
+  fs::create_directories(sysfs / device);
+  fs::create_directory_symlink(sysfs / device, sysfs / "class/tty" / name / "device");
+}
+
+TEST(Ports, AreListedWithTheirUsbNames) {
+  const fs::path sysfs = fs::path(testing::TempDir()) / ("phonetest-sys-" + std::to_string(getpid()));
+  fs::create_directories(sysfs / "class/tty/console");
+  EXPECT_THROW(station::OnlyPort(station::ListPorts(sysfs)), station::UsageError);
+  MakePort(sysfs, "ttyS0", "devices/pnp0/00:01");
+  std::ofstream(sysfs / "class/tty/ttyS0/type") << "4\n";
+  MakePort(sysfs, "ttyS1", "devices/serial8250");  // a port that the PC could have, but has not
+  std::ofstream(sysfs / "class/tty/ttyS1/type") << "0\n";
+  MakePort(sysfs, "ttyACM0", "devices/usb1/1-2/1-2:1.0");
+  std::ofstream(sysfs / "devices/usb1/1-2/idVendor") << "0525\n";
+  std::ofstream(sysfs / "devices/usb1/1-2/manufacturer") << "Linux 2.4\n";
+  std::ofstream(sysfs / "devices/usb1/1-2/product") << "Serial Function\n";
+  std::ofstream(sysfs / "devices/usb1/1-2/serial") << "12345\n";
+  EXPECT_EQ(station::PortTable(station::ListPorts(sysfs)),
+            "/dev/ttyACM0      USB: Linux 2.4 Serial Function, serial number 12345\n"
+            "/dev/ttyS0        on board\n");
+  EXPECT_EQ(station::OnlyPort(station::ListPorts(sysfs)), "/dev/ttyACM0");
+
+  MakePort(sysfs, "ttyUSB7", "devices/usb1/1-3/1-3:1.0/ttyUSB7");
+  std::ofstream(sysfs / "devices/usb1/1-3/idVendor") << "0403\n";
+  try {
+    station::OnlyPort(station::ListPorts(sysfs));
+    ADD_FAILURE() << "one of two ports was chosen";
+  } catch (const station::UsageError& error) {
+    EXPECT_NE(std::string(error.what()).find("/dev/ttyUSB7"), std::string::npos);
+    EXPECT_EQ(std::string(error.what()).find("/dev/ttyS0"), std::string::npos);
+  }
+  fs::remove_all(sysfs);
+}
+
+TEST(Ports, HeldByAnotherProgramAreRefused) {
+  ScriptedPhone phone({});
+  const Background holder({"sleep", "60"}, phone.Port());
+  const ToolResult refused = RunTool({"--port", phone.Port(), "ping"});
+  EXPECT_EQ(refused.status, 3);
+  const std::string name = "is held by sleep (process " + std::to_string(holder.Process()) + ")";
+  EXPECT_NE(refused.errors.find(name), std::string::npos) << refused.errors;
+
+  // The lock counts also where the holder cannot be seen; here it is the phone's own process.
+  ScriptedPhone locked({});
+  const int descriptor = open(locked.Port().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  ASSERT_EQ(flock(descriptor, LOCK_EX), 0);
+  const ToolResult also = RunTool({"--port", locked.Port(), "ping"});
+  EXPECT_EQ(also.status, 3);
+  EXPECT_NE(also.errors.find("is held by another program"), std::string::npos) << also.errors;
+  close(descriptor);
+  EXPECT_EQ(phone.Difference() + locked.Difference(), "");
+}
+
+TEST(Ports, WithoutPermissionTellWhichGroupToJoin) {
+  ScriptedPhone phone({});
+  const bool root = geteuid() == 0;
+  constexpr const char* NOBODY = "65534";
+  if (root &&
+      RunProgram({"setpriv", "--reuid", NOBODY, "--clear-groups", PHONETEST_PROGRAM, "--help"}).status != 0) {
+    GTEST_SKIP() << "an ordinary user cannot reach the program";
+  }
+  // The owner is denied what the group may do.
+  ASSERT_EQ(chmod(phone.Port().c_str(), S_IRGRP | S_IWGRP), 0);
+  std::vector<std::string> words = {PHONETEST_PROGRAM, "--port", phone.Port(), "ping"};
+  if (root) words.insert(words.begin(), {"setpriv", "--reuid", NOBODY, "--regid", NOBODY, "--clear-groups"});
+  const ToolResult refused = RunProgram(words);
+  EXPECT_EQ(refused.status, 3);
+  EXPECT_NE(refused.errors.find("no permission to use " + phone.Port() + "; the group \""), std::string::npos)
+      << refused.errors;
+}
+
+TEST(Documents, AreCurrent) {
+  // Compared as a whole: the difference of two long pages would be no help.
+  EXPECT_TRUE(ReadFile(DOCUMENTS "/protocol.md") == RunTool({"commands", "--markdown"}).output)
+      << "make it anew: phonetest commands --markdown > docs/protocol.md";
+  EXPECT_TRUE(ReadFile(DOCUMENTS "/phonetest.1").find(RunTool({"commands", "--manual"}).output) !=
+              std::string::npos)
+      << "put the output of \"phonetest commands --manual\" into docs/phonetest.1";
+}
+
+TEST(Documents, CompletionScriptOffersWhatFits) {
+  const std::string script = TemporaryFile("completion", RunTool({"completion"}).output);
+  const auto complete = [&](const std::string& words, int cursor) {
+    return RunProgram({"bash", "-c",
+                       "source " + script + "; COMP_WORDS=(" + words +
+                           "); COMP_CWORD=" + std::to_string(cursor) + "; _phonetest; echo ${COMPREPLY[@]}"})
+        .output;
+  };
+  EXPECT_EQ(complete("phonetest cam", 1), "camera\n");
+  EXPECT_EQ(complete("phonetest --port /dev/ttyUSB0 camera cap", 4), "capture\n");
+  EXPECT_EQ(complete("phonetest camera capture --rot", 3), "--rotate\n");
+  EXPECT_EQ(complete("phonetest motor on --js", 3), "--json\n");
+}
+
+}  // namespace
