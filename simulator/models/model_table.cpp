@@ -2,6 +2,7 @@
 
 #include "simulator/models/backlight.h"
 #include "simulator/models/bluetooth_tool.h"
+#include "simulator/models/capture_device.h"
 #include "simulator/models/flash_partitions.h"
 #include "simulator/models/framebuffer.h"
 #include "simulator/models/gpio.h"
@@ -54,6 +55,7 @@ std::vector<std::unique_ptr<DeviceModel>> MakeModels(PhoneServices& phone) {
               Keypad,            //
               TouchPanel,        //
               Radio,             //
+              CaptureDevice,     //
               OneTimeArea,       //
               FlashPartitions,   //
               ModemMemory,       //

@@ -107,6 +107,7 @@ int RunProgram(int argc, char** argv) {
                  "writes all that happens there, as JSON when it ends in .json");
   app.add_option("--link", options.phone.host_port_link,
                  "a symbolic link to the host's end of the serial port");
+  app.add_option("--camera", options.camera_file, "a PNG or JPEG picture that the camera sees");
   app.add_option("--lcd", options.lcd_file, "writes the LCD there as PNG when the phone ends");
   app.add_flag("--no-waiting", options.phone.instant_sleeps, "the phone's sleeps take no time");
   app.add_flag("--no-server", no_server, "no server: a shell in the phone");

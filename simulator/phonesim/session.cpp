@@ -42,6 +42,7 @@ Session::Session(SessionOptions options) : options_(std::move(options)), phone_(
   changed_.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   phone_.GetJournal().SetListener([this](const JournalEntry& entry) { Record(entry); });
   phone_.SetEnded([this](const PhoneEnd&) { eventfd_write(changed_.Get(), 1); });
+  if (!options_.camera_file.empty()) phone_.Command({"camera", "picture", options_.camera_file});
   phone_.Boot();
 }
 

@@ -16,6 +16,7 @@ struct SessionOptions {
   PhoneOptions phone;
   std::string name;          // empty: the first free of "phone", "phone-2", ...
   std::string journal_file;  // one JSON object a line when it ends in ".json"
+  std::string camera_file;   // a PNG or JPEG picture before the camera
   std::string lcd_file;      // the LCD as PNG when the phone ends
   bool prints_journal = false;
 };

@@ -1,0 +1,98 @@
+// Emulates the camera's sensor behind the Video4Linux 2 capture device /dev/v4l2/capture0, in the early form
+// of that interface: the format record with a depth, and the sensor's own controls, which must come in their
+// order. The control that starts the sensor and each that selects a test pattern make it deliver one frame of
+// the format, RGB565, to the caller's next read.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulator/device_model.h"
+#include "simulator/file_descriptor.h"
+#include "simulator/picture.h"
+
+namespace simulator {
+
+class CaptureDevice : public DeviceModel {
+ public:
+  static constexpr uint32_t MAX_WIDTH = 1200;
+  static constexpr uint32_t MAX_HEIGHT = 1600;
+  static constexpr int32_t PATTERN_WHITE = 6;
+  static constexpr int32_t PATTERN_BLACK = 7;
+
+  // struct v4l2_format of the early interface. Of its fields a caller sets width to pixel_format and
+  // image_size; the others are the driver's and must come back as they were read.
+  struct Format {
+    uint32_t type = 1;  // video capture
+    uint32_t width = 640;
+    uint32_t height = 480;
+    uint32_t depth = 16;                 // bits a pixel
+    uint32_t pixel_format = 0x50424752;  // "RGBP", RGB565
+    uint32_t flags = 0x00050001;
+    uint32_t bytes_per_line = 4096;  // of the sensor's own line memory, whatever the frame's width
+    uint32_t image_size = 640 * 480 * 2;
+    uint32_t priv = 0x534E5352;
+    uint8_t rest[168] = {};
+    bool operator==(const Format&) const = default;
+  };
+
+  // A pixel that has one colour always, or only in one test pattern.
+  struct Defect {
+    uint32_t column, row;
+    uint16_t colour;
+    int32_t pattern = 0;  // 0: in every frame
+  };
+
+  struct State {
+    Format format;
+    std::vector<Defect> defects;
+    int short_frame = 0;            // the n-th frame read of each opening lacks its end; 0: none does
+    uint32_t missing_bytes = 2;     // of that frame
+    bool takes_any_extent = false;  // also a width or height of 0
+  };
+
+  // A delivered frame, defects included.
+  struct Frame {
+    uint32_t width = 0;
+    uint32_t height = 0;
+    std::vector<uint16_t> pixels;
+  };
+
+  explicit CaptureDevice(PhoneServices& phone);
+  std::vector<std::string> Paths() const override;
+  OpenAnswer Open(const OpenCall& call) override;
+  RequestAnswer Request(DriverRequest& request) override;
+  std::vector<ModelCommand> Commands() override;
+
+  // Puts a picture before the camera in place of the scene, resized to the format; nothing: the scene again.
+  void Show(std::optional<Picture> picture);
+  const Frame& LastFrame() const {
+    return frame_;
+  }
+
+  State state;
+
+ private:
+  // How far the caller of this opening has come.
+  enum class Step { Opened, FormatSet, Prepared, Started };
+
+  RequestAnswer GetFormat(DriverRequest& request);
+  RequestAnswer SetFormat(DriverRequest& request);
+  RequestAnswer SetControl(DriverRequest& request);
+  RequestAnswer Deliver(const DriverRequest& request, int32_t pattern);
+  const Picture& View();
+  std::vector<uint16_t> Expose();
+  std::string Command(const std::vector<std::string>& words);
+  std::string Describe() const;
+
+  FileDescriptor delivered_;  // memory that holds one frame where the caller's next read takes place
+  Step step_ = Step::Opened;
+  std::optional<Picture> shown_;
+  Picture view_;  // the scene or the picture in the size of the latest frame
+  Frame frame_;
+  uint32_t exposures_ = 0;
+};
+
+}  // namespace simulator
