@@ -25,6 +25,12 @@ std::string Replaced(const std::string& text, const Variables& variables) {
     const std::size_t start = text.find("${", from);
     const std::size_t end = start == std::string::npos ? start : text.find('}', start);
     if (end == std::string::npos) return result + text.substr(from);
+    // "$${" is a plain "${", such as a shell's.
+    if (start > from && text[start - 1] == '$') {
+      result += text.substr(from, start - from) + "{";
+      from = start + 2;
+      continue;
+    }
     result += text.substr(from, start - from) + ValueOf(text.substr(start + 2, end - start - 2), variables);
     from = end + 1;
   }

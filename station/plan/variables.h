@@ -1,4 +1,5 @@
-// Variables of a test plan: ${name} in any text of it stands for the variable's value.
+// Variables of a test plan: ${name} in any text of it stands for the variable's value, "$${" for a plain
+// "${".
 #pragma once
 
 #include <map>

@@ -164,6 +164,12 @@ TEST(Plans, Verdicts) {
        {},
        1,
        "still running"},
+      {"a shell's own variable",
+       Steps(R"({"program": ["sh", "-c", "X=5; exit $${X}"]})"),
+       {},
+       {},
+       1,
+       "exit status 5"},
       {"a program's picture",
        Steps(
            R"({"program": ["sh", "-c", "echo ${port} > ${scratch}/lcd.png"], "picture": "${scratch}/lcd.png"})"),
