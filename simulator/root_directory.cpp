@@ -149,7 +149,12 @@ void RootDirectory::CopyIn(const fs::path& source, std::string_view phone_path) 
 void RootDirectory::CopyProgramIn(const fs::path& source, std::string_view phone_path) {
   CopyIn(source, phone_path);
   for (const NeededFile& file : NeededFiles(source)) {
-    if (!Exists(file.phone_path.string())) CopyIn(file.source, file.phone_path.string());
+    if (Exists(file.phone_path.string())) continue;
+    CopyIn(file.source, file.phone_path.string());
+    // Without a cache of names, which the phone has not, the loader asks for a library in some two dozen
+    // directories for variants of the processor before its own. One of the first it asks for is this.
+    const fs::path variant = file.phone_path.parent_path() / "glibc-hwcaps/x86-64-v2";
+    PutHardLink((variant / file.phone_path.filename()).string(), file.phone_path.string());
   }
 }
 

@@ -19,7 +19,9 @@ namespace fs = std::filesystem;
 
 std::string ReadWhole(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
+  std::string content(fs::file_size(path), '\0');
+  file.read(content.data(), static_cast<std::streamsize>(content.size()));
+  return content;
 }
 
 struct ProgramNeeds {

@@ -41,7 +41,8 @@ void PutUserland(RootDirectory& root) {
   root.PutFileIfAbsent("/etc/group", "root:x:0:\n");
 
   root.CopyProgramIn(FindBusybox(), "/bin/busybox");
-  for (const char* tool : BUSYBOX_TOOLS) root.PutLink(std::string("/bin/") + tool, "busybox");
+  // Hard links, since a symbolic one takes an inode: making those was most of a phone's boot.
+  for (const char* tool : BUSYBOX_TOOLS) root.PutHardLink(std::string("/bin/") + tool, "/bin/busybox");
   // busybox starts its own tools by this name.
   root.PutLink("/proc/self/exe", "/bin/busybox");
   // busybox's shell would play the tools itself, unseen; dash finds and starts each as the program that it
