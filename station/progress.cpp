@@ -26,10 +26,10 @@ void Progress::Show(const std::string& line) {
 }
 
 void Progress::ShowBar(const std::string& label, std::size_t done, std::size_t total) {
-  constexpr std::size_t WIDTH = 40;
+  constexpr std::size_t WIDTH = 30;
   const std::size_t percent = total == 0 ? 100 : std::min<std::size_t>(100, done * 100 / total);
   const std::size_t filled = percent * WIDTH / 100;
-  Show(fmt::format("{} [{:#<{}}{:.<{}}] {} %", label, "", filled, "", WIDTH - filled, percent));
+  Show(fmt::format("[{:#<{}}{:.<{}}] {:3} %  {}", "", filled, "", WIDTH - filled, percent, label));
 }
 
 }  // namespace station

@@ -16,7 +16,7 @@ class Progress {
 
   void Show(const std::string& line);
 
-  // "label [#####.....] 50 %"
+  // "[#####.....]  50 %  label"
   void ShowBar(const std::string& label, std::size_t done, std::size_t total);
 
  private:
