@@ -1,0 +1,200 @@
+// The test plans of this project on a simulated phone: all pass on a fresh one, and on one with seeded faults
+// exactly the steps fail that look at what is broken.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <map>
+#include <nlohmann/json.hpp>
+
+#include "tests/station/scripted_phone.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// A simulated phone in the background, by the name of this process.
+class Phone {
+ public:
+  explicit Phone(const std::string& suffix = "") : name_("test-" + std::to_string(getpid()) + suffix) {
+    const ToolResult started = RunProgram({PHONESIM_PROGRAM, "--name", name_, "--no-waiting", "start"});
+    EXPECT_EQ(started.status, 0) << started.errors;
+    const std::string label = "host port: ";
+    const std::size_t at = started.output.find(label) + label.size();
+    port_ = started.output.substr(at, started.output.find('\n', at) - at);
+  }
+  ~Phone() {
+    RunProgram({PHONESIM_PROGRAM, "--name", name_, "stop"});
+  }
+
+  const std::string& Port() const {
+    return port_;
+  }
+
+  // A command of phonesim, such as "card", "remove".
+  void Do(const std::vector<std::string>& command) {
+    std::vector<std::string> words = {PHONESIM_PROGRAM, "--name", name_};
+    words.insert(words.end(), command.begin(), command.end());
+    const ToolResult done = RunProgram(words);
+    EXPECT_EQ(done.status, 0) << command.front() << ": " << done.errors;
+  }
+
+  ToolResult Run(const std::string& plan, std::vector<std::string> options = {}) const {
+    options.insert(options.begin(), {"--port", port_, "--yes", "--json", "run", PLANS "/" + plan});
+    return RunTool(options);
+  }
+
+ private:
+  std::string name_;
+  std::string port_;
+};
+
+// The messages of the steps that did not pass, by the steps' names.
+std::map<std::string, std::string> Failures(const std::string& report) {
+  std::map<std::string, std::string> failures;
+  const auto parsed = nlohmann::json::parse(report);
+  for (const auto& step : parsed["steps"]) {
+    const bool fine =
+        step["verdict"] == "passed" || (step["verdict"] == "skipped" && step["message"] == "not asked for");
+    if (!fine) failures[step["name"]] = step["message"];
+  }
+  return failures;
+}
+
+std::string Listed(const std::map<std::string, std::string>& failures) {
+  std::string list;
+  for (const auto& [name, message] : failures) list += name + ": " + message + "\n";
+  return list;
+}
+
+const std::vector<std::string> SIMULATED = {"--set", "phonesim=" PHONESIM_PROGRAM};
+
+std::vector<std::string> FactoryOptions() {
+  std::vector<std::string> options = SIMULATED;
+  for (const std::string& value :
+       {std::string("identity=123456789012345"), std::string("address=00:11:22:33:44:55"),
+        "factory-info=" + TemporaryFile("factory-info", std::string(128, 'F'))}) {
+    options.insert(options.end(), {"--set", value});
+  }
+  return options;
+}
+
+TEST(SimulatedPhone, PassesEveryPlan) {
+  Phone phone;
+  const fs::path folder = fs::path(testing::TempDir()) / ("phonetest-factory-" + std::to_string(getpid()));
+  std::vector<std::string> options = FactoryOptions();
+  options.insert(options.end(), {"--report", folder});
+  const ToolResult factory = phone.Run("factory.json", options);
+  EXPECT_EQ(factory.status, 0) << Listed(Failures(factory.output)) << factory.errors;
+  // Four pictures of the LCD and two of the camera.
+  std::size_t pictures = 0;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    pictures += entry.path().extension() == ".png" || entry.path().extension() == ".jpg" ? 1u : 0u;
+  }
+  EXPECT_EQ(pictures, 6u);
+  fs::remove_all(folder);
+
+  const ToolResult quick = phone.Run("quick.json");
+  EXPECT_EQ(quick.status, 0) << Listed(Failures(quick.output)) << quick.errors;
+  const ToolResult service = phone.Run("service.json", SIMULATED);
+  EXPECT_EQ(service.status, 0) << Listed(Failures(service.output)) << service.errors;
+}
+
+// What is done to a phone, and the steps of a plan that must notice it with a part of what they say.
+struct Fault {
+  std::vector<std::string> seed;
+  std::map<std::string, std::string> noticed;
+};
+
+void TryFaults(const std::string& plan, const std::vector<std::string>& options,
+               const std::vector<Fault>& faults) {
+  Phone phone;
+  std::map<std::string, std::string> wanted;
+  for (const Fault& fault : faults) {
+    phone.Do(fault.seed);
+    wanted.insert(fault.noticed.begin(), fault.noticed.end());
+  }
+  const ToolResult result = phone.Run(plan, options);
+  EXPECT_EQ(result.status, 1) << result.errors;
+  std::map<std::string, std::string> failures = Failures(result.output);
+  for (const auto& [step, message] : wanted) {
+    EXPECT_NE(failures[step].find(message), std::string::npos) << step << ": " << failures[step];
+    failures.erase(step);
+  }
+  EXPECT_EQ(Listed(failures), "") << "failed besides, with " << plan;
+}
+
+TEST(SimulatedPhone, FactoryPlanFindsSeededFaults) {
+  const std::string no_display = "the framebuffer could not be opened";
+  const std::vector<Fault> faults = {
+      {{"partition-hide", "Factory Info"},
+       {{"Factory information reads back", "the partition \"Factory Info\" is missing"}}},
+      {{"missing", "/dev/fb/0"},
+       {{"Horizontal stripes", no_display},
+        {"Vertical stripes", no_display},
+        {"Colour bars", no_display},
+        {"White", no_display},
+        {"Backlight low", no_display},
+        {"Every cross", "the framebuffer could not be opened"},
+        {"Display off", no_display}}},
+      {{"missing", "/dev/input/event0"}, {{"Every key", "the keypad could not be opened"}}},
+      {{"radio", "silence"},
+       {{"Radio hears the station", "signal is 1200, below 20000"},
+        {"Radio band", "signal is 1200, below 20000"}}},
+      {{"camera", "defect", "100", "200", "0xF800"}, {{"Camera sensor", "the sensor is defective"}}},
+      {{"card", "remove"}, {{"Memory card", "no card (it tells no serial number)"}}},
+      {{"modem", "sim", "off"}, {{"SIM", "no SIM, or not ready"}}},
+      {{"bluetooth", "not-executable"}, {{"Bluetooth chip", "the Bluetooth test tool could not be run"}}},
+      {{"gpio", "modem-state", "0"}, {{"Modem state", "the modem state word is 0"}}},
+      {{"fault", "request", "/dev/misc/rtc", "error=EIO", "times=always"},
+       {{"Clock is set", "the clock could not be opened, or refused the time"},
+        {"Clock reads back", "the clock could not be opened or read"}}},
+  };
+  TryFaults("factory.json", SIMULATED, faults);
+}
+
+TEST(SimulatedPhone, ServiceAndQuickPlanFindSeededFaults) {
+  TryFaults(
+      "service.json", SIMULATED,
+      {{{"missing", "/dev/touchscreen/tsc2046"}, {{"All crosses touched", "-9889 TOUCH_NOT_OPENED"}}},
+       {{"missing", "/dev/misc/omap730_gpio"}, {{"Modem state", "the GPIO device could not be opened"}}},
+       {{"missing", "/dev/v4l2/capture0"},
+        {{"Camera sensor", "the camera could not be opened"},
+         {"Blemish picture", "the camera could not be opened"}}},
+       {{"card", "read-only"}, {{"Memory card", "the test file on it could not be opened"}}}});
+  TryFaults("quick.json", {},
+            {{{"missing", "/etc/version"}, {{"System version", "version is , which does not match"}}},
+             {{"modem", "silent", "on"}, {{"Modem answers", "no \"OK\" or \"ERROR\" came"}}},
+             {{"bluetooth", "2", "none"}, {{"Bluetooth chip", "printed no status"}}}});
+}
+
+TEST(SimulatedPhone, ThreePhonesRunThePlanAtTheSameTime) {
+  Phone left("-left");
+  Phone middle("-middle");
+  Phone right("-right");
+  middle.Do({"card", "remove"});
+  const ToolResult result = RunTool({"--port", left.Port(), "--port", middle.Port(), "--port", right.Port(),
+                                     "--yes", "--json", "run", PLANS "/quick.json"});
+  EXPECT_EQ(result.status, 1) << result.errors;
+  std::vector<std::string> verdicts;
+  for (const auto& phone : nlohmann::json::parse(result.output)) verdicts.push_back(phone["verdict"]);
+  EXPECT_EQ(verdicts, (std::vector<std::string>{"passed", "device failure", "passed"}));
+}
+
+TEST(SimulatedPhone, GivesTheSameAnswersToAReplay) {
+  const std::string trace = TemporaryFile("trace", "");
+  const std::string plan = TemporaryFile("plan.json", R"({"steps": [
+      {"command": "versions"}, {"command": "factory-info read"}, {"command": "modem-image fetch",
+       "arguments": {"output": "${scratch}/image"}}, {"command": "radio measure", "arguments": {"frequency": 1576}}]})");
+  Phone phone;
+  EXPECT_EQ(RunTool({"--port", phone.Port(), "--trace", trace, "run", plan}).status, 0);
+  const ToolResult same = RunTool({"--port", phone.Port(), "replay", trace});
+  EXPECT_EQ(same.status, 0) << same.errors;
+  phone.Do({"radio", "silence"});
+  const ToolResult different = RunTool({"--port", phone.Port(), "replay", trace});
+  EXPECT_EQ(different.status, 1);
+  EXPECT_NE(different.errors.find("FM radio (code 0x2C): answer byte 9"), std::string::npos)
+      << different.errors;
+}
+
+}  // namespace
