@@ -119,4 +119,15 @@ TEST_F(BluetoothInfoTest, TellsEveryFailure) {
   EXPECT_EQ(Write(), 0);
 }
 
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // whose allocators end the program
+TEST_F(BluetoothInfoTest, TellsThatMemoryIsOut) {
+  Boot();
+  PutTemplate(std::string(10000, 'a') + MATCH + "......");
+  EXPECT_EQ(AskWithoutMemory(TEMPLATE, 0x0E, Bytes(18)), -9988);
+  EXPECT_EQ(FlashLines(), Lines{LOOKUP}) << "nothing is erased";
+  EXPECT_EQ(Write(), 0);
+  EXPECT_TRUE(StillAnswers());
+}
+#endif
+
 }  // namespace

@@ -1,6 +1,7 @@
 #include "tests/phone/flash_test.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 
 using simulator::FindFlashPartition;
 using simulator::FlashPartitions;
@@ -39,6 +40,8 @@ Lines RewriteOf(int number) {
 
 FlashTest::FlashTest() {
   options.instant_sleeps = true;
+  // The C library's allocator asks for what it needs and no more, so that it can be made to fail.
+  options.environment = {"MALLOC_TOP_PAD_=0", "MALLOC_MMAP_THRESHOLD_=4096"};
 }
 
 std::string FlashTest::Flash(const std::string& name) {
@@ -58,4 +61,18 @@ void FlashTest::SetListed(const std::string& name, bool listed) {
 Lines FlashTest::FlashLines() {
   return LinesSince(OfKind({JournalKind::Shell}) ||
                     (OfKind({JournalKind::Open}) && Below("/dev/mtdblock_bbs/")));
+}
+
+int32_t FlashTest::AskWithoutMemory(const std::string& path, uint32_t code, const Bytes& request) {
+  rlimit enough{};
+  prlimit(Phone().ServerProcess(), RLIMIT_AS, nullptr, &enough);
+  Phone().GetJournal().SetListener(
+      [&, server = Phone().ServerProcess()](const simulator::JournalEntry& entry) {
+        const rlimit none = {1, enough.rlim_max};
+        if (entry.kind == JournalKind::Open && entry.path == path) prlimit(server, RLIMIT_AS, &none, nullptr);
+      });
+  const int32_t status = AskStatus(code, request);
+  Phone().GetJournal().SetListener({});
+  prlimit(Phone().ServerProcess(), RLIMIT_AS, &enough, nullptr);
+  return status;
 }

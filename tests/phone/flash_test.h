@@ -29,6 +29,8 @@ class FlashTest : public PhoneTest {
   std::string Flash(const std::string& name);
   void SetFlash(const std::string& name, const std::string& start);
   void SetListed(const std::string& name, bool listed);
+  // A command's status when the server gets no more memory from the moment it has opened a file.
+  int32_t AskWithoutMemory(const std::string& path, uint32_t code, const Bytes& request);
   // Partitions looked up, erased, and opened by their block devices, since the last mark, in order.
   Lines FlashLines();
 };

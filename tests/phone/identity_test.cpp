@@ -128,4 +128,13 @@ TEST_F(IdentityTest, TellsEveryFailure) {
   EXPECT_TRUE(StillAnswers());
 }
 
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // whose allocators end the program
+TEST_F(IdentityTest, TellsThatMemoryIsOut) {
+  Boot();
+  EXPECT_EQ(AskWithoutMemory("/dev/mtd/4", 0x47, IGNORED), -9988);
+  EXPECT_EQ(AskStatus(0x47, IGNORED), 0);
+  EXPECT_TRUE(StillAnswers());
+}
+#endif
+
 }  // namespace
