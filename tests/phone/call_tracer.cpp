@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <filesystem>
 #include <stdexcept>
@@ -24,6 +25,7 @@ constexpr unsigned long OPTIONS =
     PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK | PTRACE_O_TRACECLONE;
 constexpr int CALL_STOP = SIGTRAP | 0x80;  // PTRACE_O_TRACESYSGOOD marks the stops at calls with bit 7
 constexpr int WAKE_SIGNAL = SIGURG;
+constexpr size_t MEMORY_PAGE = 4096;
 
 void* AsPointer(unsigned long value) {
   return reinterpret_cast<void*>(value);
@@ -59,15 +61,21 @@ std::string TracedCall::DescriptorPath() const {
 }
 
 std::string TracedCall::PathArgument(size_t index) const {
-  char text[256];
-  const uint64_t address = arguments[index];
-  // A path may lie at the end of a page with nothing behind it.
-  const size_t size = std::min<size_t>(sizeof text, 4096 - address % 4096);
-  const iovec here = {text, size};
-  const iovec there = {AsPointer(address), size};
-  const ssize_t read = process_vm_readv(thread, &here, 1, &there, 1, 0);
-  if (read <= 0 || text[0] != '/') return {};
-  return {text, strnlen(text, static_cast<size_t>(read))};
+  std::string text;
+  // Up to the end of the page and on from the next: there may be none behind the path.
+  for (uint64_t address = arguments[index]; text.size() < PATH_MAX;) {
+    char bytes[MEMORY_PAGE];
+    const size_t size = MEMORY_PAGE - address % MEMORY_PAGE;
+    const iovec here = {bytes, size};
+    const iovec there = {AsPointer(address), size};
+    const ssize_t read = process_vm_readv(thread, &here, 1, &there, 1, 0);
+    if (read <= 0 || (text.empty() && bytes[0] != '/')) return {};
+    const size_t length = strnlen(bytes, static_cast<size_t>(read));
+    text.append(bytes, length);
+    if (length < static_cast<size_t>(read)) break;
+    address += static_cast<uint64_t>(read);
+  }
+  return text;
 }
 
 struct CallTracer::Tracee {

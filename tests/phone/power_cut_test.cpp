@@ -51,7 +51,8 @@ std::vector<uint64_t> ManyTornSizes(uint64_t size) {
 #endif
 }
 
-// The flash device that a call is about, by its descriptor or by its path.
+// The flash device that a call is about, by its descriptor or by its path. Some calls only happen to have an
+// argument that could be such a descriptor; the power goes there as well.
 std::string FlashDevice(const TracedCall& call) {
   for (const std::string& path : {call.DescriptorPath(), call.PathArgument(0), call.PathArgument(1)}) {
     const size_t place = path.find("/dev/mtd");
