@@ -8,11 +8,11 @@ namespace {
 // The numbers are the kernel's (arch/x86/entry/syscalls): those of the other word size stand in no header of
 // the one that this is compiled for.
 constexpr CallNumber X86_64_CALLS[] = {
-    {2, Call::Open},           {257, Call::OpenAt},       {437, Call::OpenAt2},    {85, Call::Create},
-    {89, Call::ReadLink},      {267, Call::ReadLinkAt},   {59, Call::Exec},        {322, Call::ExecAt},
-    {230, Call::Sleep},        {164, Call::SetTimeOfDay}, {227, Call::SetClock},   {169, Call::Reboot},
-    {16, Call::DeviceRequest}, {1, Call::Write},          {18, Call::WriteAt},     {20, Call::WritePieces},
-    {56, Call::Clone},         {435, Call::CloneWith},    {40, Call::CopyBetween},
+    {2, Call::Open},           {257, Call::OpenAt},       {437, Call::OpenAt2},   {85, Call::Create},
+    {89, Call::ReadLink},      {267, Call::ReadLinkAt},   {59, Call::Exec},       {322, Call::ExecAt},
+    {230, Call::Sleep},        {164, Call::SetTimeOfDay}, {227, Call::SetClock},  {169, Call::Reboot},
+    {16, Call::DeviceRequest}, {56, Call::Clone},         {435, Call::CloneWith}, {40, Call::CopyBetween},
+    {275, Call::CopyBetween},
 };
 
 constexpr CallNumber I386_CALLS[] = {
@@ -32,13 +32,11 @@ constexpr CallNumber I386_CALLS[] = {
     {25, Call::SetTime, TimeWidth::Bits32},
     {88, Call::Reboot},
     {54, Call::DeviceRequest},
-    {4, Call::Write},
-    {181, Call::WriteAt},
-    {146, Call::WritePieces},
     {120, Call::Clone},
     {435, Call::CloneWith},
     {187, Call::CopyBetween},
     {239, Call::CopyBetween},
+    {313, Call::CopyBetween},
 };
 
 constexpr Architecture ARCHITECTURES[] = {
@@ -64,11 +62,6 @@ const CallNumber* FindCall(const Architecture& architecture, int number) {
     if (call.number == number) return &call;
   }
   return nullptr;
-}
-
-bool IsWriteCall(Call call) {
-  return call == Call::Write || call == Call::WriteAt || call == Call::WritePieces ||
-         call == Call::CopyBetween;
 }
 
 }  // namespace simulator

@@ -23,12 +23,12 @@ enum class Call {
   SetTime,
   Reboot,
   DeviceRequest,  // ioctl, but for the terminal's own requests
-  Write,          // the writes are answered with PhoneOptions::observe_writes only
-  WriteAt,
-  WritePieces,
-  Clone,        // of a new thread only
-  CloneWith,    // clone3, of every new process and thread
-  CopyBetween,  // sendfile, refused then so that programs fall back to write
+  Clone,          // of a new thread only
+  CloneWith,      // clone3, of every new process and thread
+  // sendfile and splice, refused by the filter so that programs read and write instead: while the kernel
+  // copies into a pipe it keeps the pipe locked, and the simulator that reads it would wait for the source as
+  // well.
+  CopyBetween,
 };
 
 // How wide the times in a call's records are: a 32-bit program has calls of both kinds.
@@ -49,6 +49,5 @@ struct Architecture {
 std::span<const Architecture> Architectures();
 const Architecture* FindArchitecture(uint32_t audit_number);
 const CallNumber* FindCall(const Architecture& architecture, int number);
-bool IsWriteCall(Call call);
 
 }  // namespace simulator

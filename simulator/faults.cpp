@@ -28,14 +28,15 @@ int ErrorNumber(const std::string& name) {
 }
 
 FaultCall CallNamed(const std::string& name) {
-  static const std::pair<const char*, FaultCall> NAMES[] = {
-      {"open", FaultCall::Open},   {"request", FaultCall::Request}, {"exec", FaultCall::Exec},
-      {"sleep", FaultCall::Sleep}, {"write", FaultCall::Write},     {"thread", FaultCall::Thread}};
+  static const std::pair<const char*, FaultCall> NAMES[] = {{"open", FaultCall::Open},
+                                                            {"request", FaultCall::Request},
+                                                            {"exec", FaultCall::Exec},
+                                                            {"sleep", FaultCall::Sleep},
+                                                            {"thread", FaultCall::Thread}};
   for (const auto& [known, call] : NAMES) {
     if (name == known) return call;
   }
-  throw std::invalid_argument("A fault strikes open, request, exec, sleep, write or thread, not \"" + name +
-                              "\".");
+  throw std::invalid_argument("A fault strikes open, request, exec, sleep or thread, not \"" + name + "\".");
 }
 
 void ApplySetting(FaultRule& rule, const std::string& name, const std::string& value) {

@@ -16,7 +16,7 @@ namespace simulator {
 
 constexpr int ALWAYS = std::numeric_limits<int>::max();
 
-enum class FaultCall { Open, Request, Exec, Sleep, Write, Thread };
+enum class FaultCall { Open, Request, Exec, Sleep, Thread };
 
 struct FaultRule {
   FaultCall call = FaultCall::Open;
@@ -26,9 +26,7 @@ struct FaultRule {
   int times = 1;                      // how many in a row, or ALWAYS
   int error = 0;                      // errno to answer with; 0: the call goes on
   std::optional<int64_t> size{};      // of Open: the file seems to hold this many bytes;
-                                      // of Write (PhoneOptions::observe_writes): this many bytes get written
   std::chrono::milliseconds delay{};  // before the answer; of Sleep: its new length
-  bool power_cut = false;             // of Write: after it every process of the phone is dead at once
 };
 
 class Faults {

@@ -39,11 +39,11 @@ std::string Refusal(const LinkReport& report) {
 
 }  // namespace
 
-Guardian::Guardian(std::string root, bool removes_root, std::string link_path, bool observe_writes)
+Guardian::Guardian(std::string root, bool removes_root, std::string link_path)
     : root_(std::move(root)),
       removes_root_(removes_root),
       link_path_(std::move(link_path)),
-      filter_(MakeSystemCallFilter(observe_writes)) {
+      filter_(MakeSystemCallFilter()) {
   int link[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, link) != 0) {
     throw std::system_error(errno, std::generic_category(), "socketpair");

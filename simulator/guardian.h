@@ -39,7 +39,7 @@ class Guardian {
  public:
   // Forks the guardian. At its end it removes the root directory, if it is told to, and the link, if there is
   // one.
-  Guardian(std::string root, bool removes_root, std::string link_path, bool observe_writes);
+  Guardian(std::string root, bool removes_root, std::string link_path);
   ~Guardian();
   Guardian(const Guardian&) = delete;
   Guardian& operator=(const Guardian&) = delete;

@@ -218,8 +218,8 @@ void RunGuardian(const GuardianDuty& duty) {
 
   ServeLink();
   KillDescendants();
-  if (duty.removes_root) RemoveTree(duty.root);
   if (duty.link_path[0] != '\0') unlink(duty.link_path);
+  if (duty.removes_root) RemoveTree(duty.root);
   _exit(0);
 }
 

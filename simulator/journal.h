@@ -24,7 +24,6 @@ enum class JournalKind {
   Shell,    // a command line given to the shell (sh -c TEXT): text
   Tool,     // a program started otherwise, by the shell too: path, arguments
   Value,    // a value written to a text control, bytes to the modem's AT port: path, text
-  Write,    // a write to an ordinary file, with PhoneOptions::observe_writes only: path, offset, bytes in
   Sleep,    // a sleep asked for: duration
   Clock,    // the system clock set: text
   Console,  // a line that the server printed: text
@@ -42,7 +41,6 @@ struct JournalEntry {
   uint32_t request = 0;
   std::vector<uint8_t> bytes_in{};   // what the driver read from the caller
   std::vector<uint8_t> bytes_out{};  // what it wrote back
-  int64_t offset = 0;                // of a write to a file
   std::chrono::nanoseconds duration{};
   int64_t result = 0;
   int error = 0;  // errno of a refused call, else 0
@@ -53,7 +51,6 @@ struct JournalEntry {
   //   shell rmmod omap_bi
   //   tool /sbin/rmmod omap_bi
   //   value /proc/backlight/lcd "100"
-  //   write /dev/mtd/5 offset 0 bytes 32768
   //   sleep 1.000
   //   clock settimeofday 946684800.000000
   //   console no response

@@ -11,8 +11,8 @@
 namespace simulator {
 namespace {
 
-constexpr std::array<std::string_view, 10> KIND_NAMES = {"open",  "request", "shell", "tool",    "value",
-                                                         "write", "sleep",   "clock", "console", "event"};
+constexpr std::array<std::string_view, 9> KIND_NAMES = {"open",  "request", "shell",   "tool", "value",
+                                                        "sleep", "clock",   "console", "event"};
 
 std::string_view KindName(JournalKind kind) {
   return KIND_NAMES[static_cast<size_t>(kind)];
@@ -83,8 +83,6 @@ std::string What(const JournalEntry& entry) {
       return entry.path + Arguments(entry);
     case JournalKind::Value:
       return fmt::format("{} \"{}\"", entry.path, OneLine(entry.text));
-    case JournalKind::Write:
-      return fmt::format("{} offset {} bytes {}", entry.path, entry.offset, entry.bytes_in.size());
     case JournalKind::Sleep:
       return fmt::format("{:.3f}", std::chrono::duration<double>(entry.duration).count());
     case JournalKind::Shell:
@@ -118,7 +116,6 @@ nlohmann::json JournalEntry::Json() const {
   if (!arguments.empty()) json["arguments"] = arguments;
   if (kind == JournalKind::Open) json["flags"] = OpenFlags(flags);
   if (kind == JournalKind::Request) json["request"] = request;
-  if (kind == JournalKind::Write) json["offset"] = offset;
   if (kind == JournalKind::Sleep) json["seconds"] = std::chrono::duration<double>(duration).count();
   if (!bytes_in.empty()) json["in"] = Hex(bytes_in);
   if (!bytes_out.empty()) json["out"] = Hex(bytes_out);

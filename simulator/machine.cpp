@@ -60,13 +60,11 @@ Machine::Machine(PhoneOptions phone_options)
                journal,
                [this] { PowerOff(); },
                [this](const std::string& name) { return ProcessesNamed(root.Path(), name); },
-               [this](const std::string& path) { StartBeside(path); }},
+               [this](const std::string& path) {
+                 StartOnConsole(path, {std::filesystem::path(path).filename()});
+               }},
       console(loop, journal, options.echo_console),
-      calls(services, faults,
-            [this] {
-              guardian_->KillAll();
-              End(PhoneEnd::Reason::Stopped, 0);
-            }),
+      calls(services, faults),
       models(MakeModels(services)) {
   calls.SetInstantSleeps(options.instant_sleeps);
   calls.SetModels(models);
@@ -99,15 +97,14 @@ void Machine::Boot() {
     }
   }
   // The guardian is forked before the loop's thread is there.
-  guardian_ = std::make_unique<Guardian>(root.Path(), root.IsTemporary(), options.host_port_link,
-                                         options.observe_writes);
+  guardian_ = std::make_unique<Guardian>(root.Path(), root.IsTemporary(), options.host_port_link);
   root.LeaveRemovalToGuardian();
   guardian_watch_ = loop.Watch(guardian_->Descriptor(), POLLIN, [this](short) { TakeEnds(); });
+  if (!options.server.empty()) StartServer();
   {
     const std::lock_guard lock(mutex_);
     running_ = true;
   }
-  if (!options.server.empty()) StartServer();
   loop.Start();
 }
 
@@ -118,30 +115,26 @@ StartedProgram Machine::StartProgram(const ProgramStart& program) {
   return started;
 }
 
-void Machine::StartServer() {
+// A program without input, whose output is the console's.
+StartedProgram Machine::StartOnConsole(const std::string& path, const std::vector<std::string>& arguments) {
   const FileDescriptor input(open("/dev/null", O_RDONLY | O_CLOEXEC));
   const FileDescriptor output = console.NewOutput("stdout");
   const FileDescriptor errors = console.NewOutput("stderr");
-  ProgramStart program = {SERVER_PATH,
-                          {"phonetestd"},
-                          Environment(options.environment),
-                          {input.Get(), output.Get(), errors.Get()}};
-  program.arguments.insert(program.arguments.end(), options.server_arguments.begin(),
-                           options.server_arguments.end());
-  const StartedProgram server = StartProgram(program);
+  return StartProgram(
+      {path, arguments, Environment(options.environment), {input.Get(), output.Get(), errors.Get()}});
+}
+
+void Machine::StartServer() {
+  std::vector<std::string> arguments = {"phonetestd"};
+  arguments.insert(arguments.end(), options.server_arguments.begin(), options.server_arguments.end());
+  const StartedProgram server = StartOnConsole(SERVER_PATH, arguments);
   server_number_ = server.number;
   const std::lock_guard lock(mutex_);
   server_process_ = server.process;
 }
 
-void Machine::StartBeside(const std::string& path) {
-  const FileDescriptor input(open("/dev/null", O_RDONLY | O_CLOEXEC));
-  const FileDescriptor output = console.NewOutput("stdout");
-  const FileDescriptor errors = console.NewOutput("stderr");
-  StartProgram({path,
-                {std::filesystem::path(path).filename()},
-                Environment({}),
-                {input.Get(), output.Get(), errors.Get()}});
+void Machine::RunShell(const std::string& command) {
+  loop.Run([&] { StartOnConsole("/bin/sh", {"sh", "-c", command}); });
 }
 
 void Machine::TakeEnds() {

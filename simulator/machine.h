@@ -34,6 +34,7 @@ class Machine {
   pid_t ServerProcess() const;
   std::string Command(const std::vector<std::string>& words);
   std::vector<ModelCommand> Commands();
+  void RunShell(const std::string& command);
   FileDescriptor OpenShell();
   void TakeAway(const std::string& path);
   void PutBack(const std::string& path);
@@ -52,7 +53,7 @@ class Machine {
   void Furnish();
   void StartServer();
   StartedProgram StartProgram(const ProgramStart& program);
-  void StartBeside(const std::string& path);
+  StartedProgram StartOnConsole(const std::string& path, const std::vector<std::string>& arguments);
   void TakeEnds();
   void PowerOff();
   void End(PhoneEnd::Reason reason, int status);

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <string_view>
 #include <utility>
 
@@ -67,9 +68,11 @@ void SystemCalls::Open(const CallPointer& call, int directory, uint64_t path_add
 bool SystemCalls::OpenRealProcessFile(TrappedCall& call, const std::string& path, int flags) {
   const std::optional<std::string> real = RealProcessFile(call.Thread(), path);
   if (!real) return false;
-  // A sanitizer lists the threads in order to stop them, and none can be stopped while it waits for an
-  // answer.
-  if (real->ends_with("/task")) InterruptHeldCalls(ProcessOf(call.Thread()));
+  // A sanitizer lists a process's threads in order to stop them, and none can be stopped while it waits for
+  // an answer. It does so from a process of its own.
+  int process = 0;
+  if (real->ends_with("/task") && sscanf(real->c_str(), "/proc/%d/", &process) == 1)
+    InterruptHeldCalls(process);
   const FileDescriptor file(open(real->c_str(), (flags & (O_ACCMODE | O_DIRECTORY)) | O_CLOEXEC));
   if (file.IsOpen()) {
     call.AnswerWithDescriptor(file.Get(), (flags & O_CLOEXEC) != 0);

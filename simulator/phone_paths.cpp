@@ -71,8 +71,9 @@ ResolvedPath ResolvePath(const RootDirectory& root, const std::string& absolute_
 std::optional<std::string> RealProcessFile(pid_t thread, const std::string& absolute_path) {
   static constexpr std::string_view READABLE[] = {"maps",    "smaps",   "status", "stat", "comm",
                                                   "environ", "cmdline", "exe",    "auxv", "task"};
-  const std::string path = std::filesystem::path(absolute_path).lexically_normal();
+  std::string path = std::filesystem::path(absolute_path).lexically_normal();
   if (!path.starts_with("/proc/")) return std::nullopt;
+  if (path.ends_with('/')) path.pop_back();
   const size_t name_end = std::min(path.find('/', 6), path.size());
   const std::string process = path.substr(6, name_end - 6);
   if (name_end == path.size()) return std::nullopt;

@@ -73,7 +73,6 @@ void SystemCalls::RequestDevice(const CallPointer& call) {
   FaultRule rule;
   if (const auto strike = faults_.Strike(FaultCall::Request, device->path, request->number)) rule = *strike;
   After(rule, call, [this, call, request, rule, model = device->model] {
-    if (rule.power_cut) return cut_power_();
     if (rule.error != 0) return request->Answer(RequestAnswer::Refusal(rule.error));
     const RequestAnswer answer = model->Request(*request);
     if (answer.later) return Hold(call);

@@ -66,7 +66,7 @@ void AddCall(std::vector<sock_filter>& filter, const CallNumber& call) {
 
 }  // namespace
 
-std::vector<sock_filter> MakeSystemCallFilter(bool with_writes) {
+std::vector<sock_filter> MakeSystemCallFilter() {
   std::vector<sock_filter> filter = {Load(offsetof(seccomp_data, arch))};
   for (const Architecture& architecture : Architectures()) {
     std::vector<sock_filter> calls = {Load(offsetof(seccomp_data, nr))};
@@ -74,9 +74,7 @@ std::vector<sock_filter> MakeSystemCallFilter(bool with_writes) {
       calls.push_back({BPF_JMP | BPF_JGE | BPF_K, 0, 1, X32_CALLS});
       calls.push_back(Return(SECCOMP_RET_ERRNO | ENOSYS));
     }
-    for (const CallNumber& call : architecture.calls) {
-      if (with_writes || !IsWriteCall(call.call)) AddCall(calls, call);
-    }
+    for (const CallNumber& call : architecture.calls) AddCall(calls, call);
     calls.push_back(Return(SECCOMP_RET_ALLOW));
     filter.push_back(UnlessEqualSkip(architecture.audit_number, static_cast<uint8_t>(calls.size())));
     filter.insert(filter.end(), calls.begin(), calls.end());

@@ -8,7 +8,7 @@
 namespace simulator {
 
 // Made before the fork, since nothing may be allocated behind it.
-std::vector<sock_filter> MakeSystemCallFilter(bool with_writes);
+std::vector<sock_filter> MakeSystemCallFilter();
 
 // Puts the filter on the calling process and gives the descriptor by which its calls are answered, or -1 with
 // errno. Async-signal-safe.

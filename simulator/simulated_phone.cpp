@@ -55,6 +55,9 @@ std::string SimulatedPhone::Command(const std::vector<std::string>& words) {
 std::vector<ModelCommand> SimulatedPhone::Commands() {
   return machine_->Commands();
 }
+void SimulatedPhone::RunShell(const std::string& command) {
+  machine_->RunShell(command);
+}
 FileDescriptor SimulatedPhone::OpenShell() {
   return machine_->OpenShell();
 }

@@ -28,7 +28,6 @@ struct PhoneOptions {
   std::vector<std::string> server_arguments;  // behind its name
   std::filesystem::path state_directory;      // empty: the phone's files go with it
   bool instant_sleeps = false;                // sleeps of the phone's programs take no time
-  bool observe_writes = false;                // every write to a file goes through the journal and the faults
   bool echo_console = false;                  // the server's output also goes to our standard output
   std::vector<std::string> environment;       // "NAME=value" for the server, beside the phone's own
   std::string host_port_link;                 // a symbolic link to the host's end of the serial port
@@ -94,7 +93,9 @@ class SimulatedPhone {
   std::string Command(const std::vector<std::string>& words);
   std::vector<ModelCommand> Commands();
 
-  // A shell in the phone; what it gives is the controlling end of its terminal.
+  // Starts a command line beside the server, its output on the console. Only while the phone runs.
+  void RunShell(const std::string& command);
+  // An interactive shell in the phone; what it gives is the controlling end of its terminal.
   FileDescriptor OpenShell();
 
   // A device goes missing: its path is gone until it is put back.

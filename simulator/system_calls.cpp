@@ -9,8 +9,7 @@
 
 namespace simulator {
 
-SystemCalls::SystemCalls(PhoneServices& phone, Faults& faults, std::function<void()> cut_power)
-    : phone_(phone), faults_(faults), cut_power_(std::move(cut_power)) {}
+SystemCalls::SystemCalls(PhoneServices& phone, Faults& faults) : phone_(phone), faults_(faults) {}
 
 void SystemCalls::SetModels(const Models& models) {
   for (const auto& model : models) {
@@ -82,17 +81,12 @@ void SystemCalls::Dispatch(const CallPointer& call) {
       return call->Answer(0);
     case Call::DeviceRequest:
       return RequestDevice(call);
-    case Call::Write:
-    case Call::WriteAt:
-    case Call::WritePieces:
-      return Write(call);
     case Call::Clone:
     case Call::CloneWith:
       return Clone(call);
     case Call::CopyBetween:
-      break;  // refused by the filter itself
+      return call->Refuse(EINVAL);
   }
-  call->PassOn();
 }
 
 void SystemCalls::Hold(const CallPointer& call) {
@@ -119,10 +113,6 @@ void SystemCalls::After(const FaultRule& rule, const CallPointer& call, std::fun
 }
 
 bool SystemCalls::StrikeDead(const FaultRule& rule, TrappedCall& call, JournalEntry entry) {
-  if (rule.power_cut) {
-    cut_power_();
-    return true;  // and the call is never answered
-  }
   if (rule.error == 0) return false;
   entry.error = rule.error;
   phone_.journal.Add(std::move(entry));

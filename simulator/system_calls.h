@@ -25,7 +25,7 @@ class SystemCalls {
  public:
   using Models = std::vector<std::unique_ptr<DeviceModel>>;
 
-  SystemCalls(PhoneServices& phone, Faults& faults, std::function<void()> cut_power);
+  SystemCalls(PhoneServices& phone, Faults& faults);
 
   void SetModels(const Models& models);
   // Answers what comes by this listener until its last process is gone.
@@ -62,9 +62,6 @@ class SystemCalls {
   void Sleep(const CallPointer& call);
   void SetClock(const CallPointer& call);
 
-  // write_calls.cpp
-  void Write(const CallPointer& call);
-
   // A call that is answered later: until then a sanitizer that stops its process can break it off.
   void Hold(const CallPointer& call);
   void InterruptHeldCalls(pid_t process);
@@ -77,7 +74,6 @@ class SystemCalls {
 
   PhoneServices& phone_;
   Faults& faults_;
-  std::function<void()> cut_power_;
   std::map<std::string, DeviceModel*> models_;
   std::map<std::string, DeviceModel*> folders_;
   DescriptorTable descriptors_;

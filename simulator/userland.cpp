@@ -11,14 +11,14 @@ namespace {
 // The tools that busybox plays, by the name of a link to it. Those that would reach for the machine's own
 // kernel (modules, network, power) are models' and not here.
 constexpr const char* BUSYBOX_TOOLS[] = {
-    "[",         "awk",    "basename", "cat",  "chmod",    "chown",    "clear",  "cmp",     "cp",
-    "cut",       "date",   "dd",       "df",   "diff",     "dirname",  "du",     "env",     "expr",
-    "false",     "find",   "free",     "grep", "gunzip",   "gzip",     "head",   "hexdump", "id",
-    "kill",      "less",   "ln",       "ls",   "md5sum",   "mkdir",    "mkfifo", "more",    "mv",
-    "nohup",     "od",     "printf",   "pwd",  "readlink", "rm",       "rmdir",  "sed",     "seq",
-    "sha256sum", "sleep",  "sort",     "stat", "stty",     "sync",     "tail",   "tar",     "tee",
-    "test",      "time",   "touch",    "tr",   "true",     "truncate", "tty",    "uname",   "uniq",
-    "unlink",    "usleep", "vi",       "wc",   "which",    "xargs",    "yes",    "zcat"};
+    "[",      "awk",    "basename", "cat",      "chmod",    "chown",   "clear",  "cmp",     "cp",
+    "cut",    "date",   "dd",       "df",       "diff",     "dirname", "du",     "env",     "expr",
+    "false",  "find",   "free",     "grep",     "gunzip",   "gzip",    "head",   "hexdump", "id",
+    "kill",   "less",   "ln",       "ls",       "md5sum",   "mkdir",   "mkfifo", "more",    "mv",
+    "od",     "printf", "pwd",      "readlink", "rm",       "rmdir",   "sed",    "seq",     "sha256sum",
+    "sleep",  "sort",   "stat",     "stty",     "sync",     "tail",    "tar",    "tee",     "test",
+    "time",   "touch",  "tr",       "true",     "truncate", "tty",     "uname",  "uniq",    "unlink",
+    "usleep", "vi",     "wc",       "which",    "xargs",    "yes",     "zcat"};
 
 constexpr const char* DIRECTORIES[] = {"/bin",  "/sbin", "/usr/bin", "/usr/sbin", "/etc",      "/dev",
                                        "/home", "/mnt",  "/proc",    "/root",     "/usr/share"};
