@@ -1,8 +1,10 @@
 #include "simulator/console.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <system_error>
@@ -19,14 +21,19 @@ FileDescriptor Console::NewOutput(const std::string& source) {
   *watch = loop_.Watch(
       ends[0], POLLIN,
       [this, reading, source, line, watch](short) {
+        // What is there was written after any value that its writer had set before.
+        int ready = 0;
+        ioctl(reading->Get(), FIONREAD, &ready);
+        loop_.ServeThrough(PollLoop::Turn::Value);
         char bytes[1 << 14];
-        const ssize_t size = read(reading->Get(), bytes, sizeof bytes);
+        const size_t wanted = ready > 0 ? static_cast<size_t>(ready) : 1;  // nothing: perhaps the end
+        const ssize_t size = read(reading->Get(), bytes, std::min(wanted, sizeof bytes));
         if (size > 0) return Take(source, {bytes, static_cast<size_t>(size)}, *line);
         if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
         if (!line->empty()) Take(source, "\n", *line);
         loop_.Unwatch(*watch);
       },
-      PollLoop::Turn::Early);
+      PollLoop::Turn::Output);
   return FileDescriptor(ends[1]);
 }
 

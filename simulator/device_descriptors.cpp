@@ -36,7 +36,7 @@ void WatchValues(PollLoop& loop, FileDescriptor reading, std::function<void(std:
         }
         if (size == 0 || (errno != EAGAIN && errno != EINTR) || (events & POLLIN) == 0) loop.Unwatch(*watch);
       },
-      PollLoop::Turn::Early);
+      PollLoop::Turn::Value);
 }
 
 }  // namespace

@@ -146,7 +146,7 @@ void Machine::TakeEnds() {
       return End(PhoneEnd::Reason::ServerKilled, SIGKILL);
     }
     if (end->number != server_number_) continue;
-    loop.ServeEarlySources();
+    loop.ServeThrough(PollLoop::Turn::Output);
     guardian_->KillAll();
     if (WIFSIGNALED(end->status)) {
       End(PhoneEnd::Reason::ServerKilled, WTERMSIG(end->status));

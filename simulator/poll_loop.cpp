@@ -112,8 +112,8 @@ void PollLoop::CancelTimer(Id timer) {
   timers_.erase(timer);
 }
 
-void PollLoop::ServeEarlySources() {
-  while (PollSources(true, 0)) continue;
+void PollLoop::ServeThrough(Turn turn) {
+  while (PollSources(turn, 0)) continue;
 }
 
 void PollLoop::Serve() {
@@ -122,7 +122,7 @@ void PollLoop::Serve() {
       const std::lock_guard lock(mutex_);
       if (stopping_ && posted_.empty()) break;
     }
-    PollSources(false, TimeOut());
+    PollSources(Turn::Usual, TimeOut());
     RunPosted();
     RunTimers();
   }
@@ -157,22 +157,23 @@ int PollLoop::TimeOut() const {
   return static_cast<int>(std::max<int64_t>(left.count(), 0));
 }
 
-// True when a source was ready. The early sources are served first.
-bool PollLoop::PollSources(bool early_only, int time_out) {
+// True when a source was ready.
+bool PollLoop::PollSources(Turn last, int time_out) {
   std::vector<pollfd> polled;
   std::vector<Id> ids;
-  for (const Turn turn : {Turn::Early, Turn::Usual}) {
-    if (early_only && turn == Turn::Usual) continue;
+  for (const Turn turn : {Turn::Value, Turn::Output, Turn::Usual}) {
+    if (turn > last) break;
     for (const Source& source : sources_) {
       if (source.turn != turn || source.events == 0) continue;
       polled.push_back({source.descriptor, source.events, 0});
       ids.push_back(source.id);
     }
   }
-  if (!early_only) polled.push_back({wake_.Get(), POLLIN, 0});
+  const bool wakes = last == Turn::Usual;
+  if (wakes) polled.push_back({wake_.Get(), POLLIN, 0});
   if (polled.empty() || poll(polled.data(), polled.size(), time_out) <= 0) return false;
 
-  if (!early_only && polled.back().revents != 0) {
+  if (wakes && polled.back().revents != 0) {
     eventfd_t count;
     [[maybe_unused]] const int ignored = eventfd_read(wake_.Get(), &count);
   }

@@ -22,9 +22,9 @@ class PollLoop {
   using Id = uint64_t;
   using Ready = std::function<void(short events)>;
 
-  // Early sources hold what was written before the calls that wait to be answered: they are emptied first, so
-  // that an `echo` that has ended stands in the journal before what its caller does next.
-  enum class Turn { Early, Usual };
+  // Values and output were written before the calls that wait to be answered: they are taken first, values
+  // before output, so that an `echo` that has ended stands in the journal before what its caller does next.
+  enum class Turn { Value, Output, Usual };
 
   PollLoop();
   ~PollLoop();
@@ -43,7 +43,8 @@ class PollLoop {
   void Unwatch(Id watch);
   Id After(std::chrono::nanoseconds delay, std::function<void()> work);
   void CancelTimer(Id timer);
-  void ServeEarlySources();
+  // Serves the sources of this turn and those before it until they hold nothing more.
+  void ServeThrough(Turn turn);
 
  private:
   struct Source {
@@ -63,7 +64,7 @@ class PollLoop {
   void RunPosted();
   void RunTimers();
   int TimeOut() const;
-  bool PollSources(bool early_only, int time_out);
+  bool PollSources(Turn last, int time_out);
 
   std::mutex mutex_;
   std::vector<std::function<void()>> posted_;

@@ -42,7 +42,7 @@ void SystemCalls::ServeNext(const std::shared_ptr<NotificationListener>& listene
   if ((events & POLLIN) == 0) return phone_.loop.Unwatch(watch);
   const std::optional<seccomp_notif> notification = listener->Receive();
   if (!notification) return;
-  phone_.loop.ServeEarlySources();
+  phone_.loop.ServeThrough(PollLoop::Turn::Output);
   const Architecture* architecture = FindArchitecture(notification->data.arch);
   const CallNumber* number = architecture ? FindCall(*architecture, notification->data.nr) : nullptr;
   if (number == nullptr) {

@@ -68,7 +68,7 @@ OpenAnswer Sound::OpenPcm(const OpenCall& call) {
   stream->samples.Reset(ends[0]);
   // Early, so that a device that has been closed is known to be so by the time of the caller's next call.
   stream->watch = phone_.loop.Watch(
-      ends[0], state.stalled ? 0 : POLLIN, [this, stream](short) { Drain(stream); }, PollLoop::Turn::Early);
+      ends[0], state.stalled ? 0 : POLLIN, [this, stream](short) { Drain(stream); }, PollLoop::Turn::Value);
   return OpenAnswer::Descriptor(FileDescriptor(ends[1]));
 }
 
