@@ -1,7 +1,4 @@
 // The serial channel and the dispatcher: how bytes become commands, and which do not.
-#include <sys/times.h>
-
-#include <fstream>
 #include <thread>
 
 #include "tests/phone/phone_test.h"
@@ -17,19 +14,6 @@ class ChannelTest : public PhoneTest {
   ChannelTest() {
     options.instant_sleeps = true;
     Boot();
-  }
-
-  // The processor time that the server has used, in clock ticks of 10 ms.
-  long ProcessorTicks() {
-    std::ifstream stat("/proc/" + std::to_string(Phone().ServerProcess()) + "/stat");
-    std::string line;
-    std::getline(stat, line);
-    std::istringstream fields(line.substr(line.rfind(')') + 2));
-    std::string field;
-    long user = 0, system = 0;
-    for (int i = 0; i < 11; ++i) fields >> field;
-    fields >> user >> system;
-    return user + system;
   }
 };
 

@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 
 namespace {
 
@@ -60,6 +62,18 @@ int32_t PhoneTest::AskStatus(uint32_t code, const Bytes& request, std::chrono::m
 
 bool PhoneTest::StillAnswers() {
   return Ask(0x00, Words({0}), 4) == Words({1});
+}
+
+long PhoneTest::ProcessorTicks() {
+  std::ifstream stat("/proc/" + std::to_string(Phone().ServerProcess()) + "/stat");
+  std::string line;
+  std::getline(stat, line);
+  std::istringstream fields(line.substr(line.rfind(')') + 2));
+  std::string field;
+  long user = 0, system = 0;
+  for (int i = 0; i < 11; ++i) fields >> field;
+  fields >> user >> system;
+  return user + system;
 }
 
 void PhoneTest::MarkJournal() {

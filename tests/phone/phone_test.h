@@ -43,6 +43,9 @@ class PhoneTest : public testing::Test {
   // The server still answers a ping.
   bool StillAnswers();
 
+  // The processor time that the server has used, in clock ticks of 10 ms.
+  long ProcessorTicks();
+
   // The journal's lines since the last mark; Boot marks its end.
   void MarkJournal();
   Lines LinesSince(const simulator::JournalFilter& filter = {});
