@@ -1,0 +1,310 @@
+// The relay between the host and the modem's data port, as a command and as a run mode of its own.
+#include <fcntl.h>
+#include <termios.h>
+
+#include <future>
+#include <random>
+#include <thread>
+
+#include "simulator/models/gpio.h"
+#include "simulator/models/host_port.h"
+#include "simulator/models/modem_data_port.h"
+#include "tests/phone/phone_test.h"
+#include "tests/phone/server_process.h"
+#include "tests/phone/terminal_calls.h"
+
+namespace {
+
+using simulator::Gpio;
+using simulator::ModemDataPort;
+
+constexpr uint32_t PASS_THROUGH = 0x3D;
+constexpr char MODEM_PORT[] = "/dev/csmi_tty/7";
+constexpr char GPIO[] = "/dev/misc/omap730_gpio";
+constexpr char STANDBY[] = "open /proc/vantu_pm/prohibit_standby rw+cloexec";
+const Bytes PING = Words({0, 0});
+const Bytes LEAVE =
+    Words({0xF1}) + FromText("backarm9") + Bytes{0x9D, 0x9E, 0x9C, 0x94, 0x9E, 0x8D, 0x92, 0xC6};
+
+Bytes Part(const Bytes& bytes, size_t begin, size_t end) {
+  return {bytes.begin() + static_cast<ptrdiff_t>(begin), bytes.begin() + static_cast<ptrdiff_t>(end)};
+}
+
+Bytes Noise(unsigned seed, size_t size) {
+  std::mt19937 numbers(seed);
+  Bytes bytes(size);
+  for (uint8_t& byte : bytes) byte = static_cast<uint8_t>(numbers());
+  return bytes;
+}
+
+class PassThroughTest : public PhoneTest {
+ protected:
+  PassThroughTest() {
+    options.instant_sleeps = true;
+  }
+
+  // The modem's end of its data port; nothing that the relay said so far is lost.
+  void JoinModem() {
+    modem = HostLine(
+        Phone().With<ModemDataPort>([](ModemDataPort& port) { return port.ModemSide().DevicePath(); }));
+  }
+  void BootAsCommand() {
+    Boot();
+    JoinModem();
+    EXPECT_TRUE(StillAnswers());  // and has closed what its start opened
+    descriptors = OpenDescriptors(Phone().ServerProcess());
+  }
+  void Enter() {
+    EXPECT_EQ(Ask(PASS_THROUGH, Words({0xDEADBEEF}), 4), Words({0}));
+  }
+
+  void ExpectRelayed(const Bytes& bytes) {
+    host.Send(bytes);
+    EXPECT_EQ(modem.Receive(bytes.size()), bytes);
+  }
+  void ExpectBothWays() {
+    ExpectRelayed(PING);
+    modem.Send(FromText("answer"));
+    EXPECT_EQ(host.Receive(6), FromText("answer"));
+    EXPECT_TRUE(modem.IsQuiet(20ms) && host.IsQuiet(20ms));
+  }
+  // The frame must not meet a ping in one read, so the ping waits until the modem's port is closed.
+  void Leave() {
+    host.Send(LEAVE);
+    for (int i = 0; i < 500 && OpenDescriptors(Phone().ServerProcess()) != descriptors; ++i) {
+      std::this_thread::sleep_for(10ms);
+    }
+    EXPECT_EQ(OpenDescriptors(Phone().ServerProcess()), descriptors) << "the modem's port is closed";
+    EXPECT_TRUE(StillAnswers());
+    EXPECT_TRUE(modem.IsQuiet(20ms)) << "the leave frame is not forwarded";
+  }
+  // The server rests, although a port of its own is always readable.
+  void ExpectRests() {
+    const long ticks = ProcessorTicks();
+    std::this_thread::sleep_for(1s);
+    EXPECT_LT(ProcessorTicks() - ticks, 20) << "of 100";
+  }
+
+  HostLine modem;
+  size_t descriptors = 0;  // that the server holds outside the mode
+};
+
+TEST_F(PassThroughTest, CarriesAMebibyteEachWayAtOnce) {
+  BootAsCommand();
+  Enter();
+  const Bytes up = Noise(1, 1 << 20), down = Noise(2, 1 << 20);
+  auto sending_up = std::async(std::launch::async, [&] { host.Send(up); });
+  auto sending_down = std::async(std::launch::async, [&] { modem.Send(down); });
+  auto received = std::async(std::launch::async, [&] { return modem.Receive(up.size(), 60s); });
+  EXPECT_TRUE(host.Receive(down.size(), 60s) == down);
+  EXPECT_TRUE(received.get() == up);
+  EXPECT_TRUE(host.IsQuiet(20ms) && modem.IsQuiet(20ms)) << "and nothing more";
+  // Every byte value is data: none ends, stops or changes the stream.
+  Bytes every(256);
+  for (size_t value = 0; value < every.size(); ++value) every[value] = static_cast<uint8_t>(value);
+  ExpectRelayed(every);
+  Leave();
+}
+
+TEST_F(PassThroughTest, LeavesForTheFrameAloneInOneRead) {
+  BootAsCommand();
+  Enter();
+  EXPECT_EQ(LinesSince(), Lines{std::string("open ") + MODEM_PORT + " rw+nonblock"});
+  Bytes wrong_end = LEAVE, wrong_start = LEAVE, wrong_second = LEAVE;
+  wrong_end.back() ^= 1;
+  wrong_start.front() = 0xF0;
+  wrong_second[1] = 1;
+  for (const Bytes& forwarded : {FromText("x") + LEAVE, LEAVE + FromText("x"), LEAVE + LEAVE, wrong_end,
+                                 wrong_start, wrong_second, Part(LEAVE, 0, 19)}) {
+    ExpectRelayed(forwarded);
+  }
+  ExpectRelayed(Part(LEAVE, 0, 7));  // it has been read when it has come through
+  ExpectRelayed(Part(LEAVE, 7, 20));
+  ExpectBothWays();
+  modem.Send(LEAVE);
+  EXPECT_EQ(host.Receive(20), LEAVE) << "it is the host's to leave";
+  ExpectBothWays();
+
+  Leave();
+  // A second time, and the modem's bytes in between stay out of the command loop.
+  modem.Send(FromText("early"));
+  Enter();
+  ExpectBothWays();
+  Leave();
+  EXPECT_EQ(LinesSince(), Lines(2, std::string("open ") + MODEM_PORT + " rw+nonblock")) << "no gadget work";
+}
+
+TEST_F(PassThroughTest, KeepsWhatFollowsTheCommandAndSetsTheModemsLineOnly) {
+  BootAsCommand();
+  const auto path_of = [](auto& port) { return port.PhoneSide().DevicePath(); };
+  const std::string modem_terminal = Phone().With<ModemDataPort>(path_of);
+  const std::string host_terminal = Phone().With<simulator::HostPort>(path_of);
+  {
+    const TerminalCalls calls(Phone().ServerProcess());
+    host.Send(Words({PASS_THROUGH, 0}) + FromText("right behind"));
+    EXPECT_EQ(host.Receive(4), Words({0}));
+    EXPECT_EQ(modem.Receive(12), FromText("right behind"));
+    EXPECT_EQ(calls.Of(modem_terminal), (Lines{"flush 0", "set", "flags " + std::to_string(O_NONBLOCK)}));
+    EXPECT_EQ(calls.Of(host_terminal), Lines());
+  }
+  const termios line = Phone().With<ModemDataPort>([](ModemDataPort& port) {
+    termios settings = {};
+    tcgetattr(port.PhoneSide().DeviceDescriptor(), &settings);
+    return settings;
+  });
+  EXPECT_EQ(line.c_iflag, tcflag_t{IGNPAR});
+  EXPECT_EQ(line.c_oflag, tcflag_t{0});
+  EXPECT_EQ(line.c_cflag, tcflag_t{0x800010B2});
+  EXPECT_EQ(line.c_lflag, tcflag_t{0});
+  EXPECT_EQ(line.c_cc[VMIN], 0);
+  EXPECT_EQ(line.c_cc[VTIME], 0);
+  EXPECT_EQ(line.c_cc[VINTR], 3) << "the other fields keep what the driver had";
+  Leave();
+
+  host.Send(Words({PASS_THROUGH, 0}) + LEAVE + PING);
+  EXPECT_EQ(host.Receive(4), Words({0}));
+  EXPECT_EQ(modem.Receive(28), LEAVE + PING) << "one read with what follows";
+  Leave();
+}
+
+TEST_F(PassThroughTest, GoesOnWithoutTheModemsPort) {
+  BootAsCommand();
+  Phone().TakeAway(MODEM_PORT);
+  host.Send(Words({PASS_THROUGH, 0}) + PING);
+  EXPECT_EQ(host.Receive(8), Words({0, 1})) << "the failure is not told; the command loop goes on";
+  EXPECT_EQ(LinesSince(), Lines{std::string("open ") + MODEM_PORT + " rw+nonblock -> ENOENT"});
+  Phone().PutBack(MODEM_PORT);
+  Enter();
+  ExpectBothWays();
+  Leave();
+}
+
+TEST_F(PassThroughTest, RestsWhileNothingComes) {
+  BootAsCommand();
+  Enter();
+  ExpectRests();
+  Leave();
+  // A modem port at its end: readable for ever, without a byte. The other way goes on.
+  Phone().With<ModemDataPort>([](ModemDataPort& port) { port.state.input_ended = true; });
+  Enter();
+  ExpectRests();
+  ExpectRelayed(PING);
+  Leave();
+  Phone().With<ModemDataPort>([](ModemDataPort& port) { port.state.input_ended = false; });
+  // One that is hung up refuses writes, too.
+  Enter();
+  ExpectRelayed(PING);
+  Phone().With<ModemDataPort>([](ModemDataPort& port) { port.PhoneSide().HangUp(); });
+  ExpectRests();
+  host.Send(PING);
+  std::this_thread::sleep_for(100ms);
+  Leave();
+}
+
+class StandalonePassThroughTest : public PassThroughTest {
+ protected:
+  StandalonePassThroughTest() {
+    options.server_arguments = {"-g"};
+  }
+
+  void BootAlone() {
+    Phone().Boot();
+    host = HostLine(Phone().HostPort());
+    ASSERT_TRUE(Appears(LineIs(STANDBY)));
+    JoinModem();
+  }
+  void SetStopFlag(uint32_t flag) {
+    Phone().With<Gpio>([&](Gpio& gpio) { gpio.state.stop_flag = flag; });
+  }
+  void ExpectEnded() {
+    const auto end = Phone().WaitForEnd(10s);
+    ASSERT_TRUE(end);
+    EXPECT_EQ(end->reason, simulator::PhoneEnd::Reason::ServerExited);
+    EXPECT_EQ(end->status, 0);
+    EXPECT_EQ(Phone().ConsoleText(), "");
+  }
+  // What the server did, but for reading the stop flag: neither its shells' nor its libraries' work.
+  Lines ServersLines() {
+    return LinesSince(
+        OfKind({JournalKind::Request, JournalKind::Shell, JournalKind::Sleep, JournalKind::Open}) &&
+        [this](const simulator::JournalEntry& entry) {
+          const std::string line = entry.Line();
+          if (line.find("0x80044F3F") != std::string::npos) {
+            EXPECT_EQ(entry.bytes_out.size(), 4u);
+            ++flag_reads;
+            return false;
+          }
+          const bool device = entry.path.starts_with("/dev/csmi") || entry.path.starts_with("/dev/usb") ||
+                              entry.path.starts_with("/proc/vantu");
+          return entry.kind != JournalKind::Open || device;
+        });
+  }
+
+  int flag_reads = 0;
+};
+
+const Lines MODEM_OPENED = {std::string("open ") + MODEM_PORT + " rw+nonblock"};
+const Lines TAKEN_OVER = {std::string("request ") + GPIO + " 0x40044F29",
+                          "shell ifconfig usbl0 down",
+                          "shell rmmod omap_bi",
+                          "shell rmmod net_fd",
+                          "shell rmmod serial_fd",
+                          "shell rmmod usbdcore",
+                          "shell insmod usbdcore.o",
+                          "shell insmod serial_fd.o",
+                          "shell insmod omap_bi.o"};
+const Lines GIVEN_UP = {"shell rmmod omap_bi",  "shell rmmod serial_fd",
+                        "shell rmmod usbdcore", "shell echo 1 > /proc/gpio/motor",
+                        "sleep 1.000",          "shell echo 0 > /proc/gpio/motor"};
+
+TEST_F(StandalonePassThroughTest, RelaysUntilTheStopFlagIsSet) {
+  BootAlone();
+  ExpectBothWays();
+  ExpectRelayed(LEAVE);
+  ExpectBothWays();
+  ExpectRests();
+  EXPECT_TRUE(Phone().IsRunning());
+  SetStopFlag(0x80000000);
+  ExpectEnded();
+  EXPECT_EQ(ServersLines(),
+            (MODEM_OPENED + TAKEN_OVER + Lines{"open /dev/usb/tts/0 rw", STANDBY} + GIVEN_UP));
+  EXPECT_GE(flag_reads, 4) << "once a round";
+}
+
+TEST_F(StandalonePassThroughTest, WaitsASecondAtMostForItsFlag) {
+  BootAlone();
+  std::this_thread::sleep_for(3500ms);
+  ServersLines();
+  EXPECT_GE(flag_reads, 4);
+  EXPECT_LE(flag_reads, 6);
+  SetStopFlag(1);
+  ExpectEnded();
+}
+
+TEST_F(StandalonePassThroughTest, DoesWithoutGpioAndSurvivesACableThatGoes) {
+  Phone().TakeAway(GPIO);
+  BootAlone();
+  ExpectBothWays();
+  Phone().With<simulator::HostPort>([](simulator::HostPort& port) { port.Replug(); });
+  ExpectRests();
+  modem.Send(PING);
+  EXPECT_TRUE(Phone().IsRunning());
+  SetStopFlag(1);
+  Phone().PutBack(GPIO);
+  ExpectEnded();
+}
+
+TEST_F(StandalonePassThroughTest, EndsWithZeroWithoutItsPorts) {
+  Phone().TakeAway(MODEM_PORT);
+  Phone().Boot();
+  ExpectEnded();
+  EXPECT_EQ(ServersLines(), Lines{MODEM_OPENED[0] + " -> ENOENT"});
+
+  DiscardPhone();
+  Phone().TakeAway("/dev/usb/tts/0");
+  Phone().Boot();
+  ExpectEnded();
+  EXPECT_EQ(ServersLines(), MODEM_OPENED + TAKEN_OVER + Lines{"open /dev/usb/tts/0 rw -> ENOENT"});
+}
+
+}  // namespace
