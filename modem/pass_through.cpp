@@ -4,6 +4,7 @@
 #include <sys/select.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "base/device.h"
@@ -48,13 +49,15 @@ static void ReadPiece(int32_t port, Piece* piece) {
 }
 
 // Writes a piece, normally in one call. The ports do not block: where the queue takes only a part, the rest
-// waits for room, and is dropped when none comes.
+// waits for room, and is dropped when none comes. A port that fails is not tried again: one that is hung up
+// reports room for ever.
 static void WritePiece(int32_t port, const Piece& piece) {
   size_t sent = 0;
   for (;;) {
     const ssize_t taken = write(port, piece.bytes + sent, piece.size - sent);
     if (taken > 0) sent += static_cast<size_t>(taken);
     if (sent == piece.size) return;
+    if (taken < 0 && errno != EAGAIN && errno != EINTR) return;
     pollfd room = {port, POLLOUT, 0};
     if (poll(&room, 1, ROOM_TIMEOUT_MS) <= 0 || (room.revents & POLLOUT) == 0) return;
   }
