@@ -21,6 +21,7 @@ using simulator::Session;
 using simulator::SessionOptions;
 
 constexpr int CANNOT_SIMULATE = 1;
+constexpr int WRONG_USAGE = 2;
 constexpr int SERVER_FAILED = 3;
 
 void BlockEndingSignals() {
@@ -120,7 +121,11 @@ int RunProgram(int argc, char** argv) {
   bool follow = false;
   journal->add_flag("--follow,-f", follow, "and what happens from now on");
   app.prefix_command();
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& wrong) {
+    return app.exit(wrong) == 0 ? 0 : WRONG_USAGE;
+  }
 
   if (no_server) options.phone.server.clear();
   options.phone.echo_console = !*start && !no_server;
@@ -132,6 +137,11 @@ int RunProgram(int argc, char** argv) {
   if (*shell) return simulator::ShellInPhone(name);
   if (*journal) return simulator::ShowJournal(name, follow);
   if (const std::vector<std::string> words = app.remaining(); !words.empty()) {
+    if (words[0].starts_with('-')) {
+      fmt::print(stderr, "phonesim: there is no option {}\nRun with --help for more information.\n",
+                 words[0]);
+      return WRONG_USAGE;
+    }
     return simulator::CommandPhone(name, words);
   }
   return no_server ? RunShellOnly(options) : RunInForeground(options);

@@ -1,0 +1,196 @@
+// The program phonesim: phones in the background by name, the commands that work them, and its exit statuses.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "tests/phone/child_process.h"
+#include "tests/phone/host_line.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Outcome {
+  int status;
+  std::string output;  // standard output and error
+
+  bool Says(const std::string& text) const {
+    return output.find(text) != std::string::npos;
+  }
+};
+
+class PhonesimTest : public testing::Test {
+ protected:
+  PhonesimTest()
+      : name_("phonesim-test-" + std::to_string(getpid())), directory_(testing::TempDir() + name_) {
+    fs::create_directories(directory_);
+    const fs::path beside = fs::read_symlink("/proc/self/exe").parent_path();
+    const char* server = getenv("PHONETESTD");
+    program_ = beside / "phonesim";
+    server_ = server != nullptr ? fs::path(server) : beside / "phonetestd";
+  }
+  ~PhonesimTest() override {
+    Run("stop");
+    fs::remove_all(directory_);
+  }
+
+  std::string Line(const std::string& words, const std::string& name) const {
+    return program_.string() + " --server " + server_.string() + " --name " + name + " " + words + " 2>&1";
+  }
+  Outcome Run(const std::string& words, const std::string& suffix = "") const {
+    FILE* pipe = popen(Line(words, name_ + suffix).c_str(), "r");
+    Outcome outcome = {0, {}};
+    char bytes[4096];
+    size_t size;
+    while ((size = fread(bytes, 1, sizeof bytes, pipe)) > 0) outcome.output.append(bytes, size);
+    outcome.status = WEXITSTATUS(pclose(pipe));
+    return outcome;
+  }
+  // In the foreground, its output in a file.
+  pid_t RunAside(const std::string& words) const {
+    const std::string line = "exec " + Line(words, name_) + " > " + OutputFile();
+    const pid_t process = fork();
+    if (process == 0) execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
+    return process;
+  }
+  std::string OutputFile() const {
+    return directory_ + "/output";
+  }
+  static std::string Read(const std::string& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  static std::string PortIn(const std::string& text) {
+    const size_t at = text.find("/dev/pts/");
+    return at == std::string::npos ? "" : text.substr(at, text.find_first_of(",\n", at) - at);
+  }
+
+  std::string name_;
+  std::string directory_;
+  fs::path program_;
+  fs::path server_;
+};
+
+TEST_F(PhonesimTest, RunsPhonesInTheBackgroundByName) {
+  const std::string link = directory_ + "/port";
+  const Outcome started = Run("--link " + link + " start");
+  ASSERT_EQ(started.status, 0) << started.output;
+  EXPECT_EQ(fs::read_symlink(link), PortIn(started.output));
+  const Outcome again = Run("start");
+  EXPECT_EQ(again.status, 1);
+  EXPECT_TRUE(again.Says("runs already")) << again.output;
+  ASSERT_EQ(Run("start", "-b").status, 0);
+
+  const Outcome status = Run("status");
+  EXPECT_TRUE(status.Says(name_ + ": running, host port " + PortIn(started.output))) << status.output;
+  EXPECT_TRUE(status.Says(name_ + "-b: running")) << status.output;
+  HostLine host(link);
+  host.Send(Words({0x00, 0}));
+  EXPECT_EQ(host.Receive(4), Words({1}));
+
+  EXPECT_EQ(Run("stop").status, 0);
+  EXPECT_FALSE(fs::is_symlink(link));
+  EXPECT_FALSE(Run("status").Says(name_ + ": "));
+  EXPECT_TRUE(Run("status").Says(name_ + "-b: "));
+  EXPECT_EQ(Run("stop", "-b").status, 0);
+  const Outcome none = Run("gpio");
+  EXPECT_EQ(none.status, 1);
+  EXPECT_TRUE(none.Says("No simulated phone named " + name_)) << none.output;
+}
+
+TEST_F(PhonesimTest, WorksTheRunningPhone) {
+  const Outcome started = Run("--no-waiting start");
+  ASSERT_EQ(started.status, 0) << started.output;
+  const std::string picture = directory_ + "/lcd.png";
+  EXPECT_EQ(Run("screenshot " + picture).status, 0);
+  EXPECT_EQ(Read(picture).substr(0, 8), "\x89PNG\r\n\x1a\n");
+  EXPECT_EQ(Run("screenshot /nowhere/lcd.png").status, 1);
+  EXPECT_TRUE(Run("gpio modem-state 0").Says("modem-state 0"));
+  EXPECT_TRUE(Run("commands").Says("replug"));
+  const Outcome unknown = Run("frobnicate");
+  EXPECT_EQ(unknown.status, 1);
+  EXPECT_TRUE(unknown.Says("knows no command")) << unknown.output;
+
+  HostLine host(PortIn(started.output));
+  host.Send(Words({0x3E, 0}));
+  EXPECT_EQ(host.Receive(4), Words({static_cast<uint32_t>(-9984)}));
+  EXPECT_EQ(Run("fault open /dev/misc/omap730_gpio error=EIO times=1").status, 0);
+  host.Send(Words({0x3E, 0}));
+  EXPECT_EQ(host.Receive(4), Words({static_cast<uint32_t>(-9989)}));
+  EXPECT_TRUE(Run("journal").Says("open /dev/misc/omap730_gpio rw -> EIO"));
+  EXPECT_TRUE(Run("shell < /dev/null").Says("phone:/# "));
+  FILE* shell = popen((Line("shell", name_) + " > " + OutputFile()).c_str(), "w");
+  fputs("cat /etc/passwd; exit\n", shell);
+  pclose(shell);
+  EXPECT_NE(Read(OutputFile()).find("root:x:0:0:root:/root:/bin/sh\r\n"), std::string::npos)
+      << Read(OutputFile());
+
+  // Following goes on until the phone is off.
+  const std::string followed = directory_ + "/followed";
+  const pid_t follower = fork();
+  if (follower == 0) {
+    execl("/bin/sh", "sh", "-c", ("exec " + Line("journal --follow", name_) + " > " + followed).c_str(),
+          nullptr);
+  }
+  EXPECT_TRUE(Becomes([&] { return Read(followed).find("-> EIO") != std::string::npos; }));
+  host.Send(Words({0x02, 0}));
+  waitpid(follower, nullptr, 0);
+  EXPECT_NE(Read(followed).find("shell /sbin/poweroff"), std::string::npos);
+  EXPECT_NE(Read(followed).find("event powered off"), std::string::npos);
+}
+
+TEST_F(PhonesimTest, EndsInTheForegroundOnASignal) {
+  const std::string journal = directory_ + "/journal.json";
+  const std::string lcd = directory_ + "/lcd.png";
+  for (const int number : {SIGINT, SIGTERM}) {
+    const pid_t process = RunAside("--journal " + journal + " --lcd " + lcd);
+    ASSERT_TRUE(Becomes([&] { return Read(journal).find("/proc/backlight/lcd") != std::string::npos; }));
+    EXPECT_EQ(PortIn(Read(OutputFile())).substr(0, 9), "/dev/pts/");
+    kill(process, number);
+    int status = 0;
+    waitpid(process, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_NE(Read(OutputFile()).find("\nstopped\n"), std::string::npos);
+    EXPECT_GT(fs::file_size(lcd), 100u);
+    std::ifstream lines(journal);
+    std::string last_kind;
+    for (std::string line; std::getline(lines, line);) last_kind = nlohmann::json::parse(line)["kind"];
+    EXPECT_EQ(last_kind, "event");
+    fs::remove(journal);
+  }
+}
+
+TEST_F(PhonesimTest, TellsHowTheServerEnded) {
+  const Outcome one_shot = Run("-- -c 7");
+  EXPECT_EQ(one_shot.status, 0);
+  EXPECT_TRUE(one_shot.Says("server ended with status 0")) << one_shot.output;
+
+  const pid_t process = RunAside("");
+  ASSERT_TRUE(Becomes([&] { return Run("status").Says(name_ + ": running"); }));
+  const std::string status = Run("status").output;
+  const std::string label = "server process ";
+  const size_t at = status.find(label, status.find(name_ + ": ")) + label.size();
+  kill(std::stoi(status.substr(at)), SIGKILL);
+  int ended = 0;
+  waitpid(process, &ended, 0);
+  EXPECT_EQ(WEXITSTATUS(ended), 3);
+  EXPECT_NE(Read(OutputFile()).find("server killed by signal 9"), std::string::npos);
+
+  for (const char* server : {"/nowhere/phonetestd", "/etc/passwd"}) {
+    server_ = server;
+    const Outcome none = Run("");
+    EXPECT_EQ(none.status, 1);
+    EXPECT_TRUE(none.Says("phonesim: ")) << none.output;
+    EXPECT_TRUE(none.Says(server)) << none.output;
+  }
+  EXPECT_EQ(Run("--unheard-of").status, 2);
+}
+
+}  // namespace
