@@ -16,8 +16,9 @@ int32_t ReadPartitionInfo(uint8_t* buffer) {
 
 int32_t WritePartitionInfo(uint8_t* buffer) {
   StoreLittle32(buffer, Crc16(buffer + RECORD_BODY_OFFSET, FLASH_RECORD_SIZE - RECORD_BODY_OFFSET));
-  // Each write erases first. With a good primary the backup stays whole until the primary is rewritten; with
-  // a bad one the backup was read, and it is rewritten before the primary so that the read order finds it.
+  // Each write erases its copy first, so with both copies good one of them is whole at every moment. The
+  // order is laid down for this record: with one copy bad it erases the good one first, and until that is
+  // written again the record is in memory alone.
   uint8_t scratch[FLASH_RECORD_SIZE];
   const bool primary_valid = ReadFlashRecord(scratch, PRIMARY) == 0;
   WriteFlashRecord(buffer, primary_valid ? PRIMARY : BACKUP);

@@ -8,7 +8,8 @@
 // backup. Gives 0, or -1 when neither verifies.
 int32_t ReadPartitionInfo(uint8_t* buffer);
 
-// Stamps the record's CRC and writes both copies, a copy that verifies last overwritten. Always gives 0.
+// Stamps the record's CRC and writes both copies: the primary first if it verifies, else the backup first.
+// Always gives 0.
 int32_t WritePartitionInfo(uint8_t* buffer);
 
 // Sets the record's word and rewrites both copies. Gives 0, or -9991 with the flash untouched when neither

@@ -44,6 +44,7 @@ Session::Session(SessionOptions options) : options_(std::move(options)), phone_(
   phone_.SetEnded([this](const PhoneEnd&) { eventfd_write(changed_.Get(), 1); });
   if (!options_.camera_file.empty()) phone_.Command({"camera", "picture", options_.camera_file});
   phone_.Boot();
+  phone_.Command({"launcher", "start"});
 }
 
 Session::~Session() {

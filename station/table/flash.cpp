@@ -81,7 +81,8 @@ Command PartitionWordSet() {
       .code = 0x04,
       .name = "set partition word",
       .action =
-          "Puts the word into the partition information and writes both of its copies, the broken one first.",
+          "Puts the word into the partition information and writes both copies: the primary first if it is "
+          "good, else the backup.",
       .request = {Number("word", "the word at offset 12 of the partition information")},
       .answer = {Status()},
       .answer_time = FLASH_WRITE,

@@ -53,6 +53,10 @@ bool TracedCall::IsWrite() const {
   return number == (narrow ? 4 : 1);
 }
 
+bool TracedCall::IsClose() const {
+  return number == (narrow ? 6 : 3);
+}
+
 std::string TracedCall::DescriptorPath() const {
   if (arguments[0] > 1024) return {};
   std::error_code error;

@@ -1,4 +1,6 @@
 // The identity in one-time-programmable flash: packed digits, programmed once, and failures.
+#include <filesystem>
+
 #include "simulator/models/one_time_area.h"
 #include "tests/phone/call_tracer.h"
 #include "tests/phone/flash_test.h"
@@ -91,6 +93,21 @@ TEST_F(IdentityTest, TakesBlankForWhatTheFirstBytesAre) {
     EXPECT_EQ(Program("000000000000000"), row.programmed);
     EXPECT_EQ(Cells(1), row.programmed == 0 ? std::string(1, '\0') : Flash("OTP").substr(0, 1));
   }
+}
+
+TEST_F(IdentityTest, LastsFromOneBootToTheNextWithTheOtherRecords) {
+  const std::string directory = testing::TempDir() + "phone-state-" + std::to_string(getpid());
+  options.state_directory = directory;
+  Boot();
+  EXPECT_EQ(Program("123456789012345"), 0);
+  EXPECT_EQ(AskStatus(0x04, Words({4711})), 0);
+  DiscardPhone();
+  Boot();
+  EXPECT_EQ(Ask(0x0B, IGNORED, 19), Answer(0, FromText("123456789012345")));
+  EXPECT_EQ(Program("123456789012346"), -9990);
+  EXPECT_EQ(Flash("Partition Info Bak").substr(12, 4), AsText(Words({4711})));
+  DiscardPhone();
+  std::filesystem::remove_all(directory);
 }
 
 TEST_F(IdentityTest, TellsEveryFailure) {
