@@ -11,6 +11,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -132,7 +133,16 @@ std::string Repeat(const std::string& byte, std::size_t size) {
 }
 
 std::string TemporaryFile(const std::string& name, const std::string& content) {
-  const std::string path = testing::TempDir() + "phonetest-" + std::to_string(getpid()) + "-" + name;
+  // All of them go at the end of the tests.
+  static const struct Folder {
+    std::string path = testing::TempDir() + "phonetest-tests-" + std::to_string(getpid());
+    ~Folder() {
+      std::error_code error;
+      std::filesystem::remove_all(path, error);
+    }
+  } folder;
+  std::filesystem::create_directories(folder.path);
+  const std::string path = folder.path + "/" + name;
   std::ofstream(path, std::ios::binary) << content;
   return path;
 }
