@@ -1,10 +1,13 @@
 // Test plans: verdicts, exit statuses, reports, several phones at once.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <barrier>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <thread>
 
 #include "tests/station/scripted_phone.h"
 
@@ -267,6 +270,44 @@ TEST(Plans, MistakesAreFoundBeforeAnythingIsSent) {
   };
   for (const PlanCase& tried : cases) Try(tried);
   EXPECT_EQ(RunTool({"--port", "/dev/null", "run", "/no/such/plan"}).status, 4);
+}
+
+// Types the line at the terminal until the tool has ended: what comes before a question is no answer to it.
+ToolResult RunToolAtTerminal(const std::vector<std::string>& arguments, const std::string& line) {
+  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  EXPECT_EQ(grantpt(terminal), 0);
+  EXPECT_EQ(unlockpt(terminal), 0);
+  const std::string path = ptsname(terminal);
+  const int other_side = open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
+  std::atomic<bool> ended = false;
+  std::thread typist([&] {
+    while (!ended) {
+      EXPECT_EQ(write(terminal, line.data(), line.size()), static_cast<ssize_t>(line.size()));
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+  });
+  ToolResult result = RunTool(arguments, path);
+  ended = true;
+  typist.join();
+  close(other_side);
+  close(terminal);
+  return result;
+}
+
+TEST(Plans, TheOperatorIsAsked) {
+  const std::string plan = TemporaryFile("plan.json", Steps(R"({"question": "Does it shine?"})"));
+  ScriptedPhone phone({Turn{"0200000000000000", ""}});
+  const ToolResult no = RunToolAtTerminal({"--port", phone.Port(), "run", plan}, "n\n");
+  EXPECT_EQ(no.status, 1);
+  EXPECT_NE(no.errors.find(phone.Port() + ": Does it shine? [Y/n]"), std::string::npos) << no.errors;
+  EXPECT_NE(no.output.find("the operator says no"), std::string::npos) << no.output;
+  EXPECT_EQ(RunToolAtTerminal({"--port", phone.Port(), "run", plan}, "\n").status, 0);
+
+  const ToolResult kept = RunToolAtTerminal({"--port", phone.Port(), "power-off"}, "\n");
+  EXPECT_EQ(kept.status, 2);
+  EXPECT_NE(kept.errors.find("Power the phone off? [y/N]"), std::string::npos) << kept.errors;
+  EXPECT_EQ(RunToolAtTerminal({"--port", phone.Port(), "power-off"}, "y\n").status, 0);
+  EXPECT_EQ(phone.Difference(), "");
 }
 
 // A whole small JPEG file by structure.
