@@ -1,6 +1,5 @@
 // Media clips: the player's exact command lines, its life beside the server, and the route of the AMR clip.
 #include <algorithm>
-#include <thread>
 
 #include "simulator/models/media_player.h"
 #include "tests/phone/server_process.h"
@@ -40,10 +39,7 @@ class Media : public PhoneTest {
 
   // Waits, since programs start and end beside the server.
   bool ComesToPlaying(size_t count) {
-    for (int attempt = 0; attempt < 1000 && Playing().size() != count; ++attempt) {
-      std::this_thread::sleep_for(5ms);
-    }
-    return Playing().size() == count;
+    return Eventually([&] { return Playing().size() == count; });
   }
 };
 

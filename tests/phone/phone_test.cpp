@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 namespace {
 
@@ -19,8 +20,19 @@ Lines operator+(Lines left, const Lines& right) {
   return left;
 }
 
+bool Eventually(const std::function<bool()>& condition, std::chrono::milliseconds time_out) {
+  const auto deadline = std::chrono::steady_clock::now() + time_out;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(2ms);
+  }
+  return true;
+}
+
 PhoneTest::PhoneTest() {
   options.server = ServerPath();
+  // A server built with the thread sanitizer ends at a report; it would only print it else.
+  options.environment = {"TSAN_OPTIONS=halt_on_error=1"};
 }
 
 simulator::SimulatedPhone& PhoneTest::Phone() {

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 
 #include "base/result_codes.h"
@@ -18,6 +19,9 @@ using simulator::OfKind;
 
 using Lines = std::vector<std::string>;
 Lines operator+(Lines left, const Lines& right);
+
+// Looks every few milliseconds; false when the condition still does not hold after the time.
+bool Eventually(const std::function<bool()>& condition, std::chrono::milliseconds time_out = 10s);
 
 class PhoneTest : public testing::Test {
  protected:

@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <functional>
 #include <mutex>
-#include <thread>
 
 #include "simulator/models/framebuffer.h"
 #include "simulator/models/sound.h"
@@ -102,12 +101,13 @@ TEST_P(RunInCycles, FollowTheirOrderForEver) {
   const Lines all = Without(expected, IsSleep);
   const Lines main = Without(expected, IsElsewhere);
   Lines seen, seen_main;
-  for (int attempt = 0; attempt < 3000 && (seen.size() < all.size() || seen_main.size() < main.size());
-       ++attempt) {
-    std::this_thread::sleep_for(10ms);
-    seen = LinesSince([](const JournalEntry& entry) { return entry.kind != JournalKind::Sleep; });
-    seen_main = LinesSince([this](const JournalEntry& entry) { return IsMain(entry); });
-  }
+  EXPECT_TRUE(Eventually(
+      [&] {
+        seen = LinesSince([](const JournalEntry& entry) { return entry.kind != JournalKind::Sleep; });
+        seen_main = LinesSince([this](const JournalEntry& entry) { return IsMain(entry); });
+        return seen.size() >= all.size() && seen_main.size() >= main.size();
+      },
+      30s));
   seen.resize(all.size());
   seen_main.resize(main.size());
   EXPECT_EQ(seen, all);

@@ -1,6 +1,5 @@
 // The touchscreen test: its crosses pixel by pixel, the ranges of the panel's readings, its thread's life.
 #include <functional>
-#include <thread>
 
 #include "simulator/models/backlight.h"
 #include "simulator/models/framebuffer.h"
@@ -85,17 +84,12 @@ class Touch : public PhoneTest {
     Phone().With<TouchPanel>([=](TouchPanel& panel) { panel.Deliver({4096 - x, 4096 - y, pen}); });
   }
   bool Becomes(int32_t result) {
-    for (int attempt = 0; attempt < 2000 && Control(STATE) != result; ++attempt)
-      std::this_thread::sleep_for(2ms);
-    return Control(STATE) == result;
+    return Eventually([&] { return Control(STATE) == result; });
   }
   // The thread draws after it has told its result.
   bool Shows(const Picture& expected) {
-    const auto pixels = [this] {
-      return Phone().With<Framebuffer>([](Framebuffer& lcd) { return lcd.Pixels(); });
-    };
-    for (int attempt = 0; attempt < 1000 && pixels() != expected; ++attempt) std::this_thread::sleep_for(5ms);
-    return pixels() == expected;
+    return Eventually(
+        [&] { return Phone().With<Framebuffer>([](Framebuffer& lcd) { return lcd.Pixels(); }) == expected; });
   }
   bool IsIdle() {
     return ComesToThreads(Phone().ServerProcess(), threads_) &&
@@ -228,12 +222,12 @@ TEST_F(Touch, RestartsARunAndRunsTwoAtOnce) {
   EXPECT_TRUE(Becomes(ALL & ~1));
   Start();
   EXPECT_EQ(LinesSince(), Shown("0") + Lines{"sleep 1.000"} + STARTED) << "mode 1 stops the run before";
-  EXPECT_EQ(Threads(Phone().ServerProcess()), threads_ + 1);
+  EXPECT_TRUE(ComesToThreads(Phone().ServerProcess(), threads_ + 1));
 
   // Any other mode starts a second thread beside the first, on purpose.
   Start(OTHER_MODE);
   EXPECT_EQ(LinesSince(), STARTED);
-  EXPECT_EQ(Threads(Phone().ServerProcess()), threads_ + 2);
+  EXPECT_TRUE(ComesToThreads(Phone().ServerProcess(), threads_ + 2));
   TouchPanelAt(480, 560);
   EXPECT_TRUE(Becomes(ALL & ~1));
   MarkJournal();
@@ -242,7 +236,7 @@ TEST_F(Touch, RestartsARunAndRunsTwoAtOnce) {
   EXPECT_EQ(LinesSince(LineIs("open /dev/fb/0 rw")).size(), 2u);
 
   Start(0xFFFFFFFF);
-  EXPECT_EQ(Threads(Phone().ServerProcess()), threads_ + 1);
+  EXPECT_TRUE(ComesToThreads(Phone().ServerProcess(), threads_ + 1));
   EXPECT_EQ(Control(STOP), SUCCESS);
   EXPECT_TRUE(IsIdle());
 }
