@@ -16,5 +16,10 @@ int RunShell(const char* format, ...) {
 }
 
 void SleepSeconds(unsigned seconds) {
-  while (seconds != 0) seconds = sleep(seconds);
+  // In steps that a 32-bit time takes: the host may ask for any number.
+  constexpr unsigned LONGEST = 0x7FFFFFFF;
+  while (seconds != 0) {
+    const unsigned step = seconds < LONGEST ? seconds : LONGEST;
+    seconds -= step - sleep(step);
+  }
 }
