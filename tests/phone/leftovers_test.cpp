@@ -74,11 +74,11 @@ TEST_F(LeftoversTest, NoneAfterTheGuardianIsKilled) {
 TEST_F(LeftoversTest, ADeadServerEndsThePhoneAndItsFilesStayToBeLookedAt) {
   Boot();
   StartLastingPrograms();
-  kill(Phone().ServerProcess(), SIGSEGV);
+  kill(Phone().ServerProcess(), SIGKILL);
   const auto end = Phone().WaitForEnd(10s);
   ASSERT_TRUE(end.has_value());
   EXPECT_EQ(end->reason, PhoneEnd::Reason::ServerKilled);
-  EXPECT_EQ(end->status, SIGSEGV);
+  EXPECT_EQ(end->status, SIGKILL);
   EXPECT_TRUE(ProcessesIn(Phone().Root().Path()).empty());
   EXPECT_TRUE(Phone().Root().Exists("/usr/sbin/phonetestd"));
 }
