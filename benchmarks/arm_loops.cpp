@@ -9,12 +9,12 @@
 #include <vector>
 
 #include "benchmarks/crc16_peers.h"
-#include "camera/pattern_check.h"
-#include "camera/rotation.h"
-#include "devices/drawing.h"
-#include "devices/test_pattern.h"
-#include "devices/tone_samples.h"
-#include "flash/crc16.h"
+#include "server/camera/pattern_check.h"
+#include "server/camera/rotation.h"
+#include "server/devices/drawing.h"
+#include "server/devices/test_pattern.h"
+#include "server/devices/tone_samples.h"
+#include "server/flash/crc16.h"
 
 namespace {
 

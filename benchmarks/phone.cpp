@@ -62,7 +62,7 @@ void MeasureFetch() {
   constexpr int TIMES = 8;  // in a row, so that starting the copy counts little
   ServerPhone phone;
   phone.phone.Root().PutFile("/image", std::string(IMAGE, 'x'));
-  const simulator::FileDescriptor shell = phone.phone.OpenShell();
+  const posix::FileDescriptor shell = phone.phone.OpenShell();
   std::string command = "cat";
   for (int i = 0; i < TIMES; ++i) command += " /image";
   command += " > /dev/usb/tts/0\n";

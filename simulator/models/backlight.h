@@ -1,7 +1,7 @@
 // Emulates the LCD's backlight control /proc/backlight/lcd: takes a level as decimal text.
 #pragma once
 
-#include "simulator/text_control.h"
+#include "simulator/phone/text_control.h"
 
 namespace simulator {
 

@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "simulator/command_words.h"
-#include "simulator/root_directory.h"
+#include "simulator/phone/command_words.h"
+#include "simulator/phone/root_directory.h"
 
 namespace simulator {
 namespace {

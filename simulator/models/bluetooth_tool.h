@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/device_model.h"
+#include "simulator/phone/device_model.h"
 
 namespace simulator {
 

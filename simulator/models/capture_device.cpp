@@ -13,9 +13,9 @@
 #include <system_error>
 #include <utility>
 
-#include "simulator/camera_scene.h"
-#include "simulator/command_words.h"
-#include "simulator/png_writer.h"
+#include "simulator/phone/camera_scene.h"
+#include "simulator/phone/command_words.h"
+#include "simulator/phone/png_writer.h"
 
 namespace simulator {
 namespace {
@@ -88,7 +88,7 @@ std::vector<std::string> CaptureDevice::Paths() const {
 OpenAnswer CaptureDevice::Open(const OpenCall& call) {
   step_ = Step::Opened;
   const std::string path = fmt::format("/proc/self/fd/{}", delivered_.Get());
-  FileDescriptor opened(open(path.c_str(), call.ModeFlags() | O_CLOEXEC));
+  posix::FileDescriptor opened(open(path.c_str(), call.ModeFlags() | O_CLOEXEC));
   if (!opened.IsOpen() || ftruncate(delivered_.Get(), 0) != 0) return OpenAnswer::Refusal(errno);
   return OpenAnswer::Descriptor(std::move(opened));
 }

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "simulator/device_model.h"
-#include "simulator/file_descriptor.h"
-#include "simulator/picture.h"
+#include "posix/file_descriptor.h"
+#include "simulator/phone/device_model.h"
+#include "simulator/phone/picture.h"
 
 namespace simulator {
 
@@ -87,7 +87,7 @@ class CaptureDevice : public DeviceModel {
   std::string Command(const std::vector<std::string>& words);
   std::string Describe() const;
 
-  FileDescriptor delivered_;  // memory that holds one frame where the caller's next read takes place
+  posix::FileDescriptor delivered_;  // memory that holds one frame where the caller's next read takes place
   Step step_ = Step::Opened;
   std::optional<Picture> shown_;
   Picture view_;  // the scene or the picture in the size of the latest frame

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <stdexcept>
 
-#include "simulator/root_directory.h"
+#include "simulator/phone/root_directory.h"
 
 namespace simulator {
 namespace {
@@ -115,7 +115,7 @@ void FlashPartitions::Furnish(RootDirectory& root) {
 // A device keeps its size, so nothing is cut off by an open.
 OpenAnswer FlashPartitions::Open(const OpenCall& call) {
   if ((call.flags & O_TRUNC) == 0) return OpenAnswer::OrdinaryFile();
-  FileDescriptor device(open(phone_.root.Outside(call.path).c_str(), call.ModeFlags() | O_CLOEXEC));
+  posix::FileDescriptor device(open(phone_.root.Outside(call.path).c_str(), call.ModeFlags() | O_CLOEXEC));
   if (!device.IsOpen()) return OpenAnswer::Refusal(errno);
   return OpenAnswer::PlainDescriptor(std::move(device));
 }

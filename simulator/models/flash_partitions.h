@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "simulator/device_model.h"
+#include "simulator/phone/device_model.h"
 
 namespace simulator {
 

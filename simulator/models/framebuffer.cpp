@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "simulator/png_writer.h"
+#include "simulator/phone/png_writer.h"
 
 namespace simulator {
 

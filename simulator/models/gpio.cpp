@@ -2,7 +2,7 @@
 
 #include <fmt/format.h>
 
-#include "simulator/command_words.h"
+#include "simulator/phone/command_words.h"
 
 namespace simulator {
 namespace {

@@ -6,8 +6,8 @@
 #include <map>
 #include <string>
 
-#include "simulator/device_descriptors.h"
-#include "simulator/device_model.h"
+#include "simulator/phone/device_model.h"
+#include "simulator/supervisor/device_descriptors.h"
 
 namespace simulator {
 

@@ -1,7 +1,7 @@
 // Emulates the control /proc/gpio/gsm_uart_rx of the receive line of the modem's serial port.
 #pragma once
 
-#include "simulator/text_control.h"
+#include "simulator/phone/text_control.h"
 
 namespace simulator {
 

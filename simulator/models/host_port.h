@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "simulator/device_descriptors.h"
-#include "simulator/device_model.h"
+#include "simulator/phone/device_model.h"
+#include "simulator/supervisor/device_descriptors.h"
 
 namespace simulator {
 

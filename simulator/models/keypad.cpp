@@ -12,7 +12,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "simulator/command_words.h"
+#include "simulator/phone/command_words.h"
 
 namespace simulator {
 namespace {
@@ -84,7 +84,7 @@ std::vector<std::string> Keypad::Paths() const {
 OpenAnswer Keypad::Open(const OpenCall& call) {
   if (call.Writes()) return OpenAnswer::Refusal(EACCES);
   // The same queue with file flags of its own.
-  return OpenAnswer::PlainDescriptor(FileDescriptor(
+  return OpenAnswer::PlainDescriptor(posix::FileDescriptor(
       open(fmt::format("/proc/self/fd/{}", reading_.Get()).c_str(), call.ModeFlags() | O_CLOEXEC)));
 }
 

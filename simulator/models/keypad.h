@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "simulator/device_model.h"
-#include "simulator/file_descriptor.h"
+#include "posix/file_descriptor.h"
+#include "simulator/phone/device_model.h"
 
 namespace simulator {
 
@@ -30,7 +30,7 @@ class Keypad : public DeviceModel {
  private:
   std::string Press(const std::vector<std::string>& words);
 
-  FileDescriptor reading_, writing_;
+  posix::FileDescriptor reading_, writing_;
 };
 
 }  // namespace simulator

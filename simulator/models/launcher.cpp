@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "simulator/root_directory.h"
+#include "simulator/phone/root_directory.h"
 
 namespace simulator {
 namespace {

@@ -1,7 +1,7 @@
 // Emulates the coloured LED's controls below /proc/cLED_wlpg.
 #pragma once
 
-#include "simulator/text_control.h"
+#include "simulator/phone/text_control.h"
 
 namespace simulator {
 

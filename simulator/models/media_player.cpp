@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <system_error>
 
-#include "simulator/root_directory.h"
+#include "simulator/phone/root_directory.h"
 
 namespace simulator {
 namespace {

@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "simulator/device_descriptors.h"
-#include "simulator/root_directory.h"
+#include "simulator/phone/root_directory.h"
+#include "simulator/supervisor/device_descriptors.h"
 
 namespace simulator {
 namespace {

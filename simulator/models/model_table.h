@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "simulator/device_model.h"
+#include "simulator/phone/device_model.h"
 
 namespace simulator {
 

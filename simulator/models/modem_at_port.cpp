@@ -7,8 +7,8 @@
 #include <cctype>
 #include <stdexcept>
 
-#include "simulator/command_words.h"
-#include "simulator/journal.h"
+#include "simulator/phone/command_words.h"
+#include "simulator/phone/journal.h"
 
 namespace simulator {
 namespace {

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "simulator/command_words.h"
+#include "simulator/phone/command_words.h"
 
 namespace simulator {
 namespace {

@@ -28,8 +28,8 @@ OpenAnswer ModemDataPort::Open(const OpenCall& call) {
 OpenAnswer ModemDataPort::OpenAtItsEnd(const OpenCall& call) {
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return OpenAnswer::Refusal(errno);
-  const auto modem = std::make_shared<FileDescriptor>(ends[0]);
-  FileDescriptor port(ends[1]);
+  const auto modem = std::make_shared<posix::FileDescriptor>(ends[0]);
+  posix::FileDescriptor port(ends[1]);
   fcntl(port.Get(), F_SETFL, call.flags & O_NONBLOCK);
   shutdown(modem->Get(), SHUT_WR);
   const auto watch = std::make_shared<PollLoop::Id>();

@@ -6,7 +6,7 @@
 
 #include <stdexcept>
 
-#include "simulator/root_directory.h"
+#include "simulator/phone/root_directory.h"
 
 namespace simulator {
 namespace {
@@ -32,7 +32,7 @@ std::string ModemImage() {
 void ModemMemory::Furnish(RootDirectory& root) {
   root.PutSparseFileIfAbsent("/dev/mem", MEMORY_END);
   const std::string image = ModemImage();
-  const FileDescriptor memory(open(root.Outside("/dev/mem").c_str(), O_WRONLY | O_CLOEXEC));
+  const posix::FileDescriptor memory(open(root.Outside("/dev/mem").c_str(), O_WRONLY | O_CLOEXEC));
   if (pwrite(memory.Get(), image.data(), image.size(), MODEM_IMAGE_ADDRESS) != MODEM_IMAGE_SIZE) {
     throw std::runtime_error("the modem's image cannot be written to /dev/mem");
   }

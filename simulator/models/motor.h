@@ -1,7 +1,7 @@
 // Emulates the vibration motor's control /proc/gpio/motor: 1 runs it, 0 stops it.
 #pragma once
 
-#include "simulator/text_control.h"
+#include "simulator/phone/text_control.h"
 
 namespace simulator {
 

@@ -10,8 +10,8 @@
 #include <stdexcept>
 
 #include "simulator/models/flash_partitions.h"
-#include "simulator/poll_loop.h"
-#include "simulator/root_directory.h"
+#include "simulator/phone/root_directory.h"
+#include "simulator/supervisor/poll_loop.h"
 
 namespace simulator {
 namespace {
@@ -51,7 +51,7 @@ OpenAnswer OneTimeArea::Open(const OpenCall&) {
 const OneTimeArea::State& OneTimeArea::Settled() {
   if (!TakeWrites()) return state_;
   ++state_.programmings;
-  const FileDescriptor file(open(File().c_str(), O_RDONLY | O_CLOEXEC));
+  const posix::FileDescriptor file(open(File().c_str(), O_RDONLY | O_CLOEXEC));
   std::string written = state_.cells;
   if (pread(file.Get(), written.data(), written.size(), 0) < 0) return state_;  // taken away
   for (size_t index = 0; index < written.size(); ++index) {
@@ -90,7 +90,7 @@ bool OneTimeArea::TakeWrites() {
 
 // In place: the file has two names, and programs may hold it open.
 void OneTimeArea::WriteCells() {
-  const FileDescriptor file(open(File().c_str(), O_WRONLY | O_CLOEXEC));
+  const posix::FileDescriptor file(open(File().c_str(), O_WRONLY | O_CLOEXEC));
   [[maybe_unused]] const ssize_t written = pwrite(file.Get(), state_.cells.data(), state_.cells.size(), 0);
   TakeWrites();  // this one is no programming
 }

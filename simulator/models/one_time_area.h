@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/device_model.h"
+#include "simulator/phone/device_model.h"
 
 namespace simulator {
 
@@ -36,7 +36,7 @@ class OneTimeArea : public DeviceModel {
   void WriteCells();
 
   State state_;
-  FileDescriptor writes_;  // tells of each
+  posix::FileDescriptor writes_;  // tells of each
 };
 
 }  // namespace simulator

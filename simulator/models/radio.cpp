@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include "simulator/command_words.h"
+#include "simulator/phone/command_words.h"
 
 namespace simulator {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "simulator/device_descriptors.h"
-#include "simulator/device_model.h"
+#include "simulator/phone/device_model.h"
+#include "simulator/supervisor/device_descriptors.h"
 
 namespace simulator {
 

@@ -15,10 +15,10 @@
 #include <string>
 #include <vector>
 
-#include "simulator/device_descriptors.h"
-#include "simulator/device_model.h"
-#include "simulator/poll_loop.h"
-#include "simulator/wav_file.h"
+#include "simulator/phone/device_model.h"
+#include "simulator/phone/wav_file.h"
+#include "simulator/supervisor/device_descriptors.h"
+#include "simulator/supervisor/poll_loop.h"
 
 namespace simulator {
 
@@ -57,7 +57,7 @@ class Sound : public DeviceModel {
 
  private:
   struct Stream {
-    FileDescriptor samples;
+    posix::FileDescriptor samples;
     PollLoop::Id watch = 0;
     std::optional<SoundFormat> format;  // as it was set when the first samples came
     std::chrono::steady_clock::time_point played_until{};

@@ -9,7 +9,7 @@ std::vector<std::string> StandardDevices::Paths() const {
 }
 
 OpenAnswer StandardDevices::Open(const OpenCall& call) {
-  FileDescriptor device(open(call.path.c_str(), call.ModeFlags() | O_CLOEXEC));
+  posix::FileDescriptor device(open(call.path.c_str(), call.ModeFlags() | O_CLOEXEC));
   if (!device.IsOpen()) return OpenAnswer::Refusal(errno);
   return OpenAnswer::PlainDescriptor(std::move(device));
 }

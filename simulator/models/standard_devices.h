@@ -1,7 +1,7 @@
 // The devices that every system has: the PC's own are as good as any.
 #pragma once
 
-#include "simulator/device_model.h"
+#include "simulator/phone/device_model.h"
 
 namespace simulator {
 

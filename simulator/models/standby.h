@@ -2,7 +2,7 @@
 // any program holds it open.
 #pragma once
 
-#include "simulator/text_control.h"
+#include "simulator/phone/text_control.h"
 
 namespace simulator {
 

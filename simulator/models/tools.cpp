@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <string_view>
 
-#include "simulator/do_nothing_program.h"
-#include "simulator/root_directory.h"
+#include "simulator/phone/root_directory.h"
+#include "simulator/supervisor/do_nothing_program.h"
 
 namespace simulator {
 namespace {

@@ -5,7 +5,7 @@
 #include <set>
 #include <string>
 
-#include "simulator/device_model.h"
+#include "simulator/phone/device_model.h"
 
 namespace simulator {
 

@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <stdexcept>
 
-#include "simulator/command_words.h"
 #include "simulator/models/framebuffer.h"
+#include "simulator/phone/command_words.h"
 
 namespace simulator {
 
@@ -24,12 +24,12 @@ OpenAnswer TouchPanel::Open(const OpenCall& call) {
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return OpenAnswer::Refusal(errno);
   fcntl(ends[1], F_SETFL, call.flags & O_NONBLOCK);
   readers_.emplace_back(ends[0]);
-  return OpenAnswer::PlainDescriptor(FileDescriptor(ends[1]));
+  return OpenAnswer::PlainDescriptor(posix::FileDescriptor(ends[1]));
 }
 
 size_t TouchPanel::Deliver(const TouchReading& reading) {
   const size_t size = std::min(sizeof reading, state.reading_bytes);
-  std::erase_if(readers_, [&](const FileDescriptor& reader) {
+  std::erase_if(readers_, [&](const posix::FileDescriptor& reader) {
     return send(reader.Get(), &reading, size, MSG_NOSIGNAL | MSG_DONTWAIT) < 0 && errno != EAGAIN;
   });
   return readers_.size();

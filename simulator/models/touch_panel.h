@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "simulator/device_model.h"
-#include "simulator/file_descriptor.h"
+#include "posix/file_descriptor.h"
+#include "simulator/phone/device_model.h"
 
 namespace simulator {
 
@@ -39,7 +39,7 @@ class TouchPanel : public DeviceModel {
  private:
   std::string Touch(const std::vector<std::string>& words);
 
-  std::vector<FileDescriptor> readers_;
+  std::vector<posix::FileDescriptor> readers_;
 };
 
 }  // namespace simulator

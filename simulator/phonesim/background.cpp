@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <exception>
 
-#include "simulator/file_descriptor.h"
+#include "posix/file_descriptor.h"
 
 namespace simulator {
 namespace {
@@ -18,7 +18,7 @@ void SayTo(int descriptor, const std::string& text) {
 }
 
 void LeaveTerminal() {
-  const FileDescriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
+  const posix::FileDescriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
   for (int number = 0; number < 3; ++number) dup2(nothing.Get(), number);
 }
 
@@ -27,8 +27,8 @@ void LeaveTerminal() {
 int RunInBackground(const std::function<void(const std::function<void(const std::string&)>& ready)>& work) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) throw std::runtime_error("no pipe can be made");
-  FileDescriptor reading(ends[0]);
-  FileDescriptor writing(ends[1]);
+  posix::FileDescriptor reading(ends[0]);
+  posix::FileDescriptor writing(ends[1]);
   const pid_t process = fork();
   if (process < 0) throw std::runtime_error("no process can be made");
   if (process == 0) {

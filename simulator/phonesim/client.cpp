@@ -55,7 +55,7 @@ int ShowPhones() {
 }
 
 int ShellInPhone(const std::string& name) {
-  const FileDescriptor phone = ConnectTo(name);
+  const posix::FileDescriptor phone = ConnectTo(name);
   if (!phone.IsOpen()) return NoSuchPhone(name);
   SendWords(phone, {"shell"});
   const Answer answer = ReceiveStatus(phone);
@@ -65,7 +65,7 @@ int ShellInPhone(const std::string& name) {
 }
 
 int ShowJournal(const std::string& name, bool follow) {
-  const FileDescriptor phone = ConnectTo(name);
+  const posix::FileDescriptor phone = ConnectTo(name);
   if (!phone.IsOpen()) return NoSuchPhone(name);
   SendWords(phone,
             follow ? std::vector<std::string>{"journal", "--follow"} : std::vector<std::string>{"journal"});

@@ -13,7 +13,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "simulator/guardian_link.h"
+#include "simulator/supervisor/guardian_link.h"
 
 namespace simulator {
 namespace {
@@ -42,17 +42,17 @@ Address AddressOf(const std::string& name) {
   return address;
 }
 
-FileDescriptor NewSocket() {
-  FileDescriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+posix::FileDescriptor NewSocket() {
+  posix::FileDescriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (!made.IsOpen()) throw std::runtime_error("no socket can be made");
   return made;
 }
 
 }  // namespace
 
-FileDescriptor ListenAs(const std::string& name) {
+posix::FileDescriptor ListenAs(const std::string& name) {
   const Address address = AddressOf(name);
-  FileDescriptor listening = NewSocket();
+  posix::FileDescriptor listening = NewSocket();
   if (bind(listening.Get(), reinterpret_cast<const sockaddr*>(&address.socket), address.size) != 0 ||
       listen(listening.Get(), 16) != 0) {
     listening.Reset();
@@ -74,8 +74,8 @@ std::vector<std::string> RunningPhones() {
   return names;
 }
 
-FileDescriptor AcceptClient(const FileDescriptor& listening) {
-  FileDescriptor client(accept4(listening.Get(), nullptr, nullptr, SOCK_CLOEXEC));
+posix::FileDescriptor AcceptClient(const posix::FileDescriptor& listening) {
+  posix::FileDescriptor client(accept4(listening.Get(), nullptr, nullptr, SOCK_CLOEXEC));
   ucred user = {};
   socklen_t size = sizeof user;
   if (!client.IsOpen() || getsockopt(client.Get(), SOL_SOCKET, SO_PEERCRED, &user, &size) != 0 ||
@@ -87,7 +87,7 @@ FileDescriptor AcceptClient(const FileDescriptor& listening) {
   return client;
 }
 
-std::vector<std::string> ReceiveWords(const FileDescriptor& client) {
+std::vector<std::string> ReceiveWords(const posix::FileDescriptor& client) {
   std::string request;
   char bytes[4096];
   ssize_t size;
@@ -103,11 +103,11 @@ std::vector<std::string> ReceiveWords(const FileDescriptor& client) {
   return words;
 }
 
-bool SendDescriptor(const FileDescriptor& client, int descriptor) {
+bool SendDescriptor(const posix::FileDescriptor& client, int descriptor) {
   return SendMessage(client.Get(), &ANSWER_GOOD, 1, &descriptor, 1);
 }
 
-bool SendSome(const FileDescriptor& client, std::string& pending) {
+bool SendSome(const posix::FileDescriptor& client, std::string& pending) {
   while (!pending.empty()) {
     const ssize_t sent = send(client.Get(), pending.data(), pending.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     if (sent < 0) return errno == EAGAIN || errno == EINTR;
@@ -116,22 +116,22 @@ bool SendSome(const FileDescriptor& client, std::string& pending) {
   return true;
 }
 
-FileDescriptor ConnectTo(const std::string& name) {
+posix::FileDescriptor ConnectTo(const std::string& name) {
   const Address address = AddressOf(name);
-  FileDescriptor phone = NewSocket();
+  posix::FileDescriptor phone = NewSocket();
   if (connect(phone.Get(), reinterpret_cast<const sockaddr*>(&address.socket), address.size) != 0)
     phone.Reset();
   return phone;
 }
 
-void SendWords(const FileDescriptor& phone, const std::vector<std::string>& words) {
+void SendWords(const posix::FileDescriptor& phone, const std::vector<std::string>& words) {
   std::string request;
   for (const std::string& word : words) request.append(word.c_str(), word.size() + 1);
   send(phone.Get(), request.data(), request.size(), MSG_NOSIGNAL);
   shutdown(phone.Get(), SHUT_WR);
 }
 
-Answer ReceiveStatus(const FileDescriptor& phone) {
+Answer ReceiveStatus(const posix::FileDescriptor& phone) {
   Answer answer;
   char status = ANSWER_BAD;
   LinkMessage message = ReceiveMessage(phone.Get(), &status, 1);
@@ -141,7 +141,7 @@ Answer ReceiveStatus(const FileDescriptor& phone) {
 }
 
 Answer Request(const std::string& name, const std::vector<std::string>& words) {
-  const FileDescriptor phone = ConnectTo(name);
+  const posix::FileDescriptor phone = ConnectTo(name);
   if (!phone.IsOpen()) return {false, fmt::format("No simulated phone named {} runs.\n", name), {}};
   SendWords(phone, words);
   Answer answer = ReceiveStatus(phone);

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/file_descriptor.h"
+#include "posix/file_descriptor.h"
 
 namespace simulator {
 
@@ -17,29 +17,29 @@ constexpr char ANSWER_GOOD = '+';
 constexpr char ANSWER_BAD = '-';
 
 // Names the phone; not open when another phone has the name.
-FileDescriptor ListenAs(const std::string& name);
+posix::FileDescriptor ListenAs(const std::string& name);
 // Names of the phones of this user that run.
 std::vector<std::string> RunningPhones();
 
 // The phone's side. A connection of another user gives one that is not open.
-FileDescriptor AcceptClient(const FileDescriptor& listening);
-std::vector<std::string> ReceiveWords(const FileDescriptor& client);
+posix::FileDescriptor AcceptClient(const posix::FileDescriptor& listening);
+std::vector<std::string> ReceiveWords(const posix::FileDescriptor& client);
 // A good answer that is a descriptor.
-bool SendDescriptor(const FileDescriptor& client, int descriptor);
+bool SendDescriptor(const posix::FileDescriptor& client, int descriptor);
 // Takes off `pending` what the client takes now. False when it is gone.
-bool SendSome(const FileDescriptor& client, std::string& pending);
+bool SendSome(const posix::FileDescriptor& client, std::string& pending);
 
 // The other side. Not open when no such phone runs.
-FileDescriptor ConnectTo(const std::string& name);
-void SendWords(const FileDescriptor& phone, const std::vector<std::string>& words);
+posix::FileDescriptor ConnectTo(const std::string& name);
+void SendWords(const posix::FileDescriptor& phone, const std::vector<std::string>& words);
 
 struct Answer {
   bool good = false;
   std::string text;
-  FileDescriptor descriptor;
+  posix::FileDescriptor descriptor;
 };
 // The status byte and the descriptor; the text is still to be read.
-Answer ReceiveStatus(const FileDescriptor& phone);
+Answer ReceiveStatus(const posix::FileDescriptor& phone);
 // One request whole.
 Answer Request(const std::string& name, const std::vector<std::string>& words);
 

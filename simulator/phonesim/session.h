@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "simulator/file_descriptor.h"
-#include "simulator/simulated_phone.h"
+#include "posix/file_descriptor.h"
+#include "simulator/phone/simulated_phone.h"
 
 namespace simulator {
 
@@ -41,7 +41,7 @@ class Session {
  private:
   // A connection whose answer has not gone out whole, or goes on as long as the phone does.
   struct Client {
-    FileDescriptor socket;
+    posix::FileDescriptor socket;
     std::string pending;
     std::optional<size_t> journal_next;  // the first entry that it has not got
     bool follows = false;
@@ -58,9 +58,9 @@ class Session {
   bool GivesFile(const std::string& command);
 
   SessionOptions options_;
-  FileDescriptor listening_;
-  FileDescriptor signals_;
-  FileDescriptor changed_;  // an entry in the journal, or the phone's end
+  posix::FileDescriptor listening_;
+  posix::FileDescriptor signals_;
+  posix::FileDescriptor changed_;  // an entry in the journal, or the phone's end
   bool stopped_ = false;
   std::ofstream journal_;
   std::vector<Client> clients_;

@@ -45,7 +45,7 @@ bool Pass(int from, int to) {
 
 }  // namespace
 
-void RelayTerminal(const FileDescriptor& shell) {
+void RelayTerminal(const posix::FileDescriptor& shell) {
   const RawTerminal raw;
   winsize window = {};
   if (ioctl(STDIN_FILENO, TIOCGWINSZ, &window) == 0) ioctl(shell.Get(), TIOCSWINSZ, &window);

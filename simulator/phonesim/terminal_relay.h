@@ -1,11 +1,11 @@
 // Connects the terminal that phonesim runs on with a shell in the phone.
 #pragma once
 
-#include "simulator/file_descriptor.h"
+#include "posix/file_descriptor.h"
 
 namespace simulator {
 
 // Until the shell ends.
-void RelayTerminal(const FileDescriptor& shell);
+void RelayTerminal(const posix::FileDescriptor& shell);
 
 }  // namespace simulator

@@ -11,8 +11,8 @@
 #include <thread>
 
 #include "station/plan/runner.h"
-#include "station/progress.h"
 #include "station/report/report.h"
+#include "station/tool/progress.h"
 
 namespace station {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "station/errors.h"
+#include "station/commands/errors.h"
 
 namespace station {
 

@@ -12,8 +12,8 @@
 #include <cstring>
 #include <utility>
 
-#include "station/errors.h"
-#include "station/link.h"
+#include "station/commands/errors.h"
+#include "station/link/link.h"
 
 namespace station {
 

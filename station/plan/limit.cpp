@@ -4,7 +4,7 @@
 
 #include <charconv>
 
-#include "station/errors.h"
+#include "station/commands/errors.h"
 
 namespace station {
 

@@ -7,7 +7,7 @@
 #include <fstream>
 #include <set>
 
-#include "station/errors.h"
+#include "station/commands/errors.h"
 #include "station/plan/variables.h"
 
 namespace station {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "station/operation.h"
 #include "station/plan/limit.h"
+#include "station/tasks/operation.h"
 
 namespace station {
 

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "station/errors.h"
-#include "station/operation.h"
+#include "station/commands/errors.h"
 #include "station/plan/plan.h"
+#include "station/tasks/operation.h"
 
 namespace station {
 

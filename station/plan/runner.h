@@ -4,10 +4,10 @@
 #include <functional>
 #include <string>
 
+#include "station/link/session.h"
 #include "station/plan/operator.h"
 #include "station/plan/plan.h"
 #include "station/plan/result.h"
-#include "station/session.h"
 
 namespace station {
 

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "station/errors.h"
+#include "station/commands/errors.h"
 #include "station/report/report.h"
 
 namespace station {

@@ -2,8 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "station/output.h"
 #include "station/report/report.h"
+#include "station/tool/output.h"
 
 namespace station {
 

@@ -1,9 +1,9 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
-#include "station/output.h"
 #include "station/report/report.h"
 #include "station/report/text.h"
+#include "station/tool/output.h"
 
 namespace station {
 

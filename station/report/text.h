@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "station/bytes.h"
+#include "station/commands/bytes.h"
 
 namespace station {
 

@@ -3,10 +3,10 @@
 
 #include <charconv>
 
-#include "station/errors.h"
-#include "station/jpeg_check.h"
-#include "station/progress.h"
-#include "station/tasks.h"
+#include "station/commands/errors.h"
+#include "station/tasks/tasks.h"
+#include "station/tool/jpeg_check.h"
+#include "station/tool/progress.h"
 
 namespace station {
 

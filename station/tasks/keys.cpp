@@ -5,9 +5,9 @@
 #include <functional>
 #include <thread>
 
-#include "station/keys.h"
-#include "station/progress.h"
-#include "station/tasks.h"
+#include "station/commands/keys.h"
+#include "station/tasks/tasks.h"
+#include "station/tool/progress.h"
 
 namespace station {
 

@@ -3,8 +3,8 @@
 
 #include <thread>
 
-#include "station/errors.h"
-#include "station/tasks.h"
+#include "station/commands/errors.h"
+#include "station/tasks/tasks.h"
 
 namespace station {
 

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "station/pass_through.h"
-#include "station/tasks.h"
+#include "station/tasks/tasks.h"
+#include "station/tool/pass_through.h"
 
 namespace station {
 

@@ -3,9 +3,9 @@
 
 #include <algorithm>
 
-#include "station/errors.h"
-#include "station/progress.h"
-#include "station/tasks.h"
+#include "station/commands/errors.h"
+#include "station/tasks/tasks.h"
+#include "station/tool/progress.h"
 
 namespace station {
 

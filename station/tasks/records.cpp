@@ -1,9 +1,9 @@
 // Tasks about production data and maintenance.
 #include <fmt/format.h>
 
-#include "station/errors.h"
-#include "station/progress.h"
-#include "station/tasks.h"
+#include "station/commands/errors.h"
+#include "station/tasks/tasks.h"
+#include "station/tool/progress.h"
 
 namespace station {
 

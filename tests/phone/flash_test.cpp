@@ -50,7 +50,7 @@ std::string FlashTest::Flash(const std::string& name) {
 
 void FlashTest::SetFlash(const std::string& name, const std::string& start) {
   const std::string path = Phone().Root().Outside(CharacterDevice(FindFlashPartition(name)));
-  const simulator::FileDescriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+  const posix::FileDescriptor file(open(path.c_str(), O_WRONLY | O_CLOEXEC));
   ASSERT_EQ(write(file.Get(), start.data(), start.size()), static_cast<ssize_t>(start.size()));
 }
 

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "simulator/file_descriptor.h"
+#include "posix/file_descriptor.h"
 
 using Bytes = std::vector<uint8_t>;
 using std::chrono_literals::operator""ms;
@@ -35,5 +35,5 @@ class HostLine {
   bool IsQuiet(std::chrono::milliseconds time = 50ms);
 
  private:
-  simulator::FileDescriptor port_;
+  posix::FileDescriptor port_;
 };

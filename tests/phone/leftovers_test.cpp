@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
-#include "simulator/phone_processes.h"
+#include "simulator/supervisor/phone_processes.h"
 #include "tests/phone/child_process.h"
 #include "tests/phone/phone_test.h"
 

@@ -7,8 +7,8 @@
 #include <functional>
 #include <memory>
 
-#include "base/result_codes.h"
-#include "simulator/simulated_phone.h"
+#include "protocol/result_codes.h"
+#include "simulator/phone/simulated_phone.h"
 #include "tests/phone/host_line.h"
 
 using simulator::AtPath;

@@ -18,12 +18,12 @@ class StartupTest : public PhoneTest {
   }
 
   // The server's descriptor for a device, reopened here; -1 when it holds none.
-  simulator::FileDescriptor ServersDescriptor(const std::string& target_part) {
+  posix::FileDescriptor ServersDescriptor(const std::string& target_part) {
     for (const auto& entry : std::filesystem::directory_iterator(Proc() / "fd")) {
       std::error_code error;
       const auto target = std::filesystem::read_symlink(entry, error).string();
       if (target.find(target_part) != std::string::npos) {
-        return simulator::FileDescriptor(open(entry.path().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK));
+        return posix::FileDescriptor(open(entry.path().c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK));
       }
     }
     return {};

@@ -16,7 +16,7 @@
 #include <iterator>
 #include <stdexcept>
 
-#include "station/bytes.h"
+#include "station/commands/bytes.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <nlohmann/json.hpp>
 #include <thread>
 
-#include "station/bytes.h"
-#include "station/jpeg_check.h"
+#include "station/commands/bytes.h"
+#include "station/tool/jpeg_check.h"
 #include "tests/station/scripted_phone.h"
 
 namespace {

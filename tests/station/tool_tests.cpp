@@ -14,8 +14,8 @@
 #include <fstream>
 #include <thread>
 
-#include "station/errors.h"
-#include "station/port_list.h"
+#include "station/commands/errors.h"
+#include "station/link/port_list.h"
 #include "tests/station/scripted_phone.h"
 
 namespace {

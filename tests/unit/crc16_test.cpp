@@ -1,5 +1,5 @@
 // The CRC against published values and against the polynomial's own division, bit by bit.
-#include "flash/crc16.h"
+#include "server/flash/crc16.h"
 
 #include <gtest/gtest.h>
 

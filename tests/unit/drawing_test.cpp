@@ -1,5 +1,5 @@
 // Dots and lines against a painter of their own, byte by byte, the bytes behind the frame included.
-#include "devices/drawing.h"
+#include "server/devices/drawing.h"
 
 #include <gtest/gtest.h>
 

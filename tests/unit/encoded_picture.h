@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "imaging/imaging.h"
+#include "server/imaging/imaging.h"
 
 // The objects that a picture takes, with the three plug-ins registered. The encoder is made when asked for.
 struct PictureObjects {

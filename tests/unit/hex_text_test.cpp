@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "bluetooth/test_tool.h"
+#include "server/bluetooth/test_tool.h"
 
 namespace {
 

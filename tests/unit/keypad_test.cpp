@@ -1,4 +1,4 @@
-#include "devices/keypad.h"
+#include "server/devices/keypad.h"
 
 #include <gtest/gtest.h>
 

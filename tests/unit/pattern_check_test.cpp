@@ -1,4 +1,4 @@
-#include "camera/pattern_check.h"
+#include "server/camera/pattern_check.h"
 
 #include <gtest/gtest.h>
 

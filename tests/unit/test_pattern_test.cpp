@@ -1,12 +1,12 @@
 // The display test's pictures, pixel by pixel against what each pixel is to be.
-#include "devices/test_pattern.h"
+#include "server/devices/test_pattern.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <vector>
 
-#include "devices/drawing.h"
+#include "server/devices/drawing.h"
 
 namespace {
 

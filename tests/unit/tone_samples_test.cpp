@@ -1,5 +1,5 @@
 // The tone generator's samples against sines in floating point.
-#include "devices/tone_samples.h"
+#include "server/devices/tone_samples.h"
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>

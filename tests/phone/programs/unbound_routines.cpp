@@ -4,9 +4,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "maintenance/clock.h"
-#include "maintenance/factory_reset.h"
-#include "maintenance/versions.h"
+#include "server/maintenance/clock.h"
+#include "server/maintenance/factory_reset.h"
+#include "server/maintenance/versions.h"
 
 namespace {
 

@@ -1,0 +1,41 @@
+#include "server/devices/display.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+#include "protocol/result_codes.h"
+#include "server/devices/test_pattern.h"
+
+uint16_t* MapFrame(int framebuffer) {
+  void* frame = mmap(nullptr, FRAME_BYTES, PROT_READ | PROT_WRITE, MAP_SHARED, framebuffer, 0);
+  return frame == MAP_FAILED ? nullptr : static_cast<uint16_t*>(frame);
+}
+
+void UnmapFrame(uint16_t* frame) {
+  munmap(frame, FRAME_BYTES);
+}
+
+// Not truncated on opening: it is a /proc file, and each write is one value.
+static void SetBacklight(int32_t level) {
+  const int control = open("/proc/backlight/lcd", O_WRONLY);
+  if (control < 0) return;
+  char text[12];
+  const int length = snprintf(text, sizeof text, "%d", static_cast<int>(level));
+  [[maybe_unused]] const ssize_t written = write(control, text, static_cast<size_t>(length));
+  close(control);
+}
+
+int32_t DisplayTest(int32_t fill, int32_t border, int32_t backlight) {
+  const int framebuffer = open(FRAMEBUFFER, O_RDWR);
+  if (framebuffer < 0) return GENERAL_FAILURE;
+  uint16_t* frame = MapFrame(framebuffer);
+  if (frame == nullptr) return OUT_OF_MEMORY;  // the framebuffer stays open, on purpose
+  DrawTestPattern(frame, fill, border);
+  UnmapFrame(frame);
+  close(framebuffer);
+  SetBacklight(backlight);
+  return SUCCESS;
+}

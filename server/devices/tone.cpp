@@ -1,0 +1,110 @@
+#include "server/devices/tone.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include "protocol/result_codes.h"
+#include "server/base/device.h"
+#include "server/base/shared_word.h"
+#include "server/devices/audio_gpio.h"
+#include "server/devices/audio_path.h"
+#include "server/devices/sound_driver.h"
+#include "server/devices/tone_samples.h"
+
+// Shared by the commands and the thread without a lock, word by word. The commands change nothing but the
+// stop request while the thread runs.
+struct ToneSettings {
+  SharedWord stop_request;
+  SharedWord running;
+  SharedWord frequencies[TONE_COUNT];
+  SharedWord volume;
+  SharedWord route_flags;
+};
+static ToneSettings Tone;
+
+// The commands' own: the thread that a stop has to wait for.
+static pthread_t ToneThread;
+static bool ToneThreadPresent = false;
+
+static void RouteTone() {
+  constexpr int32_t FIRST_ROUTE = 1;
+  constexpr int32_t SECOND_ROUTE = 2;
+  const int32_t flags = ReadWord(Tone.route_flags);
+  if ((flags & FIRST_ROUTE) != 0 || (flags & SECOND_ROUTE) == 0) {
+    AudioSetDspRoute(SOUND_MODE_768);
+    return;
+  }
+  AudioSetDspRoute(SOUND_MODE_48);
+  AudioGpioLineAOn();
+}
+
+// Opens the PCM device for the tone's format; negative on failure.
+static int OpenPcm() {
+  // The thread outlives the command that started it, and a media player must not hold the device open.
+  const int pcm = open(PCM_DEVICE, O_WRONLY | O_CLOEXEC);
+  if (pcm < 0) return pcm;
+  constexpr int32_t FORMAT_S16_LE = 16;
+  if (SetSoundInt(pcm, PCM_SET_CHANNELS, 2) < 0 || SetSoundInt(pcm, PCM_SET_SPEED, TONE_SAMPLE_RATE) < 0 ||
+      SetSoundInt(pcm, PCM_SET_FORMAT, FORMAT_S16_LE) < 0) {
+    close(pcm);
+    return -1;
+  }
+  return pcm;
+}
+
+static void PlayUntilStopped(int pcm) {
+  ToneFrame buffer[TONE_BUFFER_FRAMES];
+  uint32_t phase = 0;
+  while (ReadWord(Tone.stop_request) == 0) {
+    phase = FillToneBuffer(buffer, TONE_BUFFER_FRAMES, Tone.frequencies, phase);
+    [[maybe_unused]] const ssize_t written = write(pcm, buffer, sizeof buffer);
+  }
+}
+
+// The first step that fails ends the thread silently; the running flag stays until a stop.
+static void* PlayTone(void*) {
+  AudioSetPcmVolume(ReadWord(Tone.volume));
+  RouteTone();
+  const int pcm = OpenPcm();
+  if (pcm < 0) return nullptr;
+  const int32_t selected = WithDevice(MIXER_DEVICE, O_WRONLY | O_CLOEXEC, OPEN_FAILED, [](int mixer) {
+    SetSoundInt(mixer, SOUND_SOURCE, 1);
+    return SUCCESS;
+  });
+  if (selected == OPEN_FAILED) return nullptr;  // the PCM device stays open, on purpose
+  PlayUntilStopped(pcm);
+  close(pcm);
+  AudioGpioLineAOff();
+  return nullptr;
+}
+
+static int32_t StartTone() {
+  WriteWord(Tone.stop_request, 0);
+  // A thread that cannot be created leaves the running flag set, on purpose: a stop has to come before the
+  // next start.
+  if (pthread_create(&ToneThread, nullptr, PlayTone, nullptr) != 0) return GENERAL_FAILURE;
+  ToneThreadPresent = true;
+  return SUCCESS;
+}
+
+static int32_t StopTone() {
+  if (ReadWord(Tone.running) == 0) return GENERAL_FAILURE;
+  WriteWord(Tone.running, 0);
+  WriteWord(Tone.stop_request, 1);
+  if (ToneThreadPresent) pthread_join(ToneThread, nullptr);
+  ToneThreadPresent = false;
+  return SUCCESS;
+}
+
+int32_t ToneControl(int32_t f1, int32_t f2, int32_t f3, int32_t volume, int32_t route_flags, int32_t start) {
+  if (start == 0) return StopTone();
+  if (ReadWord(Tone.running) != 0) return GENERAL_FAILURE;
+  WriteWord(Tone.running, 1);
+  WriteWord(Tone.frequencies[0], f1);
+  WriteWord(Tone.frequencies[1], f2);
+  WriteWord(Tone.frequencies[2], f3);
+  WriteWord(Tone.volume, volume);
+  WriteWord(Tone.route_flags, route_flags);
+  return StartTone();
+}

@@ -1,0 +1,148 @@
+#include "server/devices/touchscreen.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include "protocol/result_codes.h"
+#include "server/base/shared_word.h"
+#include "server/base/shell.h"
+#include "server/base/wait.h"
+#include "server/devices/display.h"
+
+constexpr char TOUCH_DEVICE[] = "/dev/touchscreen/tsc2046";
+
+// The driver's record. Coordinates are the converter's 12 bits.
+struct TouchRecord {
+  uint32_t x;
+  uint32_t y;
+  uint32_t pen;  // 0 up
+};
+static_assert(sizeof(TouchRecord) == 12);
+
+struct Range {
+  int32_t first, last;  // both included
+};
+
+static bool Holds(const Range& range, int32_t value) {
+  return range.first <= value && value <= range.last;
+}
+
+// A cross on the screen and the readings that count for it. The panel's X axis runs along the screen's rows
+// and its Y axis along the columns, so X ranges go with cy and Y ranges with cx.
+struct Cross {
+  int32_t cx, cy;
+  Range x, y;
+};
+
+constexpr Cross CROSSES[] = {
+    {20, 20, {280, 680}, {360, 760}},       {220, 20, {280, 680}, {3360, 3760}},
+    {20, 300, {3400, 3800}, {360, 760}},    {220, 300, {3400, 3800}, {3360, 3760}},
+    {120, 160, {1848, 2248}, {1848, 2248}},
+};
+constexpr int32_t CROSS_COUNT = 5;
+constexpr int32_t ALL_CROSSES = (1 << CROSS_COUNT) - 1;
+
+// Shared by the commands and the thread, single words without a lock.
+static SharedWord TouchResult = ALL_CROSSES;
+static SharedWord TouchStop = 0;
+static SharedWord TouchRunning = 0;
+
+// The commands' own: the thread that a stop has to wait for.
+static pthread_t TouchThread;
+static bool TouchThreadPresent = false;
+
+static void DrawCross(uint16_t* frame, const Cross& cross, uint16_t colour) {
+  constexpr int32_t ARM = 8;
+  DrawLine(frame, cross.cx - ARM, cross.cy, cross.cx + ARM, cross.cy, colour);
+  DrawLine(frame, cross.cx, cross.cy - ARM, cross.cx, cross.cy + ARM, colour);
+}
+
+static void EraseTouchedCross(uint16_t* frame, const TouchRecord& record) {
+  constexpr uint32_t READINGS = 4096;
+  const auto x = static_cast<int32_t>(READINGS - record.x);
+  const auto y = static_cast<int32_t>(READINGS - record.y);
+  for (int32_t k = 0; k < CROSS_COUNT; ++k) {
+    if (!Holds(CROSSES[k].x, x) || !Holds(CROSSES[k].y, y)) continue;
+    WriteWord(TouchResult, ReadWord(TouchResult) & ~(1 << k));
+    DrawCross(frame, CROSSES[k], WHITE);
+    return;
+  }
+}
+
+static void FollowTouches(uint16_t* frame, int panel) {
+  while (ReadWord(TouchStop) == 0) {
+    timeval left = {0, 500000};
+    if (WaitReadable(panel, &left) <= 0) continue;
+    TouchRecord record;
+    const ssize_t size = read(panel, &record, sizeof record);
+    if (size <= 0) PauseBeforeRetry();
+    if (size == sizeof record && record.pen != 0) EraseTouchedCross(frame, record);
+  }
+}
+
+static int32_t MapDisplay(uint16_t** frame) {
+  const int framebuffer = open(FRAMEBUFFER, O_RDWR);
+  if (framebuffer < 0) return OPEN_FAILED;
+  *frame = MapFrame(framebuffer);
+  close(framebuffer);
+  return *frame == nullptr ? OUT_OF_MEMORY : SUCCESS;
+}
+
+// Runs the test on the mapped frame; -9889 when the touch device cannot be opened.
+static int32_t RunTest(uint16_t* frame) {
+  for (const Cross& cross : CROSSES) DrawCross(frame, cross, BLACK);
+  // Open across commands, so closed in every program that the server starts meanwhile.
+  const int panel = open(TOUCH_DEVICE, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (panel < 0) return TOUCH_NOT_OPENED;
+  FollowTouches(frame, panel);
+  close(panel);
+  DisplayTest(BLACK, BLACK, 0);
+  return SUCCESS;
+}
+
+static void* TouchCalibThread(void*) {
+  DisplayTest(-1, -1, 100);
+  uint16_t* frame = nullptr;
+  int32_t result = MapDisplay(&frame);
+  if (result == SUCCESS) {
+    result = RunTest(frame);
+    UnmapFrame(frame);
+  }
+  if (result != SUCCESS) WriteWord(TouchResult, result);
+  return nullptr;
+}
+
+static int32_t StopTouchTest() {
+  WriteWord(TouchStop, 1);
+  WriteWord(TouchRunning, 0);
+  if (TouchThreadPresent) pthread_join(TouchThread, nullptr);
+  TouchThreadPresent = false;
+  return SUCCESS;
+}
+
+static int32_t StartTouchTest() {
+  WriteWord(TouchStop, 0);
+  // Before the thread is there: a result asked for right after the start must not be that of the run before.
+  const int32_t former_result = ReadWord(TouchResult);
+  WriteWord(TouchResult, ALL_CROSSES);
+  pthread_t thread;
+  if (pthread_create(&thread, nullptr, TouchCalibThread, nullptr) != 0) {
+    WriteWord(TouchResult, former_result);
+    return GENERAL_FAILURE;
+  }
+  TouchThread = thread;  // a thread that still runs is forgotten, on purpose: it ends at the same stop
+  TouchThreadPresent = true;
+  WriteWord(TouchRunning, 1);
+  return SUCCESS;
+}
+
+int32_t TouchCalibControl(int32_t mode) {
+  if (mode == TOUCH_STOP) return StopTouchTest();
+  if (mode == TOUCH_READ_RESULT) return ReadWord(TouchResult);
+  if (mode == TOUCH_RESTART && ReadWord(TouchRunning) != 0) {
+    StopTouchTest();
+    SleepSeconds(1);
+  }
+  return StartTouchTest();
+}

@@ -1,0 +1,32 @@
+// What the phone's programs print: kept whole, and line by line in the journal.
+#pragma once
+
+#include <mutex>
+#include <string>
+
+#include "posix/file_descriptor.h"
+#include "simulator/phone/journal.h"
+#include "simulator/supervisor/poll_loop.h"
+
+namespace simulator {
+
+class Console {
+ public:
+  Console(PollLoop& loop, Journal& journal, bool echo) : loop_(loop), journal_(journal), echo_(echo) {}
+
+  // A descriptor for a program to print to; `source` ("stdout", "stderr") is its path in the journal.
+  posix::FileDescriptor NewOutput(const std::string& source);
+  // All that was printed to "stdout".
+  std::string Text() const;
+
+ private:
+  void Take(const std::string& source, std::string_view bytes, std::string& line);
+
+  PollLoop& loop_;
+  Journal& journal_;
+  bool echo_;
+  mutable std::mutex mutex_;
+  std::string text_;
+};
+
+}  // namespace simulator

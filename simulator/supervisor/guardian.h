@@ -1,0 +1,78 @@
+// The simulator's hold on a phone's guardian: starts the phone's processes through it and hears of their
+// ends.
+#pragma once
+
+#include <linux/filter.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "posix/file_descriptor.h"
+#include "simulator/supervisor/guardian_link.h"
+
+namespace simulator {
+
+struct ProgramStart {
+  std::string path;
+  std::vector<std::string> arguments;  // the name first
+  std::vector<std::string> environment;
+  int standard[3] = {-1, -1, -1};
+  bool controls_terminal = false;
+};
+
+struct StartedProgram {
+  uint32_t number;
+  pid_t process;
+  posix::FileDescriptor listener;
+};
+
+struct EndedProgram {
+  uint32_t number;
+  int status;  // as waitpid gives it
+};
+
+class Guardian {
+ public:
+  // Forks the guardian. At its end it removes the root directory, if it is told to, and the link, if there is
+  // one.
+  Guardian(std::string root, bool removes_root, std::string link_path);
+  ~Guardian();
+  Guardian(const Guardian&) = delete;
+  Guardian& operator=(const Guardian&) = delete;
+
+  // Throws CannotSimulate when the PC does not allow it.
+  StartedProgram Start(const ProgramStart& program);
+  // Readable when there is an end to take, or when the guardian itself is gone.
+  int Descriptor() const {
+    return link_.Get();
+  }
+  // The next end; none when the guardian is gone.
+  std::optional<EndedProgram> TakeEnd();
+  // An end that came while something else was waited for: it does not make the descriptor readable.
+  bool HasEnd() const {
+    return !ends_.empty();
+  }
+  // Ends every process of the phone now.
+  void KillAll();
+  // Kills every process of the phone and waits until the last is gone, and the temporary files too.
+  void Finish();
+
+ private:
+  // The next report that is no end; ends are kept.
+  LinkReport AwaitReport(posix::FileDescriptor& descriptor);
+
+  std::string root_;
+  bool removes_root_;
+  std::string link_path_;
+  std::vector<sock_filter> filter_;
+  posix::FileDescriptor link_;
+  pid_t process_ = 0;
+  uint32_t last_number_ = 0;
+  std::deque<EndedProgram> ends_;
+};
+
+}  // namespace simulator

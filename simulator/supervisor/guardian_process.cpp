@@ -1,0 +1,226 @@
+#include "simulator/supervisor/guardian_process.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "posix/file_descriptor.h"
+#include "simulator/supervisor/guardian_link.h"
+#include "simulator/supervisor/phone_process.h"
+#include "simulator/supervisor/tree_removal.h"
+
+namespace simulator {
+namespace {
+
+constexpr size_t MAX_STARTS = 64;      // processes started and not yet ended
+constexpr size_t MAX_TEXTS = 256;      // arguments and environment of one of them
+constexpr int LOWEST_OWN_NUMBER = 10;  // descriptors below are the standard ones
+
+// A process that the simulator asked for. The listener is a second copy of the simulator's: without it the
+// calls that wait would return ENOSYS when the simulator dies, and the phone's loops would run wild.
+struct Start {
+  uint32_t number;
+  pid_t process = 0;  // 0: ended
+  int listener = -1;
+};
+
+struct Guardian {
+  GuardianDuty duty;
+  Start starts[MAX_STARTS];
+  int child_signals;
+};
+
+// Kept out of the stack; the guardian has one of each.
+Guardian guardian;
+alignas(StartHeader) char message_bytes[MAX_LINK_MESSAGE];
+
+void Report(const LinkReport& report, int listener = -1) {
+  SendMessage(guardian.duty.link, &report, sizeof report, &listener, listener >= 0 ? 1 : 0);
+}
+
+Start* FreeStart() {
+  for (Start& start : guardian.starts) {
+    if (start.process == 0 && start.listener < 0) return &start;
+  }
+  return nullptr;
+}
+
+// Splits the texts behind the header into null-ended lists. False when they are more than there is room for.
+bool TakeTexts(char*& text, const char* end, char** list, size_t count) {
+  if (count >= MAX_TEXTS) return false;
+  for (size_t index = 0; index < count; ++index) {
+    if (text >= end) return false;
+    list[index] = text;
+    text += strlen(text) + 1;
+  }
+  list[count] = nullptr;
+  return true;
+}
+
+void StartProcess(const LinkMessage& message) {
+  StartHeader header;
+  memcpy(&header, message_bytes, sizeof header);
+  LinkReport report = {LinkKind::Refused, header.number, 0, 0, StartStep::Fork, EINVAL};
+  char* arguments[MAX_TEXTS];
+  char* environment[MAX_TEXTS];
+  char* text = message_bytes + sizeof header;
+  const char* end = message_bytes + message.size;
+  int sockets[2];
+  Start* start = FreeStart();
+  if (start == nullptr || !TakeTexts(text, end, arguments, header.arguments) ||
+      !TakeTexts(text, end, environment, header.environment) || header.arguments < 2 ||
+      socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets) != 0) {
+    return Report(report);
+  }
+
+  const pid_t self = getpid();
+  const pid_t process = fork();
+  if (process == 0) {
+    RunPhoneProcess({guardian.duty.root,
+                     guardian.duty.filter,
+                     self,
+                     {message.descriptors[0], message.descriptors[1], message.descriptors[2]},
+                     header.controls_terminal != 0,
+                     sockets[1],
+                     arguments[0],
+                     arguments + 1,
+                     environment});
+  }
+  close(sockets[1]);
+  report.error = errno;
+  int listener = -1;
+  if (process > 0) {
+    const LinkMessage answer = ReceiveMessage(sockets[0], &report, sizeof report);
+    listener = answer.descriptors[0];
+    if (answer.size != sizeof report) report = {LinkKind::Refused, 0, 0, 0, StartStep::Fork, ECHILD};
+  }
+  close(sockets[0]);
+  report.number = header.number;
+  report.process = process;
+  if (report.kind == LinkKind::Started) *start = {header.number, process, listener};
+  Report(report, listener);
+}
+
+// What waitpid gives for one child, or for one that ends while it waits.
+pid_t ReapChild(int options) {
+  int status;
+  const pid_t process = waitpid(-1, &status, options);
+  for (Start& start : guardian.starts) {
+    if (process <= 0 || start.process != process) continue;
+    start.process = 0;
+    Report({LinkKind::Ended, start.number, process, status, StartStep::Fork, 0});
+  }
+  return process;
+}
+
+// Children that the guardian has now: a child's own children become the guardian's when it dies.
+void KillChildren() {
+  const int list = open("/proc/thread-self/children", O_RDONLY | O_CLOEXEC);
+  if (list < 0) return;
+  pid_t process = 0;
+  char bytes[4096];
+  ssize_t size;
+  while ((size = read(list, bytes, sizeof bytes)) > 0) {
+    for (ssize_t index = 0; index < size; ++index) {
+      if (bytes[index] >= '0' && bytes[index] <= '9') {
+        process = process * 10 + (bytes[index] - '0');
+      } else if (process != 0) {
+        kill(process, SIGKILL);
+        process = 0;
+      }
+    }
+  }
+  close(list);
+}
+
+void KillDescendants() {
+  do {
+    KillChildren();
+  } while (ReapChild(0) > 0 || errno == EINTR);
+}
+
+void DropListener(Start& start) {
+  close(start.listener);
+  start.listener = -1;
+}
+
+// Serves until the simulator closes its end of the link, by will or by its death.
+void ServeLink() {
+  while (true) {
+    pollfd polled[MAX_STARTS + 2] = {{guardian.duty.link, POLLIN, 0}, {guardian.child_signals, POLLIN, 0}};
+    // A negative number is left out; a listener whose last process is gone hangs up.
+    for (size_t index = 0; index < MAX_STARTS; ++index)
+      polled[index + 2].fd = guardian.starts[index].listener;
+    if (poll(polled, MAX_STARTS + 2, -1) < 0) continue;
+    if (polled[1].revents != 0) {
+      signalfd_siginfo ignored;
+      while (read(guardian.child_signals, &ignored, sizeof ignored) > 0) continue;
+      while (ReapChild(WNOHANG) > 0) continue;
+    }
+    for (size_t index = 0; index < MAX_STARTS; ++index) {
+      if (polled[index + 2].fd >= 0 && polled[index + 2].revents != 0) DropListener(guardian.starts[index]);
+    }
+    if (polled[0].revents == 0) continue;
+    const LinkMessage message = ReceiveMessage(guardian.duty.link, message_bytes, sizeof message_bytes);
+    if (message.size < static_cast<ssize_t>(sizeof(StartHeader))) return;
+    if (reinterpret_cast<const StartHeader*>(message_bytes)->kind == LinkKind::Kill) {
+      KillDescendants();
+      Report({LinkKind::Killed, 0, 0, 0, StartStep::Fork, 0});
+      continue;
+    }
+    StartProcess(message);
+    for (int descriptor : message.descriptors) {
+      if (descriptor >= 0) close(descriptor);
+    }
+  }
+}
+
+// Nothing else of the simulator's must live on here: another phone's link would never end.
+void KeepOnlyLink(int& link) {
+  link = fcntl(link, F_DUPFD_CLOEXEC, LOWEST_OWN_NUMBER);
+  dup2(link, LOWEST_OWN_NUMBER - 1);
+  link = LOWEST_OWN_NUMBER - 1;
+  fcntl(link, F_SETFD, FD_CLOEXEC);
+  if (close_range(LOWEST_OWN_NUMBER, ~0U, 0) != 0) {
+    for (int number = LOWEST_OWN_NUMBER; number < 65536; ++number) close(number);
+  }
+  const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
+  // The phone gets none of them; its three standard descriptors are set in their places.
+  for (int number = 0; number < link; ++number) dup3(nothing, number, O_CLOEXEC);
+}
+
+}  // namespace
+
+void RunGuardian(const GuardianDuty& duty) {
+  guardian.duty = duty;
+  KeepOnlyLink(guardian.duty.link);
+  setsid();
+  prctl(PR_SET_NAME, "phone-guardian");
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
+  // No signal but the deadly one ends the guardian before its duty is done.
+  sigset_t signals;
+  sigfillset(&signals);
+  sigprocmask(SIG_SETMASK, &signals, nullptr);
+  sigemptyset(&signals);
+  sigaddset(&signals, SIGCHLD);
+  guardian.child_signals = signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK);
+  struct sigaction action = {};
+  action.sa_handler = SIG_DFL;  // a program that ignores SIGCHLD has no children to wait for
+  sigaction(SIGCHLD, &action, nullptr);
+
+  ServeLink();
+  KillDescendants();
+  if (duty.link_path[0] != '\0') unlink(duty.link_path);
+  if (duty.removes_root) RemoveTree(duty.root);
+  _exit(0);
+}
+
+}  // namespace simulator

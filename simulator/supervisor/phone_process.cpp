@@ -1,0 +1,124 @@
+#include "simulator/supervisor/phone_process.h"
+
+#include <fcntl.h>
+#include <linux/capability.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+
+#include "simulator/supervisor/guardian_link.h"
+#include "simulator/supervisor/seccomp_filter.h"
+
+namespace simulator {
+namespace {
+
+[[noreturn]] void Fail(const PhoneProcessStart& start, StartStep step) {
+  const LinkReport report = {LinkKind::Refused, 0, 0, 0, step, errno};
+  SendMessage(start.report, &report, sizeof report, nullptr, 0);
+  _exit(127);
+}
+
+bool WriteWholeFile(const char* path, const char* text) {
+  const int file = open(path, O_WRONLY | O_CLOEXEC);
+  if (file < 0) return false;
+  const bool written = write(file, text, strlen(text)) == static_cast<ssize_t>(strlen(text));
+  close(file);
+  return written;
+}
+
+// "0 OUTSIDE 1": the ordinary user of the PC is root in the phone.
+bool WriteIdMap(const char* path, unsigned outside) {
+  char text[32] = "0 ";
+  char* end = std::to_chars(text + 2, text + sizeof text - 4, outside).ptr;
+  strcpy(end, " 1");
+  return WriteWholeFile(path, text);
+}
+
+void EnterUserNamespace(const PhoneProcessStart& start) {
+  const unsigned user = geteuid();
+  const unsigned group = getegid();
+  if (unshare(CLONE_NEWUSER) != 0) Fail(start, StartStep::UserNamespace);
+  if (!WriteWholeFile("/proc/self/setgroups", "deny") || !WriteIdMap("/proc/self/uid_map", user) ||
+      !WriteIdMap("/proc/self/gid_map", group)) {
+    Fail(start, StartStep::UserNamespace);
+  }
+}
+
+void EnterRoot(const PhoneProcessStart& start) {
+  if (chroot(start.root) != 0) {
+    if (errno != EPERM) Fail(start, StartStep::ChangeRoot);
+    EnterUserNamespace(start);
+    if (chroot(start.root) != 0) Fail(start, StartStep::ChangeRoot);
+  }
+  if (chdir("/") != 0) Fail(start, StartStep::ChangeRoot);
+}
+
+// Root in the phone owns its files and signals its processes. It must not load a module into the PC's kernel,
+// set its clock, make a device node or leave the root directory.
+void KeepHarmlessCapabilities() {
+  constexpr uint32_t KEPT = 1u << CAP_CHOWN | 1u << CAP_DAC_OVERRIDE | 1u << CAP_FOWNER | 1u << CAP_FSETID |
+                            1u << CAP_KILL | 1u << CAP_SETGID | 1u << CAP_SETUID;
+  __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct data[2] = {};
+  if (syscall(SYS_capget, &header, data) != 0) return;
+  data[0] = {data[0].effective & KEPT, data[0].permitted & KEPT, 0};
+  data[1] = {};
+  syscall(SYS_capset, &header, data);
+}
+
+void ResetSignals() {
+  struct sigaction action = {};
+  action.sa_handler = SIG_DFL;
+  for (int number = 1; number < NSIG; ++number) sigaction(number, &action, nullptr);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+void TakeStandardDescriptors(const PhoneProcessStart& start) {
+  // Above the standard numbers first: one of the three could lie where another must go.
+  int moved[3];
+  for (int index = 0; index < 3; ++index) moved[index] = fcntl(start.standard[index], F_DUPFD_CLOEXEC, 10);
+  for (int index = 0; index < 3; ++index) dup2(moved[index], index);
+}
+
+}  // namespace
+
+void RunPhoneProcess(const PhoneProcessStart& start) {
+  ResetSignals();
+  if (start.controls_terminal) {
+    setsid();
+    ioctl(start.standard[0], TIOCSCTTY, 0);
+  }
+  TakeStandardDescriptors(start);
+  umask(022);
+  EnterRoot(start);
+  KeepHarmlessCapabilities();
+  // Behind the changes of rights, which take this setting back.
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  prctl(PR_SET_DUMPABLE, 1);
+  if (getppid() != start.guardian) _exit(127);
+
+  const int listener = InstallSystemCallFilter(*start.filter);
+  if (listener < 0) Fail(start, StartStep::Filter);
+  const LinkReport report = {LinkKind::Started, 0, 0, 0, StartStep::Filter, 0};
+  SendMessage(start.report, &report, sizeof report, &listener, 1);
+  close(listener);
+
+  execve(start.program, start.arguments, start.environment);
+  const char* reason = strerrordesc_np(errno);
+  for (const char* text : {"cannot start ", start.program, ": ", reason, "\n"}) {
+    [[maybe_unused]] const ssize_t ignored = write(STDERR_FILENO, text, strlen(text));
+  }
+  _exit(127);
+}
+
+}  // namespace simulator

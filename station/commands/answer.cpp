@@ -1,0 +1,142 @@
+#include "station/commands/answer.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "station/commands/keys.h"
+
+namespace station {
+
+namespace {
+
+std::string Characters(std::span<const std::uint8_t> bytes) {
+  std::string text;
+  for (const std::uint8_t byte : bytes) text += byte >= 0x20 && byte <= 0x7E ? static_cast<char>(byte) : '.';
+  return text;
+}
+
+// Rows of sixteen bytes with their offsets, for blocks that do not fit a line.
+std::string HexBlock(std::span<const std::uint8_t> bytes) {
+  if (bytes.size() <= 32) return HexText(bytes);
+  std::string block;
+  for (std::size_t offset = 0; offset < bytes.size(); offset += 16) {
+    const auto row = bytes.subspan(offset, std::min<std::size_t>(16, bytes.size() - offset));
+    block += fmt::format("\n  {:03X}  {:<47}  {}", offset, HexText(row), Characters(row));
+  }
+  return block;
+}
+
+std::string MomentText(std::span<const std::uint8_t> bytes) {
+  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", WordAt(bytes, 0), WordAt(bytes, 4),
+                     WordAt(bytes, 8), WordAt(bytes, 12), WordAt(bytes, 16), WordAt(bytes, 20));
+}
+
+void ReadKey(std::uint32_t code, std::vector<Reading>& readings) {
+  const bool fresh = code != 0 && (code & 0xFF) != REMEMBERED_KEY;
+  const std::string hex = fmt::format("0x{:04X}", code);
+  readings.push_back({"key", KeyName(code), KeyName(code)});
+  readings.push_back({"code", code, hex});
+  readings.push_back({"new", fresh, fresh ? "yes" : "no"});
+}
+
+void ReadCrosses(std::uint32_t crosses, std::vector<Reading>& readings) {
+  const std::vector<std::string> left = CrossNames(crosses);
+  readings.push_back({"crosses", crosses, fmt::format("0x{:02X}", crosses)});
+  readings.push_back({"left", left, left.empty() ? "none" : fmt::format("{}", fmt::join(left, ", "))});
+}
+
+void ReadField(const AnswerField& field, std::span<const std::uint8_t> bytes,
+               std::vector<Reading>& readings) {
+  const auto add = [&](nlohmann::ordered_json value, std::string text) {
+    readings.push_back({field.name, std::move(value), std::move(text)});
+  };
+  switch (field.kind) {
+    case AnswerField::Kind::Status: {
+      // 0 says only that it went well, as the exit status does.
+      const auto status = static_cast<std::int32_t>(WordAt(bytes, 0));
+      if (status != 0) add(status, std::to_string(status));
+      break;
+    }
+    case AnswerField::Kind::Key:
+      ReadKey(WordAt(bytes, 0), readings);
+      break;
+    case AnswerField::Kind::Crosses:
+      ReadCrosses(WordAt(bytes, 0), readings);
+      break;
+    case AnswerField::Kind::Count:
+    case AnswerField::Kind::Length:
+    case AnswerField::Kind::Number:
+      add(WordAt(bytes, 0), std::to_string(WordAt(bytes, 0)));
+      break;
+    case AnswerField::Kind::Integer: {
+      const auto number = static_cast<std::int32_t>(WordAt(bytes, 0));
+      add(number, std::to_string(number));
+      break;
+    }
+    case AnswerField::Kind::Text: {
+      const auto end = std::ranges::find(bytes, std::uint8_t{0});
+      const std::string text = PrintableText({bytes.begin(), end});
+      add(text, text);
+      break;
+    }
+    case AnswerField::Kind::Block:
+      add(HexText(bytes, ""), HexBlock(bytes));
+      break;
+    case AnswerField::Kind::Address:
+      add(HexText(bytes, ":"), HexText(bytes, ":"));
+      break;
+    case AnswerField::Kind::Moment:
+      add(MomentText(bytes), MomentText(bytes));
+      break;
+    case AnswerField::Kind::Alive:
+    case AnswerField::Kind::Padding:
+    case AnswerField::Kind::Constant:
+      break;
+  }
+}
+
+bool CountsBytes(const AnswerField& field) {
+  return field.kind == AnswerField::Kind::Count || field.kind == AnswerField::Kind::Length;
+}
+
+}  // namespace
+
+AnswerField Status() {
+  return {AnswerField::Kind::Status, 4, "status", "0 or a result code"};
+}
+
+AnswerField Padding(std::size_t size) {
+  return {AnswerField::Kind::Padding, size, "", "zero"};
+}
+
+std::size_t AnswerSize(const std::vector<AnswerField>& layout) {
+  std::size_t size = 0;
+  for (const AnswerField& field : layout) size += field.size;
+  return size;
+}
+
+std::optional<std::int32_t> AnswerStatus(const std::vector<AnswerField>& layout,
+                                         std::span<const std::uint8_t> bytes) {
+  if (layout.empty() || bytes.size() < 4) return std::nullopt;
+  return static_cast<std::int32_t>(WordAt(bytes, 0));
+}
+
+std::vector<Reading> DecodeAnswer(const std::vector<AnswerField>& layout,
+                                  std::span<const std::uint8_t> bytes) {
+  std::vector<Reading> readings;
+  std::optional<std::size_t> counted;
+  std::size_t offset = 0;
+  for (const AnswerField& field : layout) {
+    std::span<const std::uint8_t> part = bytes.subspan(offset, field.size);
+    if (field.kind == AnswerField::Kind::Block && counted) {
+      part = part.first(std::min(*counted, part.size()));
+    }
+    ReadField(field, part, readings);
+    if (CountsBytes(field)) counted = WordAt(part, 0);
+    offset += field.size;
+  }
+  return readings;
+}
+
+}  // namespace station

@@ -1,0 +1,304 @@
+#include "station/commands/argument.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <ctime>
+#include <fstream>
+#include <iterator>
+
+#include "station/commands/errors.h"
+
+namespace station {
+
+namespace {
+
+Argument Plain(Argument::Kind kind, std::size_t size, std::string name, std::string help) {
+  Argument argument{};
+  argument.kind = kind;
+  argument.size = size;
+  argument.name = std::move(name);
+  argument.help = std::move(help);
+  argument.positional = true;
+  return argument;
+}
+
+[[noreturn]] void Refuse(const Argument& argument, const std::string& text, const std::string& wanted) {
+  throw UsageError(fmt::format("{}: '{}' is not {}", argument.name, text, wanted));
+}
+
+std::string ChoiceNames(const Argument& argument) {
+  std::string names;
+  for (const Choice& choice : argument.choices) names += (names.empty() ? "" : ", ") + choice.name;
+  return names;
+}
+
+std::optional<std::int64_t> ParseNumber(std::string_view text) {
+  const bool negative = text.starts_with('-');
+  if (negative) text.remove_prefix(1);
+  const bool hexadecimal = text.starts_with("0x") || text.starts_with("0X");
+  if (hexadecimal) text.remove_prefix(2);
+  std::uint64_t value = 0;
+  const auto [end, error] =
+      std::from_chars(text.data(), text.data() + text.size(), value, hexadecimal ? 16 : 10);
+  if (error != std::errc{} || end != text.data() + text.size() || value > 0xFFFFFFFF) return std::nullopt;
+  const std::int64_t number = negative ? -static_cast<std::int64_t>(value) : static_cast<std::int64_t>(value);
+  // One word holds either reading, signed or unsigned.
+  if (number < INT32_MIN) return std::nullopt;
+  return number;
+}
+
+Bytes EncodeAddress(const Argument& argument, const std::string& text) {
+  const std::string wanted = "an address such as 00:11:22:AA:BB:CC";
+  const bool spaced = text.size() == 17 && std::ranges::count(text, ':') + std::ranges::count(text, '-') == 5;
+  if (!spaced && text.size() != 12) Refuse(argument, text, wanted);
+  std::string digits = text;
+  std::ranges::replace(digits, '-', ':');
+  Bytes bytes;
+  try {
+    bytes = BytesFromHex(digits);
+  } catch (const UsageError&) {
+    Refuse(argument, text, wanted);
+  }
+  if (bytes.size() != 6) Refuse(argument, text, wanted);
+  return bytes;
+}
+
+Bytes EncodeContent(const Argument& argument, const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw UsageError(fmt::format("{}: cannot read {}", argument.name, path));
+  Bytes bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  if (bytes.size() != argument.size) {
+    throw UsageError(fmt::format("{}: {} holds {} bytes, but {} are needed", argument.name, path,
+                                 bytes.size(), argument.size));
+  }
+  return bytes;
+}
+
+Bytes EncodeMoment(const Argument& argument, const std::string& text) {
+  std::tm moment{};
+  if (text == "now") {
+    const std::time_t now = std::time(nullptr);
+    localtime_r(&now, &moment);
+  } else {
+    // A "T" between date and time is the ISO 8601 form. Whether the day exists is the phone's to judge.
+    std::string spaced = text;
+    std::ranges::replace(spaced, 'T', ' ');
+    char behind = 0;
+    if (std::sscanf(spaced.c_str(), "%d-%d-%d %d:%d:%d%c", &moment.tm_year, &moment.tm_mon, &moment.tm_mday,
+                    &moment.tm_hour, &moment.tm_min, &moment.tm_sec, &behind) != 6) {
+      Refuse(argument, text, "a time such as \"2024-02-29 12:30:00\", nor \"now\"");
+    }
+    moment.tm_year -= 1900;
+    moment.tm_mon -= 1;
+  }
+  Bytes bytes;
+  for (const int part : {moment.tm_year + 1900, moment.tm_mon + 1, moment.tm_mday, moment.tm_hour,
+                         moment.tm_min, moment.tm_sec}) {
+    AppendWord(bytes, static_cast<std::uint32_t>(part));
+  }
+  return bytes;
+}
+
+Bytes EncodeCharacters(const Argument& argument, const std::string& text) {
+  if (argument.kind == Argument::Kind::Digits) {
+    const bool digits = std::ranges::all_of(text, [](char c) { return c >= '0' && c <= '9'; });
+    if (!digits || text.size() != argument.size) {
+      Refuse(argument, text, fmt::format("a number of {} digits", argument.size));
+    }
+  }
+  if (text.size() > argument.size) {
+    throw UsageError(
+        fmt::format("{}: '{}' is longer than {} characters", argument.name, text, argument.size));
+  }
+  Bytes bytes(text.begin(), text.end());
+  bytes.resize(argument.size);
+  return bytes;
+}
+
+Bytes EncodeData(const Argument& argument, const std::string& text) {
+  Bytes bytes = BytesFromHex(text);
+  if (bytes.size() > argument.size) {
+    throw UsageError(
+        fmt::format("{}: {} bytes, but at most {} can be sent", argument.name, bytes.size(), argument.size));
+  }
+  bytes.resize(argument.size);
+  return bytes;
+}
+
+Bytes Encode(const Argument& argument, const std::string& text) {
+  switch (argument.kind) {
+    case Argument::Kind::Ignored:
+      return Bytes(argument.size);
+    case Argument::Kind::Number: {
+      Bytes bytes;
+      AppendWord(bytes, static_cast<std::uint32_t>(NumberOf(argument, text)));
+      return bytes;
+    }
+    case Argument::Kind::Text:
+    case Argument::Kind::Digits:
+      return EncodeCharacters(argument, text);
+    case Argument::Kind::Address:
+      return EncodeAddress(argument, text);
+    case Argument::Kind::Data:
+      return EncodeData(argument, text);
+    case Argument::Kind::Content:
+      return EncodeContent(argument, text);
+    case Argument::Kind::Moment:
+      return EncodeMoment(argument, text);
+    case Argument::Kind::Word:
+    case Argument::Kind::Flag:
+      return {};
+  }
+  return {};
+}
+
+const Argument* FindArgument(const std::vector<Argument>& all, std::string_view name) {
+  const auto found = std::ranges::find(all, name, &Argument::name);
+  return found == all.end() ? nullptr : &*found;
+}
+
+}  // namespace
+
+Argument Argument::Optional(std::string text) const {
+  return OptionalPositional(std::move(text)).Named();
+}
+
+Argument Argument::OptionalPositional(std::string text) const {
+  Argument changed = *this;
+  changed.fallback = std::move(text);
+  return changed;
+}
+
+Argument Argument::Named() const {
+  Argument changed = *this;
+  changed.positional = false;
+  return changed;
+}
+
+Argument Argument::SameAs(std::string other) const {
+  Argument changed = Named();
+  changed.same_as = std::move(other);
+  return changed;
+}
+
+Argument Argument::LengthOf(std::string other) const {
+  Argument changed = Named();
+  changed.length_of = std::move(other);
+  return changed;
+}
+
+Argument Argument::Choices(std::vector<Choice> words) const {
+  Argument changed = *this;
+  changed.choices = std::move(words);
+  return changed;
+}
+
+Argument Argument::OnlyChoices(std::vector<Choice> words) const {
+  Argument changed = Choices(std::move(words));
+  changed.only_choices = true;
+  return changed;
+}
+
+Argument Ignored(std::size_t size) {
+  return Plain(Argument::Kind::Ignored, size, "", "ignored");
+}
+
+Argument Number(std::string name, std::string help) {
+  return Plain(Argument::Kind::Number, 4, std::move(name), std::move(help));
+}
+
+Argument Text(std::string name, std::size_t size, std::string help) {
+  return Plain(Argument::Kind::Text, size, std::move(name), std::move(help));
+}
+
+Argument Digits(std::string name, std::size_t size, std::string help) {
+  return Plain(Argument::Kind::Digits, size, std::move(name), std::move(help));
+}
+
+Argument Address(std::string name, std::string help) {
+  return Plain(Argument::Kind::Address, 6, std::move(name), std::move(help));
+}
+
+Argument Data(std::string name, std::size_t size, std::string help) {
+  return Plain(Argument::Kind::Data, size, std::move(name), std::move(help));
+}
+
+Argument Content(std::string name, std::size_t size, std::string help) {
+  return Plain(Argument::Kind::Content, size, std::move(name), std::move(help));
+}
+
+Argument Moment(std::string name, std::string help) {
+  return Plain(Argument::Kind::Moment, 24, std::move(name), std::move(help));
+}
+
+Argument Word(std::string name, std::string help) {
+  return Plain(Argument::Kind::Word, 0, std::move(name), std::move(help));
+}
+
+Argument Flag(std::string name, std::string help) {
+  return Plain(Argument::Kind::Flag, 0, std::move(name), std::move(help)).Optional("false");
+}
+
+std::int64_t NumberOf(const Argument& argument, const std::string& text) {
+  const auto choice = std::ranges::find(argument.choices, text, &Choice::name);
+  if (choice != argument.choices.end()) return choice->value;
+  if (argument.only_choices) Refuse(argument, text, "one of " + ChoiceNames(argument));
+  const auto number = ParseNumber(text);
+  if (number) return *number;
+  Refuse(argument, text,
+         argument.choices.empty() ? "a number of at most 32 bits"
+                                  : "a number, nor one of " + ChoiceNames(argument));
+}
+
+void CheckArgument(const Argument& argument, const std::string& text) {
+  if (argument.kind == Argument::Kind::Word && argument.only_choices &&
+      std::ranges::find(argument.choices, text, &Choice::name) == argument.choices.end()) {
+    Refuse(argument, text, "one of " + ChoiceNames(argument));
+  }
+  Encode(argument, text);
+}
+
+std::string ArgumentText(const std::vector<Argument>& all, const Argument& argument,
+                         const ArgumentTexts& given) {
+  if (const auto found = given.find(argument.name); found != given.end()) return found->second;
+  if (argument.fallback) return *argument.fallback;
+  if (const Argument* other = FindArgument(all, argument.same_as)) return ArgumentText(all, *other, given);
+  if (const Argument* other = FindArgument(all, argument.length_of)) {
+    return std::to_string(BytesFromHex(ArgumentText(all, *other, given)).size());
+  }
+  throw UsageError(fmt::format("{} is missing", argument.name));
+}
+
+Bytes EncodeRequest(const std::vector<Argument>& request, const ArgumentTexts& given) {
+  Bytes bytes;
+  for (const Argument& argument : request) {
+    const bool asked = argument.kind != Argument::Kind::Ignored;
+    const Bytes part = Encode(argument, asked ? ArgumentText(request, argument, given) : "");
+    bytes.insert(bytes.end(), part.begin(), part.end());
+  }
+  return bytes;
+}
+
+std::string ValueForm(const Argument& argument) {
+  switch (argument.kind) {
+    case Argument::Kind::Number:
+      return argument.only_choices ? "NAME" : "NUMBER";
+    case Argument::Kind::Digits:
+      return fmt::format("{} DIGITS", argument.size);
+    case Argument::Kind::Address:
+      return "AA:BB:CC:DD:EE:FF";
+    case Argument::Kind::Data:
+      return "HEX";
+    case Argument::Kind::Content:
+      return "FILE";
+    case Argument::Kind::Moment:
+      return "\"YYYY-MM-DD HH:MM:SS\"";
+    default:
+      return "TEXT";
+  }
+}
+
+}  // namespace station

@@ -1,0 +1,86 @@
+// Arguments of the tool's commands. An argument is given as text, on the command line or in a test plan, and
+// has one way into a request's bytes. The same record describes the request's layout, so that help, check,
+// encoding and documentation cannot disagree.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "station/commands/bytes.h"
+
+namespace station {
+
+// A word that stands for a number, such as "red" for 0xF800.
+struct Choice {
+  std::string name;
+  std::int64_t value;
+};
+
+// Argument texts by name.
+using ArgumentTexts = std::map<std::string, std::string, std::less<>>;
+
+struct Argument {
+  enum class Kind {
+    Ignored,  // bytes that the phone reads and throws away; sent as zeros, never asked for
+    Number,   // a 32-bit word, decimal or 0x hexadecimal, signed or unsigned
+    Text,     // characters, padded with zero bytes
+    Digits,   // exactly `size` decimal digits
+    Address,  // six bytes, AA:BB:CC:DD:EE:FF
+    Data,     // hexadecimal bytes, at most `size`, padded with zero bytes
+    Content,  // the name of a file of exactly `size` bytes
+    Moment,   // "YYYY-MM-DD HH:MM:SS" or "now" (the station's local time), six words
+    Word,     // text for the tool itself; not part of a request
+    Flag,     // yes or no for the tool itself; not part of a request
+  };
+
+  Kind kind;
+  std::size_t size;
+  std::string name;
+  std::string help;
+  std::optional<std::string> fallback;  // taken when the argument is not given; without one it must be given
+  std::string same_as;                  // when not given: the named argument's text
+  std::string length_of;                // when not given: the number of bytes of the named argument
+  bool positional = true;
+  bool only_choices = false;
+  std::vector<Choice> choices;
+
+  Argument Optional(std::string text) const;            // --name TEXT, with a default
+  Argument OptionalPositional(std::string text) const;  // may be left off at the end
+  Argument Named() const;                               // --name TEXT, and it must be given
+  Argument SameAs(std::string other) const;
+  Argument LengthOf(std::string other) const;
+  Argument Choices(std::vector<Choice> words) const;      // these words or any number
+  Argument OnlyChoices(std::vector<Choice> words) const;  // these words and nothing else
+};
+
+Argument Ignored(std::size_t size);
+Argument Number(std::string name, std::string help);
+Argument Text(std::string name, std::size_t size, std::string help);
+Argument Digits(std::string name, std::size_t size, std::string help);
+Argument Address(std::string name, std::string help);
+Argument Data(std::string name, std::size_t size, std::string help);
+Argument Content(std::string name, std::size_t size, std::string help);
+Argument Moment(std::string name, std::string help);
+Argument Word(std::string name, std::string help);
+Argument Flag(std::string name, std::string help);
+
+// Throws UsageError, with a message that names the argument, when the text is no value for it.
+void CheckArgument(const Argument& argument, const std::string& text);
+
+// The text given for the argument, or what stands in for it. Throws UsageError when there is neither.
+std::string ArgumentText(const std::vector<Argument>& all, const Argument& argument,
+                         const ArgumentTexts& given);
+
+// The request that the arguments make, in their order. Throws UsageError.
+Bytes EncodeRequest(const std::vector<Argument>& request, const ArgumentTexts& given);
+
+std::int64_t NumberOf(const Argument& argument, const std::string& text);
+
+// Shown in help for the value: "NUMBER", "AA:BB:CC:DD:EE:FF" and so on.
+std::string ValueForm(const Argument& argument);
+
+}  // namespace station

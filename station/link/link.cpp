@@ -1,0 +1,87 @@
+#include "station/link/link.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include "station/commands/errors.h"
+#include "station/link/port_opening.h"
+
+namespace station {
+
+namespace {
+
+posix::FileDescriptor OpenPort(const std::string& port) {
+  if (port.starts_with(TCP_PREFIX)) return OpenTcpPort(port.substr(std::strlen(TCP_PREFIX)));
+  return OpenSerialPort(port);
+}
+
+bool MayTryAgain() {
+  return errno == EAGAIN || errno == EINTR;
+}
+
+}  // namespace
+
+Link::Link(const std::string& port, Trace* trace) : port_(port), trace_(trace), descriptor_(OpenPort(port)) {}
+
+bool Link::WaitFor(short events, Clock::time_point deadline) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  if (left <= 0) return false;
+  pollfd waiting{descriptor_.Get(), events, 0};
+  poll(&waiting, 1, static_cast<int>(std::min<long>(left, 60'000)));
+  return true;
+}
+
+std::size_t Link::SendSome(std::span<const std::uint8_t> bytes) {
+  const ssize_t written = write(descriptor_.Get(), bytes.data(), bytes.size());
+  if (written < 0 && !MayTryAgain()) {
+    throw LinkFailure(fmt::format("cannot send to {}: {}", port_, std::strerror(errno)));
+  }
+  const auto sent = static_cast<std::size_t>(std::max<ssize_t>(written, 0));
+  if (trace_ != nullptr) trace_->Sent(bytes.first(sent));
+  return sent;
+}
+
+void Link::Send(std::span<const std::uint8_t> bytes, Clock::time_point deadline) {
+  for (;;) {
+    bytes = bytes.subspan(SendSome(bytes));
+    if (bytes.empty()) return;
+    if (!WaitFor(POLLOUT, deadline)) throw LinkFailure(fmt::format("{} does not take what is sent", port_));
+  }
+}
+
+std::size_t Link::ReceiveWaiting(std::span<std::uint8_t> room) {
+  const ssize_t count = read(descriptor_.Get(), room.data(), room.size());
+  if (count < 0 && MayTryAgain()) return 0;
+  if (count <= 0) {
+    throw LinkFailure(fmt::format("{} has hung up{}{}", port_, count < 0 ? ": " : "",
+                                  count < 0 ? std::strerror(errno) : ""));
+  }
+  const auto received = static_cast<std::size_t>(count);
+  if (trace_ != nullptr) trace_->Received(room.first(received));
+  return received;
+}
+
+std::size_t Link::Receive(std::span<std::uint8_t> room, Clock::time_point deadline) {
+  std::size_t received = 0;
+  while (received < room.size() && WaitFor(POLLIN, deadline))
+    received += ReceiveWaiting(room.subspan(received));
+  return received;
+}
+
+void Link::DiscardInput() {
+  std::array<std::uint8_t, 4096> stale;
+  while (ReceiveWaiting(stale) != 0) {
+  }
+}
+
+void Link::Remark(const std::string& text) {
+  if (trace_ != nullptr) trace_->Remark(text);
+}
+
+}  // namespace station

@@ -1,0 +1,57 @@
+// The byte link to a phone: a serial port, raw and non-blocking, or a raw TCP connection to a serial server.
+// Nothing here waits without a deadline.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "posix/file_descriptor.h"
+#include "station/link/trace.h"
+
+namespace station {
+
+using Clock = std::chrono::steady_clock;
+
+class Link {
+ public:
+  // Opens "/dev/..." or "tcp:HOST:PORT". The trace, if any, must outlive the link. Throws LinkFailure.
+  explicit Link(const std::string& port, Trace* trace = nullptr);
+
+  const std::string& Port() const {
+    return port_;
+  }
+
+  // For relays that wait for several descriptors at once.
+  int Number() const {
+    return descriptor_.Get();
+  }
+
+  // Sends all bytes, in one write where the port takes them. Throws LinkFailure when it does not in time.
+  void Send(std::span<const std::uint8_t> bytes, Clock::time_point deadline);
+
+  // Sends what the port takes at once; returns how many bytes that were.
+  std::size_t SendSome(std::span<const std::uint8_t> bytes);
+
+  // Receives until the room is full or the deadline has passed; returns the number of bytes received. Throws
+  // LinkFailure when the port has hung up.
+  std::size_t Receive(std::span<std::uint8_t> room, Clock::time_point deadline);
+
+  // Receives what is there already, without waiting, and at most what there is room for.
+  std::size_t ReceiveWaiting(std::span<std::uint8_t> room);
+
+  // Throws away what came before a command: it cannot be that command's answer.
+  void DiscardInput();
+
+  void Remark(const std::string& text);
+
+ private:
+  bool WaitFor(short events, Clock::time_point deadline);
+
+  std::string port_;
+  Trace* trace_;
+  posix::FileDescriptor descriptor_;
+};
+
+}  // namespace station

@@ -1,0 +1,78 @@
+#include "station/link/session.h"
+
+#include <fmt/format.h>
+
+#include "station/commands/errors.h"
+
+namespace station {
+
+namespace {
+
+std::chrono::microseconds Between(Clock::time_point from, Clock::time_point to) {
+  return std::chrono::duration_cast<std::chrono::microseconds>(to - from);
+}
+
+std::chrono::milliseconds AnswerTime(const Command& command, const ArgumentTexts& arguments) {
+  if (command.waits_for.empty()) return command.answer_time;
+  for (const Argument& argument : command.request) {
+    if (argument.name != command.waits_for) continue;
+    const std::int64_t more = NumberOf(argument, ArgumentText(command.request, argument, arguments));
+    return command.answer_time + std::chrono::milliseconds(std::max<std::int64_t>(more, 0));
+  }
+  return command.answer_time;
+}
+
+std::string DisplayName(const Command& command) {
+  return fmt::format("{} (code 0x{:02X})", command.name, command.code);
+}
+
+Bytes BytesToSend(const Command& command, const ArgumentTexts& arguments) {
+  Bytes sent;
+  AppendWord(sent, command.code);
+  const Bytes request = EncodeRequest(command.request, arguments);
+  sent.insert(sent.end(), request.begin(), request.end());
+  return sent;
+}
+
+}  // namespace
+
+Session::Session(Link& link, SessionOptions options) : link_(link), options_(options) {}
+
+Bytes Session::Run(const Command& command, const ArgumentTexts& arguments) {
+  return RunRaw(DisplayName(command), BytesToSend(command, arguments), AnswerSize(command.answer),
+                AnswerTime(command, arguments));
+}
+
+std::optional<Bytes> Session::TryRun(const Command& command, const ArgumentTexts& arguments,
+                                     std::chrono::milliseconds time) {
+  const std::size_t size = AnswerSize(command.answer);
+  const Exchange& exchange = Converse(DisplayName(command), BytesToSend(command, arguments), size, time);
+  if (exchange.received.size() != size) return std::nullopt;
+  return exchange.received;
+}
+
+Bytes Session::RunRaw(const std::string& name, const Bytes& sent, std::size_t answer_size,
+                      std::chrono::milliseconds answer_time) {
+  const auto wait = options_.answer_time.value_or(answer_time);
+  const Bytes& received = Converse(name, sent, answer_size, wait).received;
+  if (received.size() == answer_size) return received;
+  if (received.empty()) throw LinkFailure(fmt::format("no answer to {} within {} ms", name, wait.count()));
+  throw LinkFailure(fmt::format("only {} of {} bytes of the answer to {} came within {} ms", received.size(),
+                                answer_size, name, wait.count()));
+}
+
+const Exchange& Session::Converse(const std::string& name, const Bytes& sent, std::size_t answer_size,
+                                  std::chrono::milliseconds time) {
+  link_.Remark(name);
+  link_.DiscardInput();
+  const Clock::time_point start = Clock::now();
+  exchanges_.push_back({name, sent, Bytes(answer_size), Between(start_, start), {}});
+  Exchange& exchange = exchanges_.back();
+  // Code and request go out together: the phone drops a code whose four bytes do not arrive at once.
+  link_.Send(sent, start + time);
+  exchange.received.resize(link_.Receive(exchange.received, start + time));
+  exchange.took = Between(start, Clock::now());
+  return exchange;
+}
+
+}  // namespace station

@@ -1,0 +1,174 @@
+#include "station/tool/pass_through.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <optional>
+#include <thread>
+
+#include "station/commands/bytes.h"
+#include "station/commands/errors.h"
+
+namespace station {
+
+namespace {
+
+constexpr std::uint8_t LEAVE_KEY = 0x1D;  // Ctrl-]
+
+// Ends the relay when the phone reads exactly these bytes at once.
+constexpr std::array<std::uint8_t, 20> LEAVE_FRAME = {0xF1, 0x00, 0x00, 0x00,                         //
+                                                      'b',  'a',  'c',  'k',  'a',  'r',  'm',  '9',  //
+                                                      0x9D, 0x9E, 0x9C, 0x94, 0x9E, 0x8D, 0x92, 0xC6};
+
+// The phone must have read what was sent before, and must not find anything behind: a pause on either side.
+constexpr std::chrono::milliseconds FRAME_PAUSE{100};
+
+// What the phone's side reads at once; more than that is not held for it.
+constexpr std::size_t ROOM = 4096;
+
+// The terminal hands every key over as it is typed, until this object goes.
+class RawTerminal {
+ public:
+  explicit RawTerminal(int descriptor) : descriptor_(descriptor) {
+    if (tcgetattr(descriptor, &before_) != 0) return;
+    termios raw = before_;
+    cfmakeraw(&raw);
+    changed_ = tcsetattr(descriptor, TCSANOW, &raw) == 0;
+  }
+  RawTerminal(const RawTerminal&) = delete;
+  RawTerminal& operator=(const RawTerminal&) = delete;
+  ~RawTerminal() {
+    if (changed_) tcsetattr(descriptor_, TCSANOW, &before_);
+  }
+
+ private:
+  int descriptor_;
+  termios before_{};
+  bool changed_ = false;
+};
+
+void WriteOutput(std::span<const std::uint8_t> bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = write(STDOUT_FILENO, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0)
+      throw LinkFailure(fmt::format("cannot write to standard output: {}", std::strerror(errno)));
+    bytes = bytes.subspan(static_cast<std::size_t>(written));
+  }
+}
+
+volatile std::sig_atomic_t interrupted = 0;
+
+// While this lives, an interruption only sets the flag: the phone must still be brought out of the relay.
+class InterruptionHeld {
+ public:
+  InterruptionHeld() {
+    interrupted = 0;
+    struct sigaction action {};
+    action.sa_handler = [](int) { interrupted = 1; };
+    for (std::size_t i = 0; i < SIGNALS.size(); ++i) sigaction(SIGNALS[i], &action, &before_[i]);
+  }
+  InterruptionHeld(const InterruptionHeld&) = delete;
+  InterruptionHeld& operator=(const InterruptionHeld&) = delete;
+  ~InterruptionHeld() {
+    for (std::size_t i = 0; i < SIGNALS.size(); ++i) sigaction(SIGNALS[i], &before_[i], nullptr);
+  }
+
+ private:
+  static constexpr std::array<int, 3> SIGNALS = {SIGINT, SIGTERM, SIGHUP};
+  std::array<struct sigaction, 3> before_{};
+};
+
+class Relay {
+ public:
+  Relay(Link& link, bool keys) : link_(link), keys_(keys) {}
+
+  void Run(std::chrono::milliseconds linger) {
+    // The pace at which an interruption is noticed that came just before the wait.
+    constexpr std::chrono::milliseconds LOOK{500};
+    constexpr std::chrono::seconds STUCK{5};
+    while (!leaving_) Turn(LOOK);
+    while (!pending_.empty()) {
+      if (!Turn(STUCK)) throw LinkFailure(fmt::format("{} does not take what is sent", link_.Port()));
+    }
+    while (!asked_ && Turn(linger)) {
+    }
+  }
+
+ private:
+  // Waits for something to do and does it; false when the time passed first. Both directions are served in
+  // every turn, so that neither can block the other.
+  bool Turn(std::chrono::milliseconds limit) {
+    const bool reading = !leaving_ && pending_.empty();
+    std::array<pollfd, 2> waiting = {{
+        {link_.Number(), static_cast<short>(POLLIN | (pending_.empty() ? 0 : POLLOUT)), 0},
+        {reading ? STDIN_FILENO : -1, POLLIN, 0},
+    }};
+    const int ready = poll(waiting.data(), waiting.size(), static_cast<int>(limit.count()));
+    if (interrupted != 0) leaving_ = asked_ = true;
+    if (ready <= 0) return ready < 0;
+    if ((waiting[0].revents & (POLLIN | POLLHUP | POLLERR)) != 0) FromModem();
+    if ((waiting[0].revents & POLLOUT) != 0) ToModem();
+    if (waiting[1].revents != 0) FromInput();
+    return true;
+  }
+
+  void FromModem() {
+    std::array<std::uint8_t, ROOM> room;
+    WriteOutput(std::span(room).first(link_.ReceiveWaiting(room)));
+  }
+
+  void FromInput() {
+    std::array<std::uint8_t, ROOM> room;
+    const ssize_t count = read(STDIN_FILENO, room.data(), room.size());
+    if (count < 0 && errno == EINTR) return;
+    pending_.assign(room.begin(), room.begin() + std::max<ssize_t>(count, 0));
+    if (count <= 0) leaving_ = true;
+    const auto key = keys_ ? std::ranges::find(pending_, LEAVE_KEY) : pending_.end();
+    if (key != pending_.end()) {
+      pending_.erase(key, pending_.end());
+      leaving_ = asked_ = true;
+    }
+    ToModem();
+  }
+
+  void ToModem() {
+    if (pending_.empty()) return;
+    const auto sent = static_cast<std::ptrdiff_t>(link_.SendSome(pending_));
+    pending_.erase(pending_.begin(), pending_.begin() + sent);
+  }
+
+  Link& link_;
+  bool keys_;             // the leave key is looked for
+  bool leaving_ = false;  // no more input is taken
+  bool asked_ = false;    // a person wants to leave now
+  Bytes pending_;
+};
+
+}  // namespace
+
+void RelayToModem(Link& link, bool plain, std::chrono::milliseconds linger) {
+  const bool terminal = isatty(STDIN_FILENO) != 0 && !plain;
+  {
+    const InterruptionHeld held;
+    std::optional<RawTerminal> raw;
+    if (terminal) {
+      fmt::print(stderr, "connected to the modem; Ctrl-] leaves\n");
+      raw.emplace(STDIN_FILENO);
+    }
+    Relay(link, terminal).Run(linger);
+  }
+  std::this_thread::sleep_for(FRAME_PAUSE);
+  link.Send(LEAVE_FRAME, Clock::now() + std::chrono::seconds(5));
+  std::this_thread::sleep_for(FRAME_PAUSE);
+  if (terminal) fmt::print(stderr, "\nback\n");
+}
+
+}  // namespace station

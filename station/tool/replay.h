@@ -1,0 +1,28 @@
+// Plays the host's side of a recorded trace again.
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "station/commands/errors.h"
+#include "station/link/link.h"
+
+namespace station {
+
+struct ReplayOrder {
+  std::string trace_file;
+  std::chrono::milliseconds longest_pause;               // recorded pauses are kept up to this
+  std::optional<std::chrono::milliseconds> answer_time;  // instead of the recorded time and some more
+};
+
+struct ReplayResult {
+  std::size_t sent = 0;
+  std::size_t received = 0;
+  std::string difference;  // the first one; empty for none
+};
+
+// Throws UsageError for a file that is no trace, LinkFailure when the link fails.
+ReplayResult Replay(Link& link, const ReplayOrder& order);
+
+}  // namespace station
