@@ -1,40 +1,54 @@
-// The result codes that the server's routines give and the host receives as the first word of an answer.
-// 0 and positive values are success. Shared by the server, the simulated phone and the station tool.
+// The result codes that the server's routines return and the host receives as the first word of an answer. 0
+// and positive values are success. A code is declared here together with its name and meaning, so none goes
+// without.
 #pragma once
 
 #include <cstdint>
 
-constexpr int32_t SUCCESS = 0;
+#define RESULT_CODES(CODE)                                                                                   \
+  CODE(SUCCESS, 0, "success")                                                                                \
+  /* Camera pictures. */                                                                                     \
+  CODE(ENCODING_FAILED, -9980, "picture encoding failed")                                                    \
+  CODE(ENCODER_NOT_CREATED, -9981, "picture encoder could not be created")                                   \
+  CODE(PICTURE_NOT_OPENED, -9982, "picture file could not be opened")                                        \
+  CODE(IMAGING_NOT_SET_UP, -9983, "imaging manager could not be set up")                                     \
+  /* Modem. */                                                                                               \
+  CODE(MODEM_STATE_ZERO, -9984, "modem state word is 0")                                                     \
+  CODE(MODEM_PORT_NOT_OPENED, -9985, "modem data port could not be opened")                                  \
+  /* Devices, files and flash. */                                                                            \
+  CODE(SHORT_WRITE, -9986, "short write")                                                                    \
+  CODE(SHORT_READ, -9987, "short read or read error")                                                        \
+  CODE(OUT_OF_MEMORY, -9988, "out of memory or mapping failed")                                              \
+  CODE(OPEN_FAILED, -9989, "device or file could not be opened")                                             \
+  CODE(CONTENT_MISMATCH, -9990, "content check failed: not blank, pattern not found, mismatch or no \"OK\"") \
+  CODE(GENERAL_FAILURE, -9991,                                                                               \
+       "partition missing or general failure; of a device test: busy or not running")                        \
+  CODE(REQUEST_FAILED, -9992, "driver request or external tool failed")                                      \
+  CODE(HOST_PORT_NOT_OPENED, -9993, "host port could not be opened")                                         \
+  CODE(NOT_SUPPORTED, -9994, "not supported, or unknown selector")                                           \
+  CODE(NO_CARD_SERIAL_NUMBER, -9995, "no memory card serial number")                                         \
+  CODE(SIM_NOT_READY, -9996, "SIM not ready")                                                                \
+  CODE(OUT_OF_RANGE, -9997, "request parameter or file size out of range")                                   \
+  /* Further driver requests of a sequence count up from the first one's code by 100. */                     \
+  CODE(SECOND_REQUEST_FAILED, -9892, "second driver request of a sequence failed")                           \
+  CODE(THIRD_REQUEST_FAILED, -9792, "third driver request of a sequence failed")                             \
+  CODE(FOURTH_REQUEST_FAILED, -9692, "fourth driver request of a sequence failed")                           \
+  CODE(FIFTH_REQUEST_FAILED, -9592, "fifth driver request of a sequence failed")                             \
+  CODE(TOUCH_NOT_OPENED, -9889, "touch device could not be opened")
 
-// Camera pictures.
-constexpr int32_t ENCODING_FAILED = -9980;
-constexpr int32_t ENCODER_NOT_CREATED = -9981;
-constexpr int32_t PICTURE_NOT_OPENED = -9982;
-constexpr int32_t IMAGING_NOT_SET_UP = -9983;
+#define DECLARE_RESULT_CODE(name, code, meaning) constexpr int32_t name = code;
+RESULT_CODES(DECLARE_RESULT_CODE)
+#undef DECLARE_RESULT_CODE
 
-// Modem.
-constexpr int32_t MODEM_STATE_ZERO = -9984;
-constexpr int32_t MODEM_PORT_NOT_OPENED = -9985;
+// The flash routines' own name for it.
+constexpr int32_t FLASH_ERR = GENERAL_FAILURE;
 
-// Devices, files and flash.
-constexpr int32_t SHORT_WRITE = -9986;
-constexpr int32_t SHORT_READ = -9987;
-constexpr int32_t OUT_OF_MEMORY = -9988;  // also a mapping that failed
-constexpr int32_t OPEN_FAILED = -9989;
-constexpr int32_t CONTENT_MISMATCH = -9990;     // not blank, pattern not found, mismatch, no "OK"
-constexpr int32_t FLASH_ERR = -9991;            // partition missing
-constexpr int32_t GENERAL_FAILURE = FLASH_ERR;  // also busy, not running, thread not created
-constexpr int32_t REQUEST_FAILED = -9992;       // driver request or external tool, first of a sequence
-constexpr int32_t HOST_PORT_NOT_OPENED = -9993;
-constexpr int32_t NOT_SUPPORTED = -9994;
-constexpr int32_t NO_CARD_SERIAL_NUMBER = -9995;
-constexpr int32_t SIM_NOT_READY = -9996;
-constexpr int32_t OUT_OF_RANGE = -9997;  // request parameter or file size
+struct ResultCode {
+  int32_t code;
+  const char* name;
+  const char* meaning;
+};
 
-// The further driver requests of a sequence count up from the first one's code by 100.
-constexpr int32_t SECOND_REQUEST_FAILED = -9892;
-constexpr int32_t THIRD_REQUEST_FAILED = -9792;
-constexpr int32_t FOURTH_REQUEST_FAILED = -9692;
-constexpr int32_t FIFTH_REQUEST_FAILED = -9592;
-
-constexpr int32_t TOUCH_NOT_OPENED = -9889;
+#define RESULT_CODE_ROW(name, code, meaning) {code, #name, meaning},
+constexpr ResultCode RESULT_CODE_TABLE[] = {RESULT_CODES(RESULT_CODE_ROW)};
+#undef RESULT_CODE_ROW

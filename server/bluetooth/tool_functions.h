@@ -4,10 +4,7 @@
 
 #include <cstdint>
 
-constexpr uint32_t BT_ADDRESS_SIZE = 6;
-constexpr uint32_t BT_BLOCK_SIZE = 16;
-constexpr uint32_t BT_CODE_SIZE = 4;
-constexpr uint32_t BT_CODE_RESULT_SIZE = 23;
+#include "protocol/selectors.h"
 
 int32_t BtToolFunction1(int32_t a, int32_t b, int32_t c);
 

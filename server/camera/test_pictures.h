@@ -4,12 +4,7 @@
 
 #include <cstdint>
 
-// What a sub-command of `CameraTest` does.
-constexpr int32_t CAMERA_SELF_TEST = 0;
-constexpr int32_t CAPTURE_BLEMISH = 10;
-constexpr int32_t DELETE_BLEMISH = 12;
-constexpr int32_t CAPTURE_FOCUS = 20;
-constexpr int32_t DELETE_FOCUS = 22;
+#include "protocol/selectors.h"
 
 // Whether a sub-command captures, and so needs a buffer for the frame.
 bool NeedsFrameBuffer(int32_t subcommand);
@@ -20,13 +15,6 @@ bool NeedsFrameBuffer(int32_t subcommand);
 // sub-command, -9983 imaging manager not made, -9988 no memory to rotate, -9982 file not opened, -9981
 // encoder not created, -9980 encoding failed.
 int32_t CameraTest(int32_t subcommand, int32_t width, int32_t height, int32_t rotation, void* buffer);
-
-constexpr int32_t READ_BLEMISH = 14;
-constexpr int32_t STOP_READING_BLEMISH = 15;
-constexpr int32_t READ_FOCUS = 24;
-constexpr int32_t STOP_READING_FOCUS = 25;
-
-constexpr uint32_t PICTURE_CHUNK_SIZE = 1024;
 
 // Hands out the next chunk of a picture: the number of bytes, fewer than 1024 at the end, and the next call
 // starts again. A picture that is open is read on, whichever of the two is asked for. The stops close it and

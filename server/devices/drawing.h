@@ -3,16 +3,12 @@
 
 #include <cstdint>
 
+#include "protocol/selectors.h"
+
 // 240 x 320 pixels of RGB565, rows from top to bottom without padding.
 constexpr int32_t DISPLAY_WIDTH = 240;
 constexpr int32_t DISPLAY_HEIGHT = 320;
 constexpr uint32_t FRAME_BYTES = DISPLAY_WIDTH * DISPLAY_HEIGHT * 2;
-
-constexpr uint16_t BLACK = 0x0000;
-constexpr uint16_t WHITE = 0xFFFF;
-constexpr uint16_t RED = 0xF800;
-constexpr uint16_t GREEN = 0x07E0;
-constexpr uint16_t BLUE = 0x001F;
 
 // Paints a 4 x 4 block whose top-left pixel is (x, y), where 1 <= x <= 238 and 1 <= y <= 318; elsewhere
 // nothing. Both bytes of a pixel become the colour's low byte. A block over the right edge goes on in the

@@ -1,6 +1,9 @@
 #include "server/devices/keypad.h"
 
+#include <array>
+
 #include "protocol/result_codes.h"
+#include "protocol/selectors.h"
 #include "server/base/device.h"
 #include "server/base/wait.h"
 
@@ -9,11 +12,15 @@ struct KeyCode {
   uint16_t code;
 };
 
-constexpr KeyCode KeyCodeTable[] = {
-    {0x0092, 0x3F00}, {0x0070, 0x8000}, {0x006F, 0x9000}, {0x00B0, 0x1700}, {0x00AE, 0x1800},
-    {0x0074, 0x1100}, {0x0083, 0x1200}, {0x0084, 0x2C00}, {0x0085, 0x2D00}, {0x0086, 0x2E00},
-    {0x0087, 0x2F00}, {0x00A2, 0x3D00}, {0x00DF, 0x8500},
-};
+// The keys' numbers without their names, which only a host shows.
+constexpr uint32_t KEY_COUNT = sizeof KEYPAD_KEYS / sizeof KEYPAD_KEYS[0];
+constexpr auto KeyCodeTable = [] {
+  std::array<KeyCode, KEY_COUNT> table = {};
+  for (uint32_t row = 0; row < KEY_COUNT; ++row) {
+    table[row] = {KEYPAD_KEYS[row].input_code, static_cast<uint16_t>(KEYPAD_KEYS[row].code << 8)};
+  }
+  return table;
+}();
 
 // The kernel's `struct input_event` (linux/input.h) on a 32-bit machine.
 struct InputEvent {
@@ -32,7 +39,7 @@ uint32_t KeyTranslate(uint32_t raw) {
   for (const KeyCode& key : KeyCodeTable) {
     if (raw >> 16 == key.raw) return key.code;
   }
-  return 0xFF00 | (raw & 0xFF);
+  return uint32_t{UNKNOWN_KEY} << 8 | (raw & 0xFF);
 }
 
 // The first event's value; 0 when no event came. What else was queued is read with it and dropped.
@@ -50,7 +57,7 @@ int32_t KeypadPoll() {
     const uint32_t raw = ReadRawKey(keypad);
     if (raw == 0) return static_cast<int32_t>(LastKey);
     const uint32_t code = KeyTranslate(raw);
-    LastKey = (code & 0xFF00) | 1;
+    LastKey = (code & 0xFF00) | REMEMBERED_KEY;
     return static_cast<int32_t>(code);
   });
 }

@@ -3,11 +3,7 @@
 
 #include <cstdint>
 
-constexpr int32_t CLIP_STOP = 0;
-constexpr int32_t CLIP_MP3 = 10;
-constexpr int32_t CLIP_AAC = 20;
-constexpr int32_t CLIP_AMR = 21;
-constexpr int32_t CLIP_PRELOADED = 30;
+#include "protocol/selectors.h"
 
 // Plays a clip; the player gets `path` and `argument`, and path 2 switches audio line B on. CLIP_STOP ends
 // whatever plays. The AMR clip's route is set two seconds later: -9989 when the mixer cannot be opened,

@@ -3,9 +3,7 @@
 
 #include <cstdint>
 
-constexpr int32_t RADIO_OFF = 0;
-constexpr int32_t RADIO_MEASURE = 1;
-constexpr int32_t RADIO_PLAY_LINE_B = 2;
+#include "protocol/selectors.h"
 
 // Switches the radio off (0), measures once and switches off (1), plays over audio line B (2), or plays
 // without the line (any other mode). The frequency is in the driver's unit; volume 0 mutes. `extra_enable`

@@ -36,11 +36,15 @@ struct Cross {
 };
 
 constexpr Cross CROSSES[] = {
-    {20, 20, {280, 680}, {360, 760}},       {220, 20, {280, 680}, {3360, 3760}},
-    {20, 300, {3400, 3800}, {360, 760}},    {220, 300, {3400, 3800}, {3360, 3760}},
-    {120, 160, {1848, 2248}, {1848, 2248}},
+    {TOUCH_CROSSES[0].x, TOUCH_CROSSES[0].y, {280, 680}, {360, 760}},
+    {TOUCH_CROSSES[1].x, TOUCH_CROSSES[1].y, {280, 680}, {3360, 3760}},
+    {TOUCH_CROSSES[2].x, TOUCH_CROSSES[2].y, {3400, 3800}, {360, 760}},
+    {TOUCH_CROSSES[3].x, TOUCH_CROSSES[3].y, {3400, 3800}, {3360, 3760}},
+    {TOUCH_CROSSES[4].x, TOUCH_CROSSES[4].y, {1848, 2248}, {1848, 2248}},
 };
 constexpr int32_t CROSS_COUNT = 5;
+static_assert(sizeof CROSSES / sizeof CROSSES[0] == CROSS_COUNT);
+static_assert(sizeof TOUCH_CROSSES / sizeof TOUCH_CROSSES[0] == CROSS_COUNT);
 constexpr int32_t ALL_CROSSES = (1 << CROSS_COUNT) - 1;
 
 // Shared by the commands and the thread, single words without a lock.

@@ -3,9 +3,7 @@
 
 #include <cstdint>
 
-constexpr int32_t TOUCH_STOP = 0;
-constexpr int32_t TOUCH_RESTART = 1;
-constexpr int32_t TOUCH_READ_RESULT = 2;
+#include "protocol/selectors.h"
 
 // Stops the test (0), starts it after stopping a running one (1), reads its result (2); any other mode starts
 // a test beside one that may be running, whose thread then nobody waits for. Gives 0, or -9991 when the

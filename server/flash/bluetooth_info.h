@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-constexpr uint32_t BLUETOOTH_ADDRESS_SIZE = 6;
+#include "protocol/selectors.h"
 
 // Patches the address, as given, into the template and writes the result to its partition. Gives 0; -9991
 // partition missing; -9989 template or device not opened; -9997 template over 16384 bytes; -9988 out of

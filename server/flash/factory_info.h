@@ -4,8 +4,7 @@
 
 #include <cstdint>
 
-constexpr uint32_t FACTORY_INFO_SIZE = 128;
-constexpr uint32_t FACTORY_FIELD_SIZE = 10;
+#include "protocol/selectors.h"
 
 // Read one of the two fields (10 bytes at offset 0 or 21); on failure the buffer stays as it was.
 int32_t ReadFactoryInfoFirstField(uint8_t* out);

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-constexpr uint32_t GSM_FFS_CHUNK_SIZE = 1024;
+#include "protocol/selectors.h"
 
 // Reads the next chunk of the partition into `out`. Gives the number of bytes (fewer than 1024 at the end,
 // and the next call starts again from the beginning); -9991 partition missing, -9989 not opened, -9987 read

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-constexpr uint32_t IDENTITY_DIGITS = 15;
+#include "protocol/selectors.h"
 
 // Reads the number as 15 ASCII digits without an end mark; a blank area gives the built-in default identity.
 // The complement is not looked at, and half-bytes above 9 come out as the characters behind '9'. Gives 0 or a

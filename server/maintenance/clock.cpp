@@ -26,32 +26,31 @@ constexpr uint32_t FIRST_YEAR = 1900;
 // 1 January 2000, 00:00:00.
 constexpr RtcTime RESET_TIME = {0, 0, 0, 1, 0, 100, 0, 0, 0};
 
-int32_t GetRtcTime(uint32_t* year, uint32_t* month, uint32_t* day, uint32_t* hour, uint32_t* minute,
-                   uint32_t* second) {
+int32_t GetRtcTime(protocol::Moment& time) {
   return WithDevice(RTC_DEVICE, O_RDONLY, GENERAL_FAILURE, [&](int rtc) {
-    RtcTime time = {};
-    if (DriverRequest(rtc, RTC_READ_TIME, &time) < 0) return GENERAL_FAILURE;
-    *year = static_cast<uint32_t>(time.year) + FIRST_YEAR;
-    *month = static_cast<uint32_t>(time.month) + 1;
-    *day = static_cast<uint32_t>(time.day);
-    *hour = static_cast<uint32_t>(time.hour);
-    *minute = static_cast<uint32_t>(time.minute);
-    *second = static_cast<uint32_t>(time.second);
+    RtcTime driver_time = {};
+    if (DriverRequest(rtc, RTC_READ_TIME, &driver_time) < 0) return GENERAL_FAILURE;
+    time.year = static_cast<uint32_t>(driver_time.year) + FIRST_YEAR;
+    time.month = static_cast<uint32_t>(driver_time.month) + 1;
+    time.day = static_cast<uint32_t>(driver_time.day);
+    time.hour = static_cast<uint32_t>(driver_time.hour);
+    time.minute = static_cast<uint32_t>(driver_time.minute);
+    time.second = static_cast<uint32_t>(driver_time.second);
     return SUCCESS;
   });
 }
 
-int32_t SetRtcTime(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t minute, int32_t second) {
+int32_t SetRtcTime(const protocol::Moment& time) {
   return WithDevice(RTC_DEVICE, O_WRONLY, GENERAL_FAILURE, [&](int rtc) {
-    RtcTime time = {};
-    time.second = second;
-    time.minute = minute;
-    time.hour = hour;
-    time.day = day;
-    // The host may send any word: the driver is to see what it makes of it, so the differences may wrap.
-    time.month = static_cast<int32_t>(static_cast<uint32_t>(month) - 1);
-    time.year = static_cast<int32_t>(static_cast<uint32_t>(year) - FIRST_YEAR);
-    return DriverRequest(rtc, RTC_WRITE_TIME, &time) < 0 ? GENERAL_FAILURE : SUCCESS;
+    RtcTime driver_time = {};
+    driver_time.second = static_cast<int32_t>(time.second);
+    driver_time.minute = static_cast<int32_t>(time.minute);
+    driver_time.hour = static_cast<int32_t>(time.hour);
+    driver_time.day = static_cast<int32_t>(time.day);
+    // The host may send any word, and the driver is to see what it makes of it: the differences may wrap.
+    driver_time.month = static_cast<int32_t>(time.month - 1);
+    driver_time.year = static_cast<int32_t>(time.year - FIRST_YEAR);
+    return DriverRequest(rtc, RTC_WRITE_TIME, &driver_time) < 0 ? GENERAL_FAILURE : SUCCESS;
   });
 }
 

@@ -3,12 +3,13 @@
 
 #include <cstdint>
 
-// Reads the clock. Gives 0; -9991 when the driver is missing or refuses, and the values stay as they were.
-int32_t GetRtcTime(uint32_t* year, uint32_t* month, uint32_t* day, uint32_t* hour, uint32_t* minute,
-                   uint32_t* second);
+#include "protocol/statement.h"
 
-// Sets the clock; the driver judges the values. The system's own clock is not touched. Gives 0 or -9991.
-int32_t SetRtcTime(int32_t year, int32_t month, int32_t day, int32_t hour, int32_t minute, int32_t second);
+// Reads the clock. Returns 0; -9991 if the driver is missing or refuses, and the time stays as it was.
+int32_t GetRtcTime(protocol::Moment& time);
+
+// Sets the clock; the driver checks the values. The system's own clock is not touched. Returns 0 or -9991.
+int32_t SetRtcTime(const protocol::Moment& time);
 
 // Sets the clock, if it can be read, and the system's own clock to 1 January 2000, 00:00:00. Gives 0, always.
 // No command is bound to it.

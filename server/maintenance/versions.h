@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-constexpr uint32_t VERSION_LENGTH = 128;
+#include "protocol/selectors.h"
 
 // Reads the first word of each version file into its buffer of VERSION_LENGTH + 1 bytes; a null buffer is
 // skipped, and one whose file is missing or empty stays as it was. Gives 0, always.

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "protocol/result_codes.h"
+#include "protocol/selectors.h"
 #include "server/base/device.h"
 #include "server/base/gpio.h"
 #include "server/base/shell.h"
@@ -19,12 +20,6 @@
 
 constexpr char MODEM_DATA_PORT[] = "/dev/csmi_tty/7";
 constexpr unsigned long GPIO_READ_STOP_FLAG = 0x80044F3F;
-
-// Ends the relay in command-channel mode: F1 00 00 00, "backarm9", and the complement of these eight
-// characters.
-constexpr uint8_t LEAVE_FRAME[] = {0xF1, 0x00, 0x00, 0x00, 'b',  'a',  'c',  'k',  'a',  'r',
-                                   'm',  '9',  0x9D, 0x9E, 0x9C, 0x94, 0x9E, 0x8D, 0x92, 0xC6};
-static_assert(sizeof LEAVE_FRAME == 20);
 
 constexpr size_t RELAY_BUFFER_SIZE = 4095;
 

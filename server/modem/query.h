@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-constexpr uint32_t MODEM_VALUES = 6;
+#include "protocol/selectors.h"
 
 // Reads the modem's six values. Gives 0; -9989 port not opened, -9992 request failed, -9991 wrong reply.
 int32_t QueryModemValues(uint32_t* out);

@@ -1,36 +1,49 @@
-// What all commands share: a row of the command tables, and the handlers' one shape. A handler is made from
-// its request record, the data record that follows the status in its answer, and the routine that does the
-// work; it receives the whole request or gives up silently, zeroes the answer, runs the work and sends status
-// and data.
+// What all commands share: a row of the command tables, and the one shape of the handlers. A handler is made
+// from the command's statement and its work. It receives the whole request or returns silently, zeroes the
+// answer, runs the work and sends status and data.
 #pragma once
 
 #include <cstdint>
 #include <type_traits>
 
+#include "protocol/commands.h"
+#include "server/base/shell.h"
 #include "server/channel/channel.h"
 
 struct CommandEntry {
   uint32_t code;
-  int32_t (*handler)();  // null ends a table; the result is not looked at
+  int32_t (*handler)();  // null ends a table; the result is ignored
 };
 
 extern const CommandEntry BasicCommandTable[];
 extern const CommandEntry ExtendedCommandTable[];
 
-// Records on the wire, little-endian and without padding.
-template <unsigned count>
-struct Words {
-  int32_t word[count];
-};
-template <unsigned count>
-struct Bytes {
-  uint8_t byte[count];
-};
-struct NoData {};
-using Ignored = Words<1>;  // the host always sends a request, even where the command needs none
+// Sends a whole answer. Returns 0, or the negative result of a send that failed.
+int32_t SendAnswer(const void* answer, uint32_t size);
 
-template <typename Record>
-constexpr uint32_t WIRE_SIZE = std::is_empty_v<Record> ? 0 : sizeof(Record);
+// Receives the request of a command. Returns its size, or the negative result of the channel.
+template <uint32_t code>
+int32_t ReceiveRequest(typename protocol::Statement<code>::Request& request) {
+  using Command = protocol::Statement<code>;
+  if constexpr (Command::seconds_before_request > 0) SleepSeconds(Command::seconds_before_request);
+  return ChannelReceive(&request, sizeof request, Command::request_timeout_ms);
+}
+
+// Runs a work with those of request and data that its command has. A work of another shape does not compile.
+template <typename Work, typename Request, typename Data>
+auto RunWork(const Request& request, Data& data) {
+  constexpr bool has_request = !std::is_same_v<Request, protocol::Ignored>;
+  constexpr bool has_data = !std::is_same_v<Data, protocol::NoData>;
+  if constexpr (has_request && has_data) {
+    return Work{}(request, data);
+  } else if constexpr (has_request) {
+    return Work{}(request);
+  } else if constexpr (has_data) {
+    return Work{}(data);
+  } else {
+    return Work{}();
+  }
+}
 
 template <typename Data>
 struct Answer {
@@ -38,53 +51,47 @@ struct Answer {
   Data data;
 };
 
-constexpr int32_t REQUEST_TIMEOUT_MS = 1000;
-
-// Sends a whole answer. Gives 0, or the negative result of a send that failed.
-int32_t SendAnswer(const void* answer, uint32_t size);
-
-// Request, work, answer.
-template <typename Request, typename Data, int32_t (*Work)(const Request&, Data&),
-          int32_t timeout_ms = REQUEST_TIMEOUT_MS>
-int32_t Command() {
-  Request request;
-  const int32_t received = ChannelReceive(&request, sizeof request, timeout_ms);
+template <uint32_t code, typename Work>
+int32_t HandleCommand() {
+  using Command = protocol::Statement<code>;
+  typename Command::Request request;
+  const int32_t received = ReceiveRequest<code>(request);
   if (received < 0) return received;
-  Answer<Data> answer = {};
-  answer.status = Work(request, answer.data);
-  return SendAnswer(&answer, sizeof answer.status + WIRE_SIZE<Data>);
-}
-
-// Request and work, never an answer.
-template <typename Request, void (*Work)(const Request&)>
-int32_t SilentCommand() {
-  Request request;
-  const int32_t received = ChannelReceive(&request, sizeof request, REQUEST_TIMEOUT_MS);
-  if (received < 0) return received;
-  Work(request);
-  return 0;
-}
-
-// Request, the word 0 as answer, and only then the work; none if the answer could not be sent.
-template <typename Request, void (*Work)(const Request&)>
-int32_t AnswerFirstCommand() {
-  Request request;
-  const int32_t received = ChannelReceive(&request, sizeof request, REQUEST_TIMEOUT_MS);
-  if (received < 0) return received;
-  const int32_t status = 0;
-  const int32_t sent = SendAnswer(&status, sizeof status);
-  if (sent < 0) return sent;
-  Work(request);
-  return 0;
-}
-
-// For the tables' own checks: every code stands once, and the row that ends the table is the last.
-template <unsigned rows>
-constexpr bool IsCommandTable(const CommandEntry (&table)[rows]) {
-  for (unsigned row = 0; row + 1 < rows; ++row) {
-    for (unsigned other = 0; other < row; ++other) {
-      if (table[other].code == table[row].code) return false;
+  Answer<typename Command::Data> answer = {};
+  using Result = decltype(RunWork<Work>(request, answer.data));
+  if constexpr (Command::answering == protocol::Answering::AfterWork) {
+    static_assert(std::is_same_v<Result, int32_t>, "the work returns the status");
+    constexpr uint32_t size = sizeof answer.status + protocol::SizeOf(Command::Data::FIELDS);
+    answer.status = RunWork<Work>(request, answer.data);
+    return SendAnswer(&answer, size);
+  } else {
+    static_assert(std::is_void_v<Result>, "there is no one to take a status");
+    if constexpr (Command::answering == protocol::Answering::BeforeWork) {
+      const int32_t sent = SendAnswer(&answer.status, sizeof answer.status);
+      if (sent < 0) return sent;
     }
+    RunWork<Work>(request, answer.data);
+    return 0;
   }
-  return table[rows - 1].handler == nullptr;
+}
+
+// A row of a command table: a command's name and its work, a lambda without captures.
+template <uint32_t code, typename Work>
+consteval CommandEntry Row(Work) {
+  return {code, HandleCommand<code, Work>};
+}
+
+// Whether a table has each stated command from `first` up to `limit` exactly once, and ends with the empty
+// row.
+template <unsigned rows>
+constexpr bool HasEachCommand(const CommandEntry (&table)[rows], uint32_t first, uint32_t limit) {
+  unsigned expected = 0;
+  for (const protocol::CommandDescription& command : protocol::COMMANDS) {
+    if (command.code < first || command.code >= limit) continue;
+    unsigned found = 0;
+    for (unsigned row = 0; row + 1 < rows; ++row) found += table[row].code == command.code ? 1 : 0;
+    if (found != 1) return false;
+    ++expected;
+  }
+  return expected == rows - 1 && table[rows - 1].handler == nullptr;
 }

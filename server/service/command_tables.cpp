@@ -1,81 +1,190 @@
-// The command tables: every code with the sizes of its request and answer and the work behind it.
-#include "server/service/bluetooth_commands.h"
-#include "server/service/camera_commands.h"
-#include "server/service/channel_commands.h"
+// The command tables: every command and the work that it asks for. Records, time-outs and the way of
+// answering come from the protocol's statement of the command.
+#include <cstdlib>
+#include <cstring>
+
+#include "server/base/little_endian.h"
+#include "server/bluetooth/tool_functions.h"
+#include "server/camera/capture.h"
+#include "server/camera/test_pictures.h"
+#include "server/devices/audio_path.h"
+#include "server/devices/display.h"
+#include "server/devices/gpio_devices.h"
+#include "server/devices/keypad.h"
+#include "server/devices/media.h"
+#include "server/devices/radio.h"
+#include "server/devices/run_in.h"
+#include "server/devices/tone.h"
+#include "server/devices/touchscreen.h"
+#include "server/flash/bluetooth_info.h"
+#include "server/flash/factory_info.h"
+#include "server/flash/gsm_ffs.h"
+#include "server/flash/otp.h"
+#include "server/flash/partition_info.h"
+#include "server/maintenance/calibration.h"
+#include "server/maintenance/clock.h"
+#include "server/maintenance/factory_reset.h"
+#include "server/maintenance/memory_card.h"
+#include "server/maintenance/power.h"
+#include "server/maintenance/user_interface.h"
+#include "server/maintenance/versions.h"
+#include "server/modem/at_port.h"
+#include "server/modem/control.h"
+#include "server/modem/pass_through.h"
+#include "server/modem/query.h"
 #include "server/service/command.h"
-#include "server/service/device_commands.h"
-#include "server/service/flash_commands.h"
-#include "server/service/maintenance_commands.h"
-#include "server/service/modem_commands.h"
+
+using namespace protocol;
+
+// Reads the first (0), second or third version text. A word of full length leaves no room for its end mark in
+// the data, so it is read into a longer buffer.
+static int32_t AnswerVersion(uint32_t which, VersionText& data) {
+  char text[VERSION_LENGTH + 1] = {};
+  char* out[3] = {};
+  out[which] = text;
+  const int32_t result = ReadVersions(out[0], out[1], out[2]);
+  memcpy(data.text, text, sizeof data.text);
+  return result;
+}
+
+static int32_t ExchangeAt(const AtRequest& request, AtReply& data) {
+  char command[sizeof request.command + 1] = {};
+  memcpy(command, request.command, sizeof request.command);
+  char response[AT_RESPONSE_SIZE] = {};
+  const int32_t result = ModemAtExchange(command, response, request.timeout_ms);
+  memcpy(data.reply, response, sizeof data.reply);
+  return result;
+}
+
+// If the port could not be opened again, there is no one to report it to.
+static void PauseLink(uint32_t seconds) {
+  SetChannelOpen(0);
+  SleepSeconds(seconds);
+  SetChannelOpen(1);
+}
+
+// The limits are upper ones: an extent of 0 goes on to the camera, and a negative one is no size of a buffer.
+static int32_t AllocateFrame(int32_t width, int32_t height, void** buffer) {
+  if (width > MAX_PICTURE_WIDTH || height > MAX_PICTURE_HEIGHT) return OUT_OF_RANGE;
+  if (width < 0 || height < 0) return OUT_OF_MEMORY;
+  const size_t size = static_cast<size_t>(width) * static_cast<size_t>(height) * 2;
+  *buffer = malloc(size > 0 ? size : 1);
+  return *buffer != nullptr ? SUCCESS : OUT_OF_MEMORY;
+}
+
+// A handler of its own: it lends the frame's buffer to the work and takes it back after the answer.
+static int32_t HandleCameraTest() {
+  CameraRequest request;
+  const int32_t received = ReceiveRequest<TEST_CAMERA>(request);
+  if (received < 0) return received;
+  void* buffer = nullptr;
+  int32_t status = SUCCESS;
+  if (NeedsFrameBuffer(request.subcommand)) status = AllocateFrame(request.width, request.height, &buffer);
+  if (status == SUCCESS)
+    status = CameraTest(request.subcommand, request.width, request.height, request.rotation, buffer);
+  const int32_t sent = SendAnswer(&status, sizeof status);
+  free(buffer);
+  return sent;
+}
+
+// Both codes that write the Bluetooth address do the same.
+constexpr auto WriteAddress = [](const BluetoothInfoRequest& request) {
+  return WriteBluetoothInfo(request.address);
+};
+
+// Both codes that read the factory information do the same.
+constexpr auto ReadInfo = [](FactoryInfo& data) { return ReadFactoryInfo(data.block); };
+
+constexpr auto RefuseField = [](const FactoryField&) { return FactoryQueryUnsupported(); };
 
 // Always served.
 constexpr CommandEntry BasicCommandTable[] = {
-    // code  request, data behind the status, work
-    {0x00, Command<Ignored, NoData, Ping>},
-    {0x01, SilentCommand<Ignored, DoNothing>},
-    {0x02, SilentCommand<Ignored, SwitchPhoneOff>},
-    {0x03, Command<Ignored, NoData, ResetToFactory>},
-    {0x04, Command<Words<1>, NoData, SetPartitionWord>},
-    {0x05, Command<Ignored, FactoryField, ReadFirstField>},
-    {0x06, Command<FactoryField, NoData, WriteField>},
-    {0x07, Command<Ignored, BluetoothAddress, RunToolFunction2>},
-    {0x08, Command<Ignored, FactoryField, ReadSecondField>},
-    {0x09, Command<FactoryField, NoData, WriteField>},
-    {0x0A, Command<Ignored, VersionText, ReadSystemVersion>},
-    {0x0B, Command<Ignored, Identity, ReadIdentity>},
-    {0x0C, Command<Identity, NoData, WriteIdentity>},
-    {0x0D, SilentCommand<Ignored, StopInterface>},
-    {0x0E, Command<BluetoothInfoRequest, NoData, WriteBluetoothAddress>},
-    {0x0F, Command<Ignored, VersionText, ReadConfigVersion>},
-    {0x10, Command<Ignored, VersionText, ReadResourceVersion>},
-    {0x11, Command<Ignored, FactoryInfo, ReadInfo>},
+    Row<PING>([]() -> int32_t { return 1; }),
+    Row<NO_OPERATION>([] {}),
+    Row<POWER_OFF>([] { PowerOff(); }),
+    Row<FACTORY_RESET>([] { return FactoryReset(); }),
+    Row<SET_PARTITION_WORD>([](auto& request) { return SetPartitionInfoWord(request.word); }),
+    Row<READ_FIRST_FIELD>([](auto& data) { return ReadFactoryInfoFirstField(data.field); }),
+    Row<WRITE_FIRST_FIELD>(RefuseField),
+    Row<BT_FUNCTION_2>([](auto& data) { return BtToolFunction2(data.address); }),
+    Row<READ_SECOND_FIELD>([](auto& data) { return ReadFactoryInfoSecondField(data.field); }),
+    Row<WRITE_SECOND_FIELD>(RefuseField),
+    Row<READ_SYSTEM_VERSION>([](auto& data) { return AnswerVersion(0, data); }),
+    Row<READ_IDENTITY>([](auto& data) { return ReadOtpIdentity(data.digits); }),
+    Row<WRITE_IDENTITY>([](auto& request) { return WriteOtpIdentity(request.digits); }),
+    Row<STOP_USER_INTERFACE>([] { StopUserInterface(); }),
+    Row<WRITE_BLUETOOTH_ADDRESS>(WriteAddress),
+    Row<READ_CONFIG_VERSION>([](auto& data) { return AnswerVersion(1, data); }),
+    Row<READ_RESOURCE_VERSION>([](auto& data) { return AnswerVersion(2, data); }),
+    Row<READ_FACTORY_INFO>(ReadInfo),
     {0, nullptr},
 };
-static_assert(IsCommandTable(BasicCommandTable));
+static_assert(HasEachCommand(BasicCommandTable, 0, FIRST_EXTENDED_CODE));
 
-// Served unless extended commands are off.
+// Served if extended commands are on.
 constexpr CommandEntry ExtendedCommandTable[] = {
-    // code  request, data behind the status, work
-    {0x22, Command<Ignored, Bytes<128>, QueryCamera>},
-    {0x23, Command<Ignored, ModemValues, ReadModemValues>},
-    {0x24, CameraCommand},  // CameraRequest, NoData
-    {0x25, Command<Ignored, NoData, CheckSim>},
-    {0x26, Command<Ignored, NoData, CheckMemoryCard>},
-    {0x27, Command<Ignored, NoData, PollKeypad>},
-    {0x28, Command<Words<4>, NoData, ShowDisplayTest>},
-    {0x29, Command<Words<7>, NoData, ControlTone>},
-    {0x2A, Command<Words<2>, NoData, SetAudioPath>},
-    {0x2B, Command<Words<2>, NoData, SwitchMotor>},
-    {0x2C, Command<Words<5>, RadioData, ControlRadio>},
-    {0x2D, Command<Words<2>, TouchData, ControlTouchTest>},
-    {0x2E, Command<Ignored, ClockData, ReadClock>},
-    {0x2F, Command<Words<8>, NoData, SetClock>},
-    {0x30, Command<Ignored, ModemValue, ReadModemValue>},
-    {0x31, Command<Ignored, FactoryInfo, ReadInfo>},
-    {0x32, WriteInfoCommand},  // FactoryInfo, NoData
-    {0x33, Command<Ignored, NoData, SaveModemImage>},
-    {0x34, Command<Ignored, ModemImageChunk, ReadModemImageChunk>},
-    {0x35, Command<Words<3>, NoData, RunToolFunction1>},
-    {0x36, Command<Words<3>, Words<1>, RunToolFunction3>},
-    {0x37, Command<BluetoothInfoRequest, NoData, WriteBluetoothAddress>},
-    {0x38, AnswerFirstCommand<Words<6>, RunIn>},
-    {0x39, Command<Words<2>, NoData, SetLedColor>},
-    {0x3B, Command<AtRequest, AtReply, ExchangeAt>},
-    {0x3A, Command<Words<2>, NoData, SetGsmUartRx>},
-    {0x3C, AnswerFirstCommand<Words<1>, PauseChannel>},
-    {0x3D, AnswerFirstCommand<Ignored, PassThrough>},
-    {0x3E, Command<Ignored, NoData, ReadModemState>},
-    {0x3F, Command<Words<3>, NoData, SwitchModemLines>},
-    {0x40, Command<Words<3>, NoData, PlayMedia>},
-    {0x41, Command<Words<1>, PictureChunk, ReadPictureChunk>},
-    {0x42, Command<BlockRequest, BlockResult, RunToolFunction4, LONG_TIMEOUT_MS>},
-    {0x43, Command<CodeRequest, CodeResult, RunToolFunction5, LONG_TIMEOUT_MS>},
-    {0x44, Command<Words<1>, Words<1>, RunToolFunction6>},
-    {0x45, Command<Words<1>, NoData, ChangeCalibration>},
-    {0x46, Command<Words<1>, NoData, ControlModem>},
-    {0x48, Command<Ignored, ModemValue, ReadModemByte>},
-    {0x47, Command<Ignored, NoData, CheckIdentityBlank>},
-    {0x49, Command<Words<1>, LongAddress, RunToolFunction7>},
+    Row<QUERY_CAMERA>([](auto&) { return CameraQuery(); }),
+    Row<READ_MODEM_VALUES>([](auto& data) { return QueryModemValues(data.value); }),
+    {TEST_CAMERA, HandleCameraTest},
+    Row<CHECK_SIM>([] { return CheckModemSim(); }),
+    Row<TEST_MEMORY_CARD>([] { return TestMemoryCard(); }),
+    Row<POLL_KEYPAD>([] { return KeypadPoll(); }),
+    Row<SHOW_DISPLAY>(
+        [](auto& request) { return DisplayTest(request.fill, request.border, request.backlight); }),
+    Row<CONTROL_TONE>([](auto& request) {
+      return ToneControl(request.frequency, request.frequency_2, request.frequency_3, request.volume,
+                         request.route, request.start);
+    }),
+    Row<SET_AUDIO_PATH>([](auto& request) { return AudioPathSetup(request.enable, request.path); }),
+    Row<SWITCH_MOTOR>([](auto& request) { return MotorSet(request.on); }),
+    Row<CONTROL_RADIO>([](auto& request, auto& data) {
+      const auto volume = static_cast<uint16_t>(request.volume);
+      return FmRadio(request.mode, request.frequency, volume, request.extra, request.extra_flag,
+                     &data.frequency, &data.signal);
+    }),
+    Row<CONTROL_TOUCH_TEST>([](auto& request, auto&) { return TouchCalibControl(request.mode); }),
+    Row<READ_CLOCK>([](auto& data) { return GetRtcTime(data.time); }),
+    Row<SET_CLOCK>([](auto& request) { return SetRtcTime(request.time); }),
+    Row<READ_MODEM_VALUE>([](auto& data) { return QueryModemValue(&data.value); }),
+    Row<READ_FACTORY_INFO_EXTENDED>(ReadInfo),
+    Row<WRITE_FACTORY_INFO>([](auto& request) { return WriteFactoryInfo(request.block); }),
+    Row<SAVE_MODEM_IMAGE>([] { return SaveGsmFfsImage(); }),
+    Row<READ_MODEM_IMAGE>([](auto& data) { return ReadGsmFfsChunk(data.bytes); }),
+    Row<BT_FUNCTION_1>([](auto& request) { return BtToolFunction1(request.a, request.b, request.c); }),
+    Row<BT_FUNCTION_3>(
+        [](auto& request, auto& data) { return BtToolFunction3(request.a, request.b, &data.result); }),
+    Row<WRITE_BLUETOOTH_ADDRESS_EXTENDED>(WriteAddress),
+    Row<RUN_IN>([](auto& request) { RunInCycle(request.seconds); }),
+    Row<SET_LED>([](auto& request) { return LedSetColor(request.colour); }),
+    Row<EXCHANGE_AT>([](auto& request, auto& data) { return ExchangeAt(request, data); }),
+    Row<SET_UART_RX>([](auto& request) { return GsmUartRxSet(request.level); }),
+    Row<PAUSE_LINK>([](auto& request) { PauseLink(request.seconds); }),
+    Row<PASS_THROUGH>([] { RunModemPassThrough(0); }),
+    Row<CHECK_MODEM_STATE>([] { return CheckModemState(); }),
+    Row<SET_MODEM_LINES>(
+        [](auto& request) { return SetModemLines(request.first, request.second, request.third); }),
+    Row<PLAY_MEDIA>([](auto& request) { return MediaPlay(request.clip, request.path, request.argument); }),
+    Row<READ_PICTURE>(
+        [](auto& request, auto& data) { return ReadTestImageChunk(request.subcommand, data.bytes); }),
+    Row<BT_FUNCTION_4>([](auto& request, auto& data) {
+      return BtToolFunction4(request.address, LoadLittle32(request.length), request.data, &data.count,
+                             data.data);
+    }),
+    Row<BT_FUNCTION_5>([](auto& request, auto& data) {
+      data.end_mark = 0xFF;
+      return BtToolFunction5(request.address, request.characters, data.data);
+    }),
+    Row<BT_FUNCTION_6>([](auto& request, auto& data) { return BtToolFunction6(request.a, &data.result); }),
+    Row<WRITE_CALIBRATION>([](auto& request) { return WriteCalibration(request.write); }),
+    Row<CONTROL_MODEM>([](auto& request) { return ModemControl(request.value == 0 ? "0" : "1"); }),
+    Row<READ_MODEM_LINE>([](auto& data) {
+      uint8_t line = 0;
+      const int32_t result = QueryModemByte(&line);
+      data.line = line;
+      return result;
+    }),
+    Row<CHECK_IDENTITY_BLANK>([] { return CheckOtpBlank(); }),
+    Row<BT_FUNCTION_7>([](auto& request, auto& data) { return BtToolFunction7(request.a, data.address); }),
     {0, nullptr},
 };
-static_assert(IsCommandTable(ExtendedCommandTable));
+static_assert(HasEachCommand(ExtendedCommandTable, FIRST_EXTENDED_CODE, CODE_LIMIT));

@@ -4,11 +4,13 @@
 
 #include <algorithm>
 
-#include "station/commands/keys.h"
+#include "station/commands/names.h"
 
 namespace station {
 
 namespace {
+
+using protocol::Form;
 
 std::string Characters(std::span<const std::uint8_t> bytes) {
   std::string text;
@@ -46,90 +48,83 @@ void ReadCrosses(std::uint32_t crosses, std::vector<Reading>& readings) {
   readings.push_back({"left", left, left.empty() ? "none" : fmt::format("{}", fmt::join(left, ", "))});
 }
 
-void ReadField(const AnswerField& field, std::span<const std::uint8_t> bytes,
+void ReadField(const protocol::Field& field, std::span<const std::uint8_t> bytes,
                std::vector<Reading>& readings) {
   const auto add = [&](nlohmann::ordered_json value, std::string text) {
     readings.push_back({field.name, std::move(value), std::move(text)});
   };
-  switch (field.kind) {
-    case AnswerField::Kind::Status: {
+  switch (field.form) {
+    case Form::Status: {
       // 0 says only that it went well, as the exit status does.
       const auto status = static_cast<std::int32_t>(WordAt(bytes, 0));
       if (status != 0) add(status, std::to_string(status));
       break;
     }
-    case AnswerField::Kind::Key:
+    case Form::Key:
       ReadKey(WordAt(bytes, 0), readings);
       break;
-    case AnswerField::Kind::Crosses:
+    case Form::Crosses:
       ReadCrosses(WordAt(bytes, 0), readings);
       break;
-    case AnswerField::Kind::Count:
-    case AnswerField::Kind::Length:
-    case AnswerField::Kind::Number:
+    case Form::Count:
+    case Form::Length:
+    case Form::Number:
       add(WordAt(bytes, 0), std::to_string(WordAt(bytes, 0)));
       break;
-    case AnswerField::Kind::Integer: {
+    case Form::Integer: {
       const auto number = static_cast<std::int32_t>(WordAt(bytes, 0));
       add(number, std::to_string(number));
       break;
     }
-    case AnswerField::Kind::Text: {
+    case Form::Digits:
+    case Form::Text: {
       const auto end = std::ranges::find(bytes, std::uint8_t{0});
       const std::string text = PrintableText({bytes.begin(), end});
       add(text, text);
       break;
     }
-    case AnswerField::Kind::Block:
+    case Form::Block:
       add(HexText(bytes, ""), HexBlock(bytes));
       break;
-    case AnswerField::Kind::Address:
+    case Form::Address:
       add(HexText(bytes, ":"), HexText(bytes, ":"));
       break;
-    case AnswerField::Kind::Moment:
+    case Form::Moment:
       add(MomentText(bytes), MomentText(bytes));
       break;
-    case AnswerField::Kind::Alive:
-    case AnswerField::Kind::Padding:
-    case AnswerField::Kind::Constant:
+    case Form::Alive:
+    case Form::Unused:
+    case Form::Constant:
       break;
   }
 }
 
-bool CountsBytes(const AnswerField& field) {
-  return field.kind == AnswerField::Kind::Count || field.kind == AnswerField::Kind::Length;
+bool CountsBytes(const protocol::Field& field) {
+  return field.form == Form::Count || field.form == Form::Length;
 }
 
 }  // namespace
 
-AnswerField Status() {
-  return {AnswerField::Kind::Status, 4, "status", "0 or a result code"};
-}
-
-AnswerField Padding(std::size_t size) {
-  return {AnswerField::Kind::Padding, size, "", "zero"};
-}
-
-std::size_t AnswerSize(const std::vector<AnswerField>& layout) {
+std::size_t AnswerSize(const std::vector<protocol::Field>& layout) {
   std::size_t size = 0;
-  for (const AnswerField& field : layout) size += field.size;
+  for (const protocol::Field& field : layout) size += field.size;
   return size;
 }
 
-std::optional<std::int32_t> AnswerStatus(const std::vector<AnswerField>& layout,
+std::optional<std::int32_t> AnswerStatus(const std::vector<protocol::Field>& layout,
                                          std::span<const std::uint8_t> bytes) {
   if (layout.empty() || bytes.size() < 4) return std::nullopt;
   return static_cast<std::int32_t>(WordAt(bytes, 0));
 }
 
-std::vector<Reading> DecodeAnswer(const std::vector<AnswerField>& layout,
+std::vector<Reading> DecodeAnswer(const std::vector<protocol::Field>& layout,
                                   std::span<const std::uint8_t> bytes) {
   std::vector<Reading> readings;
   std::optional<std::size_t> counted;
   std::size_t offset = 0;
-  for (const AnswerField& field : layout) {
+  for (const protocol::Field& field : layout) {
     std::span<const std::uint8_t> part = bytes.subspan(offset, field.size);
-    if (field.kind == AnswerField::Kind::Block && counted) {
+    if (field.form == Form::Block && counted) {
       part = part.first(std::min(*counted, part.size()));
     }
     ReadField(field, part, readings);

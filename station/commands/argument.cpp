@@ -31,7 +31,8 @@ Argument Plain(Argument::Kind kind, std::size_t size, std::string name, std::str
 
 std::string ChoiceNames(const Argument& argument) {
   std::string names;
-  for (const Choice& choice : argument.choices) names += (names.empty() ? "" : ", ") + choice.name;
+  for (const Choice& choice : argument.choices)
+    names += names.empty() ? choice.name : fmt::format(", {}", choice.name);
   return names;
 }
 
@@ -128,26 +129,26 @@ Bytes EncodeData(const Argument& argument, const std::string& text) {
   return bytes;
 }
 
-Bytes Encode(const Argument& argument, const std::string& text) {
+Bytes Encode(const Argument& argument, const ArgumentValue& value) {
   switch (argument.kind) {
     case Argument::Kind::Ignored:
       return Bytes(argument.size);
     case Argument::Kind::Number: {
       Bytes bytes;
-      AppendWord(bytes, static_cast<std::uint32_t>(NumberOf(argument, text)));
+      AppendWord(bytes, static_cast<std::uint32_t>(NumberOf(argument, value)));
       return bytes;
     }
     case Argument::Kind::Text:
     case Argument::Kind::Digits:
-      return EncodeCharacters(argument, text);
+      return EncodeCharacters(argument, TextOf(value));
     case Argument::Kind::Address:
-      return EncodeAddress(argument, text);
+      return EncodeAddress(argument, TextOf(value));
     case Argument::Kind::Data:
-      return EncodeData(argument, text);
+      return EncodeData(argument, TextOf(value));
     case Argument::Kind::Content:
-      return EncodeContent(argument, text);
+      return EncodeContent(argument, TextOf(value));
     case Argument::Kind::Moment:
-      return EncodeMoment(argument, text);
+      return EncodeMoment(argument, TextOf(value));
     case Argument::Kind::Word:
     case Argument::Kind::Flag:
       return {};
@@ -202,8 +203,30 @@ Argument Argument::OnlyChoices(std::vector<Choice> words) const {
   return changed;
 }
 
-Argument Ignored(std::size_t size) {
-  return Plain(Argument::Kind::Ignored, size, "", "ignored");
+Argument ArgumentFor(const protocol::Field& field) {
+  using protocol::Form;
+  const auto kind = [form = field.form] {
+    switch (form) {
+      case Form::Unused:
+        return Argument::Kind::Ignored;
+      case Form::Text:
+        return Argument::Kind::Text;
+      case Form::Digits:
+        return Argument::Kind::Digits;
+      case Form::Address:
+        return Argument::Kind::Address;
+      case Form::Block:
+        return Argument::Kind::Data;
+      case Form::Moment:
+        return Argument::Kind::Moment;
+      default:
+        return Argument::Kind::Number;
+    }
+  }();
+  Argument argument = Plain(kind, field.size, field.name, field.meaning);
+  argument.choices.assign(field.choices.begin(), field.choices.end());
+  argument.only_choices = field.only_choices;
+  return argument;
 }
 
 Argument Number(std::string name, std::string help) {
@@ -212,18 +235,6 @@ Argument Number(std::string name, std::string help) {
 
 Argument Text(std::string name, std::size_t size, std::string help) {
   return Plain(Argument::Kind::Text, size, std::move(name), std::move(help));
-}
-
-Argument Digits(std::string name, std::size_t size, std::string help) {
-  return Plain(Argument::Kind::Digits, size, std::move(name), std::move(help));
-}
-
-Argument Address(std::string name, std::string help) {
-  return Plain(Argument::Kind::Address, 6, std::move(name), std::move(help));
-}
-
-Argument Data(std::string name, std::size_t size, std::string help) {
-  return Plain(Argument::Kind::Data, size, std::move(name), std::move(help));
 }
 
 Argument Content(std::string name, std::size_t size, std::string help) {
@@ -242,7 +253,9 @@ Argument Flag(std::string name, std::string help) {
   return Plain(Argument::Kind::Flag, 0, std::move(name), std::move(help)).Optional("false");
 }
 
-std::int64_t NumberOf(const Argument& argument, const std::string& text) {
+std::int64_t NumberOf(const Argument& argument, const ArgumentValue& value) {
+  if (const auto* number = std::get_if<std::int64_t>(&value)) return *number;
+  const std::string& text = std::get<std::string>(value);
   const auto choice = std::ranges::find(argument.choices, text, &Choice::name);
   if (choice != argument.choices.end()) return choice->value;
   if (argument.only_choices) Refuse(argument, text, "one of " + ChoiceNames(argument));
@@ -253,6 +266,11 @@ std::int64_t NumberOf(const Argument& argument, const std::string& text) {
                                   : "a number, nor one of " + ChoiceNames(argument));
 }
 
+std::string TextOf(const ArgumentValue& value) {
+  if (const auto* number = std::get_if<std::int64_t>(&value)) return std::to_string(*number);
+  return std::get<std::string>(value);
+}
+
 void CheckArgument(const Argument& argument, const std::string& text) {
   if (argument.kind == Argument::Kind::Word && argument.only_choices &&
       std::ranges::find(argument.choices, text, &Choice::name) == argument.choices.end()) {
@@ -261,22 +279,22 @@ void CheckArgument(const Argument& argument, const std::string& text) {
   Encode(argument, text);
 }
 
-std::string ArgumentText(const std::vector<Argument>& all, const Argument& argument,
-                         const ArgumentTexts& given) {
+ArgumentValue ValueOf(const std::vector<Argument>& all, const Argument& argument,
+                      const ArgumentValues& given) {
   if (const auto found = given.find(argument.name); found != given.end()) return found->second;
   if (argument.fallback) return *argument.fallback;
-  if (const Argument* other = FindArgument(all, argument.same_as)) return ArgumentText(all, *other, given);
+  if (const Argument* other = FindArgument(all, argument.same_as)) return ValueOf(all, *other, given);
   if (const Argument* other = FindArgument(all, argument.length_of)) {
-    return std::to_string(BytesFromHex(ArgumentText(all, *other, given)).size());
+    return static_cast<std::int64_t>(BytesFromHex(TextOf(ValueOf(all, *other, given))).size());
   }
   throw UsageError(fmt::format("{} is missing", argument.name));
 }
 
-Bytes EncodeRequest(const std::vector<Argument>& request, const ArgumentTexts& given) {
+Bytes EncodeRequest(const std::vector<Argument>& request, const ArgumentValues& given) {
   Bytes bytes;
   for (const Argument& argument : request) {
     const bool asked = argument.kind != Argument::Kind::Ignored;
-    const Bytes part = Encode(argument, asked ? ArgumentText(request, argument, given) : "");
+    const Bytes part = Encode(argument, asked ? ValueOf(request, argument, given) : ArgumentValue{});
     bytes.insert(bytes.end(), part.begin(), part.end());
   }
   return bytes;

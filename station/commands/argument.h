@@ -8,20 +8,19 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
+#include "protocol/statement.h"
 #include "station/commands/bytes.h"
 
 namespace station {
 
-// A word that stands for a number, such as "red" for 0xF800.
-struct Choice {
-  std::string name;
-  std::int64_t value;
-};
+using protocol::Choice;
 
-// Argument texts by name.
-using ArgumentTexts = std::map<std::string, std::string, std::less<>>;
+// The values given for arguments, by name: text from a person or a plan, a number from the program itself.
+using ArgumentValue = std::variant<std::string, std::int64_t>;
+using ArgumentValues = std::map<std::string, ArgumentValue, std::less<>>;
 
 struct Argument {
   enum class Kind {
@@ -57,12 +56,11 @@ struct Argument {
   Argument OnlyChoices(std::vector<Choice> words) const;  // these words and nothing else
 };
 
-Argument Ignored(std::size_t size);
+// The argument that a field of a request is given by.
+Argument ArgumentFor(const protocol::Field& field);
+
 Argument Number(std::string name, std::string help);
 Argument Text(std::string name, std::size_t size, std::string help);
-Argument Digits(std::string name, std::size_t size, std::string help);
-Argument Address(std::string name, std::string help);
-Argument Data(std::string name, std::size_t size, std::string help);
 Argument Content(std::string name, std::size_t size, std::string help);
 Argument Moment(std::string name, std::string help);
 Argument Word(std::string name, std::string help);
@@ -71,14 +69,17 @@ Argument Flag(std::string name, std::string help);
 // Throws UsageError, with a message that names the argument, when the text is no value for it.
 void CheckArgument(const Argument& argument, const std::string& text);
 
-// The text given for the argument, or what stands in for it. Throws UsageError when there is neither.
-std::string ArgumentText(const std::vector<Argument>& all, const Argument& argument,
-                         const ArgumentTexts& given);
+// The value given for the argument, or what stands in for it. Throws UsageError if there is neither.
+ArgumentValue ValueOf(const std::vector<Argument>& all, const Argument& argument,
+                      const ArgumentValues& given);
 
 // The request that the arguments make, in their order. Throws UsageError.
-Bytes EncodeRequest(const std::vector<Argument>& request, const ArgumentTexts& given);
+Bytes EncodeRequest(const std::vector<Argument>& request, const ArgumentValues& given);
 
-std::int64_t NumberOf(const Argument& argument, const std::string& text);
+// Throw UsageError if the value is no number for the argument.
+std::int64_t NumberOf(const Argument& argument, const ArgumentValue& value);
+
+std::string TextOf(const ArgumentValue& value);
 
 // Shown in help for the value: "NUMBER", "AA:BB:CC:DD:EE:FF" and so on.
 std::string ValueForm(const Argument& argument);

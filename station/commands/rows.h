@@ -1,4 +1,4 @@
-// The rows of the command table, by the part of the phone that they are about.
+// The tool's row for each command of the protocol.
 #pragma once
 
 #include <vector>
@@ -7,13 +7,6 @@
 
 namespace station {
 
-std::vector<Command> ServiceRows();
-std::vector<Command> FlashRows();
-std::vector<Command> MaintenanceRows();
-std::vector<Command> ModemRows();
-std::vector<Command> SoundRows();
-std::vector<Command> DeviceRows();
-std::vector<Command> BluetoothRows();
-std::vector<Command> CameraRows();
+std::vector<Command> CommandRows();
 
 }  // namespace station

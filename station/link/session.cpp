@@ -12,11 +12,11 @@ std::chrono::microseconds Between(Clock::time_point from, Clock::time_point to) 
   return std::chrono::duration_cast<std::chrono::microseconds>(to - from);
 }
 
-std::chrono::milliseconds AnswerTime(const Command& command, const ArgumentTexts& arguments) {
+std::chrono::milliseconds AnswerTime(const Command& command, const ArgumentValues& arguments) {
   if (command.waits_for.empty()) return command.answer_time;
   for (const Argument& argument : command.request) {
     if (argument.name != command.waits_for) continue;
-    const std::int64_t more = NumberOf(argument, ArgumentText(command.request, argument, arguments));
+    const std::int64_t more = NumberOf(argument, ValueOf(command.request, argument, arguments));
     return command.answer_time + std::chrono::milliseconds(std::max<std::int64_t>(more, 0));
   }
   return command.answer_time;
@@ -26,7 +26,7 @@ std::string DisplayName(const Command& command) {
   return fmt::format("{} (code 0x{:02X})", command.name, command.code);
 }
 
-Bytes BytesToSend(const Command& command, const ArgumentTexts& arguments) {
+Bytes BytesToSend(const Command& command, const ArgumentValues& arguments) {
   Bytes sent;
   AppendWord(sent, command.code);
   const Bytes request = EncodeRequest(command.request, arguments);
@@ -38,12 +38,12 @@ Bytes BytesToSend(const Command& command, const ArgumentTexts& arguments) {
 
 Session::Session(Link& link, SessionOptions options) : link_(link), options_(options) {}
 
-Bytes Session::Run(const Command& command, const ArgumentTexts& arguments) {
+Bytes Session::Run(const Command& command, const ArgumentValues& arguments) {
   return RunRaw(DisplayName(command), BytesToSend(command, arguments), AnswerSize(command.answer),
                 AnswerTime(command, arguments));
 }
 
-std::optional<Bytes> Session::TryRun(const Command& command, const ArgumentTexts& arguments,
+std::optional<Bytes> Session::TryRun(const Command& command, const ArgumentValues& arguments,
                                      std::chrono::milliseconds time) {
   const std::size_t size = AnswerSize(command.answer);
   const Exchange& exchange = Converse(DisplayName(command), BytesToSend(command, arguments), size, time);

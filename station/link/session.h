@@ -33,10 +33,10 @@ class Session {
 
   // Sends the command and returns its whole answer, undecoded. Throws LinkFailure when it does not come in
   // time.
-  Bytes Run(const Command& command, const ArgumentTexts& arguments);
+  Bytes Run(const Command& command, const ArgumentValues& arguments);
 
   // The same, but nothing when no whole answer came within exactly this time.
-  std::optional<Bytes> TryRun(const Command& command, const ArgumentTexts& arguments,
+  std::optional<Bytes> TryRun(const Command& command, const ArgumentValues& arguments,
                               std::chrono::milliseconds time);
 
   // The same for bytes that no row describes.

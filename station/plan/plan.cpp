@@ -78,7 +78,7 @@ void ParseArguments(Step& step, const json& arguments) {
     CheckArgument(*argument, text);
     step.arguments[name] = text;
   }
-  for (const Argument& argument : known) ArgumentText(known, argument, step.arguments);
+  for (const Argument& argument : known) ValueOf(known, argument, step.arguments);
 }
 
 void ParseCommand(Step& step, const json& description) {

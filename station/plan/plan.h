@@ -19,7 +19,7 @@ struct Step {
   std::string name;
 
   const Operation* operation = nullptr;
-  ArgumentTexts arguments;
+  ArgumentValues arguments;
   std::vector<Limit> limits;
 
   std::chrono::milliseconds wait{0};

@@ -47,7 +47,7 @@ Judgement JudgeOutcome(const Step& step, const Outcome& outcome) {
 std::string CommandText(const Step& step) {
   if (step.operation == nullptr) return "";
   std::string text = step.operation->words;
-  for (const auto& [name, value] : step.arguments) text += fmt::format(" {}={}", name, value);
+  for (const auto& [name, value] : step.arguments) text += fmt::format(" {}={}", name, TextOf(value));
   return text;
 }
 

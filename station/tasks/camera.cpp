@@ -12,11 +12,9 @@ namespace station {
 
 namespace {
 
-constexpr std::uint32_t CAMERA = 0x24;
-constexpr std::uint32_t PICTURE_READER = 0x41;
-
 Argument WhichPicture() {
-  return Word("picture", "which of the two test pictures").OnlyChoices({{"blemish", 10}, {"focus", 20}});
+  return Word("picture", "which of the two test pictures")
+      .OnlyChoices({{"blemish", CAPTURE_BLEMISH}, {"focus", CAPTURE_FOCUS}});
 }
 
 struct Size {
@@ -35,17 +33,19 @@ Size ParseSize(const std::string& text) {
   throw UsageError(fmt::format("size: '{}' is not WIDTHxHEIGHT, such as 240x320", text));
 }
 
-ArgumentTexts CameraAction(std::int64_t action, Size size = {}, const std::string& rotation = "0") {
-  return {{"action", std::to_string(action)},
-          {"width", std::to_string(size.width)},
-          {"height", std::to_string(size.height)},
-          {"rotation", rotation}};
+// The action that deletes the picture that `capture` takes.
+std::int64_t DeletionOf(std::int64_t capture) {
+  return capture == CAPTURE_BLEMISH ? DELETE_BLEMISH : DELETE_FOCUS;
+}
+
+ArgumentValues CameraAction(std::int64_t action, Size size = {}, std::int64_t rotation = 0) {
+  return {{"action", action}, {"width", size.width}, {"height", size.height}, {"rotation", rotation}};
 }
 
 // Fetches the picture whole. The phone's reader may be in the middle of a picture, this or the other one,
 // from a reading that was broken off; it is told to stop first.
 Outcome FetchPicture(Session& session, const std::string& picture) {
-  const Command& reader = GetCommand(PICTURE_READER);
+  const Command& reader = GetCommand(protocol::READ_PICTURE);
   Outcome outcome = RunCommand(session, reader, {{"action", "stop"}});
   if (!outcome.failure.empty()) return outcome;
   Progress progress(session.Options().progress);
@@ -87,14 +87,15 @@ Outcome CapturePicture(Session& session, const Values& values) {
   Progress progress(session.Options().progress);
   progress.Show(fmt::format("taking the {} picture", picture));
   Outcome outcome =
-      RunCommand(session, GetCommand(CAMERA), CameraAction(action, size, std::to_string(rotation)));
+      RunCommand(session, GetCommand(protocol::TEST_CAMERA), CameraAction(action, size, rotation));
   if (!outcome.failure.empty()) return outcome;
   outcome = FetchPicture(session, picture);
   const bool turned = rotation == 90 || rotation == 270;
   CheckSize(outcome, turned ? Size{size.height, size.width} : size);
   KeepPicture(outcome, values.Text("output"));
   if (values.IsSet("keep")) return outcome;
-  const Outcome deleted = RunCommand(session, GetCommand(CAMERA), CameraAction(action + 2));
+  const Outcome deleted =
+      RunCommand(session, GetCommand(protocol::TEST_CAMERA), CameraAction(DeletionOf(action)));
   if (outcome.failure.empty()) outcome.failure = deleted.failure;
   return outcome;
 }
@@ -106,8 +107,8 @@ Outcome FetchAndKeep(Session& session, const Values& values) {
 }
 
 Outcome DeletePicture(Session& session, const Values& values) {
-  // The action that deletes a picture is the one that takes it, and 2.
-  return RunCommand(session, GetCommand(CAMERA), CameraAction(values.Number("picture") + 2));
+  return RunCommand(session, GetCommand(protocol::TEST_CAMERA),
+                    CameraAction(DeletionOf(values.Number("picture"))));
 }
 
 }  // namespace
@@ -125,21 +126,21 @@ std::vector<Operation> CameraTasks() {
                         Word("output", "file to keep the picture in").Optional(""),
                         Flag("keep", "leave the picture on the phone, too")},
           .run = CapturePicture,
-          .codes = {CAMERA, PICTURE_READER},
+          .codes = {protocol::TEST_CAMERA, protocol::READ_PICTURE},
       },
       {
           .words = "camera fetch",
           .help = "fetch a test picture that is on the phone and check that it is whole",
           .arguments = {WhichPicture(), Word("output", "file to keep the picture in").Named()},
           .run = FetchAndKeep,
-          .codes = {PICTURE_READER},
+          .codes = {protocol::READ_PICTURE},
       },
       {
           .words = "camera delete",
           .help = "delete a test picture on the phone",
           .arguments = {WhichPicture()},
           .run = DeletePicture,
-          .codes = {CAMERA},
+          .codes = {protocol::TEST_CAMERA},
       },
   };
 }

@@ -5,16 +5,13 @@
 #include <functional>
 #include <thread>
 
-#include "station/commands/keys.h"
+#include "station/commands/names.h"
 #include "station/tasks/tasks.h"
 #include "station/tool/progress.h"
 
 namespace station {
 
 namespace {
-
-constexpr std::uint32_t KEYPAD = 0x27;
-constexpr std::uint32_t TOUCHSCREEN = 0x2D;
 
 Argument TimeLimit() {
   return Number("seconds", "how long to wait, in seconds").Optional("60");
@@ -29,7 +26,7 @@ Outcome PollKeys(Session& session, Clock::time_point end,
                  const std::function<bool(std::uint32_t code)>& done) {
   std::optional<std::uint32_t> before;
   do {
-    Outcome outcome = RunCommand(session, GetCommand(KEYPAD), {});
+    Outcome outcome = RunCommand(session, GetCommand(protocol::POLL_KEYPAD), {});
     if (!outcome.failure.empty()) return outcome;
     const std::uint32_t code = WordAt(session.Exchanges().back().received, 0);
     // A quiet poll repeats the last key with its low byte 1. An unknown key can have that byte of its own; it
@@ -50,24 +47,25 @@ Outcome WaitForKey(Session& session, const Values& values) {
   return PollKeys(session, EndOfWait(values), [](std::uint32_t) { return true; });
 }
 
-std::string KeyNames(const std::vector<Key>& keys) {
+std::string KeyNames(const std::vector<KeypadKey>& keys) {
   std::string names;
-  for (const Key& key : keys) names += (names.empty() ? "" : ", ") + std::string(key.name);
+  for (const KeypadKey& key : keys) names += (names.empty() ? "" : ", ") + std::string(key.name);
   return names;
 }
 
 Outcome WatchKeys(Session& session, const Values& values) {
-  std::vector<Key> left(KEYS.begin(), KEYS.end());
+  std::vector<KeypadKey> left(std::begin(KEYPAD_KEYS), std::end(KEYPAD_KEYS));
   Progress progress(session.Options().progress);
   const auto show = [&] { progress.Show("press each key; left: " + KeyNames(left)); };
   show();
   Outcome outcome = PollKeys(session, EndOfWait(values), [&](std::uint32_t code) {
-    std::erase_if(left, [code](const Key& key) { return key.code == code >> 8; });
+    std::erase_if(left, [code](const KeypadKey& key) { return key.code == code >> 8; });
     show();
     return left.empty();
   });
   if (!outcome.failure.empty() && !left.empty()) outcome.failure += "; keys not pressed: " + KeyNames(left);
-  if (outcome.failure.empty()) outcome.readings = {{"keys", KEYS.size(), fmt::format("all {}", KEYS.size())}};
+  if (outcome.failure.empty())
+    outcome.readings = {{"keys", std::size(KEYPAD_KEYS), fmt::format("all {}", std::size(KEYPAD_KEYS))}};
   return outcome;
 }
 
@@ -76,7 +74,8 @@ Outcome WatchTouch(Session& session, const Values& values) {
   const Clock::time_point end = EndOfWait(values);
   Progress progress(session.Options().progress);
   for (;;) {
-    Outcome outcome = RunCommand(session, GetCommand(TOUCHSCREEN), {{"mode", "2"}});
+    Outcome outcome =
+        RunCommand(session, GetCommand(protocol::CONTROL_TOUCH_TEST), {{"mode", TOUCH_READ_RESULT}});
     if (!outcome.failure.empty()) return outcome;
     const std::uint32_t crosses = WordAt(session.Exchanges().back().received, 0);
     if (crosses == 0) return outcome;
@@ -99,21 +98,21 @@ std::vector<Operation> KeyTasks() {
           .help = "wait for a key press and name the key",
           .arguments = {TimeLimit()},
           .run = WaitForKey,
-          .codes = {KEYPAD},
+          .codes = {protocol::POLL_KEYPAD},
       },
       {
           .words = "key watch",
           .help = "wait until every key has been pressed, showing which are left",
           .arguments = {TimeLimit()},
           .run = WatchKeys,
-          .codes = {KEYPAD},
+          .codes = {protocol::POLL_KEYPAD},
       },
       {
           .words = "touch watch",
           .help = "wait until every cross has been touched, showing which are left (after \"touch start\")",
           .arguments = {TimeLimit()},
           .run = WatchTouch,
-          .codes = {TOUCHSCREEN},
+          .codes = {protocol::CONTROL_TOUCH_TEST},
       },
   };
 }

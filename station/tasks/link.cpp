@@ -22,7 +22,8 @@ Outcome RunRaw(Session& session, const Values& values) {
   Outcome outcome;
   if (answer.empty()) outcome.remark = "sent; no answer asked for";
   if (!answer.empty()) {
-    outcome.readings = DecodeAnswer({{AnswerField::Kind::Block, answer.size(), "answer", ""}}, answer);
+    outcome.readings = DecodeAnswer(
+        {{protocol::Form::Block, static_cast<std::uint32_t>(answer.size()), "answer", ""}}, answer);
   }
   return outcome;
 }
@@ -32,13 +33,13 @@ Outcome RunRaw(Session& session, const Values& values) {
 Outcome PauseLink(Session& session, const Values& values) {
   constexpr std::chrono::milliseconds PING_TIME{1000};
   constexpr std::chrono::seconds GRACE{10};
-  Outcome outcome = RunCommand(session, GetCommand(0x3C), values.Given());
+  Outcome outcome = RunCommand(session, GetCommand(protocol::PAUSE_LINK), values.Given());
   if (!outcome.failure.empty() || values.IsSet("no-wait")) return outcome;
   const Clock::time_point start = Clock::now();
   const std::chrono::seconds pause{std::max<std::int64_t>(values.Number("seconds"), 0)};
   std::this_thread::sleep_for(pause);
   do {
-    if (session.TryRun(GetCommand(0x00), {}, PING_TIME)) {
+    if (session.TryRun(GetCommand(protocol::PING), {}, PING_TIME)) {
       const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
       outcome.readings.push_back(
           {"answers-after", seconds, fmt::format("the phone answers again after {:.1f} s", seconds)});
@@ -68,7 +69,7 @@ std::vector<Operation> LinkTasks() {
           .arguments = {Number("seconds", "how long the phone keeps the port closed"),
                         Flag("no-wait", "do not wait until the phone answers again")},
           .run = PauseLink,
-          .codes = {0x3C},
+          .codes = {protocol::PAUSE_LINK},
       },
   };
 }

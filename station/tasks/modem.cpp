@@ -34,7 +34,7 @@ Outcome SendAtCommand(Session& session, const Values& values) {
   // The phone sends the text on as it is, and a modem takes a line at its carriage return.
   const std::string ending = values.IsSet("raw") ? "" : "\r";
   Outcome outcome =
-      RunCommand(session, GetCommand(0x3B),
+      RunCommand(session, GetCommand(protocol::EXCHANGE_AT),
                  {{"command", values.Text("command") + ending}, {"timeout", values.Text("timeout")}});
   const Bytes& answer = session.Exchanges().back().received;
   const std::string lines = ReplyLines(std::span(answer).subspan(4));
@@ -44,7 +44,7 @@ Outcome SendAtCommand(Session& session, const Values& values) {
 }
 
 Outcome PassThrough(Session& session, const Values& values) {
-  Outcome outcome = RunCommand(session, GetCommand(0x3D), {});
+  Outcome outcome = RunCommand(session, GetCommand(protocol::PASS_THROUGH), {});
   if (!outcome.failure.empty()) return outcome;
   RelayToModem(session.GetLink(), values.IsSet("raw"), std::chrono::milliseconds(values.Number("linger")));
   outcome.silent = true;
@@ -58,11 +58,12 @@ std::vector<Operation> ModemTasks() {
       {
           .words = "at",
           .help = "send an AT command to the modem and show the first 32 bytes of its reply",
-          .arguments = {Text("command", 32, "the AT command, at most 31 characters (32 with --raw)"),
+          .arguments = {Text("command", AT_TEXT_SIZE,
+                             "the AT command, at most 31 characters (32 with --raw)"),
                         Number("timeout", "how long the modem may take, in milliseconds").Optional("3000"),
                         Flag("raw", "send the text as it is, without a carriage return behind it")},
           .run = SendAtCommand,
-          .codes = {0x3B},
+          .codes = {protocol::EXCHANGE_AT},
       },
       {
           .words = "modem pass-through",
@@ -73,7 +74,7 @@ std::vector<Operation> ModemTasks() {
                                "how long the modem must be quiet after the end of input, in milliseconds")
                             .Optional("1000")},
           .run = PassThrough,
-          .codes = {0x3D},
+          .codes = {protocol::PASS_THROUGH},
           .in_plans = false,
       },
   };

@@ -27,7 +27,7 @@ Operation VerbOperation(const Command& command, const Verb& verb) {
     operation.arguments.back().fallback.reset();
   }
   operation.run = [&command, &verb](Session& session, const Values& values) {
-    ArgumentTexts arguments = verb.settled;
+    ArgumentValues arguments = verb.settled;
     arguments.insert(values.Given().begin(), values.Given().end());
     Outcome outcome = RunCommand(session, command, arguments);
     if (verb.status_only) outcome.readings.clear();
@@ -57,11 +57,12 @@ const Argument& Values::Find(const std::string& name) const {
 }
 
 std::string Values::Text(const std::string& name) const {
-  return ArgumentText(arguments_, Find(name), given_);
+  return TextOf(ValueOf(arguments_, Find(name), given_));
 }
 
 std::int64_t Values::Number(const std::string& name) const {
-  return NumberOf(Find(name), Text(name));
+  const Argument& argument = Find(name);
+  return NumberOf(argument, ValueOf(arguments_, argument, given_));
 }
 
 bool Values::IsSet(const std::string& name) const {
@@ -78,11 +79,11 @@ const Operation* FindOperation(const std::string& words) {
   return found == Operations().end() ? nullptr : &*found;
 }
 
-Outcome Perform(const Operation& operation, Session& session, const ArgumentTexts& given) {
+Outcome Perform(const Operation& operation, Session& session, const ArgumentValues& given) {
   return operation.run(session, Values(operation.arguments, given));
 }
 
-Outcome RunCommand(Session& session, const Command& command, const ArgumentTexts& arguments) {
+Outcome RunCommand(Session& session, const Command& command, const ArgumentValues& arguments) {
   const Bytes answer = session.Run(command, arguments);
   Outcome outcome;
   outcome.status = AnswerStatus(command.answer, answer);
@@ -92,7 +93,7 @@ Outcome RunCommand(Session& session, const Command& command, const ArgumentTexts
   return outcome;
 }
 
-ChunkReading ReadChunks(Session& session, const Command& command, const ArgumentTexts& arguments,
+ChunkReading ReadChunks(Session& session, const Command& command, const ArgumentValues& arguments,
                         const std::function<void(std::size_t)>& taken) {
   ChunkReading reading;
   for (;;) {

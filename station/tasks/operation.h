@@ -33,14 +33,14 @@ struct Outcome {
 // The arguments of one run, those not given taken from what stands in for them.
 class Values {
  public:
-  Values(const std::vector<Argument>& arguments, const ArgumentTexts& given)
+  Values(const std::vector<Argument>& arguments, const ArgumentValues& given)
       : arguments_(arguments), given_(given) {}
 
   std::string Text(const std::string& name) const;
   std::int64_t Number(const std::string& name) const;
   bool IsSet(const std::string& name) const;
 
-  const ArgumentTexts& Given() const {
+  const ArgumentValues& Given() const {
     return given_;
   }
 
@@ -48,7 +48,7 @@ class Values {
   const Argument& Find(const std::string& name) const;
 
   const std::vector<Argument>& arguments_;
-  const ArgumentTexts& given_;
+  const ArgumentValues& given_;
 };
 
 struct Operation {
@@ -66,10 +66,10 @@ const std::vector<Operation>& Operations();
 
 const Operation* FindOperation(const std::string& words);
 
-Outcome Perform(const Operation& operation, Session& session, const ArgumentTexts& given);
+Outcome Perform(const Operation& operation, Session& session, const ArgumentValues& given);
 
 // Sends one command and decodes its answer.
-Outcome RunCommand(Session& session, const Command& command, const ArgumentTexts& arguments);
+Outcome RunCommand(Session& session, const Command& command, const ArgumentValues& arguments);
 
 // A command that delivers the chunks of something larger, until one comes that is not full. `taken` is called
 // with the number of bytes so far.
@@ -77,7 +77,7 @@ struct ChunkReading {
   Bytes bytes;
   std::string failure;
 };
-ChunkReading ReadChunks(Session& session, const Command& command, const ArgumentTexts& arguments,
+ChunkReading ReadChunks(Session& session, const Command& command, const ArgumentValues& arguments,
                         const std::function<void(std::size_t)>& taken);
 
 // Throws UsageError when the file cannot be written.

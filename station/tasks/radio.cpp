@@ -11,8 +11,6 @@ namespace station {
 
 namespace {
 
-constexpr std::uint32_t RADIO = 0x2C;
-
 struct Station {
   std::uint32_t frequency;
   std::uint32_t signal;
@@ -41,9 +39,9 @@ Outcome ScanRadio(Session& session, const Values& values) {
   Progress progress(session.Options().progress);
   std::vector<Station> stations;
   for (std::int64_t frequency = from; frequency <= to; frequency += step) {
-    Outcome outcome = RunCommand(
-        session, GetCommand(RADIO),
-        {{"mode", "1"}, {"frequency", std::to_string(frequency)}, {"volume", values.Text("volume")}});
+    Outcome outcome =
+        RunCommand(session, GetCommand(protocol::CONTROL_RADIO),
+                   {{"mode", RADIO_MEASURE}, {"frequency", frequency}, {"volume", values.Number("volume")}});
     if (!outcome.failure.empty()) {
       outcome.failure += fmt::format(" (at frequency {})", frequency);
       return outcome;
@@ -77,7 +75,7 @@ std::vector<Operation> RadioTasks() {
                         Number("step", "distance between two measurements").Optional("8"),
                         Number("volume", "16-bit volume; 0 is mute").Optional("0")},
           .run = ScanRadio,
-          .codes = {RADIO},
+          .codes = {protocol::CONTROL_RADIO},
       },
   };
 }

@@ -10,7 +10,7 @@ namespace station {
 namespace {
 
 Outcome ReadFactoryInfo(Session& session, const Values& values) {
-  const Command& command = GetCommand(0x11);
+  const Command& command = GetCommand(protocol::READ_FACTORY_INFO);
   Outcome outcome = RunCommand(session, command, {});
   const std::string file = values.Text("file");
   if (!outcome.failure.empty() || file.empty()) return outcome;
@@ -23,15 +23,15 @@ Outcome ReadFactoryInfo(Session& session, const Values& values) {
 // The phone keeps its place in the image between commands and does not tell it. It starts again behind the
 // image's end, so what is left of an earlier reading is read off first.
 Outcome FetchModemImage(Session& session, const Values& values) {
-  constexpr std::size_t IMAGE_SIZE = 80 * 1024;
-  const Command& command = GetCommand(0x34);
+  const Command& command = GetCommand(protocol::READ_MODEM_IMAGE);
   Outcome outcome;
   Progress progress(session.Options().progress);
   ChunkReading reading = ReadChunks(session, command, {},
                                     [&](std::size_t) { progress.Show("bringing the reader to the start"); });
   if (reading.failure.empty()) {
-    reading = ReadChunks(session, command, {},
-                         [&](std::size_t size) { progress.ShowBar("modem image", size, IMAGE_SIZE); });
+    reading = ReadChunks(session, command, {}, [&](std::size_t size) {
+      progress.ShowBar("modem image", size, GSM_FFS_IMAGE_SIZE);
+    });
   }
   outcome.failure = reading.failure;
   if (!outcome.failure.empty()) return outcome;
@@ -41,8 +41,9 @@ Outcome FetchModemImage(Session& session, const Values& values) {
 }
 
 Outcome ReadVersions(Session& session, const Values&) {
-  constexpr std::pair<const char*, std::uint32_t> TEXTS[] = {
-      {"system", 0x0A}, {"configuration", 0x0F}, {"resources", 0x10}};
+  constexpr std::pair<const char*, std::uint32_t> TEXTS[] = {{"system", protocol::READ_SYSTEM_VERSION},
+                                                             {"configuration", protocol::READ_CONFIG_VERSION},
+                                                             {"resources", protocol::READ_RESOURCE_VERSION}};
   Outcome outcome;
   for (const auto& [name, code] : TEXTS) {
     const Outcome one = RunCommand(session, GetCommand(code), {});
@@ -55,7 +56,7 @@ Outcome ReadVersions(Session& session, const Values&) {
 Outcome SetClock(Session& session, const Values& values) {
   const std::string time = values.IsSet("now") ? "now" : values.Text("time");
   if (time.empty()) throw UsageError("time: give a date and time, or --now");
-  return RunCommand(session, GetCommand(0x2F), {{"time", time}});
+  return RunCommand(session, GetCommand(protocol::SET_CLOCK), {{"time", time}});
 }
 
 }  // namespace
@@ -67,21 +68,22 @@ std::vector<Operation> RecordTasks() {
           .help = "read the 128-byte factory information, to the screen or a file",
           .arguments = {Word("file", "file to write the 128 bytes to").OptionalPositional("")},
           .run = ReadFactoryInfo,
-          .codes = {0x11},
+          .codes = {protocol::READ_FACTORY_INFO},
       },
       {
           .words = "modem-image fetch",
           .help = "fetch the modem's file-system image from flash into a file",
           .arguments = {Word("output", "file to write the image to").Named()},
           .run = FetchModemImage,
-          .codes = {0x34},
+          .codes = {protocol::READ_MODEM_IMAGE},
       },
       {
           .words = "versions",
           .help = "read the phone's three version texts",
           .arguments = {},
           .run = ReadVersions,
-          .codes = {0x0A, 0x0F, 0x10},
+          .codes = {protocol::READ_SYSTEM_VERSION, protocol::READ_CONFIG_VERSION,
+                    protocol::READ_RESOURCE_VERSION},
       },
       {
           .words = "clock set",
@@ -89,7 +91,7 @@ std::vector<Operation> RecordTasks() {
           .arguments = {Moment("time", "date and time").OptionalPositional(""),
                         Flag("now", "take this computer's local time")},
           .run = SetClock,
-          .codes = {0x2F},
+          .codes = {protocol::SET_CLOCK},
       },
   };
 }

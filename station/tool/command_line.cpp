@@ -65,7 +65,8 @@ const Topic* FindTopic(const std::string& word) {
 
 std::string ChoicesText(const Argument& argument) {
   std::string names;
-  for (const Choice& choice : argument.choices) names += (names.empty() ? "" : ", ") + choice.name;
+  for (const Choice& choice : argument.choices)
+    names += names.empty() ? choice.name : fmt::format(", {}", choice.name);
   return names;
 }
 

@@ -25,7 +25,7 @@ struct Settings {
 struct Request {
   Settings settings;
   const Operation* operation = nullptr;
-  ArgumentTexts arguments;
+  ArgumentValues arguments;
   std::function<ExitStatus()> action;
 };
 

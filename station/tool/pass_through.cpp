@@ -13,6 +13,7 @@
 #include <optional>
 #include <thread>
 
+#include "protocol/selectors.h"
 #include "station/commands/bytes.h"
 #include "station/commands/errors.h"
 
@@ -22,12 +23,7 @@ namespace {
 
 constexpr std::uint8_t LEAVE_KEY = 0x1D;  // Ctrl-]
 
-// Ends the relay when the phone reads exactly these bytes at once.
-constexpr std::array<std::uint8_t, 20> LEAVE_FRAME = {0xF1, 0x00, 0x00, 0x00,                         //
-                                                      'b',  'a',  'c',  'k',  'a',  'r',  'm',  '9',  //
-                                                      0x9D, 0x9E, 0x9C, 0x94, 0x9E, 0x8D, 0x92, 0xC6};
-
-// The phone must have read what was sent before, and must not find anything behind: a pause on either side.
+// The phone must read the leave frame alone: there is a pause before it and after it.
 constexpr std::chrono::milliseconds FRAME_PAUSE{100};
 
 // What the phone's side reads at once; more than that is not held for it.

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -16,6 +17,7 @@
 
 #include "station/commands/errors.h"
 #include "station/link/port_list.h"
+#include "station/tasks/operation.h"
 #include "tests/station/scripted_phone.h"
 
 namespace {
@@ -202,6 +204,17 @@ TEST(Ports, WithoutPermissionTellWhichGroupToJoin) {
   EXPECT_EQ(refused.status, 3);
   EXPECT_NE(refused.errors.find("no permission to use " + phone.Port() + "; the group \""), std::string::npos)
       << refused.errors;
+}
+
+TEST(Documents, EveryStatedCommandHasARowAndWords) {
+  for (const protocol::CommandDescription& stated : protocol::COMMANDS) {
+    EXPECT_NE(station::FindCommand(stated.code), nullptr) << "no row for " << stated.name;
+    const bool offered = std::ranges::any_of(station::Operations(), [&](const station::Operation& operation) {
+      return std::ranges::count(operation.codes, stated.code) > 0;
+    });
+    EXPECT_TRUE(offered) << "no words for " << stated.name;
+  }
+  EXPECT_EQ(station::CommandTable().size(), protocol::COMMANDS.size());
 }
 
 TEST(Documents, AreCurrent) {
