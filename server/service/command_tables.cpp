@@ -1,5 +1,7 @@
-// The command tables: every command and the work that it asks for. Records, time-outs and the way of
-// answering come from the protocol's statement of the command.
+// Every command and the work that it asks for. Records, time-outs and the way of answering come from the
+// protocol's statement of the command.
+#include "server/service/command_tables.h"
+
 #include <cstdlib>
 #include <cstring>
 
@@ -32,9 +34,13 @@
 #include "server/modem/control.h"
 #include "server/modem/pass_through.h"
 #include "server/modem/query.h"
-#include "server/service/command.h"
-
 using namespace protocol;
+
+int32_t SendAnswer(const void* answer, uint32_t size) {
+  constexpr int32_t SEND_TIMEOUT_MS = 1000;
+  const int32_t sent = ChannelSend(answer, size, SEND_TIMEOUT_MS);
+  return sent < 0 ? sent : 0;
+}
 
 // Reads the first (0), second or third version text. A word of full length leaves no room for its end mark in
 // the data, so it is read into a longer buffer.

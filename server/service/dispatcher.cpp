@@ -2,7 +2,7 @@
 
 #include "server/base/little_endian.h"
 #include "server/channel/channel.h"
-#include "server/service/command.h"
+#include "server/service/command_tables.h"
 
 // Runs the handler of `code`, if the table has it.
 static bool RunCommand(const CommandEntry* table, uint32_t code) {
