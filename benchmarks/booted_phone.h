@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/phone/simulated_phone.h"
+#include "simulator/simulated_phone.h"
 #include "tests/phone/host_line.h"
 
 // Keeps this process and all that it starts on one processor, as the phone has one: figures that hang on

@@ -7,7 +7,7 @@
 
 #include "benchmarks/booted_phone.h"
 #include "benchmarks/figures.h"
-#include "simulator/models/modem_data_port.h"
+#include "simulator/models/serial_ports.h"
 
 namespace {
 

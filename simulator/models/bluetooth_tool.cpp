@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "simulator/phone/command_words.h"
+#include "simulator/phone/device_model.h"
 #include "simulator/phone/root_directory.h"
 
 namespace simulator {
@@ -15,7 +15,7 @@ namespace {
 constexpr const char* TOOL = "/root/bt_cit_test";
 constexpr const char* SCENARIOS = "/root/.bt_cit_test";
 
-// Values stand right behind their switches. A scenario is a file of shell variables named for its function.
+// A value follows its switch without a space. A scenario is a file of shell variables named for its function.
 constexpr char PROGRAM[] = R"SCRIPT(#!/bin/sh
 usage() {
   echo "bt_cit_test: $1" >&2

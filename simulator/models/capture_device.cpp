@@ -13,9 +13,9 @@
 #include <system_error>
 #include <utility>
 
-#include "simulator/phone/camera_scene.h"
-#include "simulator/phone/command_words.h"
-#include "simulator/phone/png_writer.h"
+#include "simulator/models/camera_scene.h"
+#include "simulator/models/picture.h"
+#include "simulator/phone/device_model.h"
 
 namespace simulator {
 namespace {
@@ -39,7 +39,7 @@ constexpr uint32_t START = 0xFF00;
 constexpr int32_t START_VALUE = 1;
 constexpr uint32_t SELECT_PATTERN = 0xFF07;
 
-// What the driver makes of a format that a caller wants: its own fields stay.
+// The format that the driver sets when a caller wants `wanted`: the driver's own fields stay.
 Format Accepted(const Format& own, const Format& wanted) {
   Format format = own;
   format.width = wanted.width;
@@ -69,7 +69,7 @@ Picture PictureFile(const std::string& path) {
   try {
     return ReadPicture(std::string(std::istreambuf_iterator<char>(file), {}));
   } catch (const std::runtime_error& failure) {
-    throw std::invalid_argument(fmt::format("{} is no picture: {}.", path, failure.what()));
+    throw std::invalid_argument(fmt::format("{} is not a picture: {}.", path, failure.what()));
   }
 }
 
@@ -146,7 +146,7 @@ RequestAnswer CaptureDevice::SetControl(DriverRequest& request) {
   return RequestAnswer::Refusal(EINVAL);
 }
 
-// Puts a frame where the caller's next read takes place, and nothing behind it. Each frame read before was a
+// Puts a frame where the caller's next read takes place, and nothing after it. Each frame read before was a
 // whole one.
 RequestAnswer CaptureDevice::Deliver(const DriverRequest& request, int32_t pattern) {
   frame_ = {state.format.width, state.format.height, {}};
@@ -199,8 +199,8 @@ void CaptureDevice::Show(std::optional<Picture> picture) {
 std::vector<ModelCommand> CaptureDevice::Commands() {
   return {
       {"camera", "[scene | picture FILE | defect COLUMN ROW COLOUR | short NTH [BYTES] | good]",
-       "tells how the camera is, puts a PNG or JPEG picture before it, gives it a defective pixel, lets its "
-       "frames come short, or mends it",
+       "tells how the camera is, puts a PNG or JPEG picture before it, gives it a defective pixel, makes its "
+       "frames short, or repairs it",
        [this](const std::vector<std::string>& words) { return Command(words); }},
       {"frame", "FILE", "the camera's latest frame as a PNG picture",
        [this](const std::vector<std::string>&) {

@@ -1,4 +1,4 @@
-// Emulates the camera's sensor behind the Video4Linux 2 capture device /dev/v4l2/capture0, in the early form
+// Emulates the camera's sensor as the Video4Linux 2 capture device /dev/v4l2/capture0, in the early form
 // of that interface: the format record with a depth, and the sensor's own controls, which must come in their
 // order. The control that starts the sensor and each that selects a test pattern make it deliver one frame of
 // the format, RGB565, to the caller's next read.
@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "posix/file_descriptor.h"
+#include "simulator/models/picture.h"
 #include "simulator/phone/device_model.h"
-#include "simulator/phone/picture.h"
 
 namespace simulator {
 

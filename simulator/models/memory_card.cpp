@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <stdexcept>
 
+#include "simulator/phone/device_descriptors.h"
 #include "simulator/phone/root_directory.h"
-#include "simulator/supervisor/device_descriptors.h"
 
 namespace simulator {
 namespace {

@@ -1,34 +1,37 @@
 #include "simulator/models/model_table.h"
 
-#include "simulator/models/backlight.h"
+#include <cerrno>
+
 #include "simulator/models/bluetooth_tool.h"
 #include "simulator/models/capture_device.h"
-#include "simulator/models/flash_partitions.h"
-#include "simulator/models/framebuffer.h"
-#include "simulator/models/gpio.h"
-#include "simulator/models/gsm_uart_line.h"
-#include "simulator/models/host_port.h"
-#include "simulator/models/keypad.h"
-#include "simulator/models/launcher.h"
-#include "simulator/models/led.h"
-#include "simulator/models/media_player.h"
+#include "simulator/models/controls.h"
+#include "simulator/models/flash.h"
+#include "simulator/models/front_panel.h"
 #include "simulator/models/memory_card.h"
 #include "simulator/models/modem_at_port.h"
-#include "simulator/models/modem_control_port.h"
-#include "simulator/models/modem_data_port.h"
-#include "simulator/models/modem_memory.h"
-#include "simulator/models/motor.h"
-#include "simulator/models/one_time_area.h"
+#include "simulator/models/modem_driver.h"
+#include "simulator/models/programs.h"
 #include "simulator/models/radio.h"
 #include "simulator/models/real_time_clock.h"
+#include "simulator/models/serial_ports.h"
 #include "simulator/models/sound.h"
-#include "simulator/models/standard_devices.h"
-#include "simulator/models/standby.h"
-#include "simulator/models/tools.h"
-#include "simulator/models/touch_panel.h"
 
 namespace simulator {
 namespace {
+
+// The devices that every system has. The PC's own do the same.
+class StandardDevices : public DeviceModel {
+ public:
+  using DeviceModel::DeviceModel;
+  std::vector<std::string> Paths() const override {
+    return {"/dev/null", "/dev/zero", "/dev/full", "/dev/random", "/dev/urandom"};
+  }
+  OpenAnswer Open(const OpenCall& call) override {
+    posix::FileDescriptor device(open(call.path.c_str(), call.ModeFlags() | O_CLOEXEC));
+    if (!device.IsOpen()) return OpenAnswer::Refusal(errno);
+    return OpenAnswer::PlainDescriptor(std::move(device));
+  }
+};
 
 template <typename... Model>
 std::vector<std::unique_ptr<DeviceModel>> Make(PhoneServices& phone) {
@@ -45,11 +48,7 @@ std::vector<std::unique_ptr<DeviceModel>> MakeModels(PhoneServices& phone) {
               HostPort,          //
               Gpio,              //
               Framebuffer,       //
-              Backlight,         //
-              Motor,             //
-              Led,               //
-              GsmUartLine,       //
-              Standby,           //
+              TextControls,      //
               Sound,             //
               MediaPlayer,       //
               Keypad,            //

@@ -7,7 +7,7 @@
 #include <cctype>
 #include <stdexcept>
 
-#include "simulator/phone/command_words.h"
+#include "simulator/phone/device_model.h"
 #include "simulator/phone/journal.h"
 
 namespace simulator {
@@ -49,7 +49,7 @@ OpenAnswer ModemAtPort::Open(const OpenCall& call) {
   return OpenAnswer::Descriptor(line_.Open(narrowed));
 }
 
-// A command line ends at a carriage return. Line feeds are no part of it.
+// A command line ends at a carriage return. Line feeds are ignored.
 void ModemAtPort::Take(std::string_view bytes) {
   phone_.journal.Add({.kind = JournalKind::Value, .path = PATH, .text = std::string(bytes)});
   for (const char character : bytes) {

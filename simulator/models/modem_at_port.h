@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "simulator/phone/device_descriptors.h"
 #include "simulator/phone/device_model.h"
-#include "simulator/supervisor/device_descriptors.h"
 
 namespace simulator {
 

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <stdexcept>
 
-#include "simulator/phone/command_words.h"
+#include "simulator/phone/device_model.h"
 
 namespace simulator {
 namespace {

@@ -1,13 +1,13 @@
-// Emulates the FM radio /dev/v4l/radio0 behind Video4Linux 1 as a 32-bit kernel lays its records out: a tuner
-// for 87.5 to 108 MHz in steps of 1/16 MHz, and the stations around the phone.
+// Emulates the FM radio /dev/v4l/radio0 with Video4Linux 1's records as a 32-bit kernel lays them out: a
+// tuner for 87.5 to 108 MHz in steps of 1/16 MHz, and the stations around the phone.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "simulator/phone/device_descriptors.h"
 #include "simulator/phone/device_model.h"
-#include "simulator/supervisor/device_descriptors.h"
 
 namespace simulator {
 

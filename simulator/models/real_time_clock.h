@@ -1,5 +1,5 @@
-// The real-time clock /dev/misc/rtc behind the Linux RTC driver: it ticks from what it was set to, and
-// refuses dates that do not exist. Starts with the PC's time.
+// The real-time clock /dev/misc/rtc with the Linux RTC driver's interface: it ticks from what it was set to,
+// and refuses dates that do not exist. Starts with the PC's time.
 #pragma once
 
 #include <chrono>
@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "simulator/phone/device_descriptors.h"
 #include "simulator/phone/device_model.h"
-#include "simulator/supervisor/device_descriptors.h"
 
 namespace simulator {
 

@@ -5,14 +5,17 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <exception>
 #include <stdexcept>
+#include <system_error>
 
 #include "simulator/phone/journal.h"
 #include "simulator/phone/root_directory.h"
 
 namespace simulator {
+
 namespace {
 
 constexpr char PCM[] = "/dev/sound/dsp";
@@ -88,7 +91,7 @@ void Sound::Drain(StreamPlace stream) {
   if (state.paced) Pause(stream, samples.size());
 }
 
-// Leaves the stream alone until what was taken from it has been heard.
+// Takes nothing more from the stream until what was taken has been played.
 void Sound::Pause(StreamPlace stream, size_t bytes) {
   const auto now = std::chrono::steady_clock::now();
   const std::chrono::duration<double> length(static_cast<double>(bytes) / stream->format->BytesPerSecond());
@@ -208,6 +211,65 @@ std::string Sound::Command(const std::vector<std::string>& words) {
     return fmt::format("{} written, {:.2f} s\n", words[1], Seconds(recording));
   }
   throw std::invalid_argument(fmt::format("There is no recording {}.", words[2]));
+}
+
+namespace {
+
+// The chunks of a canonical WAV file. Their words are little-endian, as this machine's are.
+static_assert(std::endian::native == std::endian::little);
+struct WavHeader {
+  char riff[4] = {'R', 'I', 'F', 'F'};
+  uint32_t riff_bytes;  // all that follows this word
+  char wave[4] = {'W', 'A', 'V', 'E'};
+  char format[4] = {'f', 'm', 't', ' '};
+  uint32_t format_bytes = 16;
+  uint16_t coding = 1;  // PCM
+  uint16_t channels;
+  uint32_t sample_rate;
+  uint32_t bytes_per_second;
+  uint16_t frame_bytes;
+  uint16_t sample_bits;
+  char data[4] = {'d', 'a', 't', 'a'};
+  uint32_t data_bytes;
+};
+static_assert(sizeof(WavHeader) == 44);
+
+void WriteAt(int file, const void* bytes, size_t size, int64_t offset) {
+  const auto* next = static_cast<const char*>(bytes);
+  while (size > 0) {
+    const ssize_t written = pwrite(file, next, size, offset);
+    if (written < 0) throw std::system_error(errno, std::generic_category(), "WAV file");
+    next += written;
+    offset += written;
+    size -= static_cast<size_t>(written);
+  }
+}
+
+}  // namespace
+
+WavFile::WavFile(const std::filesystem::path& path, const SoundFormat& format) : format_(format) {
+  if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path());
+  file_.Reset(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+  if (!file_.IsOpen()) throw std::system_error(errno, std::generic_category(), path);
+  WriteHeader();
+}
+
+void WavFile::Append(std::span<const uint8_t> samples) {
+  WriteAt(file_.Get(), samples.data(), samples.size(), int64_t{sizeof(WavHeader)} + sound_bytes_);
+  sound_bytes_ += static_cast<uint32_t>(samples.size());
+  WriteHeader();
+}
+
+void WavFile::WriteHeader() {
+  WavHeader header = {};
+  header.riff_bytes = static_cast<uint32_t>(sizeof header - offsetof(WavHeader, wave)) + sound_bytes_;
+  header.channels = format_.channels;
+  header.sample_rate = format_.sample_rate;
+  header.bytes_per_second = format_.BytesPerSecond();
+  header.frame_bytes = static_cast<uint16_t>(format_.FrameBytes());
+  header.sample_bits = format_.sample_bits;
+  header.data_bytes = sound_bytes_;
+  WriteAt(file_.Get(), &header, sizeof header, 0);
 }
 
 }  // namespace simulator

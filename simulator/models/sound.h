@@ -1,6 +1,4 @@
-// Emulates the sound driver: the PCM output /dev/sound/dsp, the mixer /dev/sound/mixer, and the driver's
-// private controls on both. What is played drains at the pace of its format and is recorded, each opening of
-// the device that plays into a WAV file of its own.
+// The sound device, and the files that record what it plays.
 #pragma once
 
 #include <chrono>
@@ -15,13 +13,47 @@
 #include <string>
 #include <vector>
 
+#include "posix/file_descriptor.h"
+#include "simulator/phone/device_descriptors.h"
 #include "simulator/phone/device_model.h"
-#include "simulator/phone/wav_file.h"
-#include "simulator/supervisor/device_descriptors.h"
-#include "simulator/supervisor/poll_loop.h"
+#include "simulator/phone/poll_loop.h"
 
 namespace simulator {
 
+struct SoundFormat {
+  uint32_t sample_rate = 8000;  // Hz
+  uint16_t channels = 1;
+  uint16_t sample_bits = 8;
+
+  uint32_t FrameBytes() const {
+    return channels * sample_bits / 8U;
+  }
+  uint32_t BytesPerSecond() const {
+    return sample_rate * FrameBytes();
+  }
+};
+
+// A WAV file (RIFF, plain PCM) that grows: whole and playable after every piece.
+class WavFile {
+ public:
+  // Makes the file anew, with the directories above it. Throws std::system_error, as Append does.
+  WavFile(const std::filesystem::path& path, const SoundFormat& format);
+  void Append(std::span<const uint8_t> samples);
+  uint32_t SoundBytes() const {
+    return sound_bytes_;
+  }
+
+ private:
+  void WriteHeader();
+
+  SoundFormat format_;
+  posix::FileDescriptor file_;
+  uint32_t sound_bytes_ = 0;
+};
+
+// Emulates the sound driver: the PCM output /dev/sound/dsp, the mixer /dev/sound/mixer, and the driver's
+// private controls on both. What is played drains at the pace of its format and is recorded, each opening of
+// the device that plays into a WAV file of its own.
 class Sound : public DeviceModel {
  public:
   struct State {

@@ -6,7 +6,7 @@
 
 #include "posix/file_descriptor.h"
 #include "simulator/phone/journal.h"
-#include "simulator/supervisor/poll_loop.h"
+#include "simulator/phone/poll_loop.h"
 
 namespace simulator {
 

@@ -15,6 +15,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -86,7 +87,7 @@ struct RequestAnswer {
   static RequestAnswer Refusal(int error) {
     return {-1, error, false};
   }
-  // Answered afterwards, through the request that DriverRequest::Hold gave.
+  // Answered later, through the request that DriverRequest::Hold returned.
   static RequestAnswer Later() {
     return {0, 0, true};
   }
@@ -107,8 +108,8 @@ class DriverRequest {
   pid_t thread = 0;
   int descriptor = -1;  // in the caller
 
-  // The bytes at the argument's address; what was read and written stands in the journal. False when the
-  // address is not the caller's: answer EFAULT then.
+  // The bytes at the argument's address. What was read and written goes into the journal. Return false if the
+  // address is not in the caller's memory: answer EFAULT then.
   virtual bool Read(void* bytes, size_t size) = 0;
   virtual bool Write(const void* bytes, size_t size) = 0;
   template <typename Record>
@@ -138,15 +139,29 @@ struct ExecCall {
   pid_t thread;
 };
 
-// A command by which a person or a script works a model: `phonesim key 0x74`.
+// A number among the words of a command: decimal, or hexadecimal with 0x. Throws std::invalid_argument with a
+// sentence.
+inline int64_t NumberWord(const std::string& word) {
+  size_t used = 0;
+  int64_t number = 0;
+  try {
+    number = std::stoll(word, &used, 0);
+  } catch (const std::exception&) {
+    used = 0;
+  }
+  if (used == 0 || used != word.size()) throw std::invalid_argument("\"" + word + "\" is not a number.");
+  return number;
+}
+
+// A command by which a person or a script controls a model: `phonesim key 0x74`.
 struct ModelCommand {
   std::string name;
-  std::string usage;  // the words behind the name
+  std::string usage;  // the words after the name
   std::string help;
-  // Gives the text to show; throws std::invalid_argument with a sentence for words that make no sense.
+  // Returns the text to show. Throws std::invalid_argument with a sentence for words that make no sense.
   std::function<std::string(const std::vector<std::string>& words)> run;
-  // What it gives is the content of a file, which phonesim writes to the path that is its last word.
-  bool gives_file = false;
+  // The text is the content of a file, which phonesim writes to the path that is its last word.
+  bool returns_file = false;
 };
 
 class DeviceModel {
@@ -172,7 +187,7 @@ class DeviceModel {
   virtual RequestAnswer Request(DriverRequest&) {
     return RequestAnswer::Refusal(ENOTTY);
   }
-  // One of the paths is started as a program: 0 lets it go on to the file at the path, else an errno value.
+  // One of the paths is started as a program. Returns 0 to let the file at the path start, or an errno value.
   virtual int Exec(const ExecCall&) {
     return 0;
   }

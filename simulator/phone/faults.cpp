@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "simulator/phone/command_words.h"
+#include "simulator/phone/device_model.h"
 
 namespace simulator {
 namespace {
@@ -36,7 +36,7 @@ FaultCall CallNamed(const std::string& name) {
   for (const auto& [known, call] : NAMES) {
     if (name == known) return call;
   }
-  throw std::invalid_argument("A fault strikes open, request, exec, sleep or thread, not \"" + name + "\".");
+  throw std::invalid_argument("A fault is for open, request, exec, sleep or thread, not \"" + name + "\".");
 }
 
 void ApplySetting(FaultRule& rule, const std::string& name, const std::string& value) {
@@ -109,7 +109,7 @@ std::optional<FaultRule> Faults::Strike(FaultCall call, const std::string& path,
 
 FaultRule ParseFaultRule(const std::vector<std::string>& words) {
   if (words.empty())
-    throw std::invalid_argument("A fault needs a call to strike: open, request, exec, sleep or thread.");
+    throw std::invalid_argument("A fault needs a call to fail: open, request, exec, sleep or thread.");
   FaultRule rule;
   rule.call = CallNamed(words[0]);
   for (size_t index = 1; index < words.size(); ++index) {

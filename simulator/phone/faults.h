@@ -1,5 +1,5 @@
 // Faults on demand: calls that a test wants refused, cut short or slow. A rule counts the calls that it fits
-// from the moment it is made and strikes at the `nth` of them, `times` times in a row.
+// from the moment it is made and applies to the `nth` of them, `times` times in a row.
 #pragma once
 
 #include <sys/types.h>
@@ -38,11 +38,11 @@ class Faults {
   void FailRequest(const std::string& path, std::optional<uint32_t> request, int error, int nth = 1,
                    int times = ALWAYS);
   void FailExec(const std::string& path, int error);
-  // Every open of the file from now on gives only its first bytes.
+  // Every open of the file from now on finds only its first bytes.
   void ShortenFile(const std::string& path, int64_t size);
   void LengthenSleeps(std::chrono::milliseconds length);
 
-  // Counts the call and gives the rule that strikes, if any.
+  // Counts the call and returns the rule that applies to it, if any.
   std::optional<FaultRule> Strike(FaultCall call, const std::string& path, uint32_t request = 0);
 
  private:

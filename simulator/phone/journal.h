@@ -10,7 +10,6 @@
 #include <functional>
 #include <initializer_list>
 #include <mutex>
-#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -43,7 +42,7 @@ struct JournalEntry {
   std::vector<uint8_t> bytes_out{};  // what it wrote back
   std::chrono::nanoseconds duration{};
   int64_t result = 0;
-  int error = 0;  // errno of a refused call, else 0
+  int error = 0;  // errno of a refused call, otherwise 0
 
   // One line without time and process, the form that tests compare:
   //   open /dev/fb/0 rw                          with flags: w+create+truncate, with error: ... -> ENOENT
@@ -56,7 +55,8 @@ struct JournalEntry {
   //   console no response
   //   event server ended with status 0
   std::string Line() const;
-  nlohmann::json Json() const;
+  // One line of JSON, with the line end.
+  std::string JsonLine() const;
 };
 
 using JournalFilter = std::function<bool(const JournalEntry&)>;
@@ -76,7 +76,7 @@ class Journal {
   size_t Mark() const;
   std::vector<JournalEntry> Entries(size_t since = 0, const JournalFilter& filter = {}) const;
   std::vector<std::string> Lines(size_t since = 0, const JournalFilter& filter = {}) const;
-  // The first entry since the mark that passes, waited for; none when the time is over.
+  // Waits for the first entry since the mark that passes. Returns nothing if there is none in time.
   std::optional<JournalEntry> WaitFor(const JournalFilter& filter, size_t since = 0,
                                       std::chrono::milliseconds time_out = std::chrono::seconds(10)) const;
 

@@ -1,34 +1,34 @@
 #include "simulator/phone/root_directory.h"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <linux/fs.h>
 #include <sys/file.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <stdexcept>
 #include <system_error>
 
 #include "simulator/phone/shared_libraries.h"
-#include "simulator/supervisor/tree_removal.h"
 
 namespace simulator {
+
 namespace {
 
 namespace fs = std::filesystem;
 
-[[noreturn]] void ThrowErrno(const std::string& what) {
-  throw std::system_error(errno, std::generic_category(), what);
-}
-
 std::string MakeTemporaryDirectory() {
   std::string path = fs::canonical(fs::temp_directory_path()) / "phonesim-XXXXXX";
-  if (mkdtemp(path.data()) == nullptr) ThrowErrno(path);
+  if (mkdtemp(path.data()) == nullptr) posix::ThrowErrno(path);
   chmod(path.c_str(), 0755);
   return path;
 }
@@ -36,19 +36,19 @@ std::string MakeTemporaryDirectory() {
 void WriteAll(int file, std::string_view content, const std::string& path) {
   while (!content.empty()) {
     const ssize_t written = write(file, content.data(), content.size());
-    if (written < 0) ThrowErrno(path);
+    if (written < 0) posix::ThrowErrno(path);
     content.remove_prefix(static_cast<size_t>(written));
   }
 }
 
-// Shares the blocks where the file system can, else copies inside the kernel.
+// Shares the blocks if the file system can do that, otherwise copies inside the kernel.
 void CopyContent(int from, int to, const std::string& path) {
   if (ioctl(to, FICLONE, from) == 0) return;
   while (true) {
     const ssize_t copied = copy_file_range(from, nullptr, to, nullptr, 1 << 30, 0);
     if (copied == 0) return;
     if (copied > 0) continue;
-    if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) ThrowErrno(path);
+    if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) posix::ThrowErrno(path);
     char bytes[1 << 16];
     ssize_t size;
     while ((size = read(from, bytes, sizeof bytes)) > 0)
@@ -69,7 +69,7 @@ RootDirectory::RootDirectory(const fs::path& state_directory) {
     removes_ = false;
   }
   descriptor_.Reset(open(path_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-  if (!descriptor_.IsOpen()) ThrowErrno(path_);
+  if (!descriptor_.IsOpen()) posix::ThrowErrno(path_);
   if (temporary_) return;
   lock_.Reset(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (flock(lock_.Get(), LOCK_EX | LOCK_NB) != 0) {
@@ -97,9 +97,9 @@ void RootDirectory::PutFile(std::string_view phone_path, std::string_view conten
     fs::create_directories(path.parent_path());
     file.Reset(create());
   }
-  if (!file.IsOpen()) ThrowErrno(path);
+  if (!file.IsOpen()) posix::ThrowErrno(path);
   WriteAll(file.Get(), content, path);
-  if (fchmod(file.Get(), mode) != 0) ThrowErrno(path);
+  if (fchmod(file.Get(), mode) != 0) posix::ThrowErrno(path);
 }
 
 void RootDirectory::PutFileIfAbsent(std::string_view phone_path, std::string_view content, mode_t mode) {
@@ -120,7 +120,7 @@ void RootDirectory::PutLink(std::string_view phone_path, std::string_view target
     if (errno == ENOENT) fs::create_directories(path.parent_path());
     if (errno == EEXIST) Remove(phone_path);
   }
-  ThrowErrno(path);
+  posix::ThrowErrno(path);
 }
 
 void RootDirectory::PutHardLink(std::string_view phone_path, std::string_view existing_phone_path) {
@@ -135,14 +135,14 @@ void RootDirectory::PutStandIn(std::string_view phone_path) {
 
 void RootDirectory::CopyIn(const fs::path& source, std::string_view phone_path) {
   const posix::FileDescriptor from(open(source.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!from.IsOpen()) ThrowErrno(source);
+  if (!from.IsOpen()) posix::ThrowErrno(source);
   const mode_t mode = access(source.c_str(), X_OK) == 0 ? 0755 : 0644;
   // A file in use as a program cannot be overwritten, only replaced.
   Remove(phone_path);
   PutFile(phone_path, "", mode);
   const fs::path path = Outside(phone_path);
   const posix::FileDescriptor to(open(path.c_str(), O_WRONLY | O_CLOEXEC));
-  if (!to.IsOpen()) ThrowErrno(path);
+  if (!to.IsOpen()) posix::ThrowErrno(path);
   CopyContent(from.Get(), to.Get(), path);
 }
 
@@ -151,7 +151,7 @@ void RootDirectory::CopyProgramIn(const fs::path& source, std::string_view phone
   for (const NeededFile& file : NeededFiles(source)) {
     if (Exists(file.phone_path.string())) continue;
     CopyIn(file.source, file.phone_path.string());
-    // Without a cache of names, which the phone has not, the loader asks for a library in some two dozen
+    // The phone has no cache of library names. Without one the loader asks for a library in some two dozen
     // directories for variants of the processor before its own. One of the first it asks for is this.
     const fs::path variant = file.phone_path.parent_path() / "glibc-hwcaps/x86-64-v2";
     PutHardLink((variant / file.phone_path.filename()).string(), file.phone_path.string());
@@ -178,6 +178,50 @@ std::vector<std::string> RootDirectory::ListDirectory(std::string_view phone_pat
     names.push_back(entry.path().filename());
   std::sort(names.begin(), names.end());
   return names;
+}
+
+namespace {
+
+void RemoveEntries(int directory);
+
+void RemoveEntry(int parent, const char* name) {
+  if (unlinkat(parent, name, 0) == 0) return;
+  if (errno == EISDIR || errno == EPERM) {
+    fchmodat(parent, name, 0700, 0);
+    const int directory = openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (directory >= 0) {
+      RemoveEntries(directory);
+      close(directory);
+    }
+    unlinkat(parent, name, AT_REMOVEDIR);
+  }
+}
+
+void RemoveEntries(int directory) {
+  // A directory that changes under the listing is listed again until it is empty or nothing more goes.
+  alignas(dirent64) char entries[4096];
+  while (true) {
+    lseek(directory, 0, SEEK_SET);
+    const long size = syscall(SYS_getdents64, directory, entries, sizeof entries);
+    bool found = false;
+    bool removed = false;
+    for (long offset = 0; offset < size;) {
+      const auto* entry = reinterpret_cast<const dirent64*>(entries + offset);
+      offset += entry->d_reclen;
+      if (strcmp(entry->d_name, ".") == 0 || strcmp(entry->d_name, "..") == 0) continue;
+      found = true;
+      RemoveEntry(directory, entry->d_name);
+      struct stat status;
+      if (fstatat(directory, entry->d_name, &status, AT_SYMLINK_NOFOLLOW) != 0) removed = true;
+    }
+    if (!found || !removed) return;
+  }
+}
+
+}  // namespace
+
+void RemoveTree(const char* path) {
+  RemoveEntry(AT_FDCWD, path);
 }
 
 }  // namespace simulator

@@ -14,6 +14,10 @@
 
 namespace simulator {
 
+// Removes a directory with everything in it, whatever the rights on its entries. Allocates nothing, so a
+// forked process of a program with threads may call it.
+void RemoveTree(const char* path);
+
 class RootDirectory {
  public:
   // An empty path: a new temporary directory.

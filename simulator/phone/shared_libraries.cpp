@@ -1,48 +1,29 @@
 #include "simulator/phone/shared_libraries.h"
 
-#include <elf.h>
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <gelf.h>
+#include <libelf.h>
 
-#include <array>
-#include <cstring>
 #include <deque>
-#include <fstream>
 #include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+
+#include "posix/file_descriptor.h"
 
 namespace simulator {
 namespace {
 
 namespace fs = std::filesystem;
 
-std::string ReadWhole(const fs::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  std::string content(fs::file_size(path), '\0');
-  file.read(content.data(), static_cast<std::streamsize>(content.size()));
-  return content;
-}
-
 struct ProgramNeeds {
-  unsigned machine = 0;
+  unsigned machine = 0;  // EM_NONE: the file is not a program
   std::string loader;
   std::vector<std::string> libraries;
   std::vector<std::string> search_paths;  // of its own, before the system's
 };
-
-template <typename Record>
-Record RecordAt(const std::string& bytes, uint64_t offset) {
-  if (offset > bytes.size() || bytes.size() - offset < sizeof(Record)) throw std::out_of_range("cut short");
-  Record record;
-  memcpy(&record, bytes.data() + offset, sizeof record);
-  return record;
-}
-
-std::string TextAt(const std::string& bytes, uint64_t offset) {
-  if (offset >= bytes.size()) throw std::out_of_range("cut short");
-  return bytes.c_str() + offset;
-}
 
 std::vector<std::string> SplitPaths(const std::string& paths, const fs::path& origin) {
   std::vector<std::string> split;
@@ -58,60 +39,48 @@ std::vector<std::string> SplitPaths(const std::string& paths, const fs::path& or
   return split;
 }
 
-// The records of both word sizes have the same fields under different names.
-template <typename Header, typename Segment, typename Dynamic>
-ProgramNeeds ReadNeeds(const std::string& bytes, const fs::path& origin) {
-  ProgramNeeds needs;
-  const auto header = RecordAt<Header>(bytes, 0);
-  needs.machine = header.e_machine;
-  std::vector<Segment> segments;
-  for (unsigned index = 0; index < header.e_phnum; ++index) {
-    segments.push_back(RecordAt<Segment>(bytes, header.e_phoff + uint64_t{index} * sizeof(Segment)));
-  }
-  const auto file_offset = [&segments](uint64_t address) -> uint64_t {
-    for (const Segment& segment : segments) {
-      if (segment.p_type == PT_LOAD && address >= segment.p_vaddr &&
-          address < segment.p_vaddr + segment.p_filesz) {
-        return address - segment.p_vaddr + segment.p_offset;
-      }
-    }
-    throw std::out_of_range("an address that no segment holds");
-  };
-
-  std::vector<Dynamic> entries;
-  for (const Segment& segment : segments) {
-    if (segment.p_type == PT_INTERP) needs.loader = TextAt(bytes, segment.p_offset);
-    if (segment.p_type != PT_DYNAMIC) continue;
-    for (uint64_t offset = 0; offset < segment.p_filesz; offset += sizeof(Dynamic)) {
-      entries.push_back(RecordAt<Dynamic>(bytes, segment.p_offset + offset));
-      if (entries.back().d_tag == DT_NULL) break;
+// What the dynamic section says.
+void ReadDynamic(Elf* elf, Elf_Scn* section, const GElf_Shdr& header, const fs::path& origin,
+                 ProgramNeeds& needs) {
+  Elf_Data* data = elf_getdata(section, nullptr);
+  GElf_Dyn entry;
+  for (int index = 0; data != nullptr && gelf_getdyn(data, index, &entry) != nullptr; ++index) {
+    if (entry.d_tag == DT_NULL) return;
+    if (entry.d_tag != DT_NEEDED && entry.d_tag != DT_RUNPATH && entry.d_tag != DT_RPATH) continue;
+    const char* text = elf_strptr(elf, header.sh_link, entry.d_un.d_val);
+    if (text == nullptr) throw std::runtime_error(elf_errmsg(-1));
+    if (entry.d_tag == DT_NEEDED) {
+      needs.libraries.emplace_back(text);
+    } else {
+      needs.search_paths = SplitPaths(text, origin);
     }
   }
-  uint64_t texts = 0;
-  for (const Dynamic& entry : entries) {
-    if (entry.d_tag == DT_STRTAB) texts = file_offset(entry.d_un.d_ptr);
-  }
-  for (const Dynamic& entry : entries) {
-    if (entry.d_tag == DT_NEEDED) needs.libraries.push_back(TextAt(bytes, texts + entry.d_un.d_val));
-    if (entry.d_tag == DT_RUNPATH || entry.d_tag == DT_RPATH) {
-      needs.search_paths = SplitPaths(TextAt(bytes, texts + entry.d_un.d_val), origin);
-    }
-  }
-  return needs;
 }
 
 ProgramNeeds ReadNeeds(const fs::path& program) {
-  const std::string bytes = ReadWhole(program);
-  try {
-    const auto identity = RecordAt<std::array<unsigned char, EI_NIDENT>>(bytes, 0);
-    if (memcmp(identity.data(), ELFMAG, SELFMAG) != 0) throw std::out_of_range("no ELF file");
-    const fs::path origin = fs::absolute(program).parent_path();
-    return identity[EI_CLASS] == ELFCLASS64 ? ReadNeeds<Elf64_Ehdr, Elf64_Phdr, Elf64_Dyn>(bytes, origin)
-                                            : ReadNeeds<Elf32_Ehdr, Elf32_Phdr, Elf32_Dyn>(bytes, origin);
-  } catch (const std::out_of_range& failure) {
-    throw std::runtime_error(
-        fmt::format("{} is no program for this machine ({}).", program.string(), failure.what()));
+  elf_version(EV_CURRENT);
+  const posix::FileDescriptor file(open(program.c_str(), O_RDONLY | O_CLOEXEC));
+  const std::unique_ptr<Elf, int (*)(Elf*)> elf(elf_begin(file.Get(), ELF_C_READ, nullptr), elf_end);
+  ProgramNeeds needs;
+  GElf_Ehdr header;
+  if (gelf_getehdr(elf.get(), &header) == nullptr) return needs;
+  needs.machine = header.e_machine;
+  GElf_Phdr segment;
+  for (int index = 0; gelf_getphdr(elf.get(), index, &segment) != nullptr; ++index) {
+    size_t size = 0;
+    const char* bytes = elf_rawfile(elf.get(), &size);
+    if (segment.p_type == PT_INTERP && segment.p_offset < size &&
+        segment.p_filesz <= size - segment.p_offset) {
+      needs.loader.assign(bytes + segment.p_offset, strnlen(bytes + segment.p_offset, segment.p_filesz));
+    }
   }
+  for (Elf_Scn* section = nullptr; (section = elf_nextscn(elf.get(), section)) != nullptr;) {
+    GElf_Shdr description;
+    if (gelf_getshdr(section, &description) != nullptr && description.sh_type == SHT_DYNAMIC) {
+      ReadDynamic(elf.get(), section, description, fs::absolute(program).parent_path(), needs);
+    }
+  }
+  return needs;
 }
 
 // The directories that Debian's loader searches for a machine's libraries; the last ones are where the
@@ -124,20 +93,15 @@ std::vector<std::string> SystemDirectories(unsigned machine) {
   return {"/lib/x86_64-linux-gnu", "/usr/lib/x86_64-linux-gnu", "/lib64", "/usr/lib64", "/lib", "/usr/lib"};
 }
 
-bool IsLibraryFor(const fs::path& path, unsigned machine) {
-  std::ifstream file(path, std::ios::binary);
-  Elf64_Ehdr header = {};  // the machine stands at the same place in the 32-bit header
-  file.read(reinterpret_cast<char*>(&header), sizeof(Elf32_Ehdr));
-  return file.gcount() >= static_cast<std::streamsize>(sizeof(Elf32_Ehdr)) && header.e_machine == machine;
-}
-
 NeededFile FindLibrary(const std::string& name, const ProgramNeeds& user) {
   std::vector<std::string> directories = user.search_paths;
   for (std::string& directory : SystemDirectories(user.machine)) directories.push_back(std::move(directory));
   for (const std::string& directory : directories) {
     const fs::path path = fs::path(directory) / name;
     std::error_code ignored;
-    if (fs::exists(path, ignored) && IsLibraryFor(path, user.machine)) return {fs::canonical(path), path};
+    if (fs::exists(path, ignored) && ReadNeeds(path).machine == user.machine) {
+      return {fs::canonical(path), path};
+    }
   }
   throw std::runtime_error(
       fmt::format("The shared library {} that the server needs is not on this machine.", name));
@@ -151,6 +115,10 @@ std::vector<NeededFile> NeededFiles(const fs::path& program) {
   std::deque<fs::path> waiting = {program};
   while (!waiting.empty()) {
     const ProgramNeeds needs = ReadNeeds(waiting.front());
+    if (needs.machine == EM_NONE) {
+      throw std::runtime_error(
+          fmt::format("{} is not a program for this machine.", waiting.front().string()));
+    }
     waiting.pop_front();
     if (!needs.loader.empty() && seen.insert(fs::path(needs.loader).filename()).second) {
       files.push_back({fs::canonical(needs.loader), needs.loader});

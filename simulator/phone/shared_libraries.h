@@ -13,7 +13,7 @@ struct NeededFile {
 };
 
 // The dynamic loader and all shared libraries; none for a static program. Throws std::runtime_error with a
-// sentence when the program is none or a library is missing.
+// sentence if the file is not a program or a library is missing.
 std::vector<NeededFile> NeededFiles(const std::filesystem::path& program);
 
 }  // namespace simulator

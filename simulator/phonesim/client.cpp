@@ -3,15 +3,17 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 #include "simulator/phonesim/control_socket.h"
-#include "simulator/phonesim/terminal_relay.h"
+#include "simulator/phonesim/terminal.h"
 
 namespace simulator {
 namespace {
@@ -21,14 +23,32 @@ int Show(const Answer& answer) {
   return answer.good ? 0 : 1;
 }
 
-int NoSuchPhone(const std::string& name) {
-  fmt::print(stderr, "No simulated phone named {} runs.\n", name);
-  return 1;
+Answer Ask(const std::string& name, const std::vector<std::string>& words) {
+  return PhoneRequest(name, words).TakeAnswer();
 }
 
-// Commands whose answer is a file's content, by the phone's own word for it.
-bool GivesFile(const std::string& name, const std::string& command) {
-  return Request(name, {"gives-file", command}).good;
+struct PhoneAnswer {
+  std::string name;
+  Answer answer;
+};
+
+// Asks every running phone at once: one that hangs delays the others by no more than the time-out of one
+// request.
+std::vector<PhoneAnswer> AskAll(const std::vector<std::string>& words) {
+  const std::vector<std::string> names = RunningPhones();
+  std::vector<PhoneRequest> requests;
+  for (const std::string& name : names) requests.emplace_back(name, words);
+  std::vector<PhoneAnswer> answers;
+  for (size_t index = 0; index < names.size(); ++index) {
+    if (requests[index].IsRefused()) continue;  // it has ended meanwhile
+    answers.push_back({names[index], requests[index].TakeAnswer()});
+  }
+  return answers;
+}
+
+// For commands whose answer is the content of a file. The phone itself says which ones are.
+bool ReturnsFile(const std::string& name, const std::string& command) {
+  return Ask(name, {"returns-file", command}).good;
 }
 
 }  // namespace
@@ -36,54 +56,61 @@ bool GivesFile(const std::string& name, const std::string& command) {
 std::string PhoneAtPort(const std::string& port) {
   std::error_code error;
   const std::string device = std::filesystem::canonical(port, error).string();
-  for (const std::string& name : RunningPhones()) {
-    if (Request(name, {"host-port"}).text == device) return name;
+  for (const PhoneAnswer& phone : AskAll({"host-port"})) {
+    if (phone.answer.good && phone.answer.text == device) return phone.name;
   }
   throw std::runtime_error(fmt::format("No simulated phone has the port {}.", port));
 }
 
 int StopPhone(const std::string& name) {
-  const Answer answer = Request(name, {"stop"});
+  // Removing the phone's files takes its time on a busy machine.
+  constexpr auto LONGEST_END = std::chrono::seconds(30);
+  const Answer answer = Ask(name, {"stop"});
   // The name is free again when the phone is gone.
-  while (answer.good && ConnectTo(name).IsOpen()) std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  const posix::Deadline deadline(LONGEST_END);
+  while (answer.good && !PhoneRequest(name, {}).IsRefused()) {
+    if (deadline.HasPassed()) return Show({false, fmt::format("{}: does not end\n", name), {}});
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
   return Show(answer);
 }
 
 int ShowPhones() {
-  for (const std::string& name : RunningPhones()) Show(Request(name, {"status"}));
+  for (const PhoneAnswer& phone : AskAll({"status"})) fmt::print("{}", phone.answer.text);
   return 0;
 }
 
 int ShellInPhone(const std::string& name) {
-  const posix::FileDescriptor phone = ConnectTo(name);
-  if (!phone.IsOpen()) return NoSuchPhone(name);
-  SendWords(phone, {"shell"});
-  const Answer answer = ReceiveStatus(phone);
-  if (!answer.descriptor.IsOpen()) return NoSuchPhone(name);
+  PhoneRequest request(name, {"shell"});
+  Answer answer = request.TakeStatus();
+  if (!answer.descriptor.IsOpen()) return Show(request.TakeText(std::move(answer)));
   RelayTerminal(answer.descriptor);
   return 0;
 }
 
 int ShowJournal(const std::string& name, bool follow) {
-  const posix::FileDescriptor phone = ConnectTo(name);
-  if (!phone.IsOpen()) return NoSuchPhone(name);
-  SendWords(phone,
-            follow ? std::vector<std::string>{"journal", "--follow"} : std::vector<std::string>{"journal"});
-  ReceiveStatus(phone);
+  PhoneRequest request(
+      name, follow ? std::vector<std::string>{"journal", "--follow"} : std::vector<std::string>{"journal"});
+  Answer answer = request.TakeStatus();
+  if (!answer.good) return Show(request.TakeText(std::move(answer)));
+  // From here on the pieces come when they come.
   char bytes[1 << 14];
-  ssize_t size;
-  while ((size = read(phone.Get(), bytes, sizeof bytes)) > 0) {
+  pollfd polled = {request.Socket().Get(), POLLIN, 0};
+  while (true) {
+    poll(&polled, 1, -1);
+    const ssize_t size = read(request.Socket().Get(), bytes, sizeof bytes);
+    if (size < 0 && (errno == EAGAIN || errno == EINTR)) continue;
+    if (size <= 0) return 0;
     fwrite(bytes, 1, static_cast<size_t>(size), stdout);
     fflush(stdout);
   }
-  return 0;
 }
 
 int CommandPhone(const std::string& name, std::vector<std::string> words) {
-  if (words.size() < 2 || !GivesFile(name, words[0])) return Show(Request(name, words));
+  if (words.size() < 2 || !ReturnsFile(name, words[0])) return Show(Ask(name, words));
   const std::string file = words.back();
   words.pop_back();
-  const Answer answer = Request(name, words);
+  const Answer answer = Ask(name, words);
   if (!answer.good) return Show(answer);
   std::ofstream stream(file, std::ios::binary);
   stream << answer.text;

@@ -1,4 +1,5 @@
-// phonesim's commands to a phone that runs already. The commands give the program's exit status.
+// phonesim's commands to a phone that runs already. Each returns the program's exit status, and none waits
+// without end for a phone that does not answer.
 #pragma once
 
 #include <string>
@@ -6,8 +7,7 @@
 
 namespace simulator {
 
-// The name of the running phone whose serial port this is. Throws an error with a sentence when there is
-// none.
+// The name of the running phone that has this serial port. Throws an error with a sentence if there is none.
 std::string PhoneAtPort(const std::string& port);
 
 int StopPhone(const std::string& name);

@@ -2,62 +2,118 @@
 
 #include <fmt/format.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <cstring>
 #include <fstream>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
-#include "simulator/supervisor/guardian_link.h"
+#include "posix/message_socket.h"
 
 namespace simulator {
 namespace {
 
 constexpr size_t MAX_REQUEST = 1 << 16;
-constexpr timeval PATIENCE = {5, 0};
+constexpr int WAITING_CLIENTS = 64;
 
 std::string NamePrefix(uid_t user) {
   return fmt::format("phonesim/{}/", user);
 }
 
-struct Address {
-  sockaddr_un socket = {};
-  socklen_t size = 0;
-};
-
-Address AddressOf(const std::string& name) {
-  Address address;
-  address.socket.sun_family = AF_UNIX;
-  // The zero before it makes it a name without file.
-  const auto written = fmt::format_to_n(address.socket.sun_path + 1, sizeof address.socket.sun_path - 1,
-                                        "{}{}", NamePrefix(geteuid()), name);
-  if (written.size >= sizeof address.socket.sun_path)
-    throw std::invalid_argument("The phone's name is too long.");
-  address.size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + written.size);
-  return address;
+// Calls `use(address, size)` with the address of a phone's socket. The zero byte before the name makes it a
+// name without a file.
+template <typename Use>
+int WithAddress(const std::string& name, Use use) {
+  const std::string path = NamePrefix(geteuid()) + name;
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof address.sun_path) throw std::invalid_argument("The phone's name is too long.");
+  memcpy(address.sun_path + 1, path.data(), path.size());
+  return use(reinterpret_cast<const sockaddr*>(&address),
+             static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + path.size()));
 }
 
 posix::FileDescriptor NewSocket() {
-  posix::FileDescriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (!made.IsOpen()) throw std::runtime_error("no socket can be made");
+  posix::FileDescriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!made.IsOpen()) posix::ThrowErrno("socket");
   return made;
+}
+
+posix::FileDescriptor ConnectTo(const std::string& name, const posix::Deadline& deadline) {
+  posix::FileDescriptor phone = NewSocket();
+  const auto connects = [&phone](const sockaddr* address, socklen_t size) {
+    return connect(phone.Get(), address, size);
+  };
+  while (WithAddress(name, connects) != 0) {
+    // EAGAIN: too many other clients wait for the phone. After the deadline the socket stays open without a
+    // phone, and so without an answer.
+    if (errno != EAGAIN) phone.Reset();
+    if (!phone.IsOpen() || deadline.HasPassed()) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return phone;
 }
 
 }  // namespace
 
 posix::FileDescriptor ListenAs(const std::string& name) {
-  const Address address = AddressOf(name);
   posix::FileDescriptor listening = NewSocket();
-  if (bind(listening.Get(), reinterpret_cast<const sockaddr*>(&address.socket), address.size) != 0 ||
-      listen(listening.Get(), 16) != 0) {
-    listening.Reset();
-  }
+  const auto binds = [&listening](const sockaddr* address, socklen_t size) {
+    return bind(listening.Get(), address, size);
+  };
+  if (WithAddress(name, binds) != 0 || listen(listening.Get(), WAITING_CLIENTS) != 0) listening.Reset();
   return listening;
+}
+
+posix::FileDescriptor AcceptClient(const posix::FileDescriptor& listening) {
+  posix::FileDescriptor client(accept4(listening.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  ucred user = {};
+  socklen_t size = sizeof user;
+  if (!client.IsOpen() || getsockopt(client.Get(), SOL_SOCKET, SO_PEERCRED, &user, &size) != 0 ||
+      (user.uid != geteuid() && user.uid != 0)) {
+    client.Reset();
+  }
+  return client;
+}
+
+bool ReceiveRequest(const posix::FileDescriptor& client, std::string& request) {
+  char bytes[4096];
+  while (request.size() < MAX_REQUEST) {
+    const ssize_t size = recv(client.Get(), bytes, sizeof bytes, 0);
+    if (size < 0 && (errno == EAGAIN || errno == EINTR)) return false;
+    if (size <= 0) return true;
+    request.append(bytes, static_cast<size_t>(size));
+  }
+  return true;
+}
+
+std::vector<std::string> WordsOf(const std::string& request) {
+  std::vector<std::string> words;
+  for (size_t start = 0; start < request.size();) {
+    const size_t end = std::min(request.find('\0', start), request.size());
+    words.push_back(request.substr(start, end - start));
+    start = end + 1;
+  }
+  return words;
+}
+
+bool SendDescriptor(const posix::FileDescriptor& client, int descriptor) {
+  return posix::SendMessage(client.Get(), &ANSWER_GOOD, 1, &descriptor, 1);
+}
+
+bool SendSome(const posix::FileDescriptor& client, std::string& pending) {
+  while (!pending.empty()) {
+    const ssize_t sent = send(client.Get(), pending.data(), pending.size(), MSG_NOSIGNAL);
+    if (sent < 0) return errno == EAGAIN || errno == EINTR;
+    pending.erase(0, static_cast<size_t>(sent));
+  }
+  return true;
 }
 
 std::vector<std::string> RunningPhones() {
@@ -74,82 +130,39 @@ std::vector<std::string> RunningPhones() {
   return names;
 }
 
-posix::FileDescriptor AcceptClient(const posix::FileDescriptor& listening) {
-  posix::FileDescriptor client(accept4(listening.Get(), nullptr, nullptr, SOCK_CLOEXEC));
-  ucred user = {};
-  socklen_t size = sizeof user;
-  if (!client.IsOpen() || getsockopt(client.Get(), SOL_SOCKET, SO_PEERCRED, &user, &size) != 0 ||
-      (user.uid != geteuid() && user.uid != 0)) {
-    client.Reset();
-    return client;
-  }
-  setsockopt(client.Get(), SOL_SOCKET, SO_RCVTIMEO, &PATIENCE, sizeof PATIENCE);
-  return client;
-}
-
-std::vector<std::string> ReceiveWords(const posix::FileDescriptor& client) {
-  std::string request;
-  char bytes[4096];
-  ssize_t size;
-  while (request.size() < MAX_REQUEST && (size = recv(client.Get(), bytes, sizeof bytes, 0)) > 0) {
-    request.append(bytes, static_cast<size_t>(size));
-  }
-  std::vector<std::string> words;
-  for (size_t start = 0; start < request.size();) {
-    const size_t end = std::min(request.find('\0', start), request.size());
-    words.push_back(request.substr(start, end - start));
-    start = end + 1;
-  }
-  return words;
-}
-
-bool SendDescriptor(const posix::FileDescriptor& client, int descriptor) {
-  return SendMessage(client.Get(), &ANSWER_GOOD, 1, &descriptor, 1);
-}
-
-bool SendSome(const posix::FileDescriptor& client, std::string& pending) {
-  while (!pending.empty()) {
-    const ssize_t sent = send(client.Get(), pending.data(), pending.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (sent < 0) return errno == EAGAIN || errno == EINTR;
-    pending.erase(0, static_cast<size_t>(sent));
-  }
-  return true;
-}
-
-posix::FileDescriptor ConnectTo(const std::string& name) {
-  const Address address = AddressOf(name);
-  posix::FileDescriptor phone = NewSocket();
-  if (connect(phone.Get(), reinterpret_cast<const sockaddr*>(&address.socket), address.size) != 0)
-    phone.Reset();
-  return phone;
-}
-
-void SendWords(const posix::FileDescriptor& phone, const std::vector<std::string>& words) {
+PhoneRequest::PhoneRequest(const std::string& name, const std::vector<std::string>& words)
+    : name_(name), socket_(ConnectTo(name, deadline_)) {
   std::string request;
   for (const std::string& word : words) request.append(word.c_str(), word.size() + 1);
-  send(phone.Get(), request.data(), request.size(), MSG_NOSIGNAL);
-  shutdown(phone.Get(), SHUT_WR);
+  while (!IsRefused() && SendSome(socket_, request) && !request.empty() && !deadline_.HasPassed()) {
+    deadline_.WaitFor(socket_.Get(), POLLOUT);
+  }
+  if (!IsRefused()) shutdown(socket_.Get(), SHUT_WR);
 }
 
-Answer ReceiveStatus(const posix::FileDescriptor& phone) {
-  Answer answer;
+Answer PhoneRequest::NoAnswer() const {
+  return {false, fmt::format("{}: does not answer\n", name_), {}};
+}
+
+Answer PhoneRequest::TakeStatus() {
+  if (IsRefused()) return {false, fmt::format("No simulated phone named {} runs.\n", name_), {}};
+  if (!deadline_.WaitFor(socket_.Get(), POLLIN)) return NoAnswer();
   char status = ANSWER_BAD;
-  LinkMessage message = ReceiveMessage(phone.Get(), &status, 1);
-  answer.good = message.size == 1 && status == ANSWER_GOOD;
-  answer.descriptor.Reset(message.descriptors[0]);
-  return answer;
+  const posix::Message message = posix::ReceiveMessage(socket_.Get(), &status, 1);
+  if (message.size != 1) return NoAnswer();
+  return {status == ANSWER_GOOD, {}, posix::FileDescriptor(message.descriptors[0])};
 }
 
-Answer Request(const std::string& name, const std::vector<std::string>& words) {
-  const posix::FileDescriptor phone = ConnectTo(name);
-  if (!phone.IsOpen()) return {false, fmt::format("No simulated phone named {} runs.\n", name), {}};
-  SendWords(phone, words);
-  Answer answer = ReceiveStatus(phone);
+Answer PhoneRequest::TakeText(Answer answer) {
+  if (!answer.text.empty()) return answer;
   char bytes[1 << 14];
-  ssize_t size;
-  while ((size = read(phone.Get(), bytes, sizeof bytes)) > 0)
+  while (true) {
+    if (!deadline_.WaitFor(socket_.Get(), POLLIN)) return NoAnswer();
+    const ssize_t size = read(socket_.Get(), bytes, sizeof bytes);
+    if (size < 0 && (errno == EAGAIN || errno == EINTR)) continue;
+    if (size <= 0) return answer;
     answer.text.append(bytes, static_cast<size_t>(size));
-  return answer;
+  }
 }
 
 }  // namespace simulator

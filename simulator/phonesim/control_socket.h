@@ -1,46 +1,78 @@
-// The socket by which a running phone is worked from another program: phonesim's commands and each phone's
-// name. It is of the kind that has no file, so nothing is left of it when the phone is killed. Only the
-// phone's own user and root are served.
+// The socket by which other programs control a running phone; its address is the phone's name. It is of the
+// kind that has no file, so nothing is left of it when the phone is killed. Only the phone's own user and
+// root are served.
 //
-// A request is a list of words, each ended by a zero byte; the answer is a status byte and the bytes of the
-// answer, until the connection's end. The word "shell" gets a terminal's descriptor with the status byte.
+// A request is a list of words, each ended by a zero byte. The answer is a status byte and the text of the
+// answer, until the end of the connection. The word "shell" returns a terminal's descriptor with the status
+// byte.
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "posix/deadline.h"
 #include "posix/file_descriptor.h"
 
 namespace simulator {
 
 constexpr char ANSWER_GOOD = '+';
 constexpr char ANSWER_BAD = '-';
+// How long a client takes to send its request, and a phone to answer it, at most.
+constexpr auto CONTROL_TIME_OUT = std::chrono::seconds(5);
 
-// Names the phone; not open when another phone has the name.
+// The phone's side. Nothing here blocks.
+
+// Gives the phone its name. Not open if another phone has the name.
 posix::FileDescriptor ListenAs(const std::string& name);
-// Names of the phones of this user that run.
-std::vector<std::string> RunningPhones();
-
-// The phone's side. A connection of another user gives one that is not open.
+// Not open if the connection is another user's.
 posix::FileDescriptor AcceptClient(const posix::FileDescriptor& listening);
-std::vector<std::string> ReceiveWords(const posix::FileDescriptor& client);
+// Adds to `request` what the client has sent. Returns true when the request is whole, or the client has gone.
+bool ReceiveRequest(const posix::FileDescriptor& client, std::string& request);
+std::vector<std::string> WordsOf(const std::string& request);
 // A good answer that is a descriptor.
 bool SendDescriptor(const posix::FileDescriptor& client, int descriptor);
-// Takes off `pending` what the client takes now. False when it is gone.
+// Removes from `pending` what the client takes now. Returns false if the client is gone.
 bool SendSome(const posix::FileDescriptor& client, std::string& pending);
 
-// The other side. Not open when no such phone runs.
-posix::FileDescriptor ConnectTo(const std::string& name);
-void SendWords(const posix::FileDescriptor& phone, const std::vector<std::string>& words);
+// The other side.
+
+// Names of the phones of this user that run.
+std::vector<std::string> RunningPhones();
 
 struct Answer {
   bool good = false;
   std::string text;
   posix::FileDescriptor descriptor;
 };
-// The status byte and the descriptor; the text is still to be read.
-Answer ReceiveStatus(const posix::FileDescriptor& phone);
-// One request whole.
-Answer Request(const std::string& name, const std::vector<std::string>& words);
+
+// One request to a phone and its answer, within CONTROL_TIME_OUT in all.
+class PhoneRequest {
+ public:
+  PhoneRequest(const std::string& name, const std::vector<std::string>& words);
+
+  // The whole answer, or a bad one with a sentence if no such phone runs or it does not answer in time.
+  Answer TakeAnswer() {
+    return TakeText(TakeStatus());
+  }
+  // Only the status byte and the descriptor: the text is still to be read, by TakeText or from Socket.
+  Answer TakeStatus();
+  Answer TakeText(Answer answer);
+  const posix::FileDescriptor& Socket() const {
+    return socket_;
+  }
+  // No phone has this name.
+  bool IsRefused() const {
+    return !socket_.IsOpen();
+  }
+
+ private:
+  Answer NoAnswer() const;
+
+  std::string name_;
+  posix::Deadline deadline_{CONTROL_TIME_OUT};
+  posix::FileDescriptor socket_;
+};
 
 }  // namespace simulator

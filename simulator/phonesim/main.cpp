@@ -1,4 +1,5 @@
-// phonesim: a phone without hardware, in the foreground or in the background, and the commands that work it.
+// phonesim: a phone without hardware, in the foreground or in the background, and the commands that control
+// it.
 #include <fmt/format.h>
 #include <signal.h>
 #include <unistd.h>
@@ -9,10 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "simulator/phonesim/background.h"
 #include "simulator/phonesim/client.h"
 #include "simulator/phonesim/session.h"
-#include "simulator/phonesim/terminal_relay.h"
+#include "simulator/phonesim/terminal.h"
 
 namespace {
 
@@ -76,7 +76,7 @@ std::filesystem::path ServerBesidePhonesim() {
   return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "phonetestd";
 }
 
-// What stands behind "--" is the server's.
+// The arguments after "--" are the server's.
 std::vector<std::string> SplitServerArguments(int& argc, char** argv) {
   for (int index = 1; index < argc; ++index) {
     if (std::string_view(argv[index]) != "--") continue;
@@ -95,31 +95,33 @@ int RunProgram(int argc, char** argv) {
 
   CLI::App app(
       "A simulated phone: boots the test-command server without hardware.\n"
-      "Without a command it runs in the foreground until Ctrl-C; arguments behind -- are the server's.\n"
+      "Without a command it runs in the foreground until Ctrl-C; arguments after -- are the server's.\n"
       "A command that is not listed here goes to the running phone: `phonesim commands` shows them.");
   app.name("phonesim");
-  app.add_option("--name", options.name, "the phone's name, with several of them");
+  app.add_option("--name", options.name, "the name of the phone, if several run");
   std::string port;
-  app.add_option("--port", port, "the running phone by its serial port instead of its name");
+  app.add_option("--port", port, "names the running phone by its serial port");
   app.add_option("--server", options.phone.server,
                  "the server program (default: phonetestd beside phonesim)");
-  app.add_option("--state", options.phone.state_directory, "keeps the phone's files there between boots");
+  app.add_option("--state", options.phone.state_directory,
+                 "a directory that keeps the phone's files between boots");
   app.add_option("--journal", options.journal_file,
-                 "writes all that happens there, as JSON when it ends in .json");
+                 "a file for everything that happens, as JSON if its name ends in .json");
   app.add_option("--link", options.phone.host_port_link,
                  "a symbolic link to the host's end of the serial port");
   app.add_option("--camera", options.camera_file, "a PNG or JPEG picture that the camera sees");
-  app.add_option("--lcd", options.lcd_file, "writes the LCD there as PNG when the phone ends");
+  app.add_option("--lcd", options.lcd_file,
+                 "a PNG file for the LCD's last picture, written when the phone ends");
   app.add_flag("--no-waiting", options.phone.instant_sleeps, "the phone's sleeps take no time");
-  app.add_flag("--no-server", no_server, "no server: a shell in the phone");
-  app.add_flag("--verbose,-v", options.prints_journal, "prints all that happens");
+  app.add_flag("--no-server", no_server, "starts a shell in the phone instead of the server");
+  app.add_flag("--verbose,-v", options.prints_journal, "prints everything that happens");
   CLI::App* start = app.add_subcommand("start", "starts a phone in the background")->fallthrough();
-  CLI::App* stop = app.add_subcommand("stop", "stops it")->fallthrough();
+  CLI::App* stop = app.add_subcommand("stop", "stops the phone")->fallthrough();
   CLI::App* status = app.add_subcommand("status", "lists the phones that run")->fallthrough();
-  CLI::App* shell = app.add_subcommand("shell", "a shell in the phone")->fallthrough();
-  CLI::App* journal = app.add_subcommand("journal", "what has happened so far")->fallthrough();
+  CLI::App* shell = app.add_subcommand("shell", "opens a shell in the phone")->fallthrough();
+  CLI::App* journal = app.add_subcommand("journal", "prints what has happened so far")->fallthrough();
   bool follow = false;
-  journal->add_flag("--follow,-f", follow, "and what happens from now on");
+  journal->add_flag("--follow,-f", follow, "goes on with what happens from now on");
   app.prefix_command();
   try {
     app.parse(argc, argv);

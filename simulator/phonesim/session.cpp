@@ -7,23 +7,17 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
-#include <nlohmann/json.hpp>
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
-#include "simulator/models/framebuffer.h"
-#include "simulator/phonesim/control_socket.h"
+#include "simulator/models/front_panel.h"
 
 namespace simulator {
 namespace {
 
 std::string TimedLine(const JournalEntry& entry) {
   return fmt::format("{:12.6f} {}\n", std::chrono::duration<double>(entry.time).count(), entry.Line());
-}
-
-// Output of a program need not be UTF-8, which JSON is.
-std::string JsonLine(const JournalEntry& entry) {
-  return entry.Json().dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
 }
 
 }  // namespace
@@ -67,7 +61,7 @@ void Session::TakeName() {
 void Session::Record(const JournalEntry& entry) {
   const std::string line = TimedLine(entry);
   if (journal_.is_open())
-    journal_ << (options_.journal_file.ends_with(".json") ? JsonLine(entry) : line) << std::flush;
+    journal_ << (options_.journal_file.ends_with(".json") ? entry.JsonLine() : line) << std::flush;
   if (options_.prints_journal) {
     [[maybe_unused]] const ssize_t ignored = write(STDOUT_FILENO, line.data(), line.size());
   }
@@ -101,27 +95,34 @@ PhoneEnd Session::Run() {
 void Session::Wait() {
   std::vector<pollfd> polled = {
       {signals_.Get(), POLLIN, 0}, {changed_.Get(), POLLIN, 0}, {listening_.Get(), POLLIN, 0}};
+  int time_out = -1;
   for (const Client& client : clients_) {
-    polled.push_back({client.socket.Get(), static_cast<short>(client.pending.empty() ? 0 : POLLOUT), 0});
+    const int events = !client.served ? POLLIN : client.pending.empty() ? 0 : POLLOUT;
+    polled.push_back({client.socket.Get(), static_cast<short>(events), 0});
+    if (client.served) continue;
+    const int left = client.request_until.MillisecondsLeft();
+    time_out = time_out < 0 ? left : std::min(time_out, left);
   }
-  if (poll(polled.data(), polled.size(), -1) < 0) return;
+  if (poll(polled.data(), polled.size(), time_out) < 0) return;
   eventfd_t ignored_count;
   if (polled[1].revents != 0) eventfd_read(changed_.Get(), &ignored_count);
-  if (polled[2].revents != 0) ServeClient();
+  if (polled[2].revents != 0) {
+    posix::FileDescriptor client = AcceptClient(listening_);
+    if (client.IsOpen()) clients_.push_back({std::move(client)});
+  }
   if (polled[0].revents != 0) stopped_ = true;
 }
 
-void Session::ServeClient() {
-  Client client = {AcceptClient(listening_), {}, {}, false};
-  if (!client.socket.IsOpen()) return;
-  const std::vector<std::string> words = ReceiveWords(client.socket);
+void Session::TakeRequest(Client& client) {
+  if (!ReceiveRequest(client.socket, client.request)) return;
+  client.served = true;
+  const std::vector<std::string> words = WordsOf(client.request);
   if (words.empty()) return;
   try {
     Serve(client, words);
   } catch (const std::exception& failure) {
     client.pending = fmt::format("{}{}\n", ANSWER_BAD, failure.what());
   }
-  clients_.push_back(std::move(client));
 }
 
 void Session::Serve(Client& client, const std::vector<std::string>& words) {
@@ -141,16 +142,18 @@ void Session::Serve(Client& client, const std::vector<std::string>& words) {
     text = phone_.HostPort();
   } else if (words[0] == "commands") {
     text = Help();
-  } else if (words[0] == "gives-file") {
-    if (!GivesFile(words.at(1))) throw std::invalid_argument(words[1]);
+  } else if (words[0] == "returns-file") {
+    if (!ReturnsFile(words.at(1))) throw std::invalid_argument(words[1]);
   } else {
     text = phone_.Command(words);
   }
   client.pending = ANSWER_GOOD + text;
 }
 
-// False when the client has got all that it is to get, or is gone.
+// Returns false when the client has its whole answer, has gone, or is too slow to ask.
 bool Session::GoOn(Client& client) {
+  if (!client.served) TakeRequest(client);
+  if (!client.served) return !client.request_until.HasPassed();
   if (client.journal_next) {
     const std::vector<JournalEntry> entries = phone_.GetJournal().Entries(*client.journal_next);
     for (const JournalEntry& entry : entries) client.pending += TimedLine(entry);
@@ -173,9 +176,9 @@ std::string Session::Help() {
   return text;
 }
 
-bool Session::GivesFile(const std::string& name) {
+bool Session::ReturnsFile(const std::string& name) {
   for (const ModelCommand& command : phone_.Commands()) {
-    if (command.name == name) return command.gives_file;
+    if (command.name == name) return command.returns_file;
   }
   return false;
 }

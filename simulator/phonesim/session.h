@@ -1,5 +1,5 @@
-// A phone that runs until it is stopped, powered off or its server ends; meanwhile it is worked by its
-// control socket.
+// A phone that runs until it is stopped, powered off or its server ends. Meanwhile other programs
+// control it by its socket.
 #pragma once
 
 #include <fstream>
@@ -8,7 +8,8 @@
 #include <vector>
 
 #include "posix/file_descriptor.h"
-#include "simulator/phone/simulated_phone.h"
+#include "simulator/phonesim/control_socket.h"
+#include "simulator/simulated_phone.h"
 
 namespace simulator {
 
@@ -39,23 +40,27 @@ class Session {
   PhoneEnd Run();
 
  private:
-  // A connection whose answer has not gone out whole, or goes on as long as the phone does.
+  // A connection whose request has not come whole, or whose answer has not gone out whole or goes on as long
+  // as the phone does.
   struct Client {
     posix::FileDescriptor socket;
-    std::string pending;
-    std::optional<size_t> journal_next;  // the first entry that it has not got
+    posix::Deadline request_until{CONTROL_TIME_OUT};
+    std::string request{};
+    bool served = false;
+    std::string pending{};
+    std::optional<size_t> journal_next{};  // the first entry that it has not got
     bool follows = false;
   };
 
   void TakeName();
   void Record(const JournalEntry& entry);
   void Wait();
-  void ServeClient();
+  void TakeRequest(Client& client);
   void Serve(Client& client, const std::vector<std::string>& words);
   bool GoOn(Client& client);
   std::string Status() const;
   std::string Help();
-  bool GivesFile(const std::string& command);
+  bool ReturnsFile(const std::string& command);
 
   SessionOptions options_;
   posix::FileDescriptor listening_;

@@ -22,7 +22,7 @@ enum class Call {
   SetClock,
   SetTime,
   Reboot,
-  DeviceRequest,  // ioctl, but for the terminal's own requests
+  DeviceRequest,  // ioctl, except the terminal's own requests
   Clone,          // of a new thread only
   CloneWith,      // clone3, of every new process and thread
   // sendfile and splice, refused by the filter so that programs read and write instead: while the kernel
@@ -46,6 +46,8 @@ struct Architecture {
   bool narrow;  // 32-bit words and pointers
 };
 
+// The calls of 32-bit programs.
+std::span<const CallNumber> NarrowCalls();
 std::span<const Architecture> Architectures();
 const Architecture* FindArchitecture(uint32_t audit_number);
 const CallNumber* FindCall(const Architecture& architecture, int number);

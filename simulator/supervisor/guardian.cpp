@@ -11,11 +11,11 @@
 #include <system_error>
 #include <utility>
 
-#include "simulator/phone/simulated_phone.h"
+#include "posix/message_socket.h"
+#include "simulator/phone/root_directory.h"
 #include "simulator/supervisor/guardian_process.h"
 #include "simulator/supervisor/phone_processes.h"
 #include "simulator/supervisor/seccomp_filter.h"
-#include "simulator/supervisor/tree_removal.h"
 
 namespace simulator {
 namespace {
@@ -69,7 +69,7 @@ StartedProgram Guardian::Start(const ProgramStart& program) {
   for (const std::string& argument : program.arguments) add(argument);
   for (const std::string& setting : program.environment) add(setting);
   if (message.size() > MAX_LINK_MESSAGE ||
-      !SendMessage(link_.Get(), message.data(), message.size(), program.standard, 3)) {
+      !posix::SendMessage(link_.Get(), message.data(), message.size(), program.standard, 3)) {
     throw CannotSimulate(Refusal({LinkKind::Refused, 0, 0, 0, StartStep::Fork, errno}));
   }
 
@@ -82,7 +82,7 @@ StartedProgram Guardian::Start(const ProgramStart& program) {
 LinkReport Guardian::AwaitReport(posix::FileDescriptor& descriptor) {
   while (true) {
     LinkReport report;
-    const LinkMessage answer = ReceiveMessage(link_.Get(), &report, sizeof report);
+    const posix::Message answer = posix::ReceiveMessage(link_.Get(), &report, sizeof report);
     if (answer.size != sizeof report) return {LinkKind::Refused, 0, 0, 0, StartStep::Fork, ECHILD};
     descriptor.Reset(answer.descriptors[0]);
     if (report.kind != LinkKind::Ended) return report;
@@ -93,13 +93,13 @@ LinkReport Guardian::AwaitReport(posix::FileDescriptor& descriptor) {
 void Guardian::KillAll() {
   const StartHeader header = {LinkKind::Kill, 0, 0, 0, 0};
   posix::FileDescriptor none;
-  if (SendMessage(link_.Get(), &header, sizeof header, nullptr, 0)) AwaitReport(none);
+  if (posix::SendMessage(link_.Get(), &header, sizeof header, nullptr, 0)) AwaitReport(none);
 }
 
 std::optional<EndedProgram> Guardian::TakeEnd() {
   if (ends_.empty()) {
     LinkReport report;
-    const LinkMessage message = ReceiveMessage(link_.Get(), &report, sizeof report);
+    const posix::Message message = posix::ReceiveMessage(link_.Get(), &report, sizeof report);
     if (message.size != sizeof report) return std::nullopt;
     return EndedProgram{report.number, report.status};
   }
@@ -115,7 +115,7 @@ void Guardian::Finish() {
   while (waitpid(process_, &status, 0) < 0 && errno == EINTR) continue;
   process_ = 0;
   if (WIFEXITED(status)) return;
-  // The guardian was killed: its duty falls back to us.
+  // The guardian was killed: we do its work.
   for (pid_t process : ProcessesIn(root_)) kill(process, SIGKILL);
   if (removes_root_) RemoveTree(root_.c_str());
   if (!link_path_.empty()) unlink(link_path_.c_str());

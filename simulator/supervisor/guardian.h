@@ -8,11 +8,13 @@
 #include <cstdint>
 #include <deque>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "posix/file_descriptor.h"
-#include "simulator/supervisor/guardian_link.h"
+#include "posix/message_socket.h"
+#include "simulator/supervisor/guardian_process.h"
 
 namespace simulator {
 
@@ -32,7 +34,12 @@ struct StartedProgram {
 
 struct EndedProgram {
   uint32_t number;
-  int status;  // as waitpid gives it
+  int status;  // as waitpid returns it
+};
+
+// The PC does not allow what the phone needs; the text is one sentence for the person who started it.
+class CannotSimulate : public std::runtime_error {
+  using std::runtime_error::runtime_error;
 };
 
 class Guardian {
@@ -52,7 +59,7 @@ class Guardian {
   }
   // The next end; none when the guardian is gone.
   std::optional<EndedProgram> TakeEnd();
-  // An end that came while something else was waited for: it does not make the descriptor readable.
+  // An end came while another message was waited for. It does not make the descriptor readable.
   bool HasEnd() const {
     return !ends_.empty();
   }

@@ -1,4 +1,5 @@
 #include "simulator/supervisor/guardian_process.h"
+#include "posix/message_socket.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -13,9 +14,10 @@
 #include <cstring>
 
 #include "posix/file_descriptor.h"
-#include "simulator/supervisor/guardian_link.h"
+#include "posix/message_socket.h"
+#include "simulator/phone/root_directory.h"
+#include "simulator/supervisor/guardian_process.h"
 #include "simulator/supervisor/phone_process.h"
-#include "simulator/supervisor/tree_removal.h"
 
 namespace simulator {
 namespace {
@@ -43,7 +45,7 @@ Guardian guardian;
 alignas(StartHeader) char message_bytes[MAX_LINK_MESSAGE];
 
 void Report(const LinkReport& report, int listener = -1) {
-  SendMessage(guardian.duty.link, &report, sizeof report, &listener, listener >= 0 ? 1 : 0);
+  posix::SendMessage(guardian.duty.link, &report, sizeof report, &listener, listener >= 0 ? 1 : 0);
 }
 
 Start* FreeStart() {
@@ -53,7 +55,7 @@ Start* FreeStart() {
   return nullptr;
 }
 
-// Splits the texts behind the header into null-ended lists. False when they are more than there is room for.
+// Splits the texts after the header into null-ended lists. Returns false if there is no room for them.
 bool TakeTexts(char*& text, const char* end, char** list, size_t count) {
   if (count >= MAX_TEXTS) return false;
   for (size_t index = 0; index < count; ++index) {
@@ -65,7 +67,7 @@ bool TakeTexts(char*& text, const char* end, char** list, size_t count) {
   return true;
 }
 
-void StartProcess(const LinkMessage& message) {
+void StartProcess(const posix::Message& message) {
   StartHeader header;
   memcpy(&header, message_bytes, sizeof header);
   LinkReport report = {LinkKind::Refused, header.number, 0, 0, StartStep::Fork, EINVAL};
@@ -98,7 +100,7 @@ void StartProcess(const LinkMessage& message) {
   report.error = errno;
   int listener = -1;
   if (process > 0) {
-    const LinkMessage answer = ReceiveMessage(sockets[0], &report, sizeof report);
+    const posix::Message answer = posix::ReceiveMessage(sockets[0], &report, sizeof report);
     listener = answer.descriptors[0];
     if (answer.size != sizeof report) report = {LinkKind::Refused, 0, 0, 0, StartStep::Fork, ECHILD};
   }
@@ -109,7 +111,7 @@ void StartProcess(const LinkMessage& message) {
   Report(report, listener);
 }
 
-// What waitpid gives for one child, or for one that ends while it waits.
+// Returns what waitpid returns, and reports the end of a program that the simulator asked for.
 pid_t ReapChild(int options) {
   int status;
   const pid_t process = waitpid(-1, &status, options);
@@ -169,7 +171,8 @@ void ServeLink() {
       if (polled[index + 2].fd >= 0 && polled[index + 2].revents != 0) DropListener(guardian.starts[index]);
     }
     if (polled[0].revents == 0) continue;
-    const LinkMessage message = ReceiveMessage(guardian.duty.link, message_bytes, sizeof message_bytes);
+    const posix::Message message =
+        posix::ReceiveMessage(guardian.duty.link, message_bytes, sizeof message_bytes);
     if (message.size < static_cast<ssize_t>(sizeof(StartHeader))) return;
     if (reinterpret_cast<const StartHeader*>(message_bytes)->kind == LinkKind::Kill) {
       KillDescendants();
@@ -183,7 +186,7 @@ void ServeLink() {
   }
 }
 
-// Nothing else of the simulator's must live on here: another phone's link would never end.
+// Closes everything else that came from the simulator. Otherwise another phone's link would never end.
 void KeepOnlyLink(int& link) {
   link = fcntl(link, F_DUPFD_CLOEXEC, LOWEST_OWN_NUMBER);
   dup2(link, LOWEST_OWN_NUMBER - 1);

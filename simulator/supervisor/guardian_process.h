@@ -4,9 +4,42 @@
 
 #include <linux/filter.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace simulator {
+
+constexpr size_t MAX_LINK_MESSAGE = 65536;
+
+enum class LinkKind : uint32_t {
+  Start,    // to the guardian: a StartHeader, then the texts; descriptors: standard input, output, error
+  Kill,     // to it: every process of the phone ends now
+  Started,  // from it: number, process; descriptor: the listener for its system calls
+  Refused,  // the phone's process could not be made: number, step, error
+  Ended,    // number, status as waitpid returns it
+  Killed,   // none is left
+};
+
+// How far the start of a phone's process came.
+enum class StartStep : uint32_t { Fork, UserNamespace, ChangeRoot, Filter };
+
+struct StartHeader {
+  LinkKind kind;
+  uint32_t number;     // names this start in all messages
+  uint32_t arguments;  // so many texts: first the program's path, then its arguments, its name first
+  uint32_t environment;
+  uint32_t controls_terminal;  // its standard input becomes its controlling terminal
+};
+
+struct LinkReport {
+  LinkKind kind;
+  uint32_t number;
+  int32_t process;
+  int32_t status;
+  StartStep step;
+  int32_t error;
+};
 
 struct GuardianDuty {
   const char* root;  // the phone's root directory
@@ -16,7 +49,7 @@ struct GuardianDuty {
   int link;  // to the simulator
 };
 
-// The body of the forked guardian; returns never.
+// The body of the forked guardian. Never returns.
 [[noreturn]] void RunGuardian(const GuardianDuty& duty);
 
 }  // namespace simulator

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <utility>
 
-#include "simulator/supervisor/device_descriptors.h"
+#include "simulator/phone/device_descriptors.h"
 #include "simulator/supervisor/phone_paths.h"
-#include "simulator/supervisor/process_memory.h"
+#include "simulator/supervisor/phone_processes.h"
 #include "simulator/supervisor/system_calls.h"
 
 namespace simulator {
@@ -45,7 +45,7 @@ void SystemCalls::Open(const CallPointer& call, int directory, uint64_t path_add
   FaultRule rule;
   if (const auto strike = faults_.Strike(FaultCall::Open, resolved.path)) rule = *strike;
   After(rule, call, [this, call, resolved, flags, rule] {
-    if (StrikeDead(
+    if (RefusedBy(
             rule, *call,
             {.kind = JournalKind::Open, .process = call->Thread(), .path = resolved.path, .flags = flags}))
       return;

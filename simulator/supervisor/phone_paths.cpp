@@ -10,7 +10,7 @@
 #include <filesystem>
 #include <string_view>
 
-#include "simulator/supervisor/process_memory.h"
+#include "simulator/supervisor/phone_processes.h"
 
 namespace simulator {
 namespace {

@@ -14,7 +14,8 @@
 #include <charconv>
 #include <cstring>
 
-#include "simulator/supervisor/guardian_link.h"
+#include "posix/message_socket.h"
+#include "simulator/supervisor/guardian_process.h"
 #include "simulator/supervisor/seccomp_filter.h"
 
 namespace simulator {
@@ -22,7 +23,7 @@ namespace {
 
 [[noreturn]] void Fail(const PhoneProcessStart& start, StartStep step) {
   const LinkReport report = {LinkKind::Refused, 0, 0, 0, step, errno};
-  SendMessage(start.report, &report, sizeof report, nullptr, 0);
+  posix::SendMessage(start.report, &report, sizeof report, nullptr, 0);
   _exit(127);
 }
 
@@ -102,7 +103,7 @@ void RunPhoneProcess(const PhoneProcessStart& start) {
   umask(022);
   EnterRoot(start);
   KeepHarmlessCapabilities();
-  // Behind the changes of rights, which take this setting back.
+  // After the changes of rights, which undo this setting.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   prctl(PR_SET_DUMPABLE, 1);
   if (getppid() != start.guardian) _exit(127);
@@ -110,7 +111,7 @@ void RunPhoneProcess(const PhoneProcessStart& start) {
   const int listener = InstallSystemCallFilter(*start.filter);
   if (listener < 0) Fail(start, StartStep::Filter);
   const LinkReport report = {LinkKind::Started, 0, 0, 0, StartStep::Filter, 0};
-  SendMessage(start.report, &report, sizeof report, &listener, 1);
+  posix::SendMessage(start.report, &report, sizeof report, &listener, 1);
   close(listener);
 
   execve(start.program, start.arguments, start.environment);

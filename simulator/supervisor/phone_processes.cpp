@@ -1,10 +1,93 @@
 #include "simulator/supervisor/phone_processes.h"
 
+#include <fmt/format.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <charconv>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
 namespace simulator {
+
+namespace {
+
+constexpr size_t PAGE = 4096;
+
+iovec RemotePiece(uint64_t address, size_t size) {
+  return {reinterpret_cast<void*>(address), size};
+}
+
+// The number after a word such as "pos:" at the start of a line of one of the kernel's process files.
+int64_t NumberInFile(const std::string& path, const std::string& word) {
+  std::ifstream file(path);
+  std::string line;
+  while (std::getline(file, line)) {
+    if (line.starts_with(word)) return std::strtoll(line.c_str() + word.size(), nullptr, 10);
+  }
+  return 0;
+}
+
+}  // namespace
+
+bool ReadMemory(pid_t thread, uint64_t address, void* bytes, size_t size) {
+  const iovec local = {bytes, size};
+  const iovec remote = RemotePiece(address, size);
+  return process_vm_readv(thread, &local, 1, &remote, 1, 0) == static_cast<ssize_t>(size);
+}
+
+bool WriteMemory(pid_t thread, uint64_t address, const void* bytes, size_t size) {
+  const iovec local = {const_cast<void*>(bytes), size};
+  const iovec remote = RemotePiece(address, size);
+  return process_vm_writev(thread, &local, 1, &remote, 1, 0) == static_cast<ssize_t>(size);
+}
+
+std::optional<std::string> ReadText(pid_t thread, uint64_t address, size_t limit) {
+  std::string text;
+  char piece[PAGE];
+  while (text.size() < limit) {
+    // A piece ends where its page ends: the page after a text may not exist.
+    const size_t size = PAGE - address % PAGE;
+    if (!ReadMemory(thread, address, piece, size)) return std::nullopt;
+    const size_t length = strnlen(piece, size);
+    text.append(piece, length);
+    if (length < size) return text;
+    address += size;
+  }
+  return std::nullopt;
+}
+
+std::optional<std::vector<std::string>> ReadTextList(pid_t thread, uint64_t address, bool narrow) {
+  std::vector<std::string> texts;
+  if (address == 0) return texts;
+  const size_t width = narrow ? 4 : 8;
+  while (true) {
+    uint64_t text_address = 0;
+    if (!ReadMemory(thread, address, &text_address, width)) return std::nullopt;
+    if (text_address == 0) return texts;
+    std::optional<std::string> text = ReadText(thread, text_address);
+    if (!text) return std::nullopt;
+    texts.push_back(std::move(*text));
+    address += width;
+  }
+}
+
+std::optional<struct stat> StatDescriptor(pid_t thread, int descriptor) {
+  struct stat status;
+  if (stat(fmt::format("/proc/{}/fd/{}", thread, descriptor).c_str(), &status) != 0) return std::nullopt;
+  return status;
+}
+
+int64_t DescriptorPosition(pid_t thread, int descriptor) {
+  return NumberInFile(fmt::format("/proc/{}/fdinfo/{}", thread, descriptor), "pos:");
+}
+
+pid_t ProcessOf(pid_t thread) {
+  return static_cast<pid_t>(NumberInFile(fmt::format("/proc/{}/status", thread), "Tgid:"));
+}
+
 namespace {
 
 // The kernel keeps this many characters of a process's name.

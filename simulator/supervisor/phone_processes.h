@@ -1,12 +1,30 @@
-// The phone's processes as the PC lists them: those whose root directory is the phone's.
+// The phone's processes as the PC sees them: their memory, their descriptors, and which ones they are.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
+#include <cstddef>
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace simulator {
+
+// Return true if all of it was read or written.
+bool ReadMemory(pid_t thread, uint64_t address, void* bytes, size_t size);
+bool WriteMemory(pid_t thread, uint64_t address, const void* bytes, size_t size);
+// A text up to its zero byte. None if it is longer than `limit` or outside the process's memory.
+std::optional<std::string> ReadText(pid_t thread, uint64_t address, size_t limit = 1 << 17);
+// A list of texts that a null address ends, as a program's arguments are passed.
+std::optional<std::vector<std::string>> ReadTextList(pid_t thread, uint64_t address, bool narrow);
+
+// What a descriptor of the process is, and where it reads and writes next.
+std::optional<struct stat> StatDescriptor(pid_t thread, int descriptor);
+int64_t DescriptorPosition(pid_t thread, int descriptor);
+// The process that a thread belongs to.
+pid_t ProcessOf(pid_t thread);
 
 std::vector<pid_t> ProcessesIn(const std::string& root);
 // Those whose program has this name, as `killall` sees it.

@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "simulator/supervisor/process_memory.h"
+#include "simulator/supervisor/phone_processes.h"
 #include "simulator/supervisor/system_calls.h"
 
 namespace simulator {

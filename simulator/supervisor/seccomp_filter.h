@@ -7,11 +7,11 @@
 
 namespace simulator {
 
-// Made before the fork, since nothing may be allocated behind it.
+// Made before the fork, since nothing may be allocated after it.
 std::vector<sock_filter> MakeSystemCallFilter();
 
-// Puts the filter on the calling process and gives the descriptor by which its calls are answered, or -1 with
-// errno. Async-signal-safe.
+// Puts the filter on the calling process and returns the descriptor by which its calls are answered, or -1
+// with errno. Async-signal-safe.
 int InstallSystemCallFilter(const std::vector<sock_filter>& filter);
 
 }  // namespace simulator

@@ -5,7 +5,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "simulator/supervisor/process_memory.h"
+#include "simulator/supervisor/phone_processes.h"
 
 namespace simulator {
 
@@ -112,7 +112,7 @@ void SystemCalls::After(const FaultRule& rule, const CallPointer& call, std::fun
   phone_.loop.After(rule.delay, [call, work = std::move(work)] { work(); });
 }
 
-bool SystemCalls::StrikeDead(const FaultRule& rule, TrappedCall& call, JournalEntry entry) {
+bool SystemCalls::RefusedBy(const FaultRule& rule, TrappedCall& call, JournalEntry entry) {
   if (rule.error == 0) return false;
   entry.error = rule.error;
   phone_.journal.Add(std::move(entry));

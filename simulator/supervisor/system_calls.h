@@ -1,6 +1,7 @@
-// Answers the phone's system calls: finds the device that a call is about, lets its model answer, strikes
-// with the faults asked for, and writes the journal. Lives on the phone's loop thread.
+// How the phone's system calls are answered.
 #pragma once
+
+#include <sys/stat.h>
 
 #include <atomic>
 #include <chrono>
@@ -13,14 +14,35 @@
 #include "simulator/phone/device_model.h"
 #include "simulator/phone/faults.h"
 #include "simulator/phone/journal.h"
+#include "simulator/phone/poll_loop.h"
 #include "simulator/phone/root_directory.h"
-#include "simulator/supervisor/descriptor_table.h"
-#include "simulator/supervisor/notification_listener.h"
-#include "simulator/supervisor/poll_loop.h"
 #include "simulator/supervisor/trapped_call.h"
 
 namespace simulator {
 
+// Which device an open descriptor of the phone belongs to, by what the descriptor refers to: this holds
+// across dup, fork and threads, which numbers do not.
+class DescriptorTable {
+ public:
+  struct Device {
+    DeviceModel* model;
+    std::string path;
+  };
+
+  void Add(const struct stat& status, Device device) {
+    devices_[{status.st_dev, status.st_ino}] = std::move(device);
+  }
+  const Device* Find(const struct stat& status) const {
+    const auto found = devices_.find({status.st_dev, status.st_ino});
+    return found == devices_.end() ? nullptr : &found->second;
+  }
+
+ private:
+  std::map<std::pair<dev_t, ino_t>, Device> devices_;
+};
+
+// Answers the phone's system calls: finds the device that a call is about, lets its model answer, applies the
+// faults asked for, and writes the journal. Lives on the phone's loop thread.
 class SystemCalls {
  public:
   using Models = std::vector<std::unique_ptr<DeviceModel>>;
@@ -49,25 +71,21 @@ class SystemCalls {
   void OpenShortened(TrappedCall& call, const std::string& path, int64_t size, int flags);
   void ReadLink(const CallPointer& call, int directory, size_t first);
 
-  // exec_calls.cpp
-  void Exec(const CallPointer& call, int directory, size_t first);
-
-  // thread_calls.cpp
-  void Clone(const CallPointer& call);
-
   // request_calls.cpp
   void RequestDevice(const CallPointer& call);
 
-  // time_calls.cpp
+  // process_calls.cpp
+  void Exec(const CallPointer& call, int directory, size_t first);
+  void Clone(const CallPointer& call);
   void Sleep(const CallPointer& call);
   void SetClock(const CallPointer& call);
 
-  // A call that is answered later: until then a sanitizer that stops its process can break it off.
+  // Keeps a call to answer it later. Until then a sanitizer that stops the caller's process can interrupt it.
   void Hold(const CallPointer& call);
   void InterruptHeldCalls(pid_t process);
   void After(const FaultRule& rule, const CallPointer& call, std::function<void()> work);
-  // True when the rule has answered the call.
-  bool StrikeDead(const FaultRule& rule, TrappedCall& call, JournalEntry entry);
+  // Returns true if the rule has answered the call.
+  bool RefusedBy(const FaultRule& rule, TrappedCall& call, JournalEntry entry);
 
   DeviceModel* ModelOf(const std::string& path) const;
   DeviceModel* FolderModelOf(const std::string& path) const;

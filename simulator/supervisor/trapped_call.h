@@ -1,4 +1,4 @@
-// One system call of the phone that waits for the simulator's answer.
+// The phone's system calls as they come to the simulator, and the answers to them.
 #pragma once
 
 #include <linux/seccomp.h>
@@ -6,12 +6,41 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <utility>
+#include <vector>
 
+#include "posix/file_descriptor.h"
 #include "simulator/supervisor/call_table.h"
-#include "simulator/supervisor/notification_listener.h"
 
 namespace simulator {
+
+class NotificationListener {
+ public:
+  explicit NotificationListener(posix::FileDescriptor listener);
+
+  int Descriptor() const {
+    return listener_.Get();
+  }
+
+  // The next call; none when its caller is gone already.
+  std::optional<seccomp_notif> Receive();
+  // The caller still waits, so what was read from its memory was its own.
+  bool StillWaits(uint64_t id) const;
+
+  // Each returns false if the caller is gone.
+  bool Answer(uint64_t id, int64_t result);
+  bool Refuse(uint64_t id, int error);
+  bool PassOn(uint64_t id);  // the kernel does the call
+  // The call returns a copy of `descriptor` in the caller.
+  bool AnswerWithDescriptor(uint64_t id, int descriptor, bool close_on_exec);
+
+ private:
+  bool Send(const seccomp_notif_resp& response);
+
+  posix::FileDescriptor listener_;
+  std::vector<uint8_t> received_;
+};
 
 class TrappedCall {
  public:

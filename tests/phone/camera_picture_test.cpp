@@ -8,7 +8,7 @@
 #include <fstream>
 #include <set>
 
-#include "simulator/phone/picture.h"
+#include "simulator/models/picture.h"
 #include "tests/phone/call_tracer.h"
 #include "tests/phone/camera_test.h"
 #include "tests/phone/server_process.h"

@@ -2,14 +2,14 @@
 #include <functional>
 #include <thread>
 
-#include "simulator/models/backlight.h"
-#include "simulator/models/framebuffer.h"
+#include "simulator/models/controls.h"
+#include "simulator/models/front_panel.h"
 #include "tests/phone/phone_test.h"
 
 namespace {
 
-using simulator::Backlight;
 using simulator::Framebuffer;
+using simulator::TextControls;
 
 constexpr uint32_t DISPLAY = 0x28;
 constexpr uint32_t MOTOR = 0x2B;
@@ -41,7 +41,7 @@ class DisplayTest : public PhoneTest {
   }
 
   std::string Level() {
-    return Phone().With<Backlight>([](Backlight& backlight) { return backlight.Level(); });
+    return Phone().With<TextControls>([](TextControls& controls) { return controls.BacklightLevel(); });
   }
 };
 

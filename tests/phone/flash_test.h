@@ -4,7 +4,7 @@
 #include <span>
 #include <string>
 
-#include "simulator/models/flash_partitions.h"
+#include "simulator/models/flash.h"
 #include "tests/phone/phone_test.h"
 
 const Bytes IGNORED = Words({0});

@@ -1,7 +1,7 @@
 // The identity in one-time-programmable flash: packed digits, programmed once, and failures.
 #include <filesystem>
 
-#include "simulator/models/one_time_area.h"
+#include "simulator/models/flash.h"
 #include "tests/phone/call_tracer.h"
 #include "tests/phone/flash_test.h"
 

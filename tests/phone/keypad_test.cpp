@@ -1,5 +1,5 @@
 // The keypad: the codes of its keys, what a quiet poll remembers, and events that are none.
-#include "simulator/models/keypad.h"
+#include "simulator/models/front_panel.h"
 #include "tests/phone/phone_test.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // Media clips: the player's exact command lines, its life beside the server, and the route of the AMR clip.
 #include <algorithm>
 
-#include "simulator/models/media_player.h"
+#include "simulator/models/programs.h"
 #include "tests/phone/server_process.h"
 #include "tests/phone/sound_lines.h"
 

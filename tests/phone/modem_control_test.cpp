@@ -4,10 +4,9 @@
 
 #include <thread>
 
-#include "simulator/models/gpio.h"
-#include "simulator/models/host_port.h"
-#include "simulator/models/modem_control_port.h"
-#include "simulator/models/modem_memory.h"
+#include "simulator/models/controls.h"
+#include "simulator/models/modem_driver.h"
+#include "simulator/models/serial_ports.h"
 #include "tests/phone/flash_test.h"
 #include "tests/phone/server_process.h"
 #include "tests/phone/terminal_calls.h"

@@ -1,5 +1,5 @@
 // The modem's file-system image: copied from the modem's memory into flash, read back in chunks.
-#include "simulator/models/modem_memory.h"
+#include "simulator/models/modem_driver.h"
 #include "tests/phone/call_tracer.h"
 #include "tests/phone/flash_test.h"
 

@@ -6,9 +6,8 @@
 #include <random>
 #include <thread>
 
-#include "simulator/models/gpio.h"
-#include "simulator/models/host_port.h"
-#include "simulator/models/modem_data_port.h"
+#include "simulator/models/controls.h"
+#include "simulator/models/serial_ports.h"
 #include "tests/phone/phone_test.h"
 #include "tests/phone/server_process.h"
 #include "tests/phone/terminal_calls.h"

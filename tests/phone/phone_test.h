@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "protocol/result_codes.h"
-#include "simulator/phone/simulated_phone.h"
+#include "simulator/simulated_phone.h"
 #include "tests/phone/host_line.h"
 
 using simulator::AtPath;

@@ -5,7 +5,7 @@
 #include <functional>
 #include <mutex>
 
-#include "simulator/models/framebuffer.h"
+#include "simulator/models/front_panel.h"
 #include "simulator/models/sound.h"
 #include "tests/phone/sound_lines.h"
 

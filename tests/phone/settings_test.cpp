@@ -5,7 +5,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "simulator/models/launcher.h"
+#include "simulator/models/programs.h"
 #include "tests/phone/phone_test.h"
 
 namespace {

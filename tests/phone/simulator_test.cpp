@@ -3,16 +3,14 @@
 #include <ctime>
 #include <filesystem>
 
-#include "simulator/models/led.h"
-#include "simulator/models/motor.h"
+#include "simulator/models/controls.h"
 #include "tests/phone/phone_test.h"
 
 using simulator::ALWAYS;
 using simulator::FaultCall;
-using simulator::Led;
-using simulator::Motor;
 using simulator::PhoneOptions;
 using simulator::SimulatedPhone;
+using simulator::TextControls;
 
 class SimulatorTest : public PhoneTest {
  protected:
@@ -42,7 +40,7 @@ TEST_F(SimulatorTest, KeepsOneOrderedJournal) {
                               "open /proc/cLED_wlpg/color w+create+truncate",
                               "value /proc/cLED_wlpg/color \"-1\\n\"",
                           }));
-  EXPECT_EQ(Phone().With<Led>([](Led& led) { return led.Colour(); }), "-1");
+  EXPECT_EQ(Phone().With<TextControls>([](TextControls& controls) { return controls.LedColour(); }), "-1");
 }
 
 TEST_F(SimulatorTest, FindsDevicesByEveryPathThatLeadsThere) {
@@ -163,8 +161,8 @@ TEST_F(SimulatorTest, SeveralPhonesRunAtOnceAndApart) {
   ASSERT_TRUE(second.GetJournal().WaitFor(LineIs("value /proc/backlight/lcd \"0\""), 0, 60s));
   second_host.Send(Words({0x2B, 1, 0}));
   EXPECT_EQ(second_host.Receive(4), Words({0}));
-  EXPECT_TRUE(second.With<Motor>([](Motor& motor) { return motor.Runs(); }));
-  EXPECT_FALSE(Phone().With<Motor>([](Motor& motor) { return motor.Runs(); }));
+  EXPECT_TRUE(second.With<TextControls>([](TextControls& controls) { return controls.MotorRuns(); }));
+  EXPECT_FALSE(Phone().With<TextControls>([](TextControls& controls) { return controls.MotorRuns(); }));
   second.Stop();
   EXPECT_EQ(second.WaitForEnd(10s)->Text(), "stopped");
   EXPECT_TRUE(StillAnswers());

@@ -1,9 +1,8 @@
 // The touchscreen test: its crosses pixel by pixel, the ranges of the panel's readings, its thread's life.
 #include <functional>
 
-#include "simulator/models/backlight.h"
-#include "simulator/models/framebuffer.h"
-#include "simulator/models/touch_panel.h"
+#include "simulator/models/controls.h"
+#include "simulator/models/front_panel.h"
 #include "tests/phone/phone_test.h"
 #include "tests/phone/server_process.h"
 

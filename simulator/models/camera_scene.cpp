@@ -1,0 +1,161 @@
+#include "simulator/models/camera_scene.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <optional>
+
+namespace simulator {
+namespace {
+
+// From 0 to 1 each.
+struct Colour {
+  double red, green, blue;
+};
+
+constexpr Colour BLACK = {0.04, 0.04, 0.04};
+constexpr Colour WHITE = {0.95, 0.95, 0.95};
+
+// A pixel, and where its middle lies in the view: from 0 to 1 across and down.
+struct Place {
+  unsigned x, y;
+  double across, down;
+  unsigned width, height;
+  double shorter_side;  // pixels
+
+  double PixelsFrom(double across_there, double down_there) const {
+    return std::hypot((across - across_there) * width, (down - down_there) * height);
+  }
+};
+
+// An element of the scene has a colour where it covers the wall.
+using Element = std::optional<Colour> (*)(const Place&);
+
+bool IsWithin(double value, double from, double to) {
+  return value >= from && value < to;
+}
+
+// Square marks, at least a pixel large.
+std::optional<Colour> Corner(const Place& place) {
+  const auto side = static_cast<unsigned>(std::max(1.0, place.shorter_side * 0.09));
+  const bool left = place.x < side;
+  const bool top = place.y < side;
+  const bool right = place.x >= place.width - side;
+  const bool bottom = place.y >= place.height - side;
+  if (left && top) return Colour{0.9, 0.1, 0.1};
+  if (right && top) return Colour{0.1, 0.75, 0.15};
+  if (left && bottom) return Colour{0.1, 0.2, 0.9};
+  if (right && bottom) return Colour{0.95, 0.85, 0.1};
+  return std::nullopt;
+}
+
+// Four fields, with lines of 1 to 4 pixels: upright ones in the upper half, level ones below.
+std::optional<Colour> Lines(const Place& place) {
+  constexpr double LEFT = 0.16, RIGHT = 0.84, TOP = 0.06, MIDDLE = 0.12, BOTTOM = 0.18;
+  if (!IsWithin(place.across, LEFT, RIGHT) || !IsWithin(place.down, TOP, BOTTOM)) return std::nullopt;
+  const auto thickness = static_cast<unsigned>((place.across - LEFT) / (RIGHT - LEFT) * 4) + 1;
+  const unsigned line = (place.down < MIDDLE ? place.x : place.y) / thickness;
+  return line % 2 == 0 ? BLACK : WHITE;
+}
+
+std::optional<Colour> Star(const Place& place) {
+  constexpr double ACROSS = 0.5, DOWN = 0.42, RADIUS = 0.2;
+  constexpr double SPOKES = 24;
+  if (place.PixelsFrom(ACROSS, DOWN) > RADIUS * place.shorter_side) return std::nullopt;
+  const double angle = std::atan2((place.down - DOWN) * place.height, (place.across - ACROSS) * place.width);
+  return std::sin(angle * SPOKES) < 0 ? BLACK : WHITE;
+}
+
+std::optional<Colour> SlantedSquare(const Place& place) {
+  constexpr double DOWN = 0.42, HALF_SIDE = 0.1;
+  constexpr double SLANT = 5 * std::numbers::pi / 180;
+  for (const double middle : {0.15, 0.85}) {
+    const double right = (place.across - middle) * place.width;
+    const double below = (place.down - DOWN) * place.height;
+    const double along = std::abs(right * std::cos(SLANT) + below * std::sin(SLANT));
+    const double over = std::abs(below * std::cos(SLANT) - right * std::sin(SLANT));
+    if (std::max(along, over) < HALF_SIDE * place.shorter_side) return BLACK;
+  }
+  return std::nullopt;
+}
+
+std::optional<Colour> Patches(const Place& place) {
+  constexpr Colour PATCHES[] = {{0.45, 0.32, 0.27}, {0.76, 0.58, 0.51}, {0.85, 0.1, 0.1},
+                                {0.1, 0.6, 0.2},    {0.1, 0.15, 0.8},   {0.9, 0.8, 0.1},
+                                {0.7, 0.1, 0.6},    {0, 0.55, 0.65},    WHITE,
+                                {0.6, 0.6, 0.6},    {0.3, 0.3, 0.3},    BLACK};
+  constexpr double LEFT = 0.14, RIGHT = 0.86, TOP = 0.82, BOTTOM = 0.92;
+  if (!IsWithin(place.across, LEFT, RIGHT) || !IsWithin(place.down, TOP, BOTTOM)) return std::nullopt;
+  return PATCHES[static_cast<size_t>((place.across - LEFT) / (RIGHT - LEFT) * std::size(PATCHES))];
+}
+
+// From 0 to 1, without order.
+double Random(uint32_t number) {
+  number = (number ^ number >> 16) * 0x7FEB352DU;
+  number = (number ^ number >> 15) * 0x846CA68BU;
+  return static_cast<double>(number ^ number >> 16) / 4294967296.0;
+}
+
+// Random values at whole numbers, and smooth between them.
+double Noise(double x, double y) {
+  const auto column = static_cast<uint32_t>(x);
+  const auto row = static_cast<uint32_t>(y);
+  const auto smooth = [](double t) { return t * t * (3 - 2 * t); };
+  const double right = smooth(x - column);
+  const double below = smooth(y - row);
+  const auto corner = [](uint32_t c, uint32_t r) { return Random(c + r * 65599U); };
+  return std::lerp(std::lerp(corner(column, row), corner(column + 1, row), right),
+                   std::lerp(corner(column, row + 1), corner(column + 1, row + 1), right), below);
+}
+
+std::optional<Colour> Cloth(const Place& place) {
+  constexpr double TOP = 0.62, BOTTOM = 0.78;
+  if (!IsWithin(place.down, TOP, BOTTOM)) return std::nullopt;
+  const double x = place.across * place.width / place.shorter_side;
+  const double y = place.down * place.height / place.shorter_side;
+  double light = 0;
+  double weight = 0.5;
+  for (double threads = 20; threads <= 320; threads *= 2, weight /= 2) {
+    light += weight * Noise(x * threads, y * threads);
+  }
+  return Colour{0.15 + 0.6 * light, 0.1 + 0.45 * light, 0.3 * light};
+}
+
+Colour Wall(const Place& place) {
+  const double t = (place.across + place.down) / 2;
+  return {std::lerp(0.62, 0.85, t), std::lerp(0.75, 0.66, t), std::lerp(0.92, 0.5, t)};
+}
+
+Colour ColourAt(const Place& place) {
+  constexpr Element ELEMENTS[] = {Corner, Lines, Star, SlantedSquare, Patches, Cloth};
+  for (const Element element : ELEMENTS) {
+    if (const auto colour = element(place)) return *colour;
+  }
+  return Wall(place);
+}
+
+uint8_t Level(double light) {
+  return static_cast<uint8_t>(std::lround(std::clamp(light, 0.0, 1.0) * 255));
+}
+
+}  // namespace
+
+Picture DrawCameraScene(unsigned width, unsigned height) {
+  Picture picture = {width, height, {}};
+  picture.levels.reserve(size_t{width} * height * 3);
+  for (unsigned y = 0; y < height; ++y) {
+    for (unsigned x = 0; x < width; ++x) {
+      const double across = (x + 0.5) / width;
+      const double down = (y + 0.5) / height;
+      const Colour colour =
+          ColourAt({x, y, across, down, width, height, static_cast<double>(std::min(width, height))});
+      const double fall_off = 1 - 0.5 * ((across - 0.5) * (across - 0.5) + (down - 0.5) * (down - 0.5));
+      for (const double light : {colour.red, colour.green, colour.blue}) {
+        picture.levels.push_back(Level(light * fall_off));
+      }
+    }
+  }
+  return picture;
+}
+
+}  // namespace simulator

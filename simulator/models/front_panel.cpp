@@ -1,0 +1,197 @@
+#include "simulator/models/front_panel.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <linux/input-event-codes.h>
+#include <strings.h>
+#include <sys/socket.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+
+#include "simulator/models/picture.h"
+#include "simulator/phone/device_model.h"
+
+namespace simulator {
+
+std::vector<std::string> Framebuffer::Paths() const {
+  return {"/dev/fb/0"};
+}
+
+OpenAnswer Framebuffer::Open(const OpenCall& call) {
+  // A pipe can be opened but not mapped.
+  if (state.refuses_mapping)
+    return OpenAnswer::PlainDescriptor(ValuePipe(phone_.loop, call, [](const auto&) {}));
+  return OpenAnswer::Descriptor(memory_.Open(call));
+}
+
+std::vector<uint16_t> Framebuffer::Pixels() const {
+  std::vector<uint16_t> pixels(size_t{WIDTH} * HEIGHT);
+  memcpy(pixels.data(), memory_.Bytes(), memory_.Size());
+  return pixels;
+}
+
+std::string Framebuffer::Png() const {
+  return EncodePng(Pixels(), WIDTH, HEIGHT);
+}
+
+std::vector<ModelCommand> Framebuffer::Commands() {
+  return {{"screenshot", "FILE", "the LCD as a PNG picture",
+           [this](const std::vector<std::string>&) { return Png(); }, true}};
+}
+
+namespace {
+
+// The kernel's struct input_event on a 32-bit machine.
+struct Event {
+  uint32_t seconds, microseconds;
+  uint16_t type, code;
+  uint32_t value;
+};
+static_assert(sizeof(Event) == 16);
+
+// The phone's keys by the input system's names for their numbers.
+struct Key {
+  const char* name;
+  uint16_t number;
+};
+constexpr Key KEYS[] = {
+    {"deletefile", KEY_DELETEFILE},
+    {"macro", KEY_MACRO},
+    {"delete", KEY_DELETE},
+    {"edit", KEY_EDIT},
+    {"exit", KEY_EXIT},
+    {"power", KEY_POWER},
+    {"undo", KEY_UNDO},
+    {"front", KEY_FRONT},
+    {"copy", KEY_COPY},
+    {"open", KEY_OPEN},
+    {"paste", KEY_PASTE},
+    {"eject", KEY_EJECTCLOSECD},
+    {"cancel", KEY_CANCEL},
+};
+constexpr uint32_t DOWN = 1;
+
+uint32_t KeyDown(uint32_t number) {
+  return number << 16 | DOWN;
+}
+
+// A name, a key's number, or a whole value.
+uint32_t ValueOf(const std::string& word) {
+  for (const Key& key : KEYS) {
+    if (strcasecmp(key.name, word.c_str()) == 0) return KeyDown(key.number);
+  }
+  std::string names;
+  for (const Key& key : KEYS) names += fmt::format(" {}", key.name);
+  if (word.empty() || word[0] < '0' || word[0] > '9') {
+    throw std::invalid_argument(fmt::format("There is no key {}; there are:{}.", word, names));
+  }
+  const int64_t number = NumberWord(word);
+  if (number > UINT32_MAX) throw std::invalid_argument("A key's value has 32 bits.");
+  return number <= UINT16_MAX ? KeyDown(static_cast<uint32_t>(number)) : static_cast<uint32_t>(number);
+}
+
+}  // namespace
+
+Keypad::Keypad(PhoneServices& phone) : DeviceModel(phone) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
+    throw std::system_error(errno, std::generic_category(), "pipe");
+  }
+  reading_.Reset(ends[0]);
+  writing_.Reset(ends[1]);
+}
+
+std::vector<std::string> Keypad::Paths() const {
+  return {"/dev/input/event0"};
+}
+
+OpenAnswer Keypad::Open(const OpenCall& call) {
+  if (call.Writes()) return OpenAnswer::Refusal(EACCES);
+  // The same queue with file flags of its own.
+  return OpenAnswer::PlainDescriptor(posix::FileDescriptor(
+      open(fmt::format("/proc/self/fd/{}", reading_.Get()).c_str(), call.ModeFlags() | O_CLOEXEC)));
+}
+
+void Keypad::PutEvent(uint32_t value) {
+  timespec now;
+  clock_gettime(CLOCK_REALTIME, &now);
+  const Event event = {static_cast<uint32_t>(now.tv_sec), static_cast<uint32_t>(now.tv_nsec / 1000), EV_KEY,
+                       static_cast<uint16_t>(value >> 16), value};
+  if (write(writing_.Get(), &event, std::min(sizeof event, state.event_bytes)) < 0) {
+    throw std::invalid_argument("The keypad's queue is full: nothing reads it.");
+  }
+}
+
+std::vector<ModelCommand> Keypad::Commands() {
+  return {{"key", "NAME | NUMBER | VALUE",
+           "presses and releases a key: its name, its number (0x74) or the driver's whole value (0x740001)",
+           [this](const std::vector<std::string>& words) { return Press(words); }}};
+}
+
+std::string Keypad::Press(const std::vector<std::string>& words) {
+  if (words.size() != 1) throw std::invalid_argument("key takes one key.");
+  const uint32_t value = ValueOf(words[0]);
+  PutEvent(value);
+  PutEvent(0);
+  return fmt::format("key 0x{:08X}\n", value);
+}
+
+std::vector<std::string> TouchPanel::Paths() const {
+  return {"/dev/touchscreen/tsc2046"};
+}
+
+OpenAnswer TouchPanel::Open(const OpenCall& call) {
+  if (call.Writes()) return OpenAnswer::Refusal(EACCES);
+  // A socket keeps records apart, so that one read returns one of them.
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return OpenAnswer::Refusal(errno);
+  fcntl(ends[1], F_SETFL, call.flags & O_NONBLOCK);
+  readers_.emplace_back(ends[0]);
+  return OpenAnswer::PlainDescriptor(posix::FileDescriptor(ends[1]));
+}
+
+size_t TouchPanel::Deliver(const TouchReading& reading) {
+  const size_t size = std::min(sizeof reading, state.reading_bytes);
+  std::erase_if(readers_, [&](const posix::FileDescriptor& reader) {
+    return send(reader.Get(), &reading, size, MSG_NOSIGNAL | MSG_DONTWAIT) < 0 && errno != EAGAIN;
+  });
+  return readers_.size();
+}
+
+// The panel's X axis runs along the screen's rows and its Y axis along the columns. Its ends lie at 257 and
+// 3812 for the rows, 260 and 3845 for the columns, and the converter counts both backwards from 4096.
+TouchReading TouchPanel::ReadingAt(int32_t screen_x, int32_t screen_y) {
+  constexpr int32_t FULL_SCALE = 4096;
+  const int32_t panel_x = 257 + screen_y * 3555 / static_cast<int32_t>(Framebuffer::HEIGHT - 1);
+  const int32_t panel_y = 260 + screen_x * 3585 / static_cast<int32_t>(Framebuffer::WIDTH - 1);
+  return {static_cast<uint32_t>(FULL_SCALE - panel_x), static_cast<uint32_t>(FULL_SCALE - panel_y), 1};
+}
+
+std::vector<ModelCommand> TouchPanel::Commands() {
+  return {{"touch", "X Y", "touches the screen for a moment at a pixel (from the top left corner)",
+           [this](const std::vector<std::string>& words) { return Touch(words); }}};
+}
+
+std::string TouchPanel::Touch(const std::vector<std::string>& words) {
+  if (words.size() != 2) throw std::invalid_argument("touch takes a pixel's column and row.");
+  const int64_t x = NumberWord(words[0]);
+  const int64_t y = NumberWord(words[1]);
+  if (x < 0 || x >= Framebuffer::WIDTH || y < 0 || y >= Framebuffer::HEIGHT) {
+    throw std::invalid_argument(
+        fmt::format("The screen has {} columns and {} rows.", Framebuffer::WIDTH, Framebuffer::HEIGHT));
+  }
+  TouchReading reading = ReadingAt(static_cast<int32_t>(x), static_cast<int32_t>(y));
+  const size_t readers = Deliver(reading);
+  reading.pen = 0;
+  Deliver(reading);
+  return readers == 0 ? "No program reads the touch panel.\n"
+                      : fmt::format("reading {} {}\n", reading.x, reading.y);
+}
+
+}  // namespace simulator

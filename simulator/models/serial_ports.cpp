@@ -1,0 +1,75 @@
+#include "simulator/models/serial_ports.h"
+
+#include <sys/socket.h>
+#include <termios.h>
+
+#include <cerrno>
+#include <memory>
+
+namespace simulator {
+
+std::vector<std::string> HostPort::Paths() const {
+  return {"/dev/usb/tts/0"};
+}
+
+OpenAnswer HostPort::Open(const OpenCall& call) {
+  return OpenAnswer::Descriptor(PhoneSide().Open(call));
+}
+
+std::vector<ModelCommand> HostPort::Commands() {
+  return {{"replug", "", "pulls the serial cable out of the phone and plugs it in again",
+           [this](const std::vector<std::string>&) {
+             Replug();
+             return std::string();
+           }}};
+}
+
+ModemDataPort::ModemDataPort(PhoneServices& phone) : DeviceModel(phone), relay_(phone.loop) {
+  // Until a terminal program has joined, bytes wait for it as they are.
+  termios settings = {};
+  tcgetattr(ModemSide().DeviceDescriptor(), &settings);
+  cfmakeraw(&settings);
+  tcsetattr(ModemSide().DeviceDescriptor(), TCSANOW, &settings);
+}
+
+std::vector<std::string> ModemDataPort::Paths() const {
+  return {"/dev/csmi_tty/7"};
+}
+
+OpenAnswer ModemDataPort::Open(const OpenCall& call) {
+  if (state.input_ended) return OpenAtItsEnd(call);
+  return OpenAnswer::Descriptor(PhoneSide().Open(call));
+}
+
+OpenAnswer ModemDataPort::OpenAtItsEnd(const OpenCall& call) {
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return OpenAnswer::Refusal(errno);
+  const auto modem = std::make_shared<posix::FileDescriptor>(ends[0]);
+  posix::FileDescriptor port(ends[1]);
+  fcntl(port.Get(), F_SETFL, call.flags & O_NONBLOCK);
+  shutdown(modem->Get(), SHUT_WR);
+  const auto watch = std::make_shared<PollLoop::Id>();
+  *watch = phone_.loop.Watch(modem->Get(), POLLIN, [this, modem, watch](short) {
+    char bytes[1 << 12];
+    const ssize_t size = read(modem->Get(), bytes, sizeof bytes);
+    if (size <= 0) return phone_.loop.Unwatch(*watch);
+    ModemSide().Send({bytes, static_cast<size_t>(size)});
+  });
+  return OpenAnswer::PlainDescriptor(std::move(port));
+}
+
+std::vector<ModelCommand> ModemDataPort::Commands() {
+  return {
+      {"modem-data", "[hang-up]",
+       "tells the terminal device where a terminal program is the modem's data side, or hangs the port up",
+       [this](const std::vector<std::string>& words) {
+         if (words == std::vector<std::string>{"hang-up"}) {
+           PhoneSide().HangUp();
+         } else if (!words.empty()) {
+           throw std::invalid_argument("modem-data takes hang-up or nothing.");
+         }
+         return ModemSide().DevicePath() + "\n";
+       }}};
+}
+
+}  // namespace simulator

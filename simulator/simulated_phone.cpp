@@ -1,0 +1,270 @@
+#include "simulator/simulated_phone.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/ioctl.h>
+#include <sys/wait.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "simulator/models/model_table.h"
+#include "simulator/models/serial_ports.h"
+#include "simulator/phone/furnishing.h"
+#include "simulator/phone_commands.h"
+#include "simulator/supervisor/phone_processes.h"
+#include "simulator/supervisor/system_calls.h"
+
+namespace simulator {
+namespace {
+
+constexpr const char* SERVER_PATH = "/usr/sbin/phonetestd";
+// How long the programs have to end by themselves when the phone is powered off.
+constexpr auto POWER_OFF_TIME = std::chrono::seconds(3);
+constexpr const char* TAKEN_AWAY = "/.taken-away";
+
+std::vector<std::string> Environment(const std::vector<std::string>& added) {
+  std::vector<std::string> environment = {"PATH=/sbin:/usr/sbin:/bin:/usr/bin", "HOME=/root", "USER=root",
+                                          "TERM=linux"};
+  for (const char* name : {"ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"}) {
+    if (const char* value = getenv(name)) environment.push_back(fmt::format("{}={}", name, value));
+  }
+  environment.insert(environment.end(), added.begin(), added.end());
+  return environment;
+}
+
+}  // namespace
+
+std::string PhoneEnd::Text() const {
+  switch (reason) {
+    case Reason::ServerExited:
+      return fmt::format("server ended with status {}", status);
+    case Reason::ServerKilled:
+      return fmt::format("server killed by signal {} ({})", status, strsignal(status));
+    case Reason::PoweredOff:
+      return "powered off";
+    case Reason::Stopped:
+      break;
+  }
+  return "stopped";
+}
+
+SimulatedPhone::SimulatedPhone(PhoneOptions phone_options)
+    : options_(std::move(phone_options)),
+      root_(options_.state_directory),
+      services_{root_,
+                loop_,
+                journal_,
+                [this] { PowerOff(); },
+                [this](const std::string& name) { return ProcessesNamed(root_.Path(), name); },
+                [this](const std::string& path) {
+                  StartOnConsole(path, {std::filesystem::path(path).filename()});
+                }},
+      console_(loop_, journal_, options_.echo_console),
+      calls_(std::make_unique<SystemCalls>(services_, faults_)),
+      models_(MakeModels(services_)) {
+  calls_->SetInstantSleeps(options_.instant_sleeps);
+  calls_->SetModels(models_);
+  Furnish();
+}
+
+SimulatedPhone::~SimulatedPhone() {
+  loop_.Run([this] {
+    loop_.Unwatch(guardian_watch_);
+    guardian_.reset();
+  });
+  loop_.Stop();
+}
+
+void SimulatedPhone::Furnish() {
+  PutUserland(root_);
+  PutFactoryFiles(root_);
+  if (!options_.server.empty()) root_.CopyProgramIn(options_.server, SERVER_PATH);
+  for (const auto& model : models_) {
+    model->Furnish(root_);
+    for (const std::string& path : model->Paths()) root_.PutStandIn(path);
+  }
+}
+
+void SimulatedPhone::Boot() {
+  LinkHostPort();
+  // The guardian is forked before the loop's thread is there.
+  guardian_ = std::make_unique<Guardian>(root_.Path(), root_.IsTemporary(), options_.host_port_link);
+  root_.LeaveRemovalToGuardian();
+  guardian_watch_ = loop_.Watch(guardian_->Descriptor(), POLLIN, [this](short) { TakeEnds(); });
+  if (!options_.server.empty()) StartServer();
+  {
+    const std::lock_guard lock(mutex_);
+    running_ = true;
+  }
+  loop_.Start();
+}
+
+void SimulatedPhone::LinkHostPort() {
+  if (options_.host_port_link.empty()) return;
+  unlink(options_.host_port_link.c_str());
+  if (symlink(HostPort().c_str(), options_.host_port_link.c_str()) != 0) {
+    posix::ThrowErrno(options_.host_port_link);
+  }
+}
+
+StartedProgram SimulatedPhone::StartProgram(const ProgramStart& program) {
+  StartedProgram started = guardian_->Start(program);
+  calls_->Serve(std::move(started.listener));
+  if (guardian_->HasEnd()) loop_.Post([this] { TakeEnds(); });
+  return started;
+}
+
+// A program without input, whose output is the console's.
+StartedProgram SimulatedPhone::StartOnConsole(const std::string& path,
+                                              const std::vector<std::string>& arguments) {
+  const posix::FileDescriptor input(open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const posix::FileDescriptor output = console_.NewOutput("stdout");
+  const posix::FileDescriptor errors = console_.NewOutput("stderr");
+  return StartProgram(
+      {path, arguments, Environment(options_.environment), {input.Get(), output.Get(), errors.Get()}});
+}
+
+void SimulatedPhone::StartServer() {
+  std::vector<std::string> arguments = {"phonetestd"};
+  arguments.insert(arguments.end(), options_.server_arguments.begin(), options_.server_arguments.end());
+  const StartedProgram server = StartOnConsole(SERVER_PATH, arguments);
+  server_number_ = server.number;
+  const std::lock_guard lock(mutex_);
+  server_process_ = server.process;
+}
+
+void SimulatedPhone::SetInstantSleeps(bool instant) {
+  calls_->SetInstantSleeps(instant);
+}
+
+std::vector<ModelCommand> SimulatedPhone::Commands() {
+  std::vector<ModelCommand> commands = PhoneCommands(*this);
+  for (const auto& model : models_) {
+    for (ModelCommand& command : model->Commands()) commands.push_back(std::move(command));
+  }
+  return commands;
+}
+
+std::string SimulatedPhone::Command(const std::vector<std::string>& words) {
+  if (words.empty()) throw std::invalid_argument("A command is missing.");
+  for (const ModelCommand& command : Commands()) {
+    if (command.name != words[0]) continue;
+    std::string answer;
+    loop_.Run([&] { answer = command.run({words.begin() + 1, words.end()}); });
+    return answer;
+  }
+  throw std::invalid_argument(fmt::format("The phone knows no command \"{}\".", words[0]));
+}
+
+void SimulatedPhone::RunShell(const std::string& command) {
+  loop_.Run([&] { StartOnConsole("/bin/sh", {"sh", "-c", command}); });
+}
+
+void SimulatedPhone::TakeEnds() {
+  do {
+    const std::optional<EndedProgram> end = guardian_->TakeEnd();
+    if (!end) {
+      loop_.Unwatch(guardian_watch_);
+      guardian_->Finish();
+      return End(PhoneEnd::Reason::ServerKilled, SIGKILL);
+    }
+    if (end->number != server_number_) continue;
+    loop_.ServeThrough(PollLoop::Turn::Output);
+    guardian_->KillAll();
+    if (WIFSIGNALED(end->status)) {
+      End(PhoneEnd::Reason::ServerKilled, WTERMSIG(end->status));
+    } else {
+      End(PhoneEnd::Reason::ServerExited, WEXITSTATUS(end->status));
+    }
+  } while (guardian_->HasEnd());
+}
+
+void SimulatedPhone::PowerOff() {
+  if (std::exchange(powered_off_, true)) return;
+  journal_.Add({.kind = JournalKind::Event, .text = "power off"});
+  loop_.After(POWER_OFF_TIME, [this] {
+    if (!IsRunning()) return;
+    guardian_->KillAll();
+    End(PhoneEnd::Reason::PoweredOff, 0);
+  });
+}
+
+void SimulatedPhone::End(PhoneEnd::Reason reason, int status) {
+  if (powered_off_) reason = PhoneEnd::Reason::PoweredOff;
+  const PhoneEnd end = {reason, status};
+  std::function<void(const PhoneEnd&)> on_end;
+  {
+    const std::lock_guard lock(mutex_);
+    if (!running_) return;
+    running_ = false;
+    on_end = on_end_;
+  }
+  journal_.Add({.kind = JournalKind::Event, .text = end.Text()});
+  {
+    const std::lock_guard lock(mutex_);
+    end_ = end;
+    ended_.notify_all();
+  }
+  if (on_end) on_end(end);
+}
+
+void SimulatedPhone::Stop() {
+  loop_.Run([this] {
+    if (!IsRunning()) return;
+    guardian_->KillAll();
+    End(PhoneEnd::Reason::Stopped, 0);
+  });
+}
+
+bool SimulatedPhone::IsRunning() const {
+  const std::lock_guard lock(mutex_);
+  return running_;
+}
+
+std::optional<PhoneEnd> SimulatedPhone::WaitForEnd(std::chrono::milliseconds time_out) {
+  std::unique_lock lock(mutex_);
+  ended_.wait_for(lock, time_out, [this] { return end_.has_value(); });
+  return end_;
+}
+
+void SimulatedPhone::SetEnded(std::function<void(const PhoneEnd&)> ended) {
+  const std::lock_guard lock(mutex_);
+  on_end_ = std::move(ended);
+}
+
+std::string SimulatedPhone::HostPort() const {
+  return Find<simulator::HostPort>().HostSide().DevicePath();
+}
+
+pid_t SimulatedPhone::ServerProcess() const {
+  const std::lock_guard lock(mutex_);
+  return server_process_;
+}
+
+posix::FileDescriptor SimulatedPhone::OpenShell() {
+  posix::FileDescriptor master(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC));
+  if (!master.IsOpen() || unlockpt(master.Get()) != 0) {
+    posix::ThrowErrno("pseudo-terminal");
+  }
+  const posix::FileDescriptor terminal(ioctl(master.Get(), TIOCGPTPEER, O_RDWR | O_NOCTTY | O_CLOEXEC));
+  ProgramStart program = {"/bin/sh", {"sh", "-i"}, Environment({"PS1=phone:$PWD# "}), {}, true};
+  for (int& descriptor : program.standard) descriptor = terminal.Get();
+  loop_.Run([&] { StartProgram(program); });
+  return master;
+}
+
+void SimulatedPhone::TakeAway(const std::string& path) {
+  const std::string kept = TAKEN_AWAY + path;
+  root_.MakeDirectory(std::filesystem::path(kept).parent_path().string());
+  std::filesystem::rename(root_.Outside(path), root_.Outside(kept));
+}
+
+void SimulatedPhone::PutBack(const std::string& path) {
+  std::filesystem::rename(root_.Outside(TAKEN_AWAY + path), root_.Outside(path));
+}
+
+}  // namespace simulator

@@ -1,0 +1,134 @@
+// Starting programs and threads, sleeping, and setting the clock.
+#include <fmt/format.h>
+#include <sched.h>
+#include <time.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <utility>
+
+#include "simulator/supervisor/phone_paths.h"
+#include "simulator/supervisor/phone_processes.h"
+#include "simulator/supervisor/system_calls.h"
+
+namespace simulator {
+
+namespace {
+
+// The command line of `sh -c TEXT`, as `system` and `popen` start it.
+std::optional<std::string> ShellText(const std::string& path, const std::vector<std::string>& arguments) {
+  if (std::filesystem::path(path).filename() != "sh" || arguments.size() < 3 || arguments[1] != "-c") {
+    return std::nullopt;
+  }
+  return arguments[2] == "--" && arguments.size() > 3 ? arguments[3] : arguments[2];
+}
+
+}  // namespace
+
+void SystemCalls::Exec(const CallPointer& call, int directory, size_t first) {
+  const std::optional<std::string> text = ReadText(call->Thread(), call->Argument(first), PATH_MAX);
+  const auto arguments = ReadTextList(call->Thread(), call->Argument(first + 1), call->Narrow());
+  if (!text || text->empty() || !arguments || !call->StillWaits()) return call->PassOn();
+  const std::optional<std::string> absolute = AbsolutePath(phone_.root, call->Thread(), directory, *text);
+  if (!absolute) return call->PassOn();
+  // A tool that is a link is known by its own name, not by that of the program that plays it.
+  const std::string path = std::filesystem::path(*absolute).lexically_normal();
+  const ResolvedPath resolved = ResolvePath(phone_.root, path);
+  if (!resolved.exists) return call->PassOn();
+
+  JournalEntry entry = {
+      .kind = JournalKind::Tool, .process = call->Thread(), .path = path, .arguments = *arguments};
+  if (const std::optional<std::string> command = ShellText(path, *arguments)) {
+    entry = {.kind = JournalKind::Shell, .process = call->Thread(), .text = *command};
+  }
+  FaultRule rule;
+  if (const auto strike = faults_.Strike(FaultCall::Exec, path)) rule = *strike;
+  After(rule, call, [this, call, rule, entry, path, arguments = *arguments]() mutable {
+    if (RefusedBy(rule, *call, entry)) return;
+    DeviceModel* model = ModelOf(path);
+    if (model != nullptr) entry.error = model->Exec({path, std::move(arguments), call->Thread()});
+    const int error = entry.error;
+    phone_.journal.Add(std::move(entry));
+    if (error != 0) return call->Refuse(error);
+    call->PassOn();
+  });
+}
+
+void SystemCalls::Clone(const CallPointer& call) {
+  uint64_t flags = CLONE_THREAD;
+  // clone3 takes the address of a record that begins with the flags, whatever the word size.
+  if (call->Kind() == Call::CloneWith &&
+      (!ReadMemory(call->Thread(), call->Argument(0), &flags, sizeof flags) || !call->StillWaits())) {
+    return call->PassOn();
+  }
+  if ((flags & CLONE_THREAD) == 0) return call->PassOn();
+  const auto rule = faults_.Strike(FaultCall::Thread, "");
+  if (!rule) return call->PassOn();
+  After(*rule, call, [call, error = rule->error] { error != 0 ? call->Refuse(error) : call->PassOn(); });
+}
+
+namespace {
+
+struct TimeRecord {
+  int64_t seconds;
+  int64_t fraction;  // nanoseconds or microseconds
+};
+
+std::optional<TimeRecord> ReadTime(const TrappedCall& call, uint64_t address) {
+  if (call.Times() == TimeWidth::Bits64) {
+    TimeRecord time;
+    if (!ReadMemory(call.Thread(), address, &time, sizeof time)) return std::nullopt;
+    return time;
+  }
+  int32_t words[2];
+  if (!ReadMemory(call.Thread(), address, words, sizeof words)) return std::nullopt;
+  return TimeRecord{words[0], words[1]};
+}
+
+std::chrono::nanoseconds Length(const TimeRecord& time) {
+  return std::chrono::seconds(std::clamp<int64_t>(time.seconds, 0, 1LL << 31)) +
+         std::chrono::nanoseconds(time.fraction);
+}
+
+std::chrono::nanoseconds ClockNow(clockid_t clock) {
+  timespec now = {};
+  clock_gettime(clock, &now);
+  return Length({now.tv_sec, now.tv_nsec});
+}
+
+}  // namespace
+
+void SystemCalls::Sleep(const CallPointer& call) {
+  const std::optional<TimeRecord> time = ReadTime(*call, call->Argument(2));
+  if (!time || !call->StillWaits()) return call->PassOn();
+  std::chrono::nanoseconds length = Length(*time);
+  if ((call->Argument(1) & TIMER_ABSTIME) != 0) length -= ClockNow(static_cast<clockid_t>(call->Argument(0)));
+  phone_.journal.Add({.kind = JournalKind::Sleep, .process = call->Thread(), .duration = length});
+  if (const auto rule = faults_.Strike(FaultCall::Sleep, "")) {
+    return After(*rule, call,
+                 [call, error = rule->error] { error != 0 ? call->Refuse(error) : call->Answer(0); });
+  }
+  if (instant_sleeps_) return call->Answer(0);
+  call->PassOn();
+}
+
+void SystemCalls::SetClock(const CallPointer& call) {
+  const bool of_a_clock = call->Kind() == Call::SetClock;
+  const uint64_t address = call->Argument(of_a_clock ? 1 : 0);
+  JournalEntry entry = {.kind = JournalKind::Clock, .process = call->Thread()};
+  if (call->Kind() == Call::SetTime) {
+    int32_t seconds = 0;
+    if (!ReadMemory(call->Thread(), address, &seconds, sizeof seconds)) return call->Refuse(EFAULT);
+    entry.text = fmt::format("stime {}", seconds);
+  } else if (address != 0) {  // settimeofday with a time zone only sets none
+    const std::optional<TimeRecord> time = ReadTime(*call, address);
+    if (!time) return call->Refuse(EFAULT);
+    entry.text = of_a_clock ? fmt::format("clock_settime {}.{:09}", time->seconds, time->fraction)
+                            : fmt::format("settimeofday {}.{:06}", time->seconds, time->fraction);
+  }
+  phone_.journal.Add(std::move(entry));
+  call->Answer(0);
+}
+
+}  // namespace simulator
