@@ -14,6 +14,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "protocol/selectors.h"
 #include "simulator/models/picture.h"
 #include "simulator/phone/device_model.h"
 
@@ -55,26 +56,6 @@ struct Event {
 };
 static_assert(sizeof(Event) == 16);
 
-// The phone's keys by the input system's names for their numbers.
-struct Key {
-  const char* name;
-  uint16_t number;
-};
-constexpr Key KEYS[] = {
-    {"deletefile", KEY_DELETEFILE},
-    {"macro", KEY_MACRO},
-    {"delete", KEY_DELETE},
-    {"edit", KEY_EDIT},
-    {"exit", KEY_EXIT},
-    {"power", KEY_POWER},
-    {"undo", KEY_UNDO},
-    {"front", KEY_FRONT},
-    {"copy", KEY_COPY},
-    {"open", KEY_OPEN},
-    {"paste", KEY_PASTE},
-    {"eject", KEY_EJECTCLOSECD},
-    {"cancel", KEY_CANCEL},
-};
 constexpr uint32_t DOWN = 1;
 
 uint32_t KeyDown(uint32_t number) {
@@ -83,11 +64,11 @@ uint32_t KeyDown(uint32_t number) {
 
 // A name, a key's number, or a whole value.
 uint32_t ValueOf(const std::string& word) {
-  for (const Key& key : KEYS) {
-    if (strcasecmp(key.name, word.c_str()) == 0) return KeyDown(key.number);
+  for (const KeypadKey& key : KEYPAD_KEYS) {
+    if (strcasecmp(key.name, word.c_str()) == 0) return KeyDown(key.input_code);
   }
   std::string names;
-  for (const Key& key : KEYS) names += fmt::format(" {}", key.name);
+  for (const KeypadKey& key : KEYPAD_KEYS) names += fmt::format(" {}", key.name);
   if (word.empty() || word[0] < '0' || word[0] > '9') {
     throw std::invalid_argument(fmt::format("There is no key {}; there are:{}.", word, names));
   }
