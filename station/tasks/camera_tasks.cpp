@@ -1,12 +1,12 @@
-// Tasks about the camera's two test pictures: take, fetch, check and delete.
+// Tasks with the camera's two test pictures: take, fetch, check and delete.
 #include <fmt/format.h>
 
 #include <charconv>
 
 #include "station/commands/errors.h"
-#include "station/tasks/tasks.h"
-#include "station/tool/jpeg_check.h"
-#include "station/tool/progress.h"
+#include "station/tasks/jpeg_check.h"
+#include "station/tasks/operation.h"
+#include "station/tasks/terminal.h"
 
 namespace station {
 
@@ -14,6 +14,9 @@ namespace {
 
 constexpr std::uint32_t CAMERA = 0x24;
 constexpr std::uint32_t PICTURE_READER = 0x41;
+
+// More than a picture of 1200 x 1600 pixels needs uncompressed.
+constexpr std::size_t LARGEST_PICTURE = 8u << 20;
 
 Argument WhichPicture() {
   return Word("picture", "which of the two test pictures").OnlyChoices({{"blemish", 10}, {"focus", 20}});
@@ -42,16 +45,17 @@ ArgumentTexts CameraAction(std::int64_t action, Size size = {}, const std::strin
           {"rotation", rotation}};
 }
 
-// Fetches the picture whole. The phone's reader may be in the middle of a picture, this or the other one,
-// from a reading that was broken off; it is told to stop first.
+// An earlier reading of this or the other picture may have been interrupted, so the phone's reader is stopped
+// first.
 Outcome FetchPicture(Session& session, const std::string& picture) {
   const Command& reader = GetCommand(PICTURE_READER);
   Outcome outcome = RunCommand(session, reader, {{"action", "stop"}});
   if (!outcome.failure.empty()) return outcome;
   Progress progress(session.Options().progress);
-  const ChunkReading reading = ReadChunks(session, reader, {{"action", picture}}, [&](std::size_t size) {
+  const auto show = [&](std::size_t size) {
     progress.Show(fmt::format("fetching the {} picture: {} KiB", picture, size / 1024));
-  });
+  };
+  const ChunkReading reading = ReadChunks(session, reader, {{"action", picture}}, LARGEST_PICTURE, show);
   outcome = {};
   outcome.failure = reading.failure;
   if (!outcome.failure.empty()) return outcome;
@@ -65,7 +69,7 @@ Outcome FetchPicture(Session& session, const std::string& picture) {
 }
 
 void KeepPicture(Outcome& outcome, const std::string& path) {
-  // Also one that is not whole: it is what there is to look at.
+  // A damaged picture is kept too, to be looked at.
   if (path.empty() || outcome.pictures.empty()) return;
   WriteFile(path, outcome.pictures.front().jpeg);
   outcome.readings.push_back({"file", path, path});
@@ -75,7 +79,7 @@ void CheckSize(Outcome& outcome, Size wanted) {
   if (!outcome.failure.empty()) return;
   const JpegCheck check = CheckJpeg(outcome.pictures.front().jpeg);
   if (check.width == wanted.width && check.height == wanted.height) return;
-  outcome.failure = fmt::format("the picture is {}x{} where {}x{} was asked for", check.width, check.height,
+  outcome.failure = fmt::format("the picture is {}x{} instead of {}x{}", check.width, check.height,
                                 wanted.width, wanted.height);
 }
 
