@@ -1,5 +1,6 @@
 #include "station/link/link.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "station/commands/bytes.h"
 #include "station/commands/errors.h"
 #include "station/link/port_opening.h"
 
@@ -26,6 +28,30 @@ bool MayTryAgain() {
 }
 
 }  // namespace
+
+Trace::Trace(const std::string& path, const std::string& port) : file_(path, std::ios::trunc) {
+  if (!file_) throw UsageError(fmt::format("cannot write the trace file {}", path));
+  file_ << "# phonetest trace 1\n";
+  file_ << fmt::format("# {} {:%Y-%m-%d %H:%M:%S}\n", port, fmt::localtime(std::time(nullptr)));
+}
+
+void Trace::Sent(std::span<const std::uint8_t> bytes) {
+  if (!bytes.empty()) Line('>', HexText(bytes));
+}
+
+void Trace::Received(std::span<const std::uint8_t> bytes) {
+  if (!bytes.empty()) Line('<', HexText(bytes));
+}
+
+void Trace::Remark(const std::string& text) {
+  Line('#', text);
+}
+
+void Trace::Line(char direction, const std::string& text) {
+  const std::chrono::duration<double> since = Clock::now() - start_;
+  // Flushed line by line: a trace is needed most if the program did not end as it should.
+  file_ << fmt::format("{:.6f} {} {}\n", since.count(), direction, text) << std::flush;
+}
 
 Link::Link(const std::string& port, Trace* trace) : port_(port), trace_(trace), descriptor_(OpenPort(port)) {}
 
@@ -74,9 +100,10 @@ std::size_t Link::Receive(std::span<std::uint8_t> room, Clock::time_point deadli
   return received;
 }
 
-void Link::DiscardInput() {
+void Link::DiscardInput(Clock::time_point deadline) {
   std::array<std::uint8_t, 4096> stale;
   while (ReceiveWaiting(stale) != 0) {
+    if (Clock::now() >= deadline) throw LinkFailure(fmt::format("{} sends without end and unasked", port_));
   }
 }
 

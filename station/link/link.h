@@ -1,18 +1,36 @@
-// The byte link to a phone: a serial port, raw and non-blocking, or a raw TCP connection to a serial server.
-// Nothing here waits without a deadline.
+// The byte link to a phone: a serial port, raw and non-blocking, or a raw TCP connection to a serial server;
+// and the trace of what goes over it. Nothing here waits without a deadline.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
+#include <fstream>
 #include <span>
 #include <string>
 
 #include "posix/file_descriptor.h"
-#include "station/link/trace.h"
 
 namespace station {
 
 using Clock = std::chrono::steady_clock;
+
+// A trace file: every byte on the link, with direction and time, as text. A line is the time in seconds, a
+// direction ('>' to the phone, '<' from it, '#' a remark) and the bytes in hexadecimal or the remark.
+class Trace {
+ public:
+  // Truncates the file. Throws UsageError when it cannot be written.
+  Trace(const std::string& path, const std::string& port);
+
+  void Sent(std::span<const std::uint8_t> bytes);
+  void Received(std::span<const std::uint8_t> bytes);
+  void Remark(const std::string& text);
+
+ private:
+  void Line(char direction, const std::string& text);
+
+  std::ofstream file_;
+  Clock::time_point start_ = Clock::now();
+};
 
 class Link {
  public:
@@ -28,10 +46,11 @@ class Link {
     return descriptor_.Get();
   }
 
-  // Sends all bytes, in one write where the port takes them. Throws LinkFailure when it does not in time.
+  // Sends all bytes, in one write if the port takes them. Throws LinkFailure if it does not take them in
+  // time.
   void Send(std::span<const std::uint8_t> bytes, Clock::time_point deadline);
 
-  // Sends what the port takes at once; returns how many bytes that were.
+  // Sends what the port takes at once; returns their number.
   std::size_t SendSome(std::span<const std::uint8_t> bytes);
 
   // Receives until the room is full or the deadline has passed; returns the number of bytes received. Throws
@@ -41,8 +60,9 @@ class Link {
   // Receives what is there already, without waiting, and at most what there is room for.
   std::size_t ReceiveWaiting(std::span<std::uint8_t> room);
 
-  // Throws away what came before a command: it cannot be that command's answer.
-  void DiscardInput();
+  // Throws away what came before a command: it cannot be that command's answer. Throws LinkFailure if the
+  // phone does not stop sending before the deadline.
+  void DiscardInput(Clock::time_point deadline);
 
   void Remark(const std::string& text);
 

@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <utility>
+
 #include "station/commands/errors.h"
 
 namespace station {
@@ -46,33 +48,53 @@ Bytes Session::Run(const Command& command, const ArgumentValues& arguments) {
 std::optional<Bytes> Session::TryRun(const Command& command, const ArgumentValues& arguments,
                                      std::chrono::milliseconds time) {
   const std::size_t size = AnswerSize(command.answer);
-  const Exchange& exchange = Converse(DisplayName(command), BytesToSend(command, arguments), size, time);
-  if (exchange.received.size() != size) return std::nullopt;
-  return exchange.received;
+  Bytes received = Converse(DisplayName(command), BytesToSend(command, arguments), size, time);
+  if (received.size() != size) return std::nullopt;
+  return received;
 }
 
 Bytes Session::RunRaw(const std::string& name, const Bytes& sent, std::size_t answer_size,
                       std::chrono::milliseconds answer_time) {
   const auto wait = options_.answer_time.value_or(answer_time);
-  const Bytes& received = Converse(name, sent, answer_size, wait).received;
+  Bytes received = Converse(name, sent, answer_size, wait);
   if (received.size() == answer_size) return received;
   if (received.empty()) throw LinkFailure(fmt::format("no answer to {} within {} ms", name, wait.count()));
   throw LinkFailure(fmt::format("only {} of {} bytes of the answer to {} came within {} ms", received.size(),
                                 answer_size, name, wait.count()));
 }
 
-const Exchange& Session::Converse(const std::string& name, const Bytes& sent, std::size_t answer_size,
-                                  std::chrono::milliseconds time) {
+Transcript Session::TakeTranscript() {
+  kept_bytes_ = 0;
+  return std::exchange(transcript_, {});
+}
+
+Bytes Session::Converse(const std::string& name, const Bytes& sent, std::size_t answer_size,
+                        std::chrono::milliseconds time) {
   link_.Remark(name);
-  link_.DiscardInput();
   const Clock::time_point start = Clock::now();
-  exchanges_.push_back({name, sent, Bytes(answer_size), Between(start_, start), {}});
-  Exchange& exchange = exchanges_.back();
+  link_.DiscardInput(start + time);
   // Code and request go out together: the phone drops a code whose four bytes do not arrive at once.
   link_.Send(sent, start + time);
-  exchange.received.resize(link_.Receive(exchange.received, start + time));
-  exchange.took = Between(start, Clock::now());
-  return exchange;
+  Bytes received(answer_size);
+  received.resize(link_.Receive(received, start + time));
+  Keep({name, sent, received, Between(start_, start), Between(start, Clock::now())});
+  return received;
+}
+
+void Session::Keep(Exchange exchange) {
+  // A camera picture of the largest size fits.
+  constexpr std::size_t MOST_BYTES = 16u << 20;
+  const auto size = [](const Exchange& one) {
+    return sizeof one + one.name.size() + one.sent.size() + one.received.size();
+  };
+  ++transcript_.count;
+  transcript_.took += exchange.took;
+  kept_bytes_ += size(exchange);
+  transcript_.kept.push_back(std::move(exchange));
+  while (kept_bytes_ > MOST_BYTES && transcript_.kept.size() > 1) {
+    kept_bytes_ -= size(transcript_.kept.front());
+    transcript_.kept.pop_front();
+  }
 }
 
 }  // namespace station

@@ -2,9 +2,9 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "station/commands/bytes.h"
 #include "station/commands/command.h"
@@ -21,6 +21,13 @@ struct Exchange {
   std::chrono::microseconds took;
 };
 
+// Several exchanges. Only the last of them are kept if they are many: a poll can go on for hours.
+struct Transcript {
+  std::deque<Exchange> kept = {};
+  std::size_t count = 0;  // all of them
+  std::chrono::microseconds took{0};
+};
+
 struct SessionOptions {
   std::optional<std::chrono::milliseconds> answer_time;  // instead of each command's own
   bool progress = false;                                 // a person is watching standard error
@@ -31,15 +38,15 @@ class Session {
   // The link must outlive the session.
   explicit Session(Link& link, SessionOptions options = {});
 
-  // Sends the command and returns its whole answer, undecoded. Throws LinkFailure when it does not come in
+  // Sends the command and returns its whole answer, undecoded. Throws LinkFailure if it does not come in
   // time.
   Bytes Run(const Command& command, const ArgumentValues& arguments);
 
-  // The same, but nothing when no whole answer came within exactly this time.
+  // The same, but returns nothing if no whole answer came within exactly this time.
   std::optional<Bytes> TryRun(const Command& command, const ArgumentValues& arguments,
                               std::chrono::milliseconds time);
 
-  // The same for bytes that no row describes.
+  // The same as Run for bytes that no row describes.
   Bytes RunRaw(const std::string& name, const Bytes& sent, std::size_t answer_size,
                std::chrono::milliseconds answer_time);
 
@@ -52,19 +59,21 @@ class Session {
   const SessionOptions& Options() const {
     return options_;
   }
-  const std::vector<Exchange>& Exchanges() const {
-    return exchanges_;
-  }
+
+  // The exchanges since the last call.
+  Transcript TakeTranscript();
 
  private:
-  // Sends and waits; the answer is as long as what came in time.
-  const Exchange& Converse(const std::string& name, const Bytes& sent, std::size_t answer_size,
-                           std::chrono::milliseconds time);
+  // Sends and waits; returns what came in time.
+  Bytes Converse(const std::string& name, const Bytes& sent, std::size_t answer_size,
+                 std::chrono::milliseconds time);
+  void Keep(Exchange exchange);
 
   Link& link_;
   SessionOptions options_;
   Clock::time_point start_ = Clock::now();
-  std::vector<Exchange> exchanges_;
+  Transcript transcript_;
+  std::size_t kept_bytes_ = 0;
 };
 
 }  // namespace station

@@ -19,7 +19,7 @@ namespace station {
 
 namespace {
 
-// A program's output beyond this is read and dropped.
+// Output beyond this size is read and dropped.
 constexpr std::size_t LONGEST_OUTPUT = 64 * 1024;
 
 std::string Ended(const std::string& output, int status) {
@@ -39,7 +39,7 @@ pid_t Start(const std::vector<std::string>& words, int output) {
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
-  // A process group of its own, so that it can be ended with what it has started.
+  // A process group of its own, so that it can be ended together with the programs that it starts.
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
@@ -90,8 +90,8 @@ std::string HostProgram::Wait(std::chrono::milliseconds limit) {
   const Clock::time_point end = Clock::now() + limit;
   bool open = true;
   for (;;) {
-    // The program may end and leave its output open in something that it has started, and the other way
-    // round.
+    // A program that it started may keep the output open after its end, and it may close its output before
+    // its end.
     int status = 0;
     const bool ended = waitpid(process_, &status, WNOHANG) == process_;
     pollfd waiting{open ? descriptor_ : -1, POLLIN, 0};

@@ -1,4 +1,4 @@
-// Programs of this computer that a plan's steps run, such as a label printer's or the simulated phone's.
+// Programs of this computer that a plan's steps run, for instance for a label printer or the simulated phone.
 #pragma once
 
 #include <sys/types.h>
@@ -9,18 +9,18 @@
 
 namespace station {
 
-// A running program and what it has written to standard output and standard error. It is killed, with what it
-// started, when it is still running at the end of this object's life.
+// A running program and its output on standard output and standard error. If it is still running when this
+// object is destroyed, it is killed together with the programs that it started.
 class HostProgram {
  public:
-  // `words` are the program, searched for in PATH, and its arguments. Throws PlanError when it cannot be
+  // `words` are the program, searched for in PATH, and its arguments. Throws PlanError if it cannot be
   // started.
   explicit HostProgram(const std::vector<std::string>& words);
   HostProgram(HostProgram&& other) noexcept;
   HostProgram& operator=(HostProgram&&) = delete;
   ~HostProgram();
 
-  // Waits for the program's end. Empty when it ended with exit status 0 in time, else what happened.
+  // Waits for the program's end. Returns what went wrong, or nothing if it ended with exit status 0 in time.
   std::string Wait(std::chrono::milliseconds limit);
 
   const std::string& Output() const {

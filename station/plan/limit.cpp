@@ -1,6 +1,7 @@
 #include "station/plan/limit.h"
 
 #include <fmt/format.h>
+#include <re2/re2.h>
 
 #include <charconv>
 
@@ -32,8 +33,14 @@ std::optional<double> AsNumber(const json& value) {
 
 double NeedNumber(const std::string& reading, const json& value) {
   const auto number = AsNumber(value);
-  if (!number) throw PlanError(fmt::format("limit on \"{}\": {} is no number", reading, value.dump()));
+  if (!number) throw PlanError(fmt::format("limit on \"{}\": {} is not a number", reading, value.dump()));
   return *number;
+}
+
+std::uint64_t NeedMask(const std::string& reading, const json& value) {
+  const double number = NeedNumber(reading, value);
+  if (number >= 0 && number <= UINT32_MAX) return static_cast<std::uint64_t>(number);
+  throw PlanError(fmt::format("limit on \"{}\": {} is not a mask of 32 bits", reading, value.dump()));
 }
 
 std::string AsText(const json& value) {
@@ -41,7 +48,7 @@ std::string AsText(const json& value) {
 }
 
 bool Equal(const json& wanted, const json& value) {
-  // As numbers where the phone's value is one: "0x10" and 16 are then the same.
+  // If the value is a number, both are compared as numbers: "0x10" equals 16.
   if (value.is_number()) {
     const auto number = AsNumber(wanted);
     return number && *number == value.get<double>();
@@ -56,7 +63,8 @@ Limit ParseLimit(const std::string& reading, const json& description) {
   Limit limit;
   limit.reading = reading;
   if (!description.is_object() || description.empty()) {
-    throw PlanError(fmt::format("limit on \"{}\": give equals, minimum, maximum, mask or pattern", reading));
+    throw PlanError(
+        fmt::format("limit on \"{}\": it needs equals, minimum, maximum, mask or pattern", reading));
   }
   for (const auto& [key, value] : description.items()) {
     if (key == "equals") {
@@ -66,20 +74,21 @@ Limit ParseLimit(const std::string& reading, const json& description) {
     } else if (key == "maximum") {
       limit.maximum = NeedNumber(reading, value);
     } else if (key == "mask") {
-      limit.mask = static_cast<std::uint64_t>(NeedNumber(reading, value));
+      limit.mask = NeedMask(reading, value);
     } else if (key == "pattern" && value.is_string()) {
       limit.pattern = value;
     } else {
-      throw PlanError(fmt::format("limit on \"{}\": there is no \"{}\"", reading, key));
+      throw PlanError(fmt::format("limit on \"{}\": unknown key \"{}\"", reading, key));
     }
   }
   if (limit.mask && !limit.equals)
     throw PlanError(fmt::format("limit on \"{}\": a mask needs equals", reading));
   if (limit.pattern.empty()) return limit;
-  try {
-    limit.expression = std::regex(limit.pattern);
-  } catch (const std::regex_error& error) {
-    throw PlanError(fmt::format("limit on \"{}\": pattern \"{}\": {}", reading, limit.pattern, error.what()));
+  // This library's time and memory are bounded for every pattern.
+  limit.expression = std::make_shared<re2::RE2>(limit.pattern, re2::RE2::Quiet);
+  if (!limit.expression->ok()) {
+    throw PlanError(fmt::format("limit on \"{}\": pattern \"{}\": {}", reading, limit.pattern,
+                                limit.expression->error()));
   }
   return limit;
 }
@@ -88,17 +97,18 @@ std::string JudgeLimit(const Limit& limit, const json& value) {
   const std::string is = fmt::format("{} is {}", limit.reading, AsText(value));
   if (limit.mask || limit.minimum || limit.maximum) {
     if (!value.is_number()) {
-      throw PlanError(fmt::format("limit on \"{}\": its value {} is no number", limit.reading, value.dump()));
+      throw PlanError(
+          fmt::format("limit on \"{}\": its value {} is not a number", limit.reading, value.dump()));
     }
   }
   if (limit.mask) {
     const auto masked = static_cast<std::uint64_t>(value.get<std::int64_t>()) & *limit.mask;
     if (Equal(*limit.equals, masked)) return "";
-    return fmt::format("{}, under mask 0x{:X} it is 0x{:X} where {} is wanted", is, *limit.mask, masked,
+    return fmt::format("{}, under mask 0x{:X} it is 0x{:X} instead of {}", is, *limit.mask, masked,
                        AsText(*limit.equals));
   }
   if (limit.equals && !Equal(*limit.equals, value)) {
-    return fmt::format("{} where {} is wanted", is, AsText(*limit.equals));
+    return fmt::format("{} instead of {}", is, AsText(*limit.equals));
   }
   if (limit.minimum && value.get<double>() < *limit.minimum) {
     return fmt::format("{}, below {}", is, *limit.minimum);
@@ -106,7 +116,7 @@ std::string JudgeLimit(const Limit& limit, const json& value) {
   if (limit.maximum && value.get<double>() > *limit.maximum) {
     return fmt::format("{}, above {}", is, *limit.maximum);
   }
-  if (limit.expression && !std::regex_search(AsText(value), *limit.expression)) {
+  if (limit.expression && !re2::RE2::PartialMatch(AsText(value), *limit.expression)) {
     return fmt::format("{}, which does not match {}", is, limit.pattern);
   }
   return "";

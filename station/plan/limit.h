@@ -1,11 +1,15 @@
-// A limit of a test plan on one thing that an operation reads.
+// A limit of a test plan on one reading of an operation.
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <regex>
 #include <string>
+
+namespace re2 {
+class RE2;
+}
 
 namespace station {
 
@@ -16,14 +20,14 @@ struct Limit {
   std::optional<double> maximum;
   std::optional<std::uint64_t> mask;  // applied before the comparison
   std::string pattern;
-  std::optional<std::regex> expression;  // the pattern, ready to be searched for
+  std::shared_ptr<const re2::RE2> expression;  // the pattern, compiled
 };
 
 // Throws PlanError.
 Limit ParseLimit(const std::string& reading, const nlohmann::json& description);
 
-// Empty when the value keeps the limit, else what is wrong with it. Throws PlanError when the limit cannot be
-// applied to such a value.
+// Returns what is wrong with the value, or nothing if it is within the limit. Throws PlanError if the limit
+// does not fit such a value.
 std::string JudgeLimit(const Limit& limit, const nlohmann::json& value);
 
 }  // namespace station

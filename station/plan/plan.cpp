@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <set>
 
 #include "station/commands/errors.h"
@@ -16,7 +15,7 @@ namespace {
 
 using nlohmann::json;
 
-// What a step may hold besides what makes it a command, wait, question or program.
+// The keys that every kind of step may have.
 const std::set<std::string, std::less<>> COMMON_KEYS = {"name",       "if",     "retries", "retry-wait",
                                                         "on-failure", "always", "picture", "repeat"};
 
@@ -27,7 +26,7 @@ std::chrono::milliseconds Seconds(const json& step, const std::string& key, doub
   if (value.is_number()) seconds = value;
   if (value.is_string()) seconds = std::atof(value.get_ref<const std::string&>().c_str());
   if (!(seconds >= 0 && seconds <= LONGEST)) {
-    throw PlanError(fmt::format("\"{}\": {} is no time in seconds", key, value.dump()));
+    throw PlanError(fmt::format("\"{}\": {} is not a time in seconds from 0 to 86400", key, value.dump()));
   }
   return std::chrono::milliseconds(std::lround(seconds * 1000));
 }
@@ -36,38 +35,40 @@ int Count(const json& step, const std::string& key, int fallback, int least) {
   constexpr int MOST = 1'000'000;
   const json value = step.value(key, json(fallback));
   if (!value.is_number_integer() || value < least || value > MOST) {
-    throw PlanError(fmt::format("\"{}\": {} is no number from {} to {}", key, value.dump(), least, MOST));
+    throw PlanError(
+        fmt::format("\"{}\": {} is not a whole number from {} to {}", key, value.dump(), least, MOST));
   }
   return value;
 }
 
 bool YesOrNo(const json& step, const std::string& key, bool fallback) {
   const json value = step.value(key, json(fallback));
-  if (!value.is_boolean()) throw PlanError(fmt::format("\"{}\" is true or false", key));
+  if (!value.is_boolean()) throw PlanError(fmt::format("\"{}\" must be true or false", key));
   return value;
 }
 
 std::string TextOf(const json& step, const std::string& key) {
   const json value = step.value(key, json(""));
-  if (!value.is_string()) throw PlanError(fmt::format("\"{}\" is no text", key));
+  if (!value.is_string()) throw PlanError(fmt::format("\"{}\" is not a text", key));
   return value;
 }
 
 bool StopsOnFailure(const json& holder, bool fallback) {
   const std::string choice = TextOf(holder, "on-failure");
   if (choice.empty()) return fallback;
-  if (choice != "stop" && choice != "continue") throw PlanError("\"on-failure\" is \"stop\" or \"continue\"");
+  if (choice != "stop" && choice != "continue")
+    throw PlanError("\"on-failure\" must be \"stop\" or \"continue\"");
   return choice == "stop";
 }
 
 void CheckKeys(const json& holder, const std::set<std::string, std::less<>>& known) {
   for (const auto& [key, value] : holder.items()) {
-    if (!known.contains(key)) throw PlanError(fmt::format("there is no \"{}\" here", key));
+    if (!known.contains(key)) throw PlanError(fmt::format("unknown key \"{}\"", key));
   }
 }
 
 void ParseArguments(Step& step, const json& arguments) {
-  if (!arguments.is_object()) throw PlanError("\"arguments\" is no object");
+  if (!arguments.is_object()) throw PlanError("\"arguments\" is not an object");
   const std::vector<Argument>& known = step.operation->arguments;
   for (const auto& [name, value] : arguments.items()) {
     const auto argument = std::ranges::find(known, name, &Argument::name);
@@ -96,7 +97,7 @@ void ParseCommand(Step& step, const json& description) {
 
 void ParseProgram(Step& step, const json& description) {
   for (const json& word : description["program"]) {
-    if (!word.is_string()) throw PlanError("\"program\" is no list of texts");
+    if (!word.is_string()) throw PlanError("\"program\" is not a list of texts");
     step.program.push_back(word);
   }
   if (step.program.empty() || step.program.front().empty()) throw PlanError("\"program\" names no program");
@@ -127,17 +128,17 @@ void ParseWork(Step& step, const json& description) {
     keys.merge(std::set<std::string, std::less<>>{"program", "background", "seconds"});
     ParseProgram(step, description);
   } else {
-    throw PlanError("a step has a \"command\", \"wait\", \"question\" or \"program\"");
+    throw PlanError("a step needs a \"command\", \"wait\", \"question\" or \"program\"");
   }
   CheckKeys(description, keys);
 }
 
 Step ParseStep(const json& description, bool stops) {
-  if (!description.is_object()) throw PlanError("a step is an object");
+  if (!description.is_object()) throw PlanError("a step must be an object");
   Step step;
   step.name = TextOf(description, "name");
   step.wanted = !description.contains("if") || !TextOf(description, "if").empty();
-  // What a skipped step would do may lack the very value that it is skipped for.
+  // The rest of a skipped step may be wrong because a value is missing, which is why it is skipped.
   if (!step.wanted) return step;
   ParseWork(step, description);
   step.picture = TextOf(description, "picture");
@@ -150,12 +151,16 @@ Step ParseStep(const json& description, bool stops) {
 }
 
 json ReadPlanFile(const std::string& path) {
-  std::ifstream file(path);
-  if (!file) throw PlanError("cannot be read");
+  constexpr std::size_t LARGEST = 4u << 20;
+  static constexpr int DEEPEST = 20;
+  const auto check_depth = [](int depth, json::parse_event_t, json&) {
+    if (depth > DEEPEST) throw PlanError(fmt::format("it is nested more than {} deep", DEEPEST));
+    return true;
+  };
   try {
-    return json::parse(file, nullptr, true, /*ignore_comments=*/true);
+    return json::parse(ReadFile(path, LARGEST), check_depth, true, /*ignore_comments=*/true);
   } catch (const json::parse_error& error) {
-    // The library's text says where: "... parse error at line 3, column 5: ...".
+    // The library's text tells the place: "... parse error at line 3, column 5: ...".
     const std::string text = error.what();
     throw PlanError(text.substr(std::min(text.find("parse error"), text.size())));
   }
@@ -164,7 +169,7 @@ json ReadPlanFile(const std::string& path) {
 std::vector<Step> ParseSteps(const json& plan, const Variables& variables) {
   const bool stops = StopsOnFailure(plan, true);
   const json steps = plan.value("steps", json::array());
-  if (!steps.is_array() || steps.empty()) throw PlanError("a plan has \"steps\"");
+  if (!steps.is_array() || steps.empty()) throw PlanError("a plan needs \"steps\"");
   std::vector<Step> parsed;
   for (json description : steps) {
     const std::size_t number = parsed.size() + 1;
@@ -186,7 +191,7 @@ Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>&
               const std::map<std::string, std::string>& built_in) {
   try {
     const json description = ReadPlanFile(path);
-    if (!description.is_object()) throw PlanError("a plan is an object with \"steps\"");
+    if (!description.is_object()) throw PlanError("a plan must be an object with \"steps\"");
     CheckKeys(description, {"name", "description", "variables", "on-failure", "steps"});
     Plan plan;
     plan.name = TextOf(description, "name");

@@ -1,5 +1,5 @@
-// A test plan: a JSON file (with comments) of steps, each an operation of the tool with limits on what it
-// reads, a wait, a question to the operator, or a program of this computer.
+// A test plan: a JSON file (with comments) of steps. A step is an operation of the tool with limits on its
+// readings, a wait, a question to the operator, or a program of this computer.
 #pragma once
 
 #include <chrono>
@@ -27,16 +27,16 @@ struct Step {
   std::string question;
 
   std::vector<std::string> program;
-  bool background = false;  // the program runs on beside the steps that follow
-  std::string picture;      // file with a picture for the report, there when the step is done
+  bool background = false;  // the program runs during the steps that follow
+  std::string picture;      // file with a picture for the report, made by the step
 
   std::chrono::milliseconds time_limit{0};  // of a question or program
   int retries = 0;
   std::chrono::milliseconds retry_wait{0};
   int repeat = 1;
   bool stops = true;    // a failure ends the plan
-  bool always = false;  // also run when the plan has been ended by a failure
-  bool wanted = true;   // its condition holds
+  bool always = false;  // also run after a failure has ended the plan
+  bool wanted = true;   // its condition is met
 };
 
 struct Plan {
@@ -46,9 +46,9 @@ struct Plan {
   std::vector<std::pair<std::string, std::string>> variables;
 };
 
-// Reads and checks a plan whole, so that a mistake in its last step shows before the first is run. `given`
-// are the variables set by the caller; `built_in` are those that every plan has. Throws PlanError, which
-// names the place.
+// Reads and checks a whole plan, so that a mistake in its last step is found before the first one runs.
+// `given` are the variables set by the caller; `built_in` are those that every plan has. Throws PlanError,
+// which names the place.
 Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>& given,
               const std::map<std::string, std::string>& built_in);
 

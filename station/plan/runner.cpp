@@ -3,8 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <list>
 #include <thread>
 
@@ -23,8 +21,8 @@ std::chrono::microseconds Since(Clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
 }
 
-// The limits decide about a status that one of them names; a failure that no limit speaks of is a failure.
-Judgement JudgeOutcome(const Step& step, const Outcome& outcome) {
+// A limit on the status decides about it. Without one, a failure of the operation is a failure of the step.
+Judgement JudgeOutcome(const Step& step, const Outcome& outcome, const std::vector<Reading>& readings) {
   const bool status_limited = std::ranges::find(step.limits, "status", &Limit::reading) != step.limits.end();
   if (!outcome.failure.empty() && !(status_limited && outcome.status))
     return {Verdict::Failed, outcome.failure};
@@ -34,9 +32,9 @@ Judgement JudgeOutcome(const Step& step, const Outcome& outcome) {
       if (!wrong.empty()) return {Verdict::Failed, outcome.failure.empty() ? wrong : outcome.failure};
       continue;
     }
-    const auto reading = std::ranges::find(outcome.readings, limit.reading, &Reading::name);
-    if (reading == outcome.readings.end()) {
-      return {Verdict::PlanWrong, fmt::format("the answer holds no \"{}\" to judge", limit.reading)};
+    const auto reading = std::ranges::find(readings, limit.reading, &Reading::name);
+    if (reading == readings.end()) {
+      return {Verdict::PlanWrong, fmt::format("the answer has no \"{}\"", limit.reading)};
     }
     const std::string wrong = JudgeLimit(limit, reading->value);
     if (!wrong.empty()) return {Verdict::Failed, wrong};
@@ -52,12 +50,11 @@ std::string CommandText(const Step& step) {
 }
 
 void AttachPicture(StepResult& result, const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw PlanError(fmt::format("there is no picture {}", path));
-  Bytes content{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  const bool png = content.size() > 4 && content[0] == 0x89 && content[1] == 'P';
+  constexpr std::size_t LARGEST = 16u << 20;
+  const std::string content = ReadFile(path, LARGEST);
   const std::string name = path.substr(path.rfind('/') + 1);
-  result.attachments.push_back({name, png ? "image/png" : "image/jpeg", std::move(content)});
+  const char* type = content.starts_with("\x89PNG") ? "image/png" : "image/jpeg";
+  result.attachments.push_back({name, type, Bytes(content.begin(), content.end())});
 }
 
 class Run {
@@ -78,9 +75,9 @@ class Run {
         Attempts(step, done);
         ended = ended || (step.stops && done.verdict != Verdict::Passed);
       } else {
-        done.message = step.wanted ? "not run: the plan was ended" : "not asked for";
+        done.message = step.wanted ? "not run: the plan has ended" : "not asked for";
       }
-      result.verdict = Worse(result.verdict, done.verdict);
+      result.verdict = std::max(result.verdict, done.verdict);
       result.steps.push_back(std::move(done));
     }
     FinishBackground(result);
@@ -92,7 +89,7 @@ class Run {
  private:
   void Attempts(const Step& step, StepResult& done) {
     const Clock::time_point start = Clock::now();
-    const std::size_t exchanges = session_.Exchanges().size();
+    session_.TakeTranscript();
     do {
       if (done.attempts > 0) std::this_thread::sleep_for(step.retry_wait);
       ++done.attempts;
@@ -100,8 +97,7 @@ class Run {
     } while (done.verdict != Verdict::Passed && done.verdict != Verdict::PlanWrong &&
              done.attempts <= step.retries);
     done.took = Since(start);
-    const auto first = session_.Exchanges().begin() + static_cast<std::ptrdiff_t>(exchanges);
-    done.exchanges.assign(first, session_.Exchanges().end());
+    done.transcript = session_.TakeTranscript();
   }
 
   void Once(const Step& step, StepResult& done) {
@@ -138,9 +134,7 @@ class Run {
     for (Picture& picture : outcome.pictures) {
       done.attachments.push_back({picture.name + ".jpg", "image/jpeg", std::move(picture.jpeg)});
     }
-    // The judgement looks at what has just been moved.
-    outcome.readings = done.readings;
-    return JudgeOutcome(step, outcome);
+    return JudgeOutcome(step, outcome, done.readings);
   }
 
   Judgement Question(const Step& step) {
@@ -167,7 +161,7 @@ class Run {
     return {};
   }
 
-  // A program in the background is judged at the end.
+  // Programs in the background are judged at the end.
   void FinishBackground(PlanResult& result) {
     for (Background& background : background_) {
       const std::string failure = background.program.Wait(plan_.steps[background.step].time_limit);
@@ -175,7 +169,7 @@ class Run {
       StepResult& done = result.steps[background.step];
       done.verdict = Verdict::Failed;
       done.message = failure;
-      result.verdict = Worse(result.verdict, Verdict::Failed);
+      result.verdict = std::max(result.verdict, Verdict::Failed);
     }
   }
 
@@ -207,6 +201,41 @@ PlanResult UnstartedPlan(const Plan& plan, const std::string& port, const std::s
   result.steps.front().verdict = Verdict::NoLink;
   result.steps.front().message = failure;
   return result;
+}
+
+std::string VerdictText(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::Passed:
+      return "passed";
+    case Verdict::Failed:
+      return "FAILED";
+    case Verdict::NoLink:
+      return "NO LINK";
+    case Verdict::PlanWrong:
+      return "PLAN ERROR";
+    case Verdict::Skipped:
+      return "skipped";
+  }
+  return "";
+}
+
+ExitStatus VerdictStatus(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::Passed:
+    case Verdict::Skipped:
+      return ExitStatus::Passed;
+    case Verdict::Failed:
+      return ExitStatus::DeviceFailure;
+    case Verdict::NoLink:
+      return ExitStatus::LinkFailure;
+    case Verdict::PlanWrong:
+      return ExitStatus::PlanError;
+  }
+  return ExitStatus::PlanError;
+}
+
+std::size_t CountVerdict(const PlanResult& result, Verdict verdict) {
+  return static_cast<std::size_t>(std::ranges::count(result.steps, verdict, &StepResult::verdict));
 }
 
 }  // namespace station

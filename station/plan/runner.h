@@ -1,23 +1,65 @@
-// Runs a plan on one phone.
+// Runs a plan on one phone, and holds the result.
 #pragma once
 
+#include <chrono>
+#include <ctime>
 #include <functional>
 #include <string>
+#include <vector>
 
-#include "station/link/session.h"
-#include "station/plan/operator.h"
+#include "station/commands/errors.h"
 #include "station/plan/plan.h"
-#include "station/plan/result.h"
+#include "station/tasks/operation.h"
+#include "station/tasks/terminal.h"
 
 namespace station {
 
-// Told before each step: its number from 0, and its name.
+// From the best to the gravest.
+enum class Verdict { Skipped, Passed, Failed, NoLink, PlanWrong };
+
+struct Attachment {
+  std::string name;
+  std::string type;  // "image/jpeg" or "image/png"
+  Bytes content;
+};
+
+struct StepResult {
+  std::string name;
+  std::string command;  // the operation's words with the arguments; empty for other steps
+  Verdict verdict = Verdict::Skipped;
+  std::string message = {};  // why it did not pass
+  int attempts = 0;
+  std::chrono::microseconds took{0};
+  std::vector<Reading> readings = {};
+  Transcript transcript = {};
+  std::vector<Attachment> attachments = {};
+};
+
+struct PlanResult {
+  std::string plan;
+  std::string port;
+  std::vector<std::pair<std::string, std::string>> variables;
+  std::time_t started = 0;
+  std::chrono::microseconds took{0};
+  std::chrono::microseconds waited{0};  // in the plan's own wait steps, questions and programs
+  Verdict verdict = Verdict::Passed;
+  std::vector<StepResult> steps = {};
+};
+
+// "passed", "FAILED", "NO LINK", "PLAN ERROR", "skipped".
+std::string VerdictText(Verdict verdict);
+
+ExitStatus VerdictStatus(Verdict verdict);
+
+std::size_t CountVerdict(const PlanResult& result, Verdict verdict);
+
+// Called before each step with its number, from 0, and its name.
 using StepStarted = std::function<void(std::size_t, const std::string&)>;
 
-// Runs all steps and judges them; throws nothing that a step brings about.
+// Runs all steps and judges them; a step that fails throws nothing.
 PlanResult RunPlan(const Plan& plan, Session& session, Operator& person, const StepStarted& started);
 
-// The result of a plan that could not begin because the port cannot be used.
+// The result of a plan that could not start because the port cannot be used.
 PlanResult UnstartedPlan(const Plan& plan, const std::string& port, const std::string& failure);
 
 }  // namespace station

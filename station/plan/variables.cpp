@@ -25,7 +25,7 @@ std::string Replaced(const std::string& text, const Variables& variables) {
     const std::size_t start = text.find("${", from);
     const std::size_t end = start == std::string::npos ? start : text.find('}', start);
     if (end == std::string::npos) return result + text.substr(from);
-    // "$${" is a plain "${", such as a shell's.
+    // "$${" stands for "${", which a shell command may need.
     if (start > from && text[start - 1] == '$') {
       result += text.substr(from, start - from) + "{";
       from = start + 2;
@@ -38,7 +38,7 @@ std::string Replaced(const std::string& text, const Variables& variables) {
 
 std::string Settled(const std::string& name, const json& declaration,
                     const std::map<std::string, std::string>& given) {
-  if (!declaration.is_object()) throw PlanError(fmt::format("variable \"{}\" is no object", name));
+  if (!declaration.is_object()) throw PlanError(fmt::format("variable \"{}\" is not an object", name));
   if (const auto found = given.find(name); found != given.end()) return found->second;
   if (declaration.contains("default")) {
     const json& value = declaration["default"];
@@ -52,7 +52,7 @@ std::string Settled(const std::string& name, const json& declaration,
 }  // namespace
 
 Variables SettleVariables(const json& declared, const std::map<std::string, std::string>& given) {
-  if (!declared.is_object()) throw PlanError("\"variables\" is no object");
+  if (!declared.is_object()) throw PlanError("\"variables\" is not an object");
   Variables variables;
   for (const auto& [name, declaration] : declared.items()) {
     variables.emplace_back(name, Settled(name, declaration, given));

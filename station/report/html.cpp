@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 
 #include "station/report/report.h"
-#include "station/report/text.h"
 
 namespace station {
 
@@ -26,6 +25,54 @@ figure img { max-width: 20rem; max-height: 20rem; border: 1px solid var(--line);
 figcaption { color: var(--idle); font-size: .85rem; }
 summary { cursor: pointer; color: var(--idle); }
 )";
+
+// The five special characters become entities; control characters become question marks.
+std::string Escaped(std::string_view text) {
+  std::string escaped;
+  for (const char character : text) {
+    switch (character) {
+      case '&':
+        escaped += "&amp;";
+        break;
+      case '<':
+        escaped += "&lt;";
+        break;
+      case '>':
+        escaped += "&gt;";
+        break;
+      case '"':
+        escaped += "&quot;";
+        break;
+      case '\'':
+        escaped += "&apos;";
+        break;
+      default: {
+        const auto code = static_cast<unsigned char>(character);
+        const bool forbidden = code < 0x20 && character != '\n' && character != '\r' && character != '\t';
+        escaped += forbidden ? '?' : character;
+      }
+    }
+  }
+  return escaped;
+}
+
+// RFC 4648, with padding.
+std::string Base64(std::span<const std::uint8_t> bytes) {
+  constexpr char DIGITS[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string text;
+  text.reserve((bytes.size() + 2) / 3 * 4);
+  for (std::size_t i = 0; i < bytes.size(); i += 3) {
+    const std::size_t left = bytes.size() - i;
+    const std::uint32_t group = std::uint32_t{bytes[i]} << 16 |
+                                (left > 1 ? std::uint32_t{bytes[i + 1]} << 8 : 0) |
+                                (left > 2 ? std::uint32_t{bytes[i + 2]} : 0);
+    text += DIGITS[group >> 18 & 63];
+    text += DIGITS[group >> 12 & 63];
+    text += left > 1 ? DIGITS[group >> 6 & 63] : '=';
+    text += left > 2 ? DIGITS[group & 63] : '=';
+  }
+  return text;
+}
 
 std::string Colour(Verdict verdict) {
   if (verdict == Verdict::Passed) return "good";
@@ -59,11 +106,13 @@ std::string Figures(const std::vector<Attachment>& attachments) {
   return html;
 }
 
-std::string ExchangesList(const std::vector<Exchange>& exchanges) {
-  if (exchanges.empty()) return "";
-  std::string html = fmt::format("<details><summary>{} exchange{}</summary>", exchanges.size(),
-                                 exchanges.size() == 1 ? "" : "s");
-  for (const Exchange& exchange : exchanges) {
+std::string ExchangesList(const Transcript& transcript) {
+  if (transcript.count == 0) return "";
+  const std::size_t left_out = transcript.count - transcript.kept.size();
+  std::string html = fmt::format("<details><summary>{} exchange{}{}</summary>", transcript.count,
+                                 transcript.count == 1 ? "" : "s",
+                                 left_out == 0 ? "" : fmt::format(", without the first {}", left_out));
+  for (const Exchange& exchange : transcript.kept) {
     html += fmt::format("<div>{}, at {}, took {}</div><pre>&gt; {}\n&lt; {}</pre>", Escaped(exchange.name),
                         DurationText(exchange.started), DurationText(exchange.took), HexText(exchange.sent),
                         HexText(exchange.received));
@@ -84,7 +133,7 @@ std::string Row(std::size_t number, const StepResult& step) {
     html += fmt::format("<div class=\"facts\">{}</div>", Escaped(step.command));
   }
   if (step.attempts > 1) html += fmt::format("<div class=\"facts\">{} attempts</div>", step.attempts);
-  html += ReadingsList(step.readings) + Figures(step.attachments) + ExchangesList(step.exchanges);
+  html += ReadingsList(step.readings) + Figures(step.attachments) + ExchangesList(step.transcript);
   return html + "</td></tr>\n";
 }
 

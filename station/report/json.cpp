@@ -3,7 +3,6 @@
 #include <nlohmann/json.hpp>
 
 #include "station/report/report.h"
-#include "station/tool/output.h"
 
 namespace station {
 
@@ -15,7 +14,7 @@ double Milliseconds(std::chrono::microseconds time) {
   return static_cast<double>(time.count()) / 1000;
 }
 
-// As the exit status tells them apart.
+// One word for each exit status.
 std::string VerdictWord(Verdict verdict) {
   switch (verdict) {
     case Verdict::Passed:
@@ -32,7 +31,7 @@ std::string VerdictWord(Verdict verdict) {
   return "";
 }
 
-ordered_json ExchangesJson(const std::vector<Exchange>& exchanges) {
+ordered_json ExchangesJson(const std::deque<Exchange>& exchanges) {
   ordered_json list = ordered_json::array();
   for (const Exchange& exchange : exchanges) {
     list.push_back({{"command", exchange.name},
@@ -56,7 +55,9 @@ ordered_json StepJson(std::size_t number, const StepResult& step) {
   object["milliseconds"] = Milliseconds(step.took);
   object["readings"] = ReadingsJson(step.readings);
   object["pictures"] = std::move(pictures);
-  object["exchanges"] = ExchangesJson(step.exchanges);
+  object["exchanges"] = ExchangesJson(step.transcript.kept);
+  const std::size_t left_out = step.transcript.count - step.transcript.kept.size();
+  if (left_out != 0) object["exchanges-left-out"] = left_out;
   return object;
 }
 
@@ -68,7 +69,7 @@ ordered_json Head(const PlanResult& result) {
           {"milliseconds", Milliseconds(result.took)}};
 }
 
-// Texts from programs and files need not be UTF-8.
+// Texts from programs and files may not be UTF-8.
 std::string Dump(const ordered_json& value) {
   return value.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
 }

@@ -1,25 +1,42 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
+#include <nlohmann/json.hpp>
+#include <pugixml.hpp>
+#include <sstream>
+
 #include "station/report/report.h"
-#include "station/report/text.h"
-#include "station/tool/output.h"
 
 namespace station {
 
 namespace {
 
-double Seconds(std::chrono::microseconds time) {
-  return static_cast<double>(time.count()) / 1e6;
+// XML 1.0 forbids control characters and what is not UTF-8, also as entities.
+std::string Allowed(const std::string& text) {
+  using nlohmann::json;
+  std::string allowed = json::parse(json(text).dump(-1, ' ', false, json::error_handler_t::replace));
+  for (char& character : allowed) {
+    const bool space = character == '\n' || character == '\r' || character == '\t';
+    if (static_cast<unsigned char>(character) < 0x20 && !space) character = '?';
+  }
+  return allowed;
 }
 
-// What the step found and what went over the link. Long answers are in the JSON report.
+void Set(pugi::xml_node node, const char* name, const std::string& value) {
+  node.append_attribute(name) = Allowed(value).c_str();
+}
+
+void SetTime(pugi::xml_node node, std::chrono::microseconds time) {
+  Set(node, "time", fmt::format("{:.3f}", static_cast<double>(time.count()) / 1e6));
+}
+
+// The readings of the step and the bytes on the link. Long answers are only in the JSON report.
 std::string SystemOut(const StepResult& step) {
   constexpr std::size_t MOST_EXCHANGES = 20;
   constexpr std::size_t MOST_BYTES = 64;
   std::string text = step.readings.empty() ? "" : ReadingsText(step.readings);
-  for (std::size_t i = 0; i < step.exchanges.size() && i < MOST_EXCHANGES; ++i) {
-    const Exchange& exchange = step.exchanges[i];
+  for (std::size_t i = 0; i < step.transcript.kept.size() && i < MOST_EXCHANGES; ++i) {
+    const Exchange& exchange = step.transcript.kept[i];
     const bool longer = exchange.received.size() > MOST_BYTES;
     const auto shown = std::span(exchange.received).first(longer ? MOST_BYTES : exchange.received.size());
     text += fmt::format("> {}\n< {}{}\n", HexText(exchange.sent), HexText(shown), longer ? " ..." : "");
@@ -27,43 +44,56 @@ std::string SystemOut(const StepResult& step) {
   return text;
 }
 
-std::string Case(const PlanResult& result, std::size_t number, const StepResult& step) {
-  std::string xml = fmt::format("    <testcase name=\"{:02} {}\" classname=\"{}\" time=\"{:.3f}\">\n", number,
-                                Escaped(step.name), Escaped(result.plan), Seconds(step.took));
-  const std::string message = Escaped(step.message);
-  if (step.verdict == Verdict::Skipped) xml += fmt::format("      <skipped message=\"{}\"/>\n", message);
-  if (step.verdict == Verdict::Failed) {
-    xml += fmt::format("      <failure message=\"{0}\" type=\"device\">{0}</failure>\n", message);
-  }
-  if (step.verdict == Verdict::NoLink || step.verdict == Verdict::PlanWrong) {
-    xml += fmt::format("      <error message=\"{0}\" type=\"{1}\">{0}</error>\n", message,
-                       step.verdict == Verdict::NoLink ? "link" : "plan");
-  }
+void AddProperty(pugi::xml_node properties, const std::string& name, const std::string& value) {
+  pugi::xml_node property = properties.append_child("property");
+  Set(property, "name", name);
+  Set(property, "value", value);
+}
+
+void AddProblem(pugi::xml_node testcase, const char* kind, const char* type, const std::string& message) {
+  pugi::xml_node problem = testcase.append_child(kind);
+  Set(problem, "message", message);
+  Set(problem, "type", type);
+  problem.text() = Allowed(message).c_str();
+}
+
+void AddCase(pugi::xml_node suite, const PlanResult& result, std::size_t number, const StepResult& step) {
+  pugi::xml_node testcase = suite.append_child("testcase");
+  Set(testcase, "name", fmt::format("{:02} {}", number, step.name));
+  Set(testcase, "classname", result.plan);
+  SetTime(testcase, step.took);
+  if (step.verdict == Verdict::Skipped) Set(testcase.append_child("skipped"), "message", step.message);
+  if (step.verdict == Verdict::Failed) AddProblem(testcase, "failure", "device", step.message);
+  if (step.verdict == Verdict::NoLink) AddProblem(testcase, "error", "link", step.message);
+  if (step.verdict == Verdict::PlanWrong) AddProblem(testcase, "error", "plan", step.message);
   const std::string output = SystemOut(step);
-  if (!output.empty()) xml += fmt::format("      <system-out>{}</system-out>\n", Escaped(output));
-  return xml + "    </testcase>\n";
+  if (!output.empty()) testcase.append_child("system-out").text() = Allowed(output).c_str();
 }
 
 }  // namespace
 
 std::string ReportJunit(const PlanResult& result) {
-  const std::size_t errors = CountVerdict(result, Verdict::NoLink) + CountVerdict(result, Verdict::PlanWrong);
-  const std::string counts =
-      fmt::format("tests=\"{}\" failures=\"{}\" errors=\"{}\" skipped=\"{}\" time=\"{:.3f}\"",
-                  result.steps.size(), CountVerdict(result, Verdict::Failed), errors,
-                  CountVerdict(result, Verdict::Skipped), Seconds(result.took));
-  std::string xml = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuites>\n";
-  xml += fmt::format("  <testsuite name=\"{}\" {} timestamp=\"{:%Y-%m-%dT%H:%M:%S}\" hostname=\"{}\">\n",
-                     Escaped(result.plan), counts, fmt::gmtime(result.started),
-                     Escaped(PortFileName(result.port)));
-  xml += "    <properties>\n";
-  xml += fmt::format("      <property name=\"port\" value=\"{}\"/>\n", Escaped(result.port));
-  for (const auto& [name, value] : result.variables) {
-    xml += fmt::format("      <property name=\"{}\" value=\"{}\"/>\n", Escaped(name), Escaped(value));
-  }
-  xml += "    </properties>\n";
-  for (std::size_t i = 0; i < result.steps.size(); ++i) xml += Case(result, i + 1, result.steps[i]);
-  return xml + "  </testsuite>\n</testsuites>\n";
+  pugi::xml_document document;
+  pugi::xml_node declaration = document.append_child(pugi::node_declaration);
+  Set(declaration, "version", "1.0");
+  Set(declaration, "encoding", "UTF-8");
+  pugi::xml_node suite = document.append_child("testsuites").append_child("testsuite");
+  Set(suite, "name", result.plan);
+  const auto count = [&](const char* name, std::size_t number) { Set(suite, name, std::to_string(number)); };
+  count("tests", result.steps.size());
+  count("failures", CountVerdict(result, Verdict::Failed));
+  count("errors", CountVerdict(result, Verdict::NoLink) + CountVerdict(result, Verdict::PlanWrong));
+  count("skipped", CountVerdict(result, Verdict::Skipped));
+  SetTime(suite, result.took);
+  Set(suite, "timestamp", fmt::format("{:%Y-%m-%dT%H:%M:%S}", fmt::gmtime(result.started)));
+  Set(suite, "hostname", PortFileName(result.port));
+  pugi::xml_node properties = suite.append_child("properties");
+  AddProperty(properties, "port", result.port);
+  for (const auto& [name, value] : result.variables) AddProperty(properties, name, value);
+  for (std::size_t i = 0; i < result.steps.size(); ++i) AddCase(suite, result, i + 1, result.steps[i]);
+  std::ostringstream text;
+  document.save(text, "  ");
+  return text.str();
 }
 
 }  // namespace station

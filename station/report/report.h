@@ -1,31 +1,31 @@
-// The forms in which a plan's result is handed on.
+// The forms of a plan's result: for a person, for programs, and as files.
 #pragma once
 
 #include <string>
 #include <vector>
 
-#include "station/plan/result.h"
+#include "station/plan/runner.h"
 
 namespace station {
 
 // For a person at a terminal.
 std::string ReportTable(const PlanResult& result);
 
-// Everything, the raw bytes of each exchange among it. Pictures are named, not contained.
+// Everything, including the raw bytes of each exchange. Pictures are named, but not included.
 std::string ReportJson(const PlanResult& result);
 
-// JUnit's XML: a test suite of a test case for each step.
+// JUnit's XML: one test suite with a test case for each step.
 std::string ReportJunit(const PlanResult& result);
 
-// One page that needs nothing else: styles and pictures are in it.
+// One page that includes its styles and pictures.
 std::string ReportHtml(const PlanResult& result);
 
 // A line for each phone.
 std::string SummaryTable(const std::vector<PlanResult>& results);
 std::string SummaryJson(const std::vector<PlanResult>& results);
 
-// Writes report.json, report.xml, report.html and the pictures into the folder, which is made; for several
-// phones into a folder below it for each, beside summary.json. Throws UsageError.
+// Makes the folder and writes report.json, report.xml, report.html and the pictures into it. Each of several
+// phones gets a folder of its own there, next to summary.json. Throws UsageError.
 void WriteReports(const std::string& folder, const std::vector<PlanResult>& results);
 
 // A port's name as part of a file name: "/dev/ttyUSB0" is "ttyUSB0".

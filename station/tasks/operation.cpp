@@ -3,18 +3,16 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <array>
+#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
 #include "station/commands/errors.h"
-#include "station/tasks/tasks.h"
 
 namespace station {
 
 namespace {
-
-// Larger than anything that the phone hands out in chunks: a reader that never ends is a failure.
-constexpr std::size_t LARGEST_DOCUMENT = 64u << 20;
 
 Operation VerbOperation(const Command& command, const Verb& verb) {
   Operation operation{verb.words, verb.help, {}, {}, {command.code}, verb.question};
@@ -41,8 +39,7 @@ std::vector<Operation> AllOperations() {
   for (const Command& command : CommandTable()) {
     for (const Verb& verb : command.verbs) all.push_back(VerbOperation(command, verb));
   }
-  for (const auto& tasks :
-       {LinkTasks(), RecordTasks(), ModemTasks(), KeyTasks(), RadioTasks(), CameraTasks()}) {
+  for (const auto& tasks : {ServiceTasks(), ModemTasks(), DeviceTasks(), CameraTasks()}) {
     all.insert(all.end(), tasks.begin(), tasks.end());
   }
   return all;
@@ -84,33 +81,53 @@ Outcome Perform(const Operation& operation, Session& session, const ArgumentValu
 }
 
 Outcome RunCommand(Session& session, const Command& command, const ArgumentValues& arguments) {
-  const Bytes answer = session.Run(command, arguments);
   Outcome outcome;
-  outcome.status = AnswerStatus(command.answer, answer);
-  outcome.failure = AnswerFailure(command, answer);
+  outcome.answer = session.Run(command, arguments);
+  outcome.status = AnswerStatus(command.answer, outcome.answer);
+  outcome.failure = AnswerFailure(command, outcome.answer);
   if (command.answer.empty()) outcome.remark = "sent; the phone never answers this command";
-  if (outcome.failure.empty() && !answer.empty()) outcome.readings = DecodeAnswer(command.answer, answer);
+  const bool readable = outcome.failure.empty() && !outcome.answer.empty();
+  if (readable) outcome.readings = DecodeAnswer(command.answer, outcome.answer);
   return outcome;
 }
 
 ChunkReading ReadChunks(Session& session, const Command& command, const ArgumentValues& arguments,
-                        const std::function<void(std::size_t)>& taken) {
+                        std::size_t most, const std::function<void(std::size_t)>& taken) {
   ChunkReading reading;
+  const auto fail = [&](std::string failure) {
+    reading.failure = std::move(failure);
+    return reading;
+  };
   for (;;) {
     const Bytes answer = session.Run(command, arguments);
     reading.failure = AnswerFailure(command, answer);
     if (!reading.failure.empty()) return reading;
     const std::size_t room = answer.size() - 4;
     const std::size_t count = WordAt(answer, 0);
-    if (count > room)
-      reading.failure = fmt::format("the phone claims {} bytes in a chunk of {}", count, room);
-    if (reading.bytes.size() > LARGEST_DOCUMENT) reading.failure = "what the phone hands out has no end";
-    if (!reading.failure.empty()) return reading;
+    if (count > room) return fail(fmt::format("the phone claims {} bytes in a chunk of {}", count, room));
     reading.bytes.insert(reading.bytes.end(), answer.begin() + 4,
                          answer.begin() + 4 + static_cast<std::ptrdiff_t>(count));
+    if (reading.bytes.size() > most) return fail(fmt::format("the phone delivers more than {} bytes", most));
     taken(reading.bytes.size());
     if (count < room) return reading;
   }
+}
+
+std::string ReadFile(const std::string& path, std::size_t most) {
+  std::error_code error;
+  const auto status = std::filesystem::status(path, error);
+  if (!std::filesystem::exists(status)) throw UsageError(fmt::format("there is no file {}", path));
+  if (!std::filesystem::is_regular_file(status))
+    throw UsageError(fmt::format("{} is not an ordinary file", path));
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw UsageError(fmt::format("cannot read {}", path));
+  std::string content;
+  std::array<char, 65536> room;
+  while (content.size() <= most && (file.read(room.data(), room.size()), file.gcount() > 0)) {
+    content.append(room.data(), static_cast<std::size_t>(file.gcount()));
+  }
+  if (content.size() > most) throw UsageError(fmt::format("{} is larger than {} bytes", path, most));
+  return content;
 }
 
 void WriteFile(const std::string& path, const Bytes& bytes) {
@@ -118,6 +135,25 @@ void WriteFile(const std::string& path, const Bytes& bytes) {
   file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
   file.close();
   if (!file) throw UsageError(fmt::format("cannot write {}", path));
+}
+
+nlohmann::ordered_json ReadingsJson(const std::vector<Reading>& readings) {
+  nlohmann::ordered_json object = nlohmann::ordered_json::object();
+  for (const Reading& reading : readings) object[reading.name] = reading.value;
+  return object;
+}
+
+std::string ReadingsText(const std::vector<Reading>& readings) {
+  if (readings.size() == 1) {
+    const std::string& text = readings.front().text;
+    return (text.starts_with('\n') ? text.substr(1) : text) + "\n";
+  }
+  std::size_t width = 0;
+  for (const Reading& reading : readings) width = std::max(width, reading.name.size());
+  std::string lines;
+  for (const Reading& reading : readings)
+    lines += fmt::format("{:<{}}  {}\n", reading.name + ":", width + 1, reading.text);
+  return lines;
 }
 
 }  // namespace station

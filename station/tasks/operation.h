@@ -19,18 +19,19 @@ struct Picture {
   Bytes jpeg;
 };
 
-// How it went. An operation that the phone refused has a failure; one that the link prevented throws
-// LinkFailure.
+// The result of an operation. If the phone refused it, there is a failure; if the link failed, LinkFailure is
+// thrown.
 struct Outcome {
   std::optional<std::int32_t> status;  // the answer's first word, of a single command
+  Bytes answer;                        // all its bytes, of a single command
   std::vector<Reading> readings;
-  std::string failure;  // empty when it went well
-  std::string remark;   // for a person, where there is nothing to read
+  std::string failure;  // empty for success
+  std::string remark;   // for a person, if there are no readings
   std::vector<Picture> pictures;
-  bool silent = false;  // it has shown what there is to show itself
+  bool silent = false;  // it has already shown its result
 };
 
-// The arguments of one run, those not given taken from what stands in for them.
+// The arguments of one run. An argument that is not given has its default.
 class Values {
  public:
   Values(const std::vector<Argument>& arguments, const ArgumentValues& given)
@@ -71,16 +72,32 @@ Outcome Perform(const Operation& operation, Session& session, const ArgumentValu
 // Sends one command and decodes its answer.
 Outcome RunCommand(Session& session, const Command& command, const ArgumentValues& arguments);
 
-// A command that delivers the chunks of something larger, until one comes that is not full. `taken` is called
-// with the number of bytes so far.
+// Repeats a command that delivers something larger in chunks, until a chunk is not full. More than `most`
+// bytes are a failure. `taken` is called with the number of bytes so far.
 struct ChunkReading {
   Bytes bytes;
   std::string failure;
 };
 ChunkReading ReadChunks(Session& session, const Command& command, const ArgumentValues& arguments,
-                        const std::function<void(std::size_t)>& taken);
+                        std::size_t most, const std::function<void(std::size_t)>& taken);
 
-// Throws UsageError when the file cannot be written.
+// The whole content of an ordinary file; a device or pipe could have no end. Throws UsageError, also if there
+// is more than `most` bytes.
+std::string ReadFile(const std::string& path, std::size_t most);
+
+// Throws UsageError if the file cannot be written.
 void WriteFile(const std::string& path, const Bytes& bytes);
+
+// The readings as an object, by name.
+nlohmann::ordered_json ReadingsJson(const std::vector<Reading>& readings);
+
+// "name: text" lines; the text alone if there is only one reading.
+std::string ReadingsText(const std::vector<Reading>& readings);
+
+// Operations made of several commands, or of a command and work on the station's side; by their subject.
+std::vector<Operation> ServiceTasks();
+std::vector<Operation> ModemTasks();
+std::vector<Operation> DeviceTasks();
+std::vector<Operation> CameraTasks();
 
 }  // namespace station

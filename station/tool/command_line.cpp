@@ -2,17 +2,21 @@
 
 #include <fmt/format.h>
 
+#include <CLI/CLI.hpp>
 #include <map>
 
 #include "station/commands/errors.h"
 #include "station/link/port_list.h"
-#include "station/tool/tool_commands.h"
 
 namespace station {
 
 namespace {
 
-// Titles of the groups in the help page and the explanation of each first word, in the order shown.
+constexpr const char* PROGRAM = "phonetest";
+constexpr const char* DESCRIPTION = "Test commands for a phone on a serial port.";
+
+// The first words of the commands with their group in the help page and their explanation, in the order
+// shown.
 struct Topic {
   const char* word;
   const char* group;
@@ -82,34 +86,34 @@ std::string HelpText(const Argument& argument) {
   return text;
 }
 
-void AddFlag(CLI::App& subcommand, const Argument& argument, Request& request) {
+void AddFlag(CLI::App& subcommand, const Argument& argument, Invocation& invocation) {
   subcommand.add_flag_callback(
-      "--" + argument.name, [&request, name = argument.name] { request.arguments[name] = "true"; },
+      "--" + argument.name, [&invocation, name = argument.name] { invocation.arguments[name] = "true"; },
       argument.help);
 }
 
-void AddArgument(CLI::App& subcommand, const Argument& argument, Request& request) {
+void AddArgument(CLI::App& subcommand, const Argument& argument, Invocation& invocation) {
   if (argument.kind == Argument::Kind::Flag) {
-    AddFlag(subcommand, argument, request);
+    AddFlag(subcommand, argument, invocation);
     return;
   }
-  const auto take = [&request, argument](const std::string& text) {
+  const auto take = [&invocation, argument](const std::string& text) {
     try {
       CheckArgument(argument, text);
     } catch (const UsageError& error) {
       throw CLI::ValidationError(error.what());
     }
-    request.arguments[argument.name] = text;
+    invocation.arguments[argument.name] = text;
   };
   std::string flags = argument.positional ? argument.name : "--" + argument.name;
   if (argument.name == "output") flags = "-o," + flags;
   CLI::Option* option = subcommand.add_option_function<std::string>(flags, take, HelpText(argument));
   option->type_name(ValueForm(argument));
-  const bool stands_in = argument.fallback || !argument.same_as.empty() || !argument.length_of.empty();
-  if (!stands_in) option->required();
+  const bool has_default = argument.fallback || !argument.same_as.empty() || !argument.length_of.empty();
+  if (!has_default) option->required();
 }
 
-// The subcommand for the words, made with those above it where they are not there yet.
+// The subcommand for the words. It is made with those above it if they do not exist yet.
 CLI::App& Subcommand(CLI::App& app, const std::string& words, const std::string& help) {
   const std::size_t blank = words.find(' ');
   const std::string first = words.substr(0, blank);
@@ -131,8 +135,7 @@ CLI::App& Subcommand(CLI::App& app, const std::string& words, const std::string&
 void AddGlobalOptions(CLI::App& app, Settings& settings) {
   app.add_option(
          "--port", settings.ports,
-         "the phone's serial port, or tcp:HOST:PORT; may be left out when only one USB serial port is "
-         "plugged in")
+         "the phone's serial port, or tcp:HOST:PORT; not needed if exactly one USB serial port is plugged in")
       ->type_name("PORT")
       ->allow_extra_args(false);
   app.add_option_function<long>(
@@ -149,11 +152,68 @@ void AddGlobalOptions(CLI::App& app, Settings& settings) {
   app.add_flag("--yes", settings.yes, "answer every question with yes");
 }
 
-void AddOperation(CLI::App& app, const Operation& operation, Request& request) {
+void AddOperation(CLI::App& app, const Operation& operation, Invocation& invocation) {
   CLI::App& subcommand = Subcommand(app, operation.words, operation.help);
-  for (const Argument& argument : operation.arguments) AddArgument(subcommand, argument, request);
-  subcommand.callback([&request, &operation] { request.operation = &operation; });
+  for (const Argument& argument : operation.arguments) AddArgument(subcommand, argument, invocation);
+  subcommand.callback([&invocation, &operation] { invocation.operation = &operation; });
 }
+
+void DescribeCommandLine(CLI::App& app, Invocation& invocation) {
+  app.fallthrough();
+  app.require_subcommand(1);
+  app.get_formatter()->column_width(30);
+  AddGlobalOptions(app, invocation.settings);
+  // The help page shows them in the order in which they are added.
+  std::multimap<std::ptrdiff_t, const Operation*> ordered;
+  for (const Operation& operation : Operations()) {
+    const Topic* topic = FindTopic(operation.words.substr(0, operation.words.find(' ')));
+    ordered.emplace(topic != nullptr ? topic - TOPICS : std::ssize(TOPICS), &operation);
+  }
+  AddToolCommands(app, invocation);
+  for (const auto& [place, operation] : ordered) AddOperation(app, *operation, invocation);
+  // Last, since subcommands inherit what is set before them.
+  app.footer(
+      "Exit status: 0 passed, 1 the phone reports a failure, 2 wrong usage, 3 no answer or no port, 4 error "
+      "in a plan.");
+}
+
+// Subcommands and options.
+std::string Words(const CLI::App& app) {
+  std::string words;
+  for (const CLI::App* subcommand : app.get_subcommands({})) words += subcommand->get_name() + " ";
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames()) words += "--" + name + " ";
+  }
+  return words;
+}
+
+// A case for the words after each chain of subcommands.
+void AddCases(const CLI::App& app, const std::string& path, std::string& cases) {
+  cases += fmt::format("    '{}') words='{}' ;;\n", path, Words(app));
+  for (const CLI::App* subcommand : app.get_subcommands({})) {
+    AddCases(*subcommand, path.empty() ? subcommand->get_name() : path + " " + subcommand->get_name(), cases);
+  }
+}
+
+// The words before the cursor that are subcommands make the path; global options are offered everywhere.
+constexpr const char* SCRIPT = R"(# bash completion for phonetest; printed by "phonetest completion".
+_phonetest() {{
+  local path= word words
+  for word in "${{COMP_WORDS[@]:1:COMP_CWORD-1}}"; do
+    [[ $word == -* ]] && continue
+    _phonetest_words "${{path:+$path }}$word"
+    [[ -n $words ]] && path="${{path:+$path }}$word"
+  done
+  _phonetest_words "$path"
+  COMPREPLY=($(compgen -W "$words{}" -- "${{COMP_WORDS[COMP_CWORD]}}"))
+}}
+_phonetest_words() {{
+  words=
+  case $1 in
+{}  esac
+}}
+complete -o default -F _phonetest phonetest
+)";
 
 }  // namespace
 
@@ -168,24 +228,33 @@ std::string ChosenPort(const Settings& settings) {
   return ports.front();
 }
 
-void DescribeCommandLine(CLI::App& app, Request& request) {
-  app.fallthrough();
-  app.require_subcommand(1);
-  app.get_formatter()->column_width(30);
-  AddGlobalOptions(app, request.settings);
-  // In the topics' order, so that the help page shows them in it.
-  std::multimap<std::ptrdiff_t, const Operation*> ordered;
-  for (const Operation& operation : Operations()) {
-    const Topic* topic = FindTopic(operation.words.substr(0, operation.words.find(' ')));
-    ordered.emplace(topic != nullptr ? topic - TOPICS : std::ssize(TOPICS), &operation);
+std::unique_ptr<Trace> OpenTrace(const Settings& settings, const std::string& port) {
+  return settings.trace_file.empty() ? nullptr : std::make_unique<Trace>(settings.trace_file, port);
+}
+
+std::variant<Invocation, ExitStatus> ParseCommandLine(int count, char** words) {
+  CLI::App app(DESCRIPTION, PROGRAM);
+  Invocation invocation;
+  DescribeCommandLine(app, invocation);
+  try {
+    app.parse(count, words);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? ExitStatus::Passed : ExitStatus::Usage;
   }
-  AddToolCommands(app, request);
-  for (const auto& [place, operation] : ordered) AddOperation(app, *operation, request);
-  // Last, since subcommands take over what is set before them.
-  app.footer(
-      "Exit status: 0 passed, 1 the phone reports a failure, 2 wrong usage, 3 no answer or no port, 4 error "
-      "in a "
-      "plan.");
+  return invocation;
+}
+
+std::string BashCompletion() {
+  CLI::App app(DESCRIPTION, PROGRAM);
+  Invocation invocation;
+  DescribeCommandLine(app, invocation);
+  std::string cases;
+  AddCases(app, "", cases);
+  std::string globals;
+  for (const CLI::Option* option : app.get_options()) {
+    for (const std::string& name : option->get_lnames()) globals += " --" + name;
+  }
+  return fmt::format(SCRIPT, globals, cases);
 }
 
 }  // namespace station

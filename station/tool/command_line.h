@@ -1,15 +1,20 @@
-// The command line: global options, and a subcommand for each operation.
+// The command line: global options, a subcommand for each operation, and the tool's own subcommands.
 #pragma once
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "station/commands/errors.h"
 #include "station/tasks/operation.h"
+
+namespace CLI {
+class App;
+}
 
 namespace station {
 
@@ -21,21 +26,30 @@ struct Settings {
   bool yes = false;
 };
 
-// What the parsed command line asks for: an operation, or something of the tool's own.
-struct Request {
+// What the command line asks for: an operation on a phone, or one of the tool's own subcommands.
+struct Invocation {
   Settings settings;
   const Operation* operation = nullptr;
   ArgumentValues arguments;
-  std::function<ExitStatus()> action;
+  std::function<ExitStatus(const Settings&)> own_subcommand;
 };
 
-// The ports given, or the only one there is. Throws UsageError.
+// Returns an exit status if there is nothing left to do: help was shown, or what is wrong with the words.
+std::variant<Invocation, ExitStatus> ParseCommandLine(int count, char** words);
+
+// The ports given, or the only one that exists. Throws UsageError.
 std::vector<std::string> ChosenPorts(const Settings& settings);
 
 // The port for a command that goes to one phone. Throws UsageError.
 std::string ChosenPort(const Settings& settings);
 
-// Adds the global options and the operations' subcommands; parsing fills in the request.
-void DescribeCommandLine(CLI::App& app, Request& request);
+// The trace that the settings ask for, if any.
+std::unique_ptr<Trace> OpenTrace(const Settings& settings, const std::string& port);
+
+// A bash script that completes subcommands and options, and otherwise file names.
+std::string BashCompletion();
+
+// Adds the tool's own subcommands: plans, traces, ports and the tool's descriptions.
+void AddToolCommands(CLI::App& app, Invocation& invocation);
 
 }  // namespace station

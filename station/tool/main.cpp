@@ -2,7 +2,6 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <csignal>
 #include <iostream>
 #include <memory>
@@ -15,10 +14,10 @@ namespace station {
 
 namespace {
 
-// Asks at the terminal. Throws UsageError when there is nobody to ask.
+// Asks at the terminal. Throws UsageError if there is none.
 bool Confirmed(const std::string& question) {
   if (isatty(STDIN_FILENO) == 0) {
-    throw UsageError(question + " There is no terminal to ask at: give --yes to do it");
+    throw UsageError(question + " There is no terminal for the question: use --yes to do it");
   }
   fmt::print(stderr, "{} [y/N] ", question);
   std::string answer;
@@ -26,20 +25,19 @@ bool Confirmed(const std::string& question) {
   return answer == "y" || answer == "Y" || answer == "yes";
 }
 
-ExitStatus RunOperation(const Request& request) {
-  const Settings& settings = request.settings;
-  const Operation& operation = *request.operation;
+ExitStatus RunOperation(const Invocation& invocation) {
+  const Settings& settings = invocation.settings;
+  const Operation& operation = *invocation.operation;
   const std::string port = ChosenPort(settings);
   if (!operation.question.empty() && !settings.yes && !Confirmed(operation.question)) {
     fmt::print(stderr, "not done\n");
     return ExitStatus::Usage;
   }
   try {
-    std::unique_ptr<Trace> trace;
-    if (!settings.trace_file.empty()) trace = std::make_unique<Trace>(settings.trace_file, port);
+    const std::unique_ptr<Trace> trace = OpenTrace(settings, port);
     Link link(port, trace.get());
     Session session(link, {settings.answer_time, isatty(STDERR_FILENO) != 0});
-    const Outcome outcome = Perform(operation, session, request.arguments);
+    const Outcome outcome = Perform(operation, session, invocation.arguments);
     ShowOutcome(operation, session, outcome, settings.json);
     return outcome.failure.empty() ? ExitStatus::Passed : ExitStatus::DeviceFailure;
   } catch (const LinkFailure& failure) {
@@ -49,15 +47,29 @@ ExitStatus RunOperation(const Request& request) {
 }
 
 ExitStatus Run(int count, char** words) {
-  CLI::App app("Test commands for a phone on a serial port.", "phonetest");
-  Request request;
-  DescribeCommandLine(app, request);
+  const auto parsed = ParseCommandLine(count, words);
+  if (const auto* status = std::get_if<ExitStatus>(&parsed)) return *status;
+  const auto& invocation = std::get<Invocation>(parsed);
+  return invocation.own_subcommand ? invocation.own_subcommand(invocation.settings)
+                                   : RunOperation(invocation);
+}
+
+ExitStatus Fail(const std::exception& error, ExitStatus status) {
+  fmt::print(stderr, "phonetest: {}\n", error.what());
+  return status;
+}
+
+// The exit status of the whole program.
+ExitStatus RunAndReport(int count, char** words) {
   try {
-    app.parse(count, words);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? ExitStatus::Passed : ExitStatus::Usage;
+    return Run(count, words);
+  } catch (const LinkFailure& error) {
+    return Fail(error, ExitStatus::LinkFailure);
+  } catch (const PlanError& error) {
+    return Fail(error, ExitStatus::PlanError);
+  } catch (const std::exception& error) {
+    return Fail(error, ExitStatus::Usage);
   }
-  return request.action ? request.action() : RunOperation(request);
 }
 
 }  // namespace
@@ -65,23 +77,7 @@ ExitStatus Run(int count, char** words) {
 }  // namespace station
 
 int main(int count, char** words) {
-  // A link that closes is reported, not fatal.
+  // A link that closes is reported; it must not end the program.
   std::signal(SIGPIPE, SIG_IGN);
-  station::ExitStatus status{};
-  try {
-    status = station::Run(count, words);
-  } catch (const station::UsageError& error) {
-    fmt::print(stderr, "phonetest: {}\n", error.what());
-    status = station::ExitStatus::Usage;
-  } catch (const station::LinkFailure& error) {
-    fmt::print(stderr, "phonetest: {}\n", error.what());
-    status = station::ExitStatus::LinkFailure;
-  } catch (const station::PlanError& error) {
-    fmt::print(stderr, "phonetest: {}\n", error.what());
-    status = station::ExitStatus::PlanError;
-  } catch (const std::exception& error) {
-    fmt::print(stderr, "phonetest: {}\n", error.what());
-    status = station::ExitStatus::Usage;
-  }
-  return static_cast<int>(status);
+  return static_cast<int>(station::RunAndReport(count, words));
 }

@@ -3,12 +3,12 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <fstream>
 #include <sstream>
 #include <thread>
 #include <vector>
 
 #include "station/commands/bytes.h"
+#include "station/tasks/operation.h"
 
 namespace station {
 
@@ -19,14 +19,15 @@ struct Event {
   double time = 0;  // seconds since the recording began
   bool sent = false;
   Bytes bytes = {};
-  std::string remark = {};  // the last one before it: which command it belongs to
+  std::string remark = {};  // the last one before it; it names the command
 };
 
 std::vector<Event> ReadTrace(const std::string& path) {
-  std::ifstream file(path);
+  constexpr std::size_t LARGEST = 256u << 20;
+  std::istringstream file(ReadFile(path, LARGEST));
   std::string line;
   if (!std::getline(file, line) || line != "# phonetest trace 1") {
-    throw UsageError(fmt::format("{} is no trace of phonetest", path));
+    throw UsageError(fmt::format("{} is not a trace of phonetest", path));
   }
   std::vector<Event> events;
   std::string remark;
@@ -43,11 +44,11 @@ std::vector<Event> ReadTrace(const std::string& path) {
       continue;
     }
     if (direction != '>' && direction != '<')
-      throw UsageError(fmt::format("{}, line {}: no trace", path, number));
+      throw UsageError(fmt::format("{}, line {}: this is not a line of a trace", path, number));
     event.sent = direction == '>';
     event.bytes = BytesFromHex(rest);
     event.remark = remark;
-    // An answer that came in pieces is one answer: the pieces will be others the next time.
+    // The pieces in which an answer arrived are joined: they may be different next time.
     if (!event.sent && !events.empty() && !events.back().sent) {
       events.back().bytes.insert(events.back().bytes.end(), event.bytes.begin(), event.bytes.end());
     } else {
@@ -119,7 +120,7 @@ class Player {
 
 ReplayResult Replay(Link& link, const ReplayOrder& order) {
   const std::vector<Event> events = ReadTrace(order.trace_file);
-  link.DiscardInput();
+  link.DiscardInput(Clock::now() + std::chrono::seconds(5));
   return Player(link, order).Play(events);
 }
 

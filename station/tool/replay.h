@@ -1,4 +1,4 @@
-// Plays the host's side of a recorded trace again.
+// Sends the host's side of a recorded trace again.
 #pragma once
 
 #include <chrono>
@@ -12,8 +12,8 @@ namespace station {
 
 struct ReplayOrder {
   std::string trace_file;
-  std::chrono::milliseconds longest_pause;               // recorded pauses are kept up to this
-  std::optional<std::chrono::milliseconds> answer_time;  // instead of the recorded time and some more
+  std::chrono::milliseconds longest_pause;               // longer recorded pauses are shortened to this
+  std::optional<std::chrono::milliseconds> answer_time;  // instead of the recorded time plus a reserve
 };
 
 struct ReplayResult {
@@ -22,7 +22,7 @@ struct ReplayResult {
   std::string difference;  // the first one; empty for none
 };
 
-// Throws UsageError for a file that is no trace, LinkFailure when the link fails.
+// Throws UsageError for a file that is not a trace, and LinkFailure if the link fails.
 ReplayResult Replay(Link& link, const ReplayOrder& order);
 
 }  // namespace station

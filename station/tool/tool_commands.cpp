@@ -1,14 +1,14 @@
-#include "station/tool/tool_commands.h"
-
+// The subcommands that are not about one command of the phone.
 #include <fmt/format.h>
 
+#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "station/link/port_list.h"
-#include "station/plan/execution.h"
-#include "station/tool/completion.h"
+#include "station/tool/command_line.h"
 #include "station/tool/protocol_page.h"
 #include "station/tool/replay.h"
+#include "station/tool/run_plan.h"
 
 namespace station {
 
@@ -28,23 +28,24 @@ std::map<std::string, std::string> ParseAssignments(const std::vector<std::strin
   return values;
 }
 
-void AddRun(CLI::App& app, Request& request) {
+void AddRun(CLI::App& app, Invocation& invocation) {
   struct Given {
     std::string plan;
     std::vector<std::string> assignments;
     std::string report;
   };
   const auto given = std::make_shared<Given>();
-  CLI::App* run = app.add_subcommand("run", "run a test plan, on each --port at the same time")->group(GROUP);
+  CLI::App* run =
+      app.add_subcommand("run", "run a test plan on all given ports at the same time")->group(GROUP);
   run->add_option("plan", given->plan, "plan file, JSON with comments")->type_name("FILE")->required();
   run->add_option("--set", given->assignments, "give a variable of the plan its value")
       ->type_name("NAME=VALUE")
       ->allow_extra_args(false);
   run->add_option("--report", given->report,
-                  "write report.html, report.json, report.xml (JUnit) and pictures there")
+                  "write report.html, report.json, report.xml (JUnit) and pictures into this folder")
       ->type_name("FOLDER");
-  run->callback([&request, given] {
-    request.action = [&settings = request.settings, given] {
+  run->callback([&invocation, given] {
+    invocation.own_subcommand = [given](const Settings& settings) {
       return ExecutePlan({.plan_file = given->plan,
                           .ports = ChosenPorts(settings),
                           .variables = ParseAssignments(given->assignments),
@@ -59,8 +60,7 @@ void AddRun(CLI::App& app, Request& request) {
 
 ExitStatus RunReplay(const Settings& settings, const std::string& file, double longest_pause) {
   const std::string port = ChosenPort(settings);
-  std::unique_ptr<Trace> trace;
-  if (!settings.trace_file.empty()) trace = std::make_unique<Trace>(settings.trace_file, port);
+  const std::unique_ptr<Trace> trace = OpenTrace(settings, port);
   Link link(port, trace.get());
   const std::chrono::duration<double> pause(longest_pause);
   const ReplayResult result =
@@ -82,24 +82,24 @@ ExitStatus RunReplay(const Settings& settings, const std::string& file, double l
   return same ? ExitStatus::Passed : ExitStatus::DeviceFailure;
 }
 
-void AddReplay(CLI::App& app, Request& request) {
+void AddReplay(CLI::App& app, Invocation& invocation) {
   struct Given {
     std::string file;
     double longest_pause = 10;
   };
   const auto given = std::make_shared<Given>();
   CLI::App* replay =
-      app.add_subcommand("replay", "send again what a --trace recorded and report the first different answer")
+      app.add_subcommand("replay", "send again what --trace recorded, and report the first different answer")
           ->group(GROUP);
   replay->add_option("trace", given->file, "trace file")->type_name("FILE")->required();
   replay
       ->add_option("--longest-pause", given->longest_pause,
-                   "the recorded pauses between commands are kept, up to so many seconds")
+                   "longest pause between two commands, in seconds; longer recorded pauses are shortened")
       ->type_name("SECONDS")
       ->check(CLI::Range(0.0, 3600.0))
       ->capture_default_str();
-  replay->callback([&request, given] {
-    request.action = [&settings = request.settings, given] {
+  replay->callback([&invocation, given] {
+    invocation.own_subcommand = [given](const Settings& settings) {
       return RunReplay(settings, given->file, given->longest_pause);
     };
   });
@@ -120,23 +120,25 @@ ExitStatus ShowPorts(bool json) {
   return ExitStatus::Passed;
 }
 
-void AddPorts(CLI::App& app, Request& request) {
+void AddPorts(CLI::App& app, Invocation& invocation) {
   CLI::App* ports = app.add_subcommand("ports", "list this computer's serial ports")->group(GROUP);
-  ports->callback(
-      [&request] { request.action = [&settings = request.settings] { return ShowPorts(settings.json); }; });
+  ports->callback([&invocation] {
+    invocation.own_subcommand = [](const Settings& settings) { return ShowPorts(settings.json); };
+  });
 }
 
-void AddCommands(CLI::App& app, Request& request) {
+void AddCommands(CLI::App& app, Invocation& invocation) {
   struct Given {
     bool markdown = false;
     bool manual = false;
   };
   const auto given = std::make_shared<Given>();
   CLI::App* commands = app.add_subcommand("commands", "list all commands with their codes")->group(GROUP);
-  auto* markdown = commands->add_flag("--markdown", given->markdown, "the whole protocol page instead");
-  commands->add_flag("--manual", given->manual, "the manual page's list instead")->excludes(markdown);
-  commands->callback([&request, given] {
-    request.action = [given] {
+  auto* markdown = commands->add_flag("--markdown", given->markdown, "print the whole protocol page");
+  commands->add_flag("--manual", given->manual, "print the list in the manual page's form")
+      ->excludes(markdown);
+  commands->callback([&invocation, given] {
+    invocation.own_subcommand = [given](const Settings&) {
       fmt::print("{}", given->markdown ? ProtocolPage()
                        : given->manual ? ManualCommandList()
                                        : CommandList());
@@ -145,12 +147,12 @@ void AddCommands(CLI::App& app, Request& request) {
   });
 }
 
-void AddCompletion(CLI::App& app, Request& request) {
+void AddCompletion(CLI::App& app, Invocation& invocation) {
   CLI::App* completion =
       app.add_subcommand("completion", "print the completion script for bash")->group(GROUP);
-  completion->callback([&app, &request] {
-    request.action = [&app] {
-      fmt::print("{}", BashCompletion(app));
+  completion->callback([&invocation] {
+    invocation.own_subcommand = [](const Settings&) {
+      fmt::print("{}", BashCompletion());
       return ExitStatus::Passed;
     };
   });
@@ -158,12 +160,12 @@ void AddCompletion(CLI::App& app, Request& request) {
 
 }  // namespace
 
-void AddToolCommands(CLI::App& app, Request& request) {
-  AddRun(app, request);
-  AddReplay(app, request);
-  AddPorts(app, request);
-  AddCommands(app, request);
-  AddCompletion(app, request);
+void AddToolCommands(CLI::App& app, Invocation& invocation) {
+  AddRun(app, invocation);
+  AddReplay(app, invocation);
+  AddPorts(app, invocation);
+  AddCommands(app, invocation);
+  AddCompletion(app, invocation);
 }
 
 }  // namespace station

@@ -45,7 +45,7 @@ void Try(const Case& tried) {
   // Nothing may be sent where the arguments are refused.
   ScriptedPhone phone(tried.sent.empty() ? std::vector<Turn>{}
                                          : std::vector<Turn>{{tried.sent, tried.answer}});
-  std::vector<std::string> arguments = {"--port", phone.Port(), "--timeout", "2000"};
+  std::vector<std::string> arguments = {"--port", phone.Port(), "--timeout", "10000"};
   arguments.insert(arguments.end(), tried.arguments.begin(), tried.arguments.end());
   const ToolResult result = RunTool(arguments);
   EXPECT_EQ(result.status, tried.status) << result.errors;
@@ -166,7 +166,7 @@ TEST(Commands, Maintenance) {
   const std::vector<Case> cases = {
       {{"power-off", "--yes"}, "02000000" + ZERO, "", 0, "sent; the phone never answers this command\n"},
       // Nobody is at a terminal to be asked.
-      {{"power-off"}, "", "", 2, "give --yes"},
+      {{"power-off"}, "", "", 2, "use --yes"},
       {{"factory-reset"}, "03000000" + ZERO, ZERO, 0, "ok\n"},
       {{"version", "system"}, "0A000000" + ZERO, ZERO + version, 0, "R1.2\n"},
       {{"version", "configuration"}, "0F000000" + ZERO, ZERO + version, 0, "R1.2\n"},
@@ -285,9 +285,9 @@ TEST(Commands, SoundKeysTouchAndCamera) {
       {{"audio-path", "off"}, "2A0000000000000000000000", ZERO, 0, "ok\n"},
       {{"play", "amr", "--path", "1", "--argument", "5"},
        "40000000150000000100000005000000",
-       "A0DAFFFF",
+       "C0D9FFFF",
        1,
-       "-9568"},
+       "-9792 THIRD_REQUEST_FAILED: third mixer request of the AMR path failed"},
       {{"play", "stop"}, "40000000000000000200000000000000", ZERO, 0, "ok\n"},
       {{"radio", "measure", "1576", "--volume", "0", "--extra", "1", "--extra-flag", "1"},
        "2C000000010000002806000000000000"
@@ -298,9 +298,9 @@ TEST(Commands, SoundKeysTouchAndCamera) {
        "frequency:  1576\nsignal:     40960\n"},
       {{"radio", "play", "1576"},
        "2C0000000200000028060000008000000000000000000000",
-       "E8DAFFFF" + ZERO + ZERO,
+       "C0D9FFFF" + ZERO + ZERO,
        1,
-       "-9496"},
+       "-9792 THIRD_REQUEST_FAILED: the private request failed"},
       {{"radio", "tune", "1576"},
        "2C0000000300000028060000008000000000000000000000",
        ZERO + ZERO + ZERO,

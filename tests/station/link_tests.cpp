@@ -1,9 +1,9 @@
 // Ports, time-outs and exit statuses.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <nlohmann/json.hpp>
 
+#include "station/link/session.h"
 #include "tests/station/scripted_phone.h"
 
 namespace {
@@ -19,11 +19,11 @@ TEST(Link, SilenceAndShortAnswersEndInTime) {
   ScriptedPhone phone({{PING, ""}, {PING, "010000"}, {PING, "01000000", std::chrono::milliseconds(300)}});
   ExpectFailure(RunTool({"--port", phone.Port(), "--timeout", "200", "ping"}), 3,
                 "no answer to ping (code 0x00) within 200 ms");
-  const ToolResult shorter = RunTool({"--port", phone.Port(), "--timeout", "200", "ping", "--json"});
+  const ToolResult shorter = RunTool({"--port", phone.Port(), "--timeout", "1500", "ping", "--json"});
   EXPECT_EQ(shorter.status, 3);
   const auto json = nlohmann::json::parse(shorter.output);
   EXPECT_EQ(json["result"], "link failure");
-  EXPECT_EQ(json["failure"], "only 3 of 4 bytes of the answer to ping (code 0x00) came within 200 ms");
+  EXPECT_EQ(json["failure"], "only 3 of 4 bytes of the answer to ping (code 0x00) came within 1500 ms");
   // The third answer comes late: within the command's own time, but not within 200 ms.
   EXPECT_EQ(RunTool({"--port", phone.Port(), "ping"}).status, 0);
   EXPECT_EQ(phone.Difference(), "");
@@ -36,6 +36,36 @@ TEST(Link, WhatCameBeforeACommandIsNotItsAnswer) {
   EXPECT_EQ(RunTool({"--port", phone.Port(), "raw", "1", "--request", "", "--answer", "2"}).output,
             "0A 0B\n");
   EXPECT_EQ(RunTool({"--port", phone.Port(), "ping"}).status, 0);
+  EXPECT_EQ(phone.Difference(), "");
+}
+
+TEST(Link, EndsWithThePhone) {
+  for (const auto kind : {ScriptedPhone::Kind::SerialPort, ScriptedPhone::Kind::TcpPort}) {
+    ScriptedPhone phone({{.expected = PING, .answer = "0100", .hangs_up = true}}, kind);
+    ExpectFailure(RunTool({"--port", phone.Port(), "--timeout", "60000", "ping"}), 3, "has hung up");
+    EXPECT_EQ(phone.Difference(), "");
+  }
+}
+
+TEST(Link, AFloodDoesNotHoldTheToolUp) {
+  const Terminal phone;
+  const ToolResult result = RunTool({"--port", phone.Path(), "--timeout", "1000", "ping"}, "/dev/null",
+                                    [&](const ToolResult&) { phone.Flood(std::chrono::milliseconds(100)); });
+  EXPECT_NE(result.status, 0) << result.output;
+  EXPECT_LT(result.took.count(), 5);
+}
+
+TEST(Link, AnEndlessConversationIsNotKeptWhole) {
+  constexpr std::size_t SIZE = 1u << 20;
+  constexpr std::size_t TURNS = 18;
+  ScriptedPhone phone(std::vector<Turn>(TURNS, {"FF", Repeat("55", SIZE)}));
+  station::Link link(phone.Port());
+  station::Session session(link);
+  for (std::size_t i = 0; i < TURNS; ++i) session.RunRaw("flood", {0xFF}, SIZE, std::chrono::seconds(30));
+  const station::Transcript transcript = session.TakeTranscript();
+  EXPECT_EQ(transcript.count, TURNS);
+  EXPECT_EQ(transcript.kept.size(), 15u);
+  EXPECT_EQ(session.TakeTranscript().count, 0u);
   EXPECT_EQ(phone.Difference(), "");
 }
 

@@ -1,14 +1,13 @@
 // Test plans: verdicts, exit statuses, reports, several phones at once.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
-#include <atomic>
 #include <barrier>
 #include <filesystem>
 #include <nlohmann/json.hpp>
-#include <thread>
+#include <pugixml.hpp>
 
+#include "station/commands/bytes.h"
 #include "tests/station/scripted_phone.h"
 
 namespace {
@@ -29,24 +28,25 @@ struct PlanCase {
   std::string shown;  // part of what is printed
 };
 
-void Try(const PlanCase& tried) {
+ToolResult Try(const PlanCase& tried) {
   SCOPED_TRACE(tried.about);
   ScriptedPhone phone(tried.phone);
-  std::vector<std::string> arguments = {"--port", phone.Port(), "--timeout",
-                                        "500",    "run",        TemporaryFile("plan.json", tried.plan)};
+  std::vector<std::string> arguments = {"--port", phone.Port(), "run",
+                                        TemporaryFile("plan.json", tried.plan)};
   arguments.insert(arguments.end(), tried.options.begin(), tried.options.end());
   const ToolResult result = RunTool(arguments);
   EXPECT_EQ(result.status, tried.status) << result.output << result.errors;
   EXPECT_NE((result.output + result.errors).find(tried.shown), std::string::npos)
       << result.output << result.errors;
   EXPECT_EQ(phone.Difference(), "");
+  return result;
 }
 
 std::string Steps(const std::string& steps) {
   return "{\"steps\": [" + steps + "]}";
 }
 
-TEST(Plans, Verdicts) {
+TEST(Plans, LimitsAreJudged) {
   const Turn radio = {"2C0000000100000028060000008000000000000000000000", ZERO + "28060000" + "00A00000"};
   const std::string measure =
       R"({"command": "radio measure", "arguments": {"frequency": "0x628"}, "limits": )";
@@ -54,12 +54,6 @@ TEST(Plans, Verdicts) {
   const std::string system = R"({"command": "version system", "limits": {"version": )";
   const Turn blank_check = {"4700000000000000", "FAD8FFFF"};
   const std::vector<PlanCase> cases = {
-      {"comments, passing",
-       Steps("// a comment\n{\"command\": \"ping\"}"),
-       {},
-       {PING},
-       0,
-       "passed: 1 passed"},
       {"limits kept",
        Steps(measure + R"({"signal": {"minimum": 40960, "maximum": 40960},
                            "frequency": {"mask": "0xFF", "equals": "0x28"}}})"),
@@ -84,13 +78,13 @@ TEST(Plans, Verdicts) {
        {},
        {radio},
        1,
-       "frequency is 1576 where 1 is wanted"},
+       "frequency is 1576 instead of 1"},
       {"mask",
        Steps(measure + R"({"frequency": {"mask": 255, "equals": 41}}})"),
        {},
        {radio},
        1,
-       "under mask 0xFF it is 0x28 where 41 is wanted"},
+       "under mask 0xFF it is 0x28 instead of 41"},
       {"pattern kept", Steps(system + R"({"pattern": "^R1\\."}}})"), {}, {version}, 0, "passed"},
       {"pattern broken",
        Steps(system + R"({"pattern": "^R2"}}})"),
@@ -103,13 +97,25 @@ TEST(Plans, Verdicts) {
        {},
        {version},
        4,
-       "the answer holds no \"build\""},
+       "the answer has no \"build\""},
       {"a failure that is wanted",
        Steps(R"({"command": "identity check-blank", "limits": {"status": {"equals": -9990}}})"),
        {},
        {blank_check},
        0,
        "passed"},
+  };
+  for (const PlanCase& tried : cases) Try(tried);
+}
+
+TEST(Plans, StepsFollowEachOther) {
+  const std::vector<PlanCase> cases = {
+      {"comments, passing",
+       Steps("// a comment\n{\"command\": \"ping\"}"),
+       {},
+       {PING},
+       0,
+       "passed: 1 passed"},
       {"stops at a failure, but cleans up",
        Steps(R"({"command": "memory-card"}, {"command": "ping"}, {"command": "motor on", "always": true})"),
        {},
@@ -131,10 +137,10 @@ TEST(Plans, Verdicts) {
       {"repeats", Steps(R"({"command": "ping", "repeat": 3})"), {}, {PING, PING, PING}, 0, "passed"},
       {"silence",
        Steps(R"({"command": "ping"}, {"command": "ping"})"),
-       {},
+       {"--timeout", "300"},
        {{PING.expected, ""}},
        3,
-       "no answer to ping (code 0x00) within 500 ms"},
+       "no answer to ping (code 0x00) within 300 ms"},
       {"variables",
        R"({"variables": {"level": {"default": 3}, "card": {"default": ""}}, "steps": [
             {"command": "led", "arguments": {"colour": "${level}"}},
@@ -149,6 +155,12 @@ TEST(Plans, Verdicts) {
        {},
        0,
        "Does it shine?"},
+  };
+  for (const PlanCase& tried : cases) Try(tried);
+}
+
+TEST(Plans, ProgramsAndPicturesAreSteps) {
+  const std::vector<PlanCase> cases = {
       {"a program that passes",
        Steps(R"({"program": ["sh", "-c", "echo fine"]}, {"wait": 0.01})"),
        {},
@@ -185,7 +197,7 @@ TEST(Plans, Verdicts) {
        {},
        {},
        4,
-       "no picture"},
+       "there is no file"},
       {"a program beside the steps",
        Steps(
            R"({"name": "helper", "program": ["sh", "-c", "exit 4"], "background": true}, {"command": "ping"})"),
@@ -197,11 +209,43 @@ TEST(Plans, Verdicts) {
   for (const PlanCase& tried : cases) Try(tried);
 }
 
+// Each is refused with one sentence, or judged, at once: no file, text or pattern costs the station its time
+// or memory.
+TEST(Plans, HostileOnesHoldNobodyUp) {
+  const std::string fifo = TemporaryFolder() + "/fifo.png";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const Turn version = {"0A00000000000000", ZERO + Repeat("61", 128)};
+  const auto pattern = [](const std::string& text) {
+    return Steps(R"({"command": "version system", "limits": {"version": {"pattern": ")" + text + "\"}}}");
+  };
+  const auto picture = [](const std::string& path) {
+    return Steps(R"({"wait": 0, "picture": ")" + path + "\"}");
+  };
+  const std::vector<PlanCase> cases = {
+      {"nested arrays", Repeat("[", 50'000) + Repeat("]", 50'000), {}, {}, 4, "nested more than"},
+      {"nested objects",
+       Repeat("{\"steps\":", 50'000) + "1" + Repeat("}", 50'000),
+       {},
+       {},
+       4,
+       "nested more than"},
+      {"a pattern that tries all ways", pattern("^(a*)*b$"), {}, {version}, 1, "does not match"},
+      {"a pattern that multiplies", pattern("((a{1,100}){1,100}){1,100}"), {}, {}, 4, "pattern"},
+      {"a picture without end", picture("/dev/zero"), {}, {}, 4, "/dev/zero is not an ordinary file"},
+      {"a picture that never comes", picture(fifo), {}, {}, 4, "is not an ordinary file"},
+  };
+  for (const PlanCase& tried : cases) {
+    EXPECT_LT(Try(tried).took.count(), 2) << tried.about;
+  }
+  EXPECT_EQ(RunTool({"--port", "/dev/null", "run", "/dev/zero"}).status, 4);
+  EXPECT_EQ(RunTool({"--port", "/dev/null", "run", fifo}).status, 4);
+}
+
 TEST(Plans, MistakesAreFoundBeforeAnythingIsSent) {
   const std::string ping = R"({"command": "ping"}, )";
   const std::vector<PlanCase> cases = {
       {"syntax", "{\"steps\": [\n{\"command\": }]}", {}, {}, 4, "line 2, column 13"},
-      {"no steps", "{}", {}, {}, 4, "a plan has \"steps\""},
+      {"no steps", "{}", {}, {}, 4, "a plan needs \"steps\""},
       {"unknown command",
        Steps(ping + R"({"command": "pong"})"),
        {},
@@ -213,8 +257,8 @@ TEST(Plans, MistakesAreFoundBeforeAnythingIsSent) {
        {},
        {},
        4,
-       "step 2 \"x\": a step has a"},
-      {"misplaced key", Steps(R"({"wait": 1, "limits": {}})"), {}, {}, 4, "there is no \"limits\" here"},
+       "step 2 \"x\": a step needs a"},
+      {"misplaced key", Steps(R"({"wait": 1, "limits": {}})"), {}, {}, 4, "unknown key \"limits\""},
       {"unknown argument",
        Steps(R"({"command": "led", "arguments": {"color": 1}})"),
        {},
@@ -272,26 +316,15 @@ TEST(Plans, MistakesAreFoundBeforeAnythingIsSent) {
   EXPECT_EQ(RunTool({"--port", "/dev/null", "run", "/no/such/plan"}).status, 4);
 }
 
-// Types the line at the terminal until the tool has ended: what comes before a question is no answer to it.
+// Types the line when the tool has asked: what is typed before a question is not an answer to it.
 ToolResult RunToolAtTerminal(const std::vector<std::string>& arguments, const std::string& line) {
-  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-  EXPECT_EQ(grantpt(terminal), 0);
-  EXPECT_EQ(unlockpt(terminal), 0);
-  const std::string path = ptsname(terminal);
-  const int other_side = open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
-  std::atomic<bool> ended = false;
-  std::thread typist([&] {
-    while (!ended) {
-      EXPECT_EQ(write(terminal, line.data(), line.size()), static_cast<ssize_t>(line.size()));
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
+  const Terminal terminal;
+  bool answered = false;
+  return RunTool(arguments, terminal.Path(), [&](const ToolResult& so_far) {
+    if (answered || so_far.errors.find("] ") == std::string::npos) return;
+    terminal.Type(line);
+    answered = true;
   });
-  ToolResult result = RunTool(arguments, path);
-  ended = true;
-  typist.join();
-  close(other_side);
-  close(terminal);
-  return result;
 }
 
 TEST(Plans, TheOperatorIsAsked) {
@@ -310,26 +343,18 @@ TEST(Plans, TheOperatorIsAsked) {
   EXPECT_EQ(phone.Difference(), "");
 }
 
-// A whole small JPEG file by structure.
-std::string Picture() {
-  return "FFD8"
-         "FFC0000B080008000801011100"
-         "FFDA0008010100003F00"
-         "5555"
-         "FFD9";
-}
-
 TEST(Plans, ReportsHoldEverything) {
-  const std::string picture = Picture();
+  const std::string picture = GreyJpeg(8, 8);
   const std::size_t size = picture.size() / 2;
-  const std::string count =
-      std::string{"0123456789ABCDEF"[size / 16], "0123456789ABCDEF"[size % 16]} + "000000";
-  ScriptedPhone phone({PING,
-                       {"240000000A000000080000000800000000000000", ZERO},
-                       {"410000000F000000", ZERO + Repeat("00", 1024)},
-                       {"410000000E000000", count + picture + Repeat("00", 1024 - size)},
-                       {"240000000C000000" + Repeat("00", 12), ZERO},
-                       NO_CARD});
+  station::Bytes count;
+  station::AppendWord(count, static_cast<std::uint32_t>(size));
+  ScriptedPhone phone(
+      {{PING.expected, PING.answer, std::chrono::milliseconds(50)},
+       {"240000000A000000080000000800000000000000", ZERO},
+       {"410000000F000000", ZERO + Repeat("00", 1024)},
+       {"410000000E000000", station::HexText(count, "") + picture + Repeat("00", 1024 - size)},
+       {"240000000C000000" + Repeat("00", 12), ZERO},
+       NO_CARD});
   const std::string plan = TemporaryFile("plan.json", R"({
     "name": "A <small> plan & \"more\"",
     "variables": {"identity": {}},
@@ -338,7 +363,7 @@ TEST(Plans, ReportsHoldEverything) {
       {"name": "Blemish", "command": "camera capture", "arguments": {"picture": "blemish", "size": "8x8"}},
       {"name": "Card", "command": "memory-card"},
       {"name": "Never", "command": "ping"}]})");
-  const fs::path folder = fs::path(testing::TempDir()) / ("phonetest-report-" + std::to_string(getpid()));
+  const fs::path folder = fs::path(TemporaryFolder()) / "report";
   const ToolResult result =
       RunTool({"--port", phone.Port(), "run", plan, "--set", "identity=123", "--report", folder, "--json"});
   EXPECT_EQ(result.status, 1) << result.errors;
@@ -358,7 +383,7 @@ TEST(Plans, ReportsHoldEverything) {
 
   const std::string html = ReadFile(folder / "report.html");
   EXPECT_NE(html.find("A &lt;small&gt; plan &amp; &quot;more&quot;"), std::string::npos);
-  EXPECT_NE(html.find("src=\"data:image/jpeg;base64,/9j/wAALCAAIAAgBAREA"), std::string::npos);
+  EXPECT_NE(html.find("src=\"data:image/jpeg;base64,/9j//gAC/9sAQwAB"), std::string::npos);
   EXPECT_NE(html.find("&lt; F5 D8 FF FF"), std::string::npos);
   for (const char* outside : {"http:", "https:", "src=\"/", "@import"})
     EXPECT_EQ(html.find(outside), std::string::npos);
@@ -366,9 +391,32 @@ TEST(Plans, ReportsHoldEverything) {
   const ToolResult valid =
       RunProgram({"xmllint", "--noout", "--schema", JUNIT_SCHEMA, folder / "report.xml"});
   EXPECT_EQ(valid.status, 0) << valid.errors;
-  EXPECT_NE(ReadFile(folder / "report.xml").find("tests=\"4\" failures=\"1\" errors=\"0\" skipped=\"1\""),
-            std::string::npos);
-  fs::remove_all(folder);
+  pugi::xml_document junit;
+  ASSERT_TRUE(junit.load_file((folder / "report.xml").c_str()));
+  const pugi::xml_node suite = junit.child("testsuites").child("testsuite");
+  const auto at = [](const pugi::xml_node& node, const char* name) {
+    return std::string(node.attribute(name).value());
+  };
+  EXPECT_EQ(at(suite, "name"), "A <small> plan & \"more\"");
+  EXPECT_EQ(at(suite, "tests"), "4");
+  EXPECT_EQ(at(suite, "failures"), "1");
+  EXPECT_EQ(at(suite, "errors"), "0");
+  EXPECT_EQ(at(suite, "skipped"), "1");
+  const double whole = report["milliseconds"].get<double>() / 1000;
+  EXPECT_NEAR(suite.attribute("time").as_double(), whole, 0.001);
+  double sum = 0;
+  std::vector<std::string> names;
+  for (const pugi::xml_node& testcase : suite.children("testcase")) {
+    const double took = report["steps"][names.size()]["milliseconds"].get<double>() / 1000;
+    EXPECT_NEAR(testcase.attribute("time").as_double(), took, 0.001);
+    sum += took;
+    names.push_back(at(testcase, "name"));
+  }
+  EXPECT_EQ(names, (std::vector<std::string>{"01 Server?", "02 Blemish", "03 Card", "04 Never"}));
+  EXPECT_GE(whole, sum);
+  EXPECT_GE(whole, 0.05);  // the phone's first answer took as long
+  EXPECT_LE(whole, result.took.count());
+  EXPECT_NE(suite.find_child_by_attribute("testcase", "name", "03 Card").child("failure"), nullptr);
 }
 
 TEST(Plans, PhonesRunAtTheSameTime) {
@@ -380,9 +428,9 @@ TEST(Plans, PhonesRunAtTheSameTime) {
   ScriptedPhone silent({together, {MOTOR.expected, ""}});
   const std::string plan =
       TemporaryFile("plan.json", Steps(R"({"command": "ping"}, {"command": "motor on"})"));
-  const fs::path folder = fs::path(testing::TempDir()) / ("phonetest-many-" + std::to_string(getpid()));
+  const fs::path folder = fs::path(TemporaryFolder()) / "many";
   const std::vector<std::string> arguments = {"--port", good.Port(),   "--port",    bad.Port(),
-                                              "--port", silent.Port(), "--timeout", "2000",
+                                              "--port", silent.Port(), "--timeout", "3000",
                                               "run",    plan,          "--report",  folder};
   const ToolResult result = RunTool(arguments);
   EXPECT_EQ(result.status, 3) << result.output << result.errors;  // the graver of device and link failure
@@ -394,7 +442,6 @@ TEST(Plans, PhonesRunAtTheSameTime) {
   for (const auto& phone : summary) {
     EXPECT_TRUE(fs::exists(folder / phone["report"])) << phone["report"];
   }
-  fs::remove_all(folder);
   EXPECT_EQ(good.Difference() + bad.Difference() + silent.Difference(), "");
   EXPECT_EQ(RunTool({"--port", good.Port(), "--port", good.Port(), "run", plan}).status, 2);
 }

@@ -1,5 +1,5 @@
-// The other end of the link for tests of the station tool: a pseudo-terminal that plays a phone by a script,
-// and a way to run the real tool against it.
+// The other end of the link for tests of the station tool: a port that plays a phone by a script, a terminal
+// with someone at it, and a way to run the real tool against both.
 #pragma once
 
 #include <atomic>
@@ -10,55 +10,96 @@
 #include <thread>
 #include <vector>
 
-// One command as the phone sees it: exactly these bytes come, then these go back.
+#include "posix/file_descriptor.h"
+
+// One command as the phone sees it: exactly these bytes come, then these are sent back.
 struct Turn {
   std::string expected;  // hexadecimal
   std::string answer;    // hexadecimal; may be empty
   std::chrono::milliseconds delay{0};
   std::function<void()> before_answer = {};
+  bool hangs_up = false;  // the phone's end is closed after the answer
 };
 
 class ScriptedPhone {
  public:
-  explicit ScriptedPhone(std::vector<Turn> script);
+  enum class Kind { SerialPort, TcpPort };
+
+  explicit ScriptedPhone(std::vector<Turn> script, Kind kind = Kind::SerialPort);
   ~ScriptedPhone();
 
   const std::string& Port() const {
     return port_;
   }
 
-  // Ends the play and tells how it differed from the script: empty when every turn came exactly as expected
-  // and nothing else did.
+  // Ends the play and returns how it differed from the script: empty if every turn came exactly as expected
+  // and nothing else came.
   std::string Difference();
 
  private:
   void Play();
 
   std::vector<Turn> script_;
-  int descriptor_;
-  int other_side_ = -1;  // held open, so that a tool that closes the port is no hang-up
+  posix::FileDescriptor descriptor_;
+  posix::FileDescriptor other_side_;  // kept open, so that a tool that closes the port does not hang it up
+  posix::FileDescriptor listener_;
   std::string port_;
   std::atomic<bool> over_ = false;
   std::string difference_;
   std::thread thread_;
 };
 
-struct ToolResult {
-  int status;
-  std::string output;
-  std::string errors;
+// A pseudo-terminal for standard input.
+class Terminal {
+ public:
+  Terminal();
+
+  const std::string& Path() const {
+    return path_;
+  }
+
+  void Type(const std::string& text) const;
+
+  // Types without a pause for as long; what is not taken is lost.
+  void Flood(std::chrono::milliseconds time) const;
+
+  // Whether the program at it takes every key as it is typed.
+  bool IsRaw() const;
+
+ private:
+  std::string path_;
+  posix::FileDescriptor keyboard_;
+  posix::FileDescriptor other_side_;
 };
 
+struct ToolResult {
+  int status = -1;
+  std::string output = {};
+  std::string errors = {};
+  std::chrono::duration<double> took{0};
+};
+
+// Called again and again while a program runs, with its output so far.
+using Watch = std::function<void(const ToolResult& so_far)>;
+
 // Runs phonetest to its end, with the named file as standard input.
-ToolResult RunTool(const std::vector<std::string>& arguments, const std::string& input = "/dev/null");
+ToolResult RunTool(const std::vector<std::string>& arguments, const std::string& input = "/dev/null",
+                   const Watch& watch = {});
 
 // The same for any program, searched for in PATH.
-ToolResult RunProgram(std::vector<std::string> words, const std::string& input = "/dev/null");
+ToolResult RunProgram(std::vector<std::string> words, const std::string& input = "/dev/null",
+                      const Watch& watch = {});
 
 // `size` bytes as hexadecimal, all the same.
 std::string Repeat(const std::string& byte, std::size_t size);
 
-// Writes the content to a file of its own below the tests' folder and returns its path.
+// A grey JPEG file in hexadecimal, its sides multiples of 8, with `padding` bytes of comment.
+std::string GreyJpeg(std::size_t width, std::size_t height, std::size_t padding = 0);
+
+// A folder of this process's own, removed at the end of the tests.
+const std::string& TemporaryFolder();
+
+// Writes the content to a file in that folder and returns its path.
 std::string TemporaryFile(const std::string& name, const std::string& content);
 
 std::string ReadFile(const std::string& path);

@@ -1,14 +1,10 @@
 // Tasks of several commands: what is sent in which order, and what becomes of the answers.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <nlohmann/json.hpp>
-#include <thread>
 
 #include "station/commands/bytes.h"
-#include "station/tool/jpeg_check.h"
+#include "station/tasks/jpeg_check.h"
 #include "tests/station/scripted_phone.h"
 
 namespace {
@@ -30,15 +26,10 @@ std::string Chunk(const std::string& content) {
   return station::HexText(answer, "");
 }
 
-// A JPEG file that is whole by its structure, 64 wide and 48 high, of more than one chunk.
+// A picture of 64 x 48 pixels and of more than one chunk.
 std::string SmallJpeg() {
-  using namespace std::string_literals;
-  std::string file = "\xFF\xD8"s;
-  file += "\xFF\xE0\x00\x10JFIF\x00\x01\x01\x00\x00\x01\x00\x01\x00\x00"s;
-  file += "\xFF\xC0\x00\x0B\x08\x00\x30\x00\x40\x01\x01\x11\x00"s;
-  file += "\xFF\xDA\x00\x08\x01\x01\x00\x00\x3F\x00"s;
-  // Entropy-coded data with a stuffed byte and a restart marker in it.
-  return file + std::string(1200, '\x55') + "\xFF\x00\x12\xFF\xD3\x34\xFF\xD9"s;
+  const station::Bytes bytes = station::BytesFromHex(GreyJpeg(64, 48, 1000));
+  return {bytes.begin(), bytes.end()};
 }
 
 TEST(Tasks, ModemImageIsReadFromItsStart) {
@@ -55,9 +46,24 @@ TEST(Tasks, ModemImageIsReadFromItsStart) {
   EXPECT_EQ(ReadFile(file), first + second);
   EXPECT_EQ(phone.Difference(), "");
 
+  // A phone that has lost its place delivers full chunks without end.
+  ScriptedPhone endless(std::vector<Turn>(81, {read, Chunk(first)}));
+  const ToolResult refused = RunTool({"--port", endless.Port(), "modem-image", "fetch", "-o", file});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.errors.find("the phone delivers more than 81920 bytes"), std::string::npos)
+      << refused.errors;
+  EXPECT_EQ(endless.Difference(), "");
+  std::vector<Turn> large(162, {read, Chunk(first)});
+  large[79] = large.back() = {read, Chunk("")};
+  ScriptedPhone larger(large);
+  EXPECT_EQ(RunTool({"--port", larger.Port(), "modem-image", "fetch", "-o", file, "--largest", "81"}).output,
+            "82944 bytes\n");
+  EXPECT_EQ(larger.Difference(), "");
+
+  const std::string before = ReadFile(file);
   ScriptedPhone broken({{read, Chunk("")}, {read, "FDD8FFFF" + Repeat("00", 1024)}});
   EXPECT_EQ(RunTool({"--port", broken.Port(), "modem-image", "fetch", "-o", file}).status, 1);
-  EXPECT_EQ(ReadFile(file), first + second);
+  EXPECT_EQ(ReadFile(file), before);
 }
 
 TEST(Tasks, FactoryInfoIntoAFileAndVersions) {
@@ -169,7 +175,7 @@ TEST(Tasks, CameraPictureIsTakenFetchedCheckedAndDeleted) {
                        {next, Chunk(cut.substr(1024))}});
   const ToolResult damaged = RunTool({"--port", lossy.Port(), "camera", "fetch", "focus", "-o", file});
   EXPECT_EQ(damaged.status, 1);
-  EXPECT_NE(damaged.errors.find("the picture is not whole: it is cut short"), std::string::npos)
+  EXPECT_NE(damaged.errors.find("the picture is not whole: Premature end of JPEG file"), std::string::npos)
       << damaged.errors;
   EXPECT_EQ(RunTool({"--port", lossy.Port(), "camera", "capture", "focus", "--size", "48"}).status, 2);
 }
@@ -185,7 +191,16 @@ TEST(Tasks, EveryCutOfAJpegIsNoticed) {
   for (std::size_t size = 0; size < picture.size(); ++size)
     EXPECT_NE(check(picture.substr(0, size)).fault, "") << size;
   EXPECT_EQ(check(picture + "x").fault, "1 bytes follow the picture");
-  EXPECT_EQ(check(picture.substr(0, 2) + picture.substr(picture.size() - 2)).fault, "it holds no picture");
+  EXPECT_NE(check(picture.substr(0, 2) + picture.substr(picture.size() - 2)).fault, "");
+  // Damage between the headers and the end, which leaves the structure as it is.
+  std::string damaged = picture;
+  damaged[picture.size() - 6] = '\x7F';
+  EXPECT_EQ(check(damaged).fault, "Corrupt JPEG data: bad Huffman code");
+  // A header that claims 65500 x 65500 pixels is refused before it costs time or memory.
+  std::string large = picture;
+  const std::size_t extent = picture.find("\xFF\xC0") + 5;
+  large.replace(extent, 4, "\xFF\xDC\xFF\xDC");
+  EXPECT_EQ(check(large).fault, "it claims to be larger than any camera picture");
 }
 
 TEST(Tasks, PassThroughAsAPipe) {
@@ -194,7 +209,7 @@ TEST(Tasks, PassThroughAsAPipe) {
   for (int byte = 0; byte < 256; ++byte) all += static_cast<char>(byte);
   ScriptedPhone phone({{"3D000000" + ZERO, ZERO}, {Hex(all), Hex(all)}, {LEAVE_FRAME, ""}});
   const ToolResult result =
-      RunTool({"--port", phone.Port(), "modem", "pass-through", "--raw", "--linger", "200"},
+      RunTool({"--port", phone.Port(), "modem", "pass-through", "--raw", "--linger", "2000"},
               TemporaryFile("typed", all));
   EXPECT_EQ(result.status, 0) << result.errors;
   EXPECT_EQ(result.output, all);
@@ -202,26 +217,23 @@ TEST(Tasks, PassThroughAsAPipe) {
 }
 
 TEST(Tasks, PassThroughAtATerminal) {
-  const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-  ASSERT_EQ(grantpt(terminal), 0);
-  ASSERT_EQ(unlockpt(terminal), 0);
+  const Terminal terminal;
   ScriptedPhone phone({{"3D000000" + ZERO, ZERO}, {Hex("AT\x03\r"), Hex("\r\nOK\r\n")}, {LEAVE_FRAME, ""}});
-  std::thread typist([terminal] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_EQ(write(terminal, "AT\x03\r", 4), 4);
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    EXPECT_EQ(write(terminal,
-                    "\x1D"
-                    "lost",
-                    5),
-              5);
-  });
-  const ToolResult result = RunTool({"--port", phone.Port(), "modem", "pass-through"}, ptsname(terminal));
-  typist.join();
-  close(terminal);
+  std::vector<std::string> typed = {
+      "\x1D"
+      "lost",
+      "AT\x03\r"};
+  const ToolResult result = RunTool(
+      {"--port", phone.Port(), "modem", "pass-through"}, terminal.Path(), [&](const ToolResult& so_far) {
+        const bool answered = so_far.output == "\r\nOK\r\n";
+        if (typed.empty() || (typed.size() == 2 ? !terminal.IsRaw() : !answered)) return;
+        terminal.Type(typed.back());
+        typed.pop_back();
+      });
   EXPECT_EQ(result.status, 0) << result.errors;
   EXPECT_EQ(result.output, "\r\nOK\r\n");
   EXPECT_NE(result.errors.find("Ctrl-] leaves"), std::string::npos);
+  EXPECT_FALSE(terminal.IsRaw());
   EXPECT_EQ(phone.Difference(), "");
 }
 

@@ -1,4 +1,4 @@
-// A plan run on one or several phones at once, with progress, reports and one verdict.
+// Runs a plan on one or several phones at the same time, with progress, reports and one verdict.
 #pragma once
 
 #include <chrono>
@@ -16,7 +16,7 @@ struct PlanOrder {
   std::vector<std::string> ports;
   std::map<std::string, std::string> variables;
   std::string report_folder;  // empty for no report files
-  std::string trace_file;     // empty for no trace; several phones get a file each
+  std::string trace_file;     // empty for no trace; each of several phones has its own
   std::optional<std::chrono::milliseconds> answer_time;
   bool always_yes = false;
   bool json = false;

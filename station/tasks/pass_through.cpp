@@ -1,4 +1,4 @@
-#include "station/tool/pass_through.h"
+#include "station/tasks/pass_through.h"
 
 #include <fmt/format.h>
 #include <poll.h>
@@ -23,13 +23,13 @@ namespace {
 
 constexpr std::uint8_t LEAVE_KEY = 0x1D;  // Ctrl-]
 
-// The phone must read the leave frame alone: there is a pause before it and after it.
+// Pauses before and after the frame, so that the phone reads it alone.
 constexpr std::chrono::milliseconds FRAME_PAUSE{100};
 
-// What the phone's side reads at once; more than that is not held for it.
+// What is read at once, and the most that is held until the phone takes it.
 constexpr std::size_t ROOM = 4096;
 
-// The terminal hands every key over as it is typed, until this object goes.
+// While this object lives, the terminal passes on every key as it is typed.
 class RawTerminal {
  public:
   explicit RawTerminal(int descriptor) : descriptor_(descriptor) {
@@ -62,7 +62,7 @@ void WriteOutput(std::span<const std::uint8_t> bytes) {
 
 volatile std::sig_atomic_t interrupted = 0;
 
-// While this lives, an interruption only sets the flag: the phone must still be brought out of the relay.
+// While this object lives, an interruption only sets the flag: the phone must still leave the relay.
 class InterruptionHeld {
  public:
   InterruptionHeld() {
@@ -87,7 +87,7 @@ class Relay {
   Relay(Link& link, bool keys) : link_(link), keys_(keys) {}
 
   void Run(std::chrono::milliseconds linger) {
-    // The pace at which an interruption is noticed that came just before the wait.
+    // An interruption just before the wait is noticed after this time.
     constexpr std::chrono::milliseconds LOOK{500};
     constexpr std::chrono::seconds STUCK{5};
     while (!leaving_) Turn(LOOK);
@@ -99,8 +99,8 @@ class Relay {
   }
 
  private:
-  // Waits for something to do and does it; false when the time passed first. Both directions are served in
-  // every turn, so that neither can block the other.
+  // Waits for something to do and does it; returns false if the time passed first. Both directions are served
+  // in every turn, so that neither can block the other.
   bool Turn(std::chrono::milliseconds limit) {
     const bool reading = !leaving_ && pending_.empty();
     std::array<pollfd, 2> waiting = {{

@@ -1,5 +1,4 @@
-// A look at a JPEG file's structure, to tell a whole picture from one that was cut or garbled on its way. The
-// picture itself is not decoded.
+// Decodes a JPEG file, to tell a whole picture from one that was cut or damaged on its way.
 #pragma once
 
 #include <cstdint>

@@ -1,10 +1,11 @@
-// Tasks about the link itself: raw bytes, and a phone that closes its end for a while.
+// Tasks about the link itself (raw bytes, and a phone that closes its end for a while), production data and
+// maintenance.
 #include <fmt/format.h>
 
 #include <thread>
 
 #include "station/commands/errors.h"
-#include "station/tasks/tasks.h"
+#include "station/tasks/operation.h"
 
 namespace station {
 
@@ -16,7 +17,7 @@ Outcome RunRaw(Session& session, const Values& values) {
   const Bytes request = BytesFromHex(values.Text("request"));
   sent.insert(sent.end(), request.begin(), request.end());
   const std::int64_t size = values.Number("answer");
-  if (size < 0 || size > 65536) throw UsageError("answer: between 0 and 65536 bytes can be waited for");
+  if (size < 0 || size > 65536) throw UsageError("answer: the size must be from 0 to 65536 bytes");
   const Bytes answer =
       session.RunRaw("raw code " + values.Text("code"), sent, static_cast<std::size_t>(size), PROMPT);
   Outcome outcome;
@@ -28,8 +29,8 @@ Outcome RunRaw(Session& session, const Values& values) {
   return outcome;
 }
 
-// The phone's end is open again when it answers a ping. One that it does not hear is lost with what else was
-// waiting on the line, so another follows.
+// The phone's end is open again when it answers a ping. A ping that comes before that is lost, so it is
+// repeated.
 Outcome PauseLink(Session& session, const Values& values) {
   constexpr std::chrono::milliseconds PING_TIME{1000};
   constexpr std::chrono::seconds GRACE{10};
@@ -49,9 +50,38 @@ Outcome PauseLink(Session& session, const Values& values) {
   throw LinkFailure(fmt::format("the phone has not come back within {} s after the pause", GRACE.count()));
 }
 
+Outcome ReadFactoryInfo(Session& session, const Values& values) {
+  const Command& command = GetCommand(protocol::READ_FACTORY_INFO);
+  Outcome outcome = RunCommand(session, command, {});
+  const std::string file = values.Text("file");
+  if (!outcome.failure.empty() || file.empty()) return outcome;
+  WriteFile(file, Bytes(outcome.answer.begin() + 4, outcome.answer.end()));
+  outcome.remark = fmt::format("128 bytes written to {}", file);
+  return outcome;
+}
+
+Outcome ReadVersions(Session& session, const Values&) {
+  constexpr std::pair<const char*, std::uint32_t> TEXTS[] = {{"system", protocol::READ_SYSTEM_VERSION},
+                                                             {"configuration", protocol::READ_CONFIG_VERSION},
+                                                             {"resources", protocol::READ_RESOURCE_VERSION}};
+  Outcome outcome;
+  for (const auto& [name, code] : TEXTS) {
+    const Outcome one = RunCommand(session, GetCommand(code), {});
+    if (!one.failure.empty()) return one;
+    outcome.readings.push_back({name, one.readings.front().value, one.readings.front().text});
+  }
+  return outcome;
+}
+
+Outcome SetClock(Session& session, const Values& values) {
+  const std::string time = values.IsSet("now") ? "now" : values.Text("time");
+  if (time.empty()) throw UsageError("time: give a date and time, or --now");
+  return RunCommand(session, GetCommand(protocol::SET_CLOCK), {{"time", time}});
+}
+
 }  // namespace
 
-std::vector<Operation> LinkTasks() {
+std::vector<Operation> ServiceTasks() {
   return {
       {
           .words = "raw",
@@ -70,6 +100,29 @@ std::vector<Operation> LinkTasks() {
                         Flag("no-wait", "do not wait until the phone answers again")},
           .run = PauseLink,
           .codes = {protocol::PAUSE_LINK},
+      },
+      {
+          .words = "factory-info read",
+          .help = "read the 128-byte factory information, to the screen or a file",
+          .arguments = {Word("file", "file to write the 128 bytes to").OptionalPositional("")},
+          .run = ReadFactoryInfo,
+          .codes = {protocol::READ_FACTORY_INFO},
+      },
+      {
+          .words = "versions",
+          .help = "read the phone's three version texts",
+          .arguments = {},
+          .run = ReadVersions,
+          .codes = {protocol::READ_SYSTEM_VERSION, protocol::READ_CONFIG_VERSION,
+                    protocol::READ_RESOURCE_VERSION},
+      },
+      {
+          .words = "clock set",
+          .help = "set the real-time clock",
+          .arguments = {Moment("time", "date and time").OptionalPositional(""),
+                        Flag("now", "take this computer's local time")},
+          .run = SetClock,
+          .codes = {protocol::SET_CLOCK},
       },
   };
 }

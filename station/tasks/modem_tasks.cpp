@@ -1,16 +1,18 @@
-// Tasks about the modem: AT commands and the relay to its data port.
+// Tasks about the modem: AT commands, the relay to its data port, and its file-system image.
 #include <fmt/format.h>
 
 #include <algorithm>
 
-#include "station/tasks/tasks.h"
-#include "station/tool/pass_through.h"
+#include "station/commands/errors.h"
+#include "station/tasks/operation.h"
+#include "station/tasks/pass_through.h"
+#include "station/tasks/terminal.h"
 
 namespace station {
 
 namespace {
 
-// The reply's lines, without the line endings that a modem frames them with.
+// The reply's lines without the line ends around them.
 std::string ReplyLines(std::span<const std::uint8_t> reply) {
   std::string lines;
   std::string line;
@@ -31,13 +33,12 @@ std::string ReplyLines(std::span<const std::uint8_t> reply) {
 }
 
 Outcome SendAtCommand(Session& session, const Values& values) {
-  // The phone sends the text on as it is, and a modem takes a line at its carriage return.
+  // The phone forwards the text unchanged, and the modem acts on a line at its carriage return.
   const std::string ending = values.IsSet("raw") ? "" : "\r";
   Outcome outcome =
       RunCommand(session, GetCommand(protocol::EXCHANGE_AT),
                  {{"command", values.Text("command") + ending}, {"timeout", values.Text("timeout")}});
-  const Bytes& answer = session.Exchanges().back().received;
-  const std::string lines = ReplyLines(std::span(answer).subspan(4));
+  const std::string lines = ReplyLines(std::span(outcome.answer).subspan(4));
   if (outcome.failure.empty()) outcome.readings = {{"reply", lines, lines}};
   if (!outcome.failure.empty() && !lines.empty()) outcome.failure += fmt::format(" (so far: {})", lines);
   return outcome;
@@ -48,6 +49,29 @@ Outcome PassThrough(Session& session, const Values& values) {
   if (!outcome.failure.empty()) return outcome;
   RelayToModem(session.GetLink(), values.IsSet("raw"), std::chrono::milliseconds(values.Number("linger")));
   outcome.silent = true;
+  return outcome;
+}
+
+// The phone does not tell its place in the image, and starts again after the image's end. So the rest of an
+// earlier reading is read first. A full chunk after the image's largest size is a failure: the phone has lost
+// its place.
+Outcome FetchModemImage(Session& session, const Values& values) {
+  const std::int64_t kilobytes = values.Number("largest");
+  if (kilobytes < 1 || kilobytes > 65536) throw UsageError("largest: the size must be from 1 to 65536 KiB");
+  const auto largest = static_cast<std::size_t>(kilobytes) * 1024;
+  const Command& command = GetCommand(protocol::READ_MODEM_IMAGE);
+  Outcome outcome;
+  Progress progress(session.Options().progress);
+  ChunkReading reading = ReadChunks(session, command, {}, largest,
+                                    [&](std::size_t) { progress.Show("bringing the reader to the start"); });
+  if (reading.failure.empty()) {
+    reading = ReadChunks(session, command, {}, largest,
+                         [&](std::size_t size) { progress.ShowBar("modem image", size, largest); });
+  }
+  outcome.failure = reading.failure;
+  if (!outcome.failure.empty()) return outcome;
+  WriteFile(values.Text("output"), reading.bytes);
+  outcome.readings.push_back({"bytes", reading.bytes.size(), fmt::format("{} bytes", reading.bytes.size())});
   return outcome;
 }
 
@@ -76,6 +100,15 @@ std::vector<Operation> ModemTasks() {
           .run = PassThrough,
           .codes = {protocol::PASS_THROUGH},
           .in_plans = false,
+      },
+      {
+          .words = "modem-image fetch",
+          .help = "fetch the modem's file-system image from flash into a file",
+          .arguments =
+              {Word("output", "file to write the image to").Named(),
+               Number("largest", "largest size of the image, in KiB; more is a failure").Optional("80")},
+          .run = FetchModemImage,
+          .codes = {protocol::READ_MODEM_IMAGE},
       },
   };
 }

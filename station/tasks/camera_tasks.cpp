@@ -1,16 +1,19 @@
-// Tasks about the camera's two test pictures: take, fetch, check and delete.
+// Tasks with the camera's two test pictures: take, fetch, check and delete.
 #include <fmt/format.h>
 
 #include <charconv>
 
 #include "station/commands/errors.h"
-#include "station/tasks/tasks.h"
-#include "station/tool/jpeg_check.h"
-#include "station/tool/progress.h"
+#include "station/tasks/jpeg_check.h"
+#include "station/tasks/operation.h"
+#include "station/tasks/terminal.h"
 
 namespace station {
 
 namespace {
+
+// More than a picture of 1200 x 1600 pixels needs uncompressed.
+constexpr std::size_t LARGEST_PICTURE = 8u << 20;
 
 Argument WhichPicture() {
   return Word("picture", "which of the two test pictures")
@@ -42,16 +45,17 @@ ArgumentValues CameraAction(std::int64_t action, Size size = {}, std::int64_t ro
   return {{"action", action}, {"width", size.width}, {"height", size.height}, {"rotation", rotation}};
 }
 
-// Fetches the picture whole. The phone's reader may be in the middle of a picture, this or the other one,
-// from a reading that was broken off; it is told to stop first.
+// An earlier reading of this or the other picture may have been interrupted, so the phone's reader is stopped
+// first.
 Outcome FetchPicture(Session& session, const std::string& picture) {
   const Command& reader = GetCommand(protocol::READ_PICTURE);
   Outcome outcome = RunCommand(session, reader, {{"action", "stop"}});
   if (!outcome.failure.empty()) return outcome;
   Progress progress(session.Options().progress);
-  const ChunkReading reading = ReadChunks(session, reader, {{"action", picture}}, [&](std::size_t size) {
+  const auto show = [&](std::size_t size) {
     progress.Show(fmt::format("fetching the {} picture: {} KiB", picture, size / 1024));
-  });
+  };
+  const ChunkReading reading = ReadChunks(session, reader, {{"action", picture}}, LARGEST_PICTURE, show);
   outcome = {};
   outcome.failure = reading.failure;
   if (!outcome.failure.empty()) return outcome;
@@ -65,7 +69,7 @@ Outcome FetchPicture(Session& session, const std::string& picture) {
 }
 
 void KeepPicture(Outcome& outcome, const std::string& path) {
-  // Also one that is not whole: it is what there is to look at.
+  // A damaged picture is kept too, to be looked at.
   if (path.empty() || outcome.pictures.empty()) return;
   WriteFile(path, outcome.pictures.front().jpeg);
   outcome.readings.push_back({"file", path, path});
@@ -75,7 +79,7 @@ void CheckSize(Outcome& outcome, Size wanted) {
   if (!outcome.failure.empty()) return;
   const JpegCheck check = CheckJpeg(outcome.pictures.front().jpeg);
   if (check.width == wanted.width && check.height == wanted.height) return;
-  outcome.failure = fmt::format("the picture is {}x{} where {}x{} was asked for", check.width, check.height,
+  outcome.failure = fmt::format("the picture is {}x{} instead of {}x{}", check.width, check.height,
                                 wanted.width, wanted.height);
 }
 
@@ -107,6 +111,7 @@ Outcome FetchAndKeep(Session& session, const Values& values) {
 }
 
 Outcome DeletePicture(Session& session, const Values& values) {
+  // The action that deletes a picture is the one that takes it, and 2.
   return RunCommand(session, GetCommand(protocol::TEST_CAMERA),
                     CameraAction(DeletionOf(values.Number("picture"))));
 }

@@ -1,4 +1,4 @@
-#include "station/plan/execution.h"
+#include "station/tool/run_plan.h"
 
 #include <fmt/format.h>
 #include <unistd.h>
@@ -12,7 +12,7 @@
 
 #include "station/plan/runner.h"
 #include "station/report/report.h"
-#include "station/tool/progress.h"
+#include "station/tasks/terminal.h"
 
 namespace station {
 
@@ -20,10 +20,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// One line for all phones.
-class Board {
+// The progress of all phones in one line.
+class ProgressLine {
  public:
-  Board(std::size_t steps, const std::vector<std::string>& ports)
+  ProgressLine(std::size_t steps, const std::vector<std::string>& ports)
       : steps_(steps), ports_(ports), at_(ports.size()), progress_(isatty(STDERR_FILENO) != 0) {}
 
   void Show(std::size_t phone, std::size_t step, const std::string& name) {
@@ -48,7 +48,7 @@ class Board {
   Progress progress_;
 };
 
-// A folder for the files that a plan's steps hand to each other, gone at the end.
+// A folder for files that one step of a plan leaves for another. It is removed at the end.
 class ScratchFolder {
  public:
   ScratchFolder() : path_(fs::temp_directory_path() / "phonetest-XXXXXX") {
@@ -69,7 +69,7 @@ class ScratchFolder {
   std::string path_;
 };
 
-// The plan as it is for one phone: its own port and folder are in the steps' texts.
+// The plan for one phone, with the phone's port and folder in the steps' texts.
 struct PhonePlan {
   PhonePlan(const PlanOrder& order, const std::string& phone_port)
       : port(phone_port),
@@ -100,11 +100,11 @@ PlanResult RunOnPhone(const PlanOrder& order, const PhonePlan& phone, Operator& 
 std::vector<PlanResult> RunOnAllPhones(const PlanOrder& order, const std::list<PhonePlan>& phones,
                                        Operator& person) {
   std::vector<PlanResult> results(phones.size());
-  Board board(phones.front().plan.steps.size(), order.ports);
+  ProgressLine line(phones.front().plan.steps.size(), order.ports);
   std::vector<std::jthread> threads;
   for (const PhonePlan& phone : phones) {
     threads.emplace_back([&, number = threads.size()] {
-      const auto show = [&](std::size_t step, const std::string& name) { board.Show(number, step, name); };
+      const auto show = [&](std::size_t step, const std::string& name) { line.Show(number, step, name); };
       results[number] = RunOnPhone(order, phone, person, show);
     });
   }
@@ -117,8 +117,8 @@ void CheckOperator(const Plan& plan, const Operator& person) {
   for (std::size_t i = 0; i < plan.steps.size(); ++i) {
     if (plan.steps[i].kind != Step::Kind::Question || !plan.steps[i].wanted) continue;
     throw PlanError(
-        fmt::format("step {} \"{}\" asks the operator, and there is no terminal to ask at: give --yes to "
-                    "have every question answered with yes",
+        fmt::format("step {} \"{}\" asks the operator, and there is no terminal: use --yes to answer every "
+                    "question with yes",
                     i + 1, plan.steps[i].name));
   }
 }
@@ -152,7 +152,7 @@ ExitStatus ExecutePlan(const PlanOrder& order) {
   if (!order.report_folder.empty()) WriteReports(order.report_folder, results);
   ShowResults(order, results);
   Verdict verdict = Verdict::Passed;
-  for (const PlanResult& result : results) verdict = Worse(verdict, result.verdict);
+  for (const PlanResult& result : results) verdict = std::max(verdict, result.verdict);
   return VerdictStatus(verdict);
 }
 
