@@ -30,7 +30,7 @@ int32_t GetRtcTime(uint32_t* year, uint32_t* month, uint32_t* day, uint32_t* hou
                    uint32_t* second) {
   return WithDevice(RTC_DEVICE, O_RDONLY, GENERAL_FAILURE, [&](int rtc) {
     RtcTime time = {};
-    if (DriverRequest(rtc, RTC_READ_TIME, &time) < 0) return GENERAL_FAILURE;
+    if (IssueRequest(rtc, RTC_READ_TIME, &time) < 0) return GENERAL_FAILURE;
     *year = static_cast<uint32_t>(time.year) + FIRST_YEAR;
     *month = static_cast<uint32_t>(time.month) + 1;
     *day = static_cast<uint32_t>(time.day);
@@ -48,19 +48,19 @@ int32_t SetRtcTime(int32_t year, int32_t month, int32_t day, int32_t hour, int32
     time.minute = minute;
     time.hour = hour;
     time.day = day;
-    // The host may send any word: the driver is to see what it makes of it, so the differences may wrap.
+    // The host may send any word, and the driver checks the values. So the differences may wrap.
     time.month = static_cast<int32_t>(static_cast<uint32_t>(month) - 1);
     time.year = static_cast<int32_t>(static_cast<uint32_t>(year) - FIRST_YEAR);
-    return DriverRequest(rtc, RTC_WRITE_TIME, &time) < 0 ? GENERAL_FAILURE : SUCCESS;
+    return IssueRequest(rtc, RTC_WRITE_TIME, &time) < 0 ? GENERAL_FAILURE : SUCCESS;
   });
 }
 
 int32_t ResetClock() {
   WithDevice(RTC_DEVICE, O_WRONLY, GENERAL_FAILURE, [](int rtc) {
     RtcTime time = {};
-    if (DriverRequest(rtc, RTC_READ_TIME, &time) < 0) return GENERAL_FAILURE;
+    if (IssueRequest(rtc, RTC_READ_TIME, &time) < 0) return GENERAL_FAILURE;
     time = RESET_TIME;
-    DriverRequest(rtc, RTC_WRITE_TIME, &time);
+    IssueRequest(rtc, RTC_WRITE_TIME, &time);
     return SUCCESS;
   });
   tm date = {};

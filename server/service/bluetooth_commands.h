@@ -1,7 +1,7 @@
 // The work of the commands that the Bluetooth test tool carries out, and their records on the wire.
 #pragma once
 
-#include "server/bluetooth/tool_functions.h"
+#include "server/bluetooth/test_tool.h"
 #include "server/service/command.h"
 
 // For the requests that carry more than a few words.

@@ -1,6 +1,6 @@
 #include "server/service/channel_commands.h"
 
-#include "server/base/shell.h"
+#include "server/base/wait.h"
 
 // The host's probe for a running server.
 int32_t Ping(const Ignored&, NoData&) {

@@ -1,6 +1,6 @@
 #include "server/service/device_commands.h"
 
-#include "server/devices/audio_path.h"
+#include "server/devices/audio.h"
 #include "server/devices/display.h"
 #include "server/devices/gpio_devices.h"
 #include "server/devices/keypad.h"

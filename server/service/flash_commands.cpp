@@ -1,6 +1,6 @@
 #include "server/service/flash_commands.h"
 
-#include "server/base/shell.h"
+#include "server/base/wait.h"
 #include "server/flash/partition_info.h"
 
 int32_t SetPartitionWord(const Words<1>& request, NoData&) {

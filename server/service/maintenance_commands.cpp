@@ -2,12 +2,10 @@
 
 #include <cstring>
 
-#include "server/maintenance/calibration.h"
 #include "server/maintenance/clock.h"
-#include "server/maintenance/factory_reset.h"
+#include "server/maintenance/configuration.h"
 #include "server/maintenance/memory_card.h"
-#include "server/maintenance/power.h"
-#include "server/maintenance/user_interface.h"
+#include "server/maintenance/shutdown.h"
 
 int32_t ResetToFactory(const Ignored&, NoData&) {
   return FactoryReset();

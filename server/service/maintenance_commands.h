@@ -1,7 +1,7 @@
 // The work of the maintenance commands, and their records on the wire.
 #pragma once
 
-#include "server/maintenance/versions.h"
+#include "server/maintenance/configuration.h"
 #include "server/service/command.h"
 
 using VersionText = Bytes<VERSION_LENGTH>;

@@ -1,7 +1,7 @@
 // The work of the modem's commands, and their records on the wire.
 #pragma once
 
-#include "server/modem/query.h"
+#include "server/modem/control.h"
 #include "server/service/command.h"
 
 struct AtRequest {
