@@ -9,10 +9,8 @@
 #include <vector>
 
 #include "benchmarks/crc16_peers.h"
-#include "server/camera/pattern_check.h"
-#include "server/camera/rotation.h"
+#include "server/camera/frame_pixels.h"
 #include "server/devices/drawing.h"
-#include "server/devices/test_pattern.h"
 #include "server/devices/tone_samples.h"
 #include "server/flash/crc16.h"
 

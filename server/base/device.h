@@ -1,5 +1,5 @@
-// Opening a device or file for one piece of work. A routine that talks to a driver is a list of requests
-// between an open and a close; here the open, its failure and the close on every path are written once.
+// Drivers and files. A routine that talks to a driver is a list of requests between an open and a close. The
+// open, its failure and the close on every path are written once, here.
 #pragma once
 
 #include <fcntl.h>
@@ -8,8 +8,8 @@
 
 #include <cstdint>
 
-// Opens `path` with `flags`, gives the descriptor to `work` (int32_t work(int)), closes it and returns what
-// the work returned; `open_failure` when the path cannot be opened, and the work is not done then.
+// Opens `path` with `flags`, passes the descriptor to `work` (int32_t work(int)), closes it and returns the
+// result of the work. If the path cannot be opened, returns `open_failure` without doing the work.
 template <typename Work>
 int32_t WithDevice(const char* path, int flags, int32_t open_failure, Work work) {
   const int device = open(path, flags);
@@ -19,8 +19,16 @@ int32_t WithDevice(const char* path, int flags, int32_t open_failure, Work work)
   return result;
 }
 
-// One driver request with the address of its argument, or null for a request that carries none. Gives what
-// the driver gave: -1 for a refusal, else 0 or what the driver defines.
-inline int DriverRequest(int device, unsigned long request, void* argument = nullptr) {
+// Issues one driver request with the address of its argument, or null if it takes none. Returns -1 if the
+// driver refuses, otherwise 0 or what the driver defines.
+inline int IssueRequest(int device, unsigned long request, void* argument = nullptr) {
   return ioctl(device, request, argument);
 }
+
+// The phone's GPIO driver: lines, flags and power control by private requests, _IOW('O', nr, 4) or
+// _IOR('O', nr, 4). Each routine that owns requests names their numbers beside itself.
+constexpr char GPIO_DEVICE[] = "/dev/misc/omap730_gpio";
+
+// Opens the GPIO driver read-write, issues one request without an argument, and closes it. A missing driver
+// and a refused request are ignored: no caller could do anything about them.
+void IssueGpioRequest(unsigned long request);

@@ -1,10 +1,10 @@
-// Little-endian loads and stores at any address: flash records and wire fields need not be aligned, and the
-// phone's processor takes no unaligned word.
+// Little-endian loads and stores at any address. Flash records and wire fields may be unaligned, and the
+// phone's processor cannot load an unaligned word.
 #pragma once
 
 #include <cstdint>
 
-// Wire and driver records are laid over memory as they are, so the machine must be little-endian too.
+// Wire and driver records are used in memory as they are, so the machine must be little-endian too.
 static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__);
 
 inline uint32_t LoadLittle32(const uint8_t* bytes) {

@@ -1,4 +1,4 @@
-// A 32-bit word that a command and a thread of its own share without a lock.
+// A 32-bit word that the command thread and a test's own thread share without a lock.
 #pragma once
 
 #include <atomic>
@@ -7,9 +7,8 @@
 using SharedWord = std::atomic<int32_t>;
 static_assert(sizeof(SharedWord) == sizeof(int32_t));
 
-// Plain loads and stores on every machine: no order among several words is needed beyond what creating and
-// joining the thread gives, and the phone's processor has neither barriers nor atomic instructions to give
-// more.
+// Plain loads and stores on every machine. No order among several words is needed beyond what creating and
+// joining the thread brings, and the phone's processor has no barriers or atomic instructions for more.
 inline int32_t ReadWord(const SharedWord& word) {
   return word.load(std::memory_order_relaxed);
 }

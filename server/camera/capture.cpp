@@ -5,12 +5,12 @@
 
 #include "protocol/result_codes.h"
 #include "server/base/device.h"
-#include "server/base/shell.h"
-#include "server/camera/pattern_check.h"
+#include "server/base/wait.h"
+#include "server/camera/frame_pixels.h"
 
 constexpr char CAPTURE_DEVICE[] = "/dev/v4l2/capture0";
 
-// The format record of the early interface: unlike the later one it has a depth between height and pixel
+// The format record of the early interface. Unlike the later one it has a depth between height and pixel
 // format.
 struct CaptureFormat {
   uint32_t type;
@@ -53,7 +53,7 @@ constexpr uint32_t SELF_TEST_BYTES = SELF_TEST_PIXELS * 2;
 constexpr uint32_t SCRATCH_BYTES = 0x25C00;  // a little more than one frame
 
 static bool SetControl(int camera, CaptureControl control) {
-  return DriverRequest(camera, CAPTURE_SET_CONTROL, &control) >= 0;
+  return IssueRequest(camera, CAPTURE_SET_CONTROL, &control) >= 0;
 }
 
 // Asks for frames of a size and starts the sensor. What the driver reported in the format's other fields goes
@@ -61,13 +61,13 @@ static bool SetControl(int camera, CaptureControl control) {
 static int32_t Configure(int camera, uint32_t width, uint32_t height) {
   CaptureFormat format = {};
   format.type = CAPTURE_TYPE;
-  if (DriverRequest(camera, CAPTURE_GET_FORMAT, &format) < 0) return REQUEST_FAILED;
+  if (IssueRequest(camera, CAPTURE_GET_FORMAT, &format) < 0) return REQUEST_FAILED;
   format.width = width;
   format.height = height;
   format.depth = 16;
   format.pixel_format = FORMAT_RGB565;
   format.image_size = width * height * 2;
-  if (DriverRequest(camera, CAPTURE_SET_FORMAT, &format) < 0) return SECOND_REQUEST_FAILED;
+  if (IssueRequest(camera, CAPTURE_SET_FORMAT, &format) < 0) return SECOND_REQUEST_FAILED;
   if (!SetControl(camera, FIRST_START_CONTROL)) return THIRD_REQUEST_FAILED;
   if (!SetControl(camera, SECOND_START_CONTROL)) return FOURTH_REQUEST_FAILED;
   return SUCCESS;
@@ -92,7 +92,7 @@ int32_t CameraSelfTest() {
     if (result == SUCCESS) result = CheckPattern(camera, PATTERN_WHITE, 0xFFFF, scratch);
     if (result == SUCCESS) {
       result = CheckPattern(camera, PATTERN_BLACK, 0x0000, scratch);
-      // The buffer stays allocated when the second frame comes short, on purpose: required as it is.
+      // Leaks the buffer on purpose, see docs/on-purpose.md.
       if (result == SHORT_READ) return result;
     }
     free(scratch);

@@ -4,15 +4,15 @@
 
 #include <cstdint>
 
-// Both give 0; -9989 device not opened; -9992, -9892, -9792 and -9692 for reading the format, setting it and
-// the two start controls; -9987 when the frame does not come whole.
+// The self-test and the capture return 0; -9989 device not opened; -9992, -9892, -9792 and -9692 if reading
+// the format, setting it or one of the two start controls fails; -9987 if the frame does not come whole.
 
-// Lets the sensor emit its two test patterns at 240 x 320 and checks every pixel. Gives also -9988 out of
+// Makes the sensor send its two test patterns at 240 x 320 and checks every pixel. Also returns -9988 out of
 // memory, -9592 pattern not selected, -9990 wrong pixel.
 int32_t CameraSelfTest();
 
 // Captures one frame into `buffer` of width x height x 2 bytes. Takes a second for the sensor to settle.
 int32_t CameraCapture(uint32_t width, uint32_t height, void* buffer);
 
-// Not supported: always -9994.
+// Not supported: always returns -9994.
 int32_t CameraQuery();

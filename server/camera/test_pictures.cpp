@@ -9,7 +9,7 @@
 #include "protocol/result_codes.h"
 #include "server/base/shell.h"
 #include "server/camera/capture.h"
-#include "server/camera/rotation.h"
+#include "server/camera/frame_pixels.h"
 #include "server/imaging/imaging.h"
 
 constexpr char BLEMISH_PICTURE[] = "/usr/share/usr_data/Photos/BlemishTest.jpg";
@@ -34,7 +34,7 @@ static void RegisterPlugIns(MPlugInMgr* manager) {
   MPlugInMgr_Register(manager, MPLUGIN_ID_JPEG_ENCODER, MPLUGIN_CLASS_ENCODER, 2, 3, MJpegEncoder_Create);
 }
 
-// Captures a frame and turns it; its extent is then that of the turned one.
+// Captures a frame and turns it. The frame's width and height are then those of the turned one.
 static int32_t CaptureTurned(int32_t rotation, Frame* frame) {
   if (!IsRotation(rotation)) return CameraCapture(frame->width, frame->height, frame->pixels);
   const size_t size = static_cast<size_t>(frame->width) * frame->height * 2;
@@ -47,7 +47,7 @@ static int32_t CaptureTurned(int32_t rotation, Frame* frame) {
   }
   RotateFrame(scratch, frame->width, frame->height, rotation, frame->pixels);
   if (rotation != 180) std::swap(frame->width, frame->height);
-  return SUCCESS;  // the scratch buffer is not given back, on purpose: required as it is
+  return SUCCESS;  // leaks the scratch buffer on purpose, see docs/on-purpose.md
 }
 
 static int32_t EncodeToStream(MPlugInMgr* manager, MStream* stream, const Frame& frame) {
@@ -67,7 +67,7 @@ static int32_t EncodeToStream(MPlugInMgr* manager, MStream* stream, const Frame&
   return encoded == MIMG_OK ? SUCCESS : ENCODING_FAILED;
 }
 
-// The capture comes before the file is opened, so that one that fails leaves the old picture.
+// The capture comes before the file is opened, so that a failed capture leaves the old picture.
 static int32_t CaptureToFile(MPlugInMgr* manager, const char* path, int32_t rotation, Frame frame) {
   int32_t result = CaptureTurned(rotation, &frame);
   if (result != SUCCESS) return result;
@@ -110,8 +110,8 @@ int32_t CameraTest(int32_t subcommand, int32_t width, int32_t height, int32_t ro
   }
 }
 
-// The picture that is being handed out. One for both pictures, on purpose: hosts read one to its end before
-// the other.
+// The picture that is being read out. One descriptor serves both pictures, on purpose: hosts read one picture
+// to its end, or stop, before they ask for the other.
 static int32_t PictureReader = -1;
 
 static void ClosePictureReader() {

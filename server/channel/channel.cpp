@@ -29,15 +29,15 @@ int32_t SetChannelOpen(int32_t open_it) {
     ChannelDescriptor = -1;
     return SUCCESS;
   }
-  // Close-on-exec: a media player left in the background must not hold the host port open.
+  // Close-on-exec: a media player in the background must not hold the host port open.
   ChannelDescriptor = open(HOST_PORT, O_RDWR | O_CLOEXEC);
   if (ChannelDescriptor < 0) return HOST_PORT_NOT_OPENED;
   ConfigureHostLine(ChannelDescriptor);
   return SUCCESS;
 }
 
-// Takes a wait that `select` did not see off the time that is left. All of it is kept in the microseconds, so
-// that they are 0 only when the time is over.
+// Subtracts a wait that `select` did not count from the time left. The whole time is kept in the
+// microseconds, so that they are 0 only when the time is over.
 static void LowerTimeLeft(timeval* left, suseconds_t microseconds) {
   left->tv_usec += static_cast<suseconds_t>(left->tv_sec) * 1000000;
   left->tv_sec = 0;
@@ -47,7 +47,7 @@ static void LowerTimeLeft(timeval* left, suseconds_t microseconds) {
 static int32_t ReceiveOnce(void* buffer, uint32_t count) {
   if (WaitReadable(ChannelDescriptor, nullptr) <= 0) return CHANNEL_TIMED_OUT;
   const ssize_t received = read(ChannelDescriptor, buffer, count);
-  if (received <= 0) PauseBeforeRetry();  // the caller comes back at once, also to a cable that has gone
+  if (received <= 0) PauseBeforeRetry();  // the caller returns at once, even if the cable has gone
   return received == static_cast<ssize_t>(count) ? static_cast<int32_t>(count) : CHANNEL_TIMED_OUT;
 }
 
@@ -57,7 +57,7 @@ int32_t ChannelReceive(void* buffer, uint32_t count, int32_t timeout_ms) {
   uint32_t received = 0;
   timeval left = {};
   left.tv_usec = static_cast<suseconds_t>(timeout_ms) * 1000;
-  // Only the microseconds are tested, as the time goes: `select` gives back 2000 ms as one second and a part.
+  // Only the microseconds are tested: `select` returns the rest of 2000 ms as a second and a part of one.
   while (received < count && left.tv_usec != 0) {
     const int ready = WaitReadable(ChannelDescriptor, &left);
     if (ready > 0) {
@@ -67,7 +67,7 @@ int32_t ChannelReceive(void* buffer, uint32_t count, int32_t timeout_ms) {
       received += static_cast<uint32_t>(piece);
       if (piece > 0) continue;
     }
-    // A failed wait may leave the time as it was, and a port at hang-up is readable without end.
+    // A failed wait may leave the time as it was, and a port at hang-up is always readable.
     if (ready != 0) {
       PauseBeforeRetry();
       LowerTimeLeft(&left, RETRY_PAUSE_MS * 1000);

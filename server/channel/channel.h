@@ -1,5 +1,6 @@
 // The serial command channel: the USB gadget's tty to the host PC, its line settings, and timed transfers of
-// an exact size. Stands below the routine folders, since power-off and the modem relay use the port as well.
+// an exact size. It is a library below the routine folders, since power-off and the modem relay use the port
+// too.
 #pragma once
 
 #include <cstdint>
@@ -9,25 +10,27 @@ constexpr char HOST_PORT[] = "/dev/usb/tts/0";
 // The channel's descriptor; negative while the channel is closed or could not be opened.
 extern int32_t ChannelDescriptor;
 
-// What `ChannelReceive` gives beside the byte count.
+// What `ChannelReceive` returns instead of the byte count.
 constexpr int32_t CHANNEL_READ_FAILED = -11;
 constexpr int32_t CHANNEL_TIMED_OUT = -12;  // also short data, and every failure of a wait without end
 
 constexpr int32_t WAIT_FOREVER = -1;
 
-// Opens and configures the host port (`open_it` non-zero) or closes it (0). Gives 0, or -9993 when it cannot
-// be opened; the descriptor is then negative.
+// Opens and configures the host port (`open_it` non-zero) or closes it (0). Returns 0, or -9993 with a
+// negative descriptor if the port cannot be opened.
 int32_t SetChannelOpen(int32_t open_it);
 
 // Sets a tty to 115200 baud, 8 data bits, no parity, RTS/CTS, raw, drops what has come in, and makes it
-// non-blocking. Failures are not looked at: a port that cannot be set is used as it is.
+// non-blocking. Failures are ignored: a port that cannot be set is used as it is.
 void ConfigureHostLine(int tty);
 
-// Reads exactly `count` bytes within `timeout_ms`, joining what comes in pieces. Gives `count`, -11 when a
-// read fails, -12 when the time is over; what came by then is lost. WAIT_FOREVER takes one read of up to
-// `count` bytes, and -12 when that brought fewer: two pieces are not joined.
+// Reads exactly `count` bytes within `timeout_ms` and joins what comes in pieces. Returns `count`, -11 if a
+// read fails, or -12 if the time is over; what came until then is lost. WAIT_FOREVER makes one read of up to
+// `count` bytes and returns -12 if it brought fewer: two pieces are not joined, on purpose, so that a code
+// cut short by a drawn cable does not take bytes from the next one.
 int32_t ChannelReceive(void* buffer, uint32_t count, int32_t timeout_ms);
 
-// Writes `count` bytes in one call and gives what `write` gave. The port does not block and the time-out is
-// not used: what does not fit into the output queue is not sent.
+// Writes `count` bytes in one call and returns the result of `write`. The port does not block and the
+// time-out is not used: what does not fit into the output queue is not sent. A host that does not read must
+// not stop the server.
 int32_t ChannelSend(const void* buffer, uint32_t count, int32_t timeout_ms);

@@ -23,7 +23,7 @@ void ReloadUsbGadget() {
 }
 
 int32_t ProhibitStandby() {
-  // Held for the whole run, so closed in every program that the server starts.
+  // Held for the whole run. Close-on-exec keeps it from the programs that the server starts.
   return open("/proc/vantu_pm/prohibit_standby", O_RDWR | O_CLOEXEC);
 }
 

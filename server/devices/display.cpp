@@ -7,7 +7,7 @@
 #include <cstdio>
 
 #include "protocol/result_codes.h"
-#include "server/devices/test_pattern.h"
+#include "server/devices/drawing.h"
 
 uint16_t* MapFrame(int framebuffer) {
   void* frame = mmap(nullptr, FRAME_BYTES, PROT_READ | PROT_WRITE, MAP_SHARED, framebuffer, 0);
@@ -18,7 +18,7 @@ void UnmapFrame(uint16_t* frame) {
   munmap(frame, FRAME_BYTES);
 }
 
-// Not truncated on opening: it is a /proc file, and each write is one value.
+// Opened without truncation: it is a /proc file, and each write is one value.
 static void SetBacklight(int32_t level) {
   const int control = open("/proc/backlight/lcd", O_WRONLY);
   if (control < 0) return;
@@ -32,7 +32,7 @@ int32_t DisplayTest(int32_t fill, int32_t border, int32_t backlight) {
   const int framebuffer = open(FRAMEBUFFER, O_RDWR);
   if (framebuffer < 0) return GENERAL_FAILURE;
   uint16_t* frame = MapFrame(framebuffer);
-  if (frame == nullptr) return OUT_OF_MEMORY;  // the framebuffer stays open, on purpose
+  if (frame == nullptr) return OUT_OF_MEMORY;  // leaks the framebuffer on purpose, see docs/on-purpose.md
   DrawTestPattern(frame, fill, border);
   UnmapFrame(frame);
   close(framebuffer);

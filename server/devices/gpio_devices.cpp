@@ -9,8 +9,8 @@ int32_t MotorSet(int32_t on) {
 }
 
 int32_t LedSetColor(int32_t color) {
-  // Every change starts from the same state: not forced off, timing word 519. Two blanks behind the sign in
-  // these two, on purpose: production scripts compare the command lines.
+  // Every change starts from the same state: not forced off, timing word 519. These two have two blanks after
+  // the sign on purpose: production scripts compare the command lines.
   RunShell("echo 0 >  /proc/cLED_wlpg/force_led_off");
   RunShell("echo 519 >  /proc/cLED_wlpg/timing");
   RunShell("echo %d > /proc/cLED_wlpg/color", static_cast<int>(color));

@@ -1,6 +1,6 @@
 // The vibration motor, the indicator LED and the receive line of the modem's serial port: /proc files that
-// take decimal text, written through the shell. Every routine gives 0; the driver judges the values, nobody
-// the shell.
+// take decimal text, written through the shell. The driver checks the values. The shell's exit status is
+// ignored, so every routine returns 0: a person watches the device itself.
 #pragma once
 
 #include <cstdint>

@@ -42,7 +42,8 @@ uint32_t KeyTranslate(uint32_t raw) {
   return uint32_t{UNKNOWN_KEY} << 8 | (raw & 0xFF);
 }
 
-// The first event's value; 0 when no event came. What else was queued is read with it and dropped.
+// Returns the first event's value, or 0 if no event came. The other queued events are read with it and
+// dropped, on purpose: a poll reports one key, and a release must not follow as the next key.
 static uint32_t ReadRawKey(int keypad) {
   InputEvent events[64];
   static_assert(sizeof events == 1024);

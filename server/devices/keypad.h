@@ -3,10 +3,10 @@
 
 #include <cstdint>
 
-// Translates a raw key word (upper half the key, low 8 bits its state). Gives a known key's code with 0 as
-// low byte, 0xFF00 and the state for an unknown one, 0 for 0.
+// Translates a raw key word (upper half the key, low 8 bits its state). Returns a known key's code, whose low
+// byte is 0; 0xFF00 plus the state for an unknown key; 0 for 0.
 uint32_t KeyTranslate(uint32_t raw);
 
-// Waits half a second for a key. Gives its code; without a new key the last one's with 1 as low byte (0
-// before the first); -9991 when the device cannot be opened.
+// Waits half a second for a key and returns its code. If no key came, returns the last key's code with 1 as
+// low byte (0 before the first key). Returns -9991 if the device cannot be opened.
 int32_t KeypadPoll();

@@ -3,14 +3,13 @@
 #include "protocol/result_codes.h"
 #include "server/base/device.h"
 #include "server/base/shell.h"
-#include "server/devices/audio_gpio.h"
-#include "server/devices/sound_driver.h"
+#include "server/base/wait.h"
+#include "server/devices/audio.h"
 
 struct Clip {
   int32_t number;
   const char* file;  // as the shell takes it
-  const char*
-      end;  // what follows the player's arguments; both forms are kept as the player's scripts know them
+  const char* end;   // both forms are kept: scripts on the phone find the player by its command line
 };
 
 constexpr Clip CLIPS[] = {

@@ -7,7 +7,7 @@
 
 #include "protocol/result_codes.h"
 #include "server/base/device.h"
-#include "server/devices/audio_gpio.h"
+#include "server/devices/audio.h"
 
 // Records and requests of Video4Linux 1 (linux/videodev.h) as a 32-bit kernel lays them out.
 struct RadioAudio {
@@ -52,9 +52,9 @@ static void SwitchOff() {
 }
 
 static bool SetFrequency(uint32_t frequency) {
-  // Twice in a row, on purpose: the tuner needs it.
-  return DriverRequest(RadioFd, RADIO_SET_FREQUENCY, &frequency) >= 0 &&
-         DriverRequest(RadioFd, RADIO_SET_FREQUENCY, &frequency) >= 0;
+  // Twice in a row, on purpose: the tuner needs the second request.
+  return IssueRequest(RadioFd, RADIO_SET_FREQUENCY, &frequency) >= 0 &&
+         IssueRequest(RadioFd, RADIO_SET_FREQUENCY, &frequency) >= 0;
 }
 
 static bool SetAudio(uint16_t volume) {
@@ -62,24 +62,24 @@ static bool SetAudio(uint16_t volume) {
   audio.volume = volume;
   audio.flags = volume == 0 ? AUDIO_MUTE : 0;
   audio.mode = SOUND_STEREO;
-  return DriverRequest(RadioFd, RADIO_SET_AUDIO, &audio) >= 0;
+  return IssueRequest(RadioFd, RADIO_SET_AUDIO, &audio) >= 0;
 }
 
 static bool RequestExtra(int32_t extra_flag) {
   int32_t pair[2] = {extra_flag == 0 ? 1 : 0, 1};
-  return DriverRequest(RadioFd, RADIO_EXTRA, pair) >= 0;
+  return IssueRequest(RadioFd, RADIO_EXTRA, pair) >= 0;
 }
 
 static bool GetFrequency(uint32_t* frequency_out) {
   uint32_t frequency = 0;
-  if (DriverRequest(RadioFd, RADIO_GET_FREQUENCY, &frequency) < 0) return false;
+  if (IssueRequest(RadioFd, RADIO_GET_FREQUENCY, &frequency) < 0) return false;
   *frequency_out = frequency;
   return true;
 }
 
 static bool GetSignal(uint32_t* signal_out) {
   RadioTuner tuner = {};
-  if (DriverRequest(RadioFd, RADIO_GET_TUNER, &tuner) < 0) return false;
+  if (IssueRequest(RadioFd, RADIO_GET_TUNER, &tuner) < 0) return false;
   *signal_out = tuner.signal;
   return true;
 }
@@ -94,7 +94,7 @@ int32_t FmRadio(int32_t mode, uint32_t frequency, uint16_t volume, int32_t extra
   }
   if (RadioFd != -1) CloseRadio();
   if (mode == RADIO_PLAY_LINE_B) AudioGpioLineBOn();
-  // Open while it plays, so closed in every program that the server starts meanwhile.
+  // The radio stays open while it plays. Close-on-exec keeps it from the programs that the server starts.
   RadioFd = open("/dev/v4l/radio0", O_RDWR | O_CLOEXEC);
   if (RadioFd < 0) {
     AudioGpioLineBOff();

@@ -1,6 +1,6 @@
 #include "server/devices/run_in.h"
 
-#include "server/base/shell.h"
+#include "server/base/wait.h"
 #include "server/devices/display.h"
 #include "server/devices/gpio_devices.h"
 #include "server/devices/tone.h"

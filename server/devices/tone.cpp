@@ -7,13 +7,11 @@
 #include "protocol/result_codes.h"
 #include "server/base/device.h"
 #include "server/base/shared_word.h"
-#include "server/devices/audio_gpio.h"
-#include "server/devices/audio_path.h"
-#include "server/devices/sound_driver.h"
+#include "server/devices/audio.h"
 #include "server/devices/tone_samples.h"
 
-// Shared by the commands and the thread without a lock, word by word. The commands change nothing but the
-// stop request while the thread runs.
+// The commands and the thread share these words without a lock. While the thread runs, the commands change
+// only the stop request.
 struct ToneSettings {
   SharedWord stop_request;
   SharedWord running;
@@ -23,7 +21,7 @@ struct ToneSettings {
 };
 static ToneSettings Tone;
 
-// The commands' own: the thread that a stop has to wait for.
+// Used only by the commands: the thread that a stop waits for.
 static pthread_t ToneThread;
 static bool ToneThreadPresent = false;
 
@@ -39,9 +37,10 @@ static void RouteTone() {
   AudioGpioLineAOn();
 }
 
-// Opens the PCM device for the tone's format; negative on failure.
+// Opens the PCM device and sets the tone's format. Returns the descriptor, negative on failure.
 static int OpenPcm() {
-  // The thread outlives the command that started it, and a media player must not hold the device open.
+  // The thread outlives the command that started it. Close-on-exec keeps a media player from inheriting the
+  // device.
   const int pcm = open(PCM_DEVICE, O_WRONLY | O_CLOEXEC);
   if (pcm < 0) return pcm;
   constexpr int32_t FORMAT_S16_LE = 16;
@@ -62,7 +61,8 @@ static void PlayUntilStopped(int pcm) {
   }
 }
 
-// The first step that fails ends the thread silently; the running flag stays until a stop.
+// The first step that fails ends the thread silently, and the running flag stays set until a stop: the host
+// has its answer by then, and must stop the tone in any case.
 static void* PlayTone(void*) {
   AudioSetPcmVolume(ReadWord(Tone.volume));
   RouteTone();
@@ -72,7 +72,7 @@ static void* PlayTone(void*) {
     SetSoundInt(mixer, SOUND_SOURCE, 1);
     return SUCCESS;
   });
-  if (selected == OPEN_FAILED) return nullptr;  // the PCM device stays open, on purpose
+  if (selected == OPEN_FAILED) return nullptr;  // leaks the PCM device on purpose, see docs/on-purpose.md
   PlayUntilStopped(pcm);
   close(pcm);
   AudioGpioLineAOff();
@@ -81,8 +81,8 @@ static void* PlayTone(void*) {
 
 static int32_t StartTone() {
   WriteWord(Tone.stop_request, 0);
-  // A thread that cannot be created leaves the running flag set, on purpose: a stop has to come before the
-  // next start.
+  // If the thread cannot be created, the running flag stays set on purpose: the host must send a stop before
+  // the next start, as after every start.
   if (pthread_create(&ToneThread, nullptr, PlayTone, nullptr) != 0) return GENERAL_FAILURE;
   ToneThreadPresent = true;
   return SUCCESS;

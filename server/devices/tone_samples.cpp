@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <bit>
 
-// The cosine of an angle of at most half a turn, by its power series; for the compiler only.
+// The cosine of an angle of at most half a turn, by its power series. Only the compiler calls it.
 static constexpr double Cosine(double angle) {
   double term = 1, sum = 1;
   for (int n = 1; n < 20; ++n) {
@@ -35,13 +35,13 @@ int32_t ToneStep(int32_t frequency) {
   return static_cast<int32_t>(static_cast<int64_t>(frequency) * TONE_TABLE_SIZE / TONE_SAMPLE_RATE);
 }
 
-// Angles take a whole word for a full turn, so that they wrap round by themselves; their top 9 bits are the
+// A full turn is the range of a whole word, so that angles wrap round by themselves. Their top 9 bits are the
 // table's index.
 constexpr uint32_t INDEX_SHIFT = 32 - 9;
 static_assert(TONE_TABLE_SIZE == 1 << (32 - INDEX_SHIFT));
 constexpr uint32_t QUARTER_TURN = 1U << 30;
 
-// The angle that a tone turns by with each frame; an absent one, of frequency 0, stands still at 0.
+// The angle that a tone turns by with each frame. An absent tone, of frequency 0, stays at 0.
 static uint32_t AngleStep(int32_t frequency) {
   return static_cast<uint32_t>(ToneStep(frequency)) << INDEX_SHIFT;
 }
@@ -50,7 +50,7 @@ static int32_t Sine(uint32_t angle) {
   return ToneCosTable.entry[(angle - QUARTER_TURN) >> INDEX_SHIFT];
 }
 
-// The sum clipped and halved, in both channels, which go to memory as one word.
+// Clips and halves the sum for both channels, which go to memory as one word.
 static ToneFrame MakeFrame(int32_t sum) {
   const auto left = static_cast<uint32_t>(std::clamp(sum, -32767, 32767) >> 1) << 16;
   return std::bit_cast<ToneFrame>(left | left >> 16);

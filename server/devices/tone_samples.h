@@ -21,11 +21,11 @@ struct alignas(uint32_t) ToneFrame {
 };
 static_assert(sizeof(ToneFrame) == 4);
 
-// The table entries that a tone goes on by with each frame. Frequencies are quantised to 44100 / 512 Hz, so
-// one below about 87 Hz stands still, in silence.
+// The number of table entries that a tone advances by with each frame. Frequencies are quantised to 44100 /
+// 512 Hz, so a tone below about 87 Hz stands still and is silent.
 int32_t ToneStep(int32_t frequency);
 
-// Fills a buffer and gives the phase counter behind it (9 bits). Frequencies in hertz, 0 for an absent tone.
-// The first is read once, the others with every frame.
+// Fills a buffer and returns the phase counter after it (9 bits). Frequencies in hertz, 0 for an absent tone.
+// The first is read once, the others for every frame.
 uint32_t FillToneBuffer(ToneFrame* frames, uint32_t frame_count, const SharedWord* frequencies,
                         uint32_t phase);

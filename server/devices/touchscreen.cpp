@@ -28,8 +28,8 @@ static bool Holds(const Range& range, int32_t value) {
   return range.first <= value && value <= range.last;
 }
 
-// A cross on the screen and the readings that count for it. The panel's X axis runs along the screen's rows
-// and its Y axis along the columns, so X ranges go with cy and Y ranges with cx.
+// A cross on the screen and the readings that count for it. The panel's X axis runs down the screen's rows
+// and its Y axis across the columns, so X ranges go with cy and Y ranges with cx.
 struct Cross {
   int32_t cx, cy;
   Range x, y;
@@ -47,12 +47,12 @@ static_assert(sizeof CROSSES / sizeof CROSSES[0] == CROSS_COUNT);
 static_assert(sizeof TOUCH_CROSSES / sizeof TOUCH_CROSSES[0] == CROSS_COUNT);
 constexpr int32_t ALL_CROSSES = (1 << CROSS_COUNT) - 1;
 
-// Shared by the commands and the thread, single words without a lock.
+// The commands and the thread share these words without a lock.
 static SharedWord TouchResult = ALL_CROSSES;
 static SharedWord TouchStop = 0;
 static SharedWord TouchRunning = 0;
 
-// The commands' own: the thread that a stop has to wait for.
+// Used only by the commands: the thread that a stop waits for.
 static pthread_t TouchThread;
 static bool TouchThreadPresent = false;
 
@@ -93,10 +93,10 @@ static int32_t MapDisplay(uint16_t** frame) {
   return *frame == nullptr ? OUT_OF_MEMORY : SUCCESS;
 }
 
-// Runs the test on the mapped frame; -9889 when the touch device cannot be opened.
+// Runs the test on the mapped frame. Returns 0, or -9889 if the touch device cannot be opened.
 static int32_t RunTest(uint16_t* frame) {
   for (const Cross& cross : CROSSES) DrawCross(frame, cross, BLACK);
-  // Open across commands, so closed in every program that the server starts meanwhile.
+  // The panel stays open across commands. Close-on-exec keeps it from the programs that the server starts.
   const int panel = open(TOUCH_DEVICE, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (panel < 0) return TOUCH_NOT_OPENED;
   FollowTouches(frame, panel);
@@ -127,7 +127,8 @@ static int32_t StopTouchTest() {
 
 static int32_t StartTouchTest() {
   WriteWord(TouchStop, 0);
-  // Before the thread is there: a result asked for right after the start must not be that of the run before.
+  // Set before the thread starts: a host that asks right after the start must not see the result of the run
+  // before.
   const int32_t former_result = ReadWord(TouchResult);
   WriteWord(TouchResult, ALL_CROSSES);
   pthread_t thread;
@@ -135,7 +136,8 @@ static int32_t StartTouchTest() {
     WriteWord(TouchResult, former_result);
     return GENERAL_FAILURE;
   }
-  TouchThread = thread;  // a thread that still runs is forgotten, on purpose: it ends at the same stop
+  // If a thread still runs, its handle is lost on purpose: both threads share the words and end at one stop.
+  TouchThread = thread;
   TouchThreadPresent = true;
   WriteWord(TouchRunning, 1);
   return SUCCESS;

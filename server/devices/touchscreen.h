@@ -1,12 +1,13 @@
-// The touchscreen test: five crosses that a thread of its own erases as the tester touches them.
+// The touchscreen test: a thread shows five crosses and erases each one that the tester touches.
 #pragma once
 
 #include <cstdint>
 
 #include "protocol/selectors.h"
 
-// Stops the test (0), starts it after stopping a running one (1), reads its result (2); any other mode starts
-// a test beside one that may be running, whose thread then nobody waits for. Gives 0, or -9991 when the
-// thread cannot be created; for mode 2 a bit for each cross not yet touched (31 before the first run), or why
-// the run could not start: -9989 framebuffer not opened, -9988 not mapped, -9889 touch device not opened.
+// Stops the test (0), stops a running test and starts a new one (1), or reads the result (2). Any other mode
+// starts a test without stopping a running one, whose thread is then never joined. Returns 0, or -9991 if the
+// thread cannot be created. Mode 2 returns a bit for each cross not yet touched (31 before the first run), or
+// why the run could not start: -9989 framebuffer not opened, -9988 not mapped, -9889 touch device not
+// opened.
 int32_t TouchCalibControl(int32_t mode);

@@ -11,7 +11,7 @@ constexpr char TEMPLATE_FILE[] = "/usr/share/app_data/bluetooth/ti6150_template"
 constexpr off_t TEMPLATE_LIMIT = 16384;
 
 struct Template {
-  uint8_t* bytes;  // to be freed; null on failure
+  uint8_t* bytes;  // the caller frees it; null on failure
   uint32_t size;
 };
 
@@ -19,10 +19,11 @@ static int32_t ReadTemplate(Template* script) {
   const int file = open(TEMPLATE_FILE, O_RDONLY);
   if (file < 0) return OPEN_FAILED;
   const off_t size = lseek(file, 0, SEEK_END);
-  if (size < 0 || size > TEMPLATE_LIMIT) return OUT_OF_RANGE;  // the template stays open, on purpose
+  if (size < 0 || size > TEMPLATE_LIMIT)
+    return OUT_OF_RANGE;  // leaks the template on purpose, see docs/on-purpose.md
   lseek(file, 0, SEEK_SET);
   script->size = static_cast<uint32_t>(size);
-  script->bytes = static_cast<uint8_t*>(malloc(script->size + 1));  // never a request for nothing
+  script->bytes = static_cast<uint8_t*>(malloc(script->size + 1));  // 0 bytes may return null
   int32_t result = OUT_OF_MEMORY;
   if (script->bytes != nullptr) {
     result = read(file, script->bytes, script->size) == size ? SUCCESS : SHORT_READ;
@@ -32,8 +33,9 @@ static int32_t ReadTemplate(Template* script) {
 }
 
 // Finds the command record that sets the address (command 0xFC06, little-endian, with 6 parameter bytes) and
-// gives the place of its parameters; null when there is none, or not enough behind it. A byte that breaks the
-// sequence is not taken as a new start, on purpose: 06 06 FC 06 does not match.
+// returns the place of its parameters, or null if there is none or too few bytes follow. A byte that breaks
+// the sequence is not taken as a new start, on purpose: 06 06 FC 06 does not match, so that the templates in
+// use are patched where they always were.
 static uint8_t* FindAddress(const Template& script) {
   constexpr uint8_t RECORD_START[] = {0x06, 0xFC, 0x06};
   uint32_t matched = 0;

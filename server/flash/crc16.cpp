@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
-// Any four bytes as a word.
+// A word that may alias any four bytes.
 using Word [[gnu::may_alias]] = uint32_t;
 
 struct CrcTable {
@@ -24,7 +24,7 @@ static constexpr CrcTable MakeCrcTable() {
 constexpr CrcTable CRC_TABLE = MakeCrcTable();
 static_assert(CRC_TABLE.entry[1] == 0xC0C1 && CRC_TABLE.entry[255] == 0x4040);
 
-// Takes the lowest byte into the CRC that it has been added to; bytes above the CRC move down to be next.
+// Takes the lowest byte, which has been added to the CRC already. The bytes above move down to be next.
 static inline uint32_t TakeByte(uint32_t crc) {
   return CRC_TABLE.entry[crc & 0xFF] ^ crc >> 8;
 }
@@ -49,7 +49,7 @@ static constexpr uint32_t Multiply(uint32_t a, uint32_t b) {
   return product;
 }
 
-// What multiplies a CRC when so many zero bytes follow: x^8 to that power.
+// The factor of a CRC that `count` zero bytes follow: x^8 to that power.
 static constexpr uint32_t ZeroBytes(size_t count) {
   uint32_t power = 0x8000;
   for (uint32_t square = 0x0080; count != 0; count >>= 1) {
@@ -65,8 +65,9 @@ uint32_t Crc16(const uint8_t* data, uint32_t length) {
   data += unaligned;
   const size_t left = length - unaligned;
 
-  // Each step waits for what the one before it looks up. So the data is taken in four strips side by side,
-  // whose CRCs are joined: CRCs add up, and each strip is followed by the next ones' length.
+  // Each step waits for the look-up of the step before. So the data is taken in four strips side by side,
+  // whose CRCs are joined: CRCs add up, and each strip counts as if the length of the next ones followed it
+  // in zeros.
   const size_t strip = left / (4 * sizeof(Word)) * sizeof(Word);
   uint32_t second = 0, third = 0, fourth = 0;
   for (const uint8_t* end = data + strip; data < end; data += sizeof(Word)) {

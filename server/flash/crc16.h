@@ -3,5 +3,5 @@
 
 #include <cstdint>
 
-// The CRC of `length` bytes in the low half of the word; 0xFFFF for none.
+// Returns the CRC of `length` bytes in the low half of the word, 0xFFFF for no bytes.
 uint32_t Crc16(const uint8_t* data, uint32_t length);

@@ -9,7 +9,7 @@
 
 constexpr char GSM_FFS[] = "GSM FFS";
 
-// The chunk reader's partition; stays open from the first chunk to the last.
+// The partition that is read in chunks. It stays open from the first chunk to the last.
 static int32_t ChunkReader = -1;
 
 static void CloseChunkReader() {
@@ -38,7 +38,7 @@ int32_t SaveGsmFfsImage() {
   const int32_t number = FindMtdIndex(path, sizeof path, GSM_FFS);
   if (number < 0) return FLASH_ERR;
   EraseMtdPartition(number);
-  // 80 KiB at the physical address 0x13F0E000 (81678 pages), as the phone's memory map has it.
+  // 80 KiB from the physical address 0x13F0E000 (81678 pages of 4096), where the phone's memory map has them.
   RunShell("dd if=/dev/mem of=%s bs=4096 skip=81678 count=20", path);
   RunShell("sync");
   return SUCCESS;

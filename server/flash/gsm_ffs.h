@@ -5,10 +5,11 @@
 
 #include "protocol/selectors.h"
 
-// Reads the next chunk of the partition into `out`. Gives the number of bytes (fewer than 1024 at the end,
-// and the next call starts again from the beginning); -9991 partition missing, -9989 not opened, -9987 read
-// failed.
+// Reads the next chunk of the partition into `out`. Returns the number of bytes. At the end this is fewer
+// than 1024, and the next call starts again from the beginning. Returns -9991 partition missing, -9989 not
+// opened, -9987 read failed.
 int32_t ReadGsmFfsChunk(uint8_t* out);
 
-// Erases the partition and copies the image into it. Gives 0 whatever the copy did; -9991 partition missing.
+// Erases the partition and copies the image into it. Returns 0 whatever the copy did (the host reads the
+// partition back to check it), or -9991 if the partition is missing.
 int32_t SaveGsmFfsImage();

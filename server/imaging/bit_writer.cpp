@@ -6,7 +6,7 @@ namespace {
 
 constexpr size_t LONGEST_WORD = 8;  // four bytes of ones
 
-// Out of line: it happens once in a thousand words.
+// Out of line: it is called once for a thousand words.
 __attribute__((noinline)) void WriteBlock(BitWriter* writer) {
   size_t size = static_cast<size_t>(writer->next - writer->block);
   if (!writer->failed && MStreamWrite(writer->stream, writer->block, size) != MIMG_OK) writer->failed = true;
@@ -32,7 +32,7 @@ void PutBytes(BitWriter* writer, const uint8_t* bytes, size_t size) {
 void PutWord(BitWriter* writer, uint32_t word) {
   if (writer->next > writer->block + WRITE_BLOCK - LONGEST_WORD) WriteBlock(writer);
   uint8_t* next = writer->next;
-  // Only a byte of ones has a complement that borrows when one is taken away, and a top bit of its own.
+  // Only for a byte of ones is the complement 0, so that subtracting 1 borrows, while its own top bit is set.
   if (((~word - 0x01010101U) & word & 0x80808080U) == 0) {
     next[0] = static_cast<uint8_t>(word >> 24);
     next[1] = static_cast<uint8_t>(word >> 16);

@@ -1,10 +1,11 @@
-// JFIF's luma is Y = 0.299 R + 0.587 G + 0.114 B, and its chroma needs but B - Y and R - Y besides. A field's
-// level is the sum of what its upper and its lower bits bring, even green's, whose six bits lie across the
-// pixel's two bytes. So each byte of a pixel brings shares of Y, R and B that do not depend on the other
-// byte: one table for either byte, 256 words each, gives all three shares, and one addition sums them.
+// JFIF's luma is Y = 0.299 R + 0.587 G + 0.114 B; its chroma needs only B - Y and R - Y in addition. A
+// colour's level is the sum of what its upper and its lower bits contribute. This holds for green too, whose
+// six bits are spread over the pixel's two bytes. So each byte of a pixel contributes shares of Y, R and B
+// that do not depend on the other byte. A table of 256 words for each byte holds all three shares, and one
+// addition sums them.
 //
 // A word's fields, from the top: level-shifted Y in quarters of a luma sample's unit (12 bits), R and B in
-// levels (8 bits, and 2 for the sum of four pixels). Y is at the top because there it may overflow when words
+// levels (8 bits, and 2 for the sum of four pixels). Y is at the top because it may overflow there when words
 // are summed for R and B.
 #include "server/imaging/colour_conversion.h"
 
@@ -24,8 +25,8 @@ constexpr int32_t LUMA_UNIT =
 static_assert(LUMA_UNIT * (LUMA_PER_LEVEL_NUMERATOR << LUMA_FRACTION_BITS) ==
               1000 * LUMA_PER_LEVEL_DENOMINATOR);
 
-// What every pixel's Y begins with, in thousandths: the level shift, and as much as cutting off the fraction
-// takes away on average, so that the sample is a rounded one.
+// The start value of every pixel's Y, in thousandths: the level shift, and what cutting off the fraction
+// loses on average, so that the sample is rounded.
 constexpr int32_t LUMA_OFFSET = ((1 << LUMA_FRACTION_BITS) - 1) * LUMA_UNIT / 2 - 1000 * LEVEL_SHIFT;
 
 struct ByteTable {
@@ -42,8 +43,8 @@ constexpr uint32_t Shares(int32_t red, int32_t green, int32_t blue, int32_t luma
          static_cast<uint32_t>(red << RED_SHIFT | blue << BLUE_SHIFT);
 }
 
-// RRRRRGGG: red, and green's upper bits. A field is widened to 8 bits by repeating its upper bits below,
-// which for green takes nothing from the lower byte.
+// RRRRRGGG: red, and green's upper bits. A colour is widened to 8 bits by repeating its upper bits below
+// them. For green these come from this byte alone.
 constexpr ByteTable MakeUpperByteTable() {
   ByteTable table{};
   for (int32_t byte = 0; byte < 256; ++byte) {
@@ -80,8 +81,8 @@ inline SamplePair LumaPair(uint32_t left, uint32_t right) {
          static_cast<uint32_t>(ShiftRight(left, cut));
 }
 
-// The mean B - Y and R - Y of four pixels: from their words' sum, and from the sum of their luma samples, a
-// half of `luma`.
+// The mean B - Y and R - Y of four pixels, from the sum of their words and the sum of their luma samples,
+// which is a half of `luma`.
 template <Half half>
 inline SamplePair ChromaPair(uint32_t words, SamplePair luma) {
   // 4 of a level in R and B, and 4 * 25 / 8 less 4 * 128 * 25 / 8 in Y.
@@ -101,14 +102,14 @@ inline uint32_t Convert(const uint8_t* pixel) {
   return LOWER_BYTE.shares[pixel[0]] + UPPER_BYTE.shares[pixel[1]];
 }
 
-// What becomes chroma: of two by two pixels of the left block and of the right one.
+// The sums that become chroma, of two by two pixels of the left block and of the right block.
 struct QuadSums {
   uint32_t left;
   uint32_t right;
   SamplePair luma;
 };
 
-// Converts a pixel of the left block and the one eight further, of the right block.
+// Converts a pixel of the left block and the pixel eight columns to its right, which is in the right block.
 inline SamplePair ConvertTwo(const uint8_t* pixel, QuadSums* sums) {
   const uint32_t left = Convert(pixel);
   const uint32_t right = Convert(pixel + 8 * 2);

@@ -16,12 +16,12 @@ constexpr int32_t SizeOf(int32_t value) {
   return 31 - __builtin_clz(2 * magnitude + 1);
 }
 
-// A value's `size` bits: its own, or for a negative one those of the value less one.
+// A value's `size` bits: its own lowest bits, or for a negative value those of the value minus 1.
 constexpr uint32_t ValueBits(int32_t value, int32_t size) {
   return static_cast<uint32_t>(value + (value >> 31)) & ~(~0U << size);
 }
 
-// T.81, figures C.1 and C.2: codes of one length count up, and go on with a zero added at the next length.
+// T.81, figures C.1 and C.2: codes of one length count up. The next length continues with a zero appended.
 template <size_t count>
 constexpr void AssignCodes(const HuffmanTable& table, uint16_t (&codes)[count], uint8_t (&lengths)[count]) {
   uint16_t code = 0;
@@ -60,7 +60,7 @@ inline void PutValue(BitWriter* writer, PendingBits* pending, uint32_t code, int
   PutBits(writer, pending, code << size | ValueBits(value, size), length + size);
 }
 
-// A run of zeros and the coefficient behind it.
+// A run of zeros and the coefficient after it.
 inline void PutCoefficient(BitWriter* writer, PendingBits* pending, int32_t run, int32_t value,
                            const EntropyCodes& codes) {
   uint32_t small = static_cast<uint32_t>(value + SMALL_OFFSET);

@@ -2,10 +2,10 @@
 #pragma once
 
 #include "server/imaging/bit_writer.h"
-#include "server/imaging/block_pair.h"
+#include "server/imaging/sample_pair.h"
 
-// Codes as the coder wants them. Small coefficients, which nearly all are, have the bits of their value
-// joined to the code of their run of zeros and size.
+// Codes in the coder's own form. Nearly all coefficients are small. For these the code of the run of zeros
+// and the size is already joined with the bits of the value.
 struct EntropyCodes {
   uint16_t constantCode[12];  // by size
   uint8_t constantLength[12];
@@ -18,8 +18,8 @@ struct EntropyCodes {
 extern const EntropyCodes LUMA_CODES;
 extern const EntropyCodes CHROMA_CODES;
 
-// `difference`: of the block's constant coefficient from that of the component's block before it.
+// `difference`: the block's constant coefficient minus that of the component's block before it.
 void PutBlock(BitWriter* writer, const QuantizedBlock& block, int32_t difference, const EntropyCodes& codes);
 
-// A block beyond the picture's edge, which no decoder shows: as its predecessor, and plain.
+// A block beyond the picture's edge, which no decoder shows: plain, with the constant of the block before it.
 void PutPlainBlock(BitWriter* writer, const EntropyCodes& codes);

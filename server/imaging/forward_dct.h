@@ -2,8 +2,8 @@
 //
 // The factorization is that of Arai, Agui and Nakajima (Trans. IEICE E71, 1988), with the rotation of the odd
 // half written out: 26 additions and 6 products. It leaves coefficient k of the transform of ITU-T T.81,
-// A.3.3, too large by the factor sqrt(8) * DCT_SCALE[k]; the quantizer's divisors take these factors away
-// again, so that they cost nothing.
+// A.3.3, too large by the factor sqrt(8) * DCT_SCALE[k]. The quantizer's divisors contain these factors, so
+// that they cost nothing.
 //
 // Eight samples of magnitude m give coefficients of magnitude up to 10.06 m (k = 1), and the sums that a
 // column's transform makes of eight of these are up to 8 times that. So samples of up to 128 * 25 / 8 stay
@@ -12,7 +12,7 @@
 
 #include "server/imaging/sample_pair.h"
 
-// 10^9 times: 1 for 0, else sqrt(2) * cos(k * pi / 16).
+// 10^9 times 1 for k = 0, and 10^9 times sqrt(2) * cos(k * pi / 16) for the others.
 constexpr int64_t DCT_SCALE[8] = {1000000000, 1387039845, 1306562965, 1175875602,
                                   1000000000, 785694958,  541196100,  275899379};
 
@@ -22,13 +22,12 @@ constexpr uint32_t COS_1_PI_8 = 15137;
 constexpr uint32_t COS_2_PI_8 = 11585;
 constexpr uint32_t COS_3_PI_8 = 6270;
 
-// Factors two to a word, since an instruction can name either half of one.
+// Two factors in a word, since an instruction can use either half of it.
 constexpr uint32_t LOW_COS_1_HIGH_COS_3 = COS_1_PI_8 | COS_3_PI_8 << 16;
 constexpr uint32_t LOW_COS_2_HIGH_ONE = COS_2_PI_8 | ONE << 16;
 constexpr uint32_t LOW_COS_2_HIGH_MINUS_COS_3 = COS_2_PI_8 | (0U - COS_3_PI_8) << 16;
 
-// Keeps the compiler from taking a word of two factors apart again, into constants that each cost an
-// instruction.
+// Keeps the compiler from splitting a word of two factors into constants that each cost an instruction.
 inline uint32_t Whole(uint32_t factors) {
 #ifdef __ARM_FEATURE_DSP
   asm("" : "+r"(factors));
@@ -36,7 +35,8 @@ inline uint32_t Whole(uint32_t factors) {
   return factors;
 }
 
-// What both halves of the transform start from: the sums give the even coefficients, the differences the odd.
+// What both halves of the transform start from: the sums yield the even coefficients, the differences the
+// odd.
 struct Folded {
   SamplePair sum[4];
   SamplePair difference[4];
@@ -56,7 +56,7 @@ inline Folded Fold(const SamplePair* in, int stride) {
   return folded;
 }
 
-// Products begin with half a unit, and are rounded once, when they become samples again.
+// Products begin with half a unit and are rounded once, when they become samples again.
 constexpr ProductPair ROUNDING = {1 << (FACTOR_BITS - 1), 1 << (FACTOR_BITS - 1)};
 
 inline SamplePair Samples(ProductPair products) {

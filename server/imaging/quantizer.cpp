@@ -2,7 +2,97 @@
 
 #include <bit>
 
+#include "server/imaging/colour_conversion.h"
 #include "server/imaging/forward_dct.h"
+
+namespace {
+
+// ITU-T T.81, tables K.1 and K.2.
+constexpr uint8_t STANDARD_LUMA_STEPS[64] = {
+    16, 11, 10, 16, 24,  40,  51,  61,   //
+    12, 12, 14, 19, 26,  58,  60,  55,   //
+    14, 13, 16, 24, 40,  57,  69,  56,   //
+    14, 17, 22, 29, 51,  87,  80,  62,   //
+    18, 22, 37, 56, 68,  109, 103, 77,   //
+    24, 35, 55, 64, 81,  104, 113, 92,   //
+    49, 64, 78, 87, 103, 121, 120, 101,  //
+    72, 92, 95, 98, 112, 100, 103, 99,
+};
+constexpr uint8_t STANDARD_CHROMA_STEPS[64] = {
+    17, 18, 24, 47, 99, 99, 99, 99,  //
+    18, 21, 26, 66, 99, 99, 99, 99,  //
+    24, 26, 56, 99, 99, 99, 99, 99,  //
+    47, 66, 99, 99, 99, 99, 99, 99,  //
+    99, 99, 99, 99, 99, 99, 99, 99,  //
+    99, 99, 99, 99, 99, 99, 99, 99,  //
+    99, 99, 99, 99, 99, 99, 99, 99,  //
+    99, 99, 99, 99, 99, 99, 99, 99,
+};
+
+constexpr int64_t BILLION = 1000000000;
+
+// How many units of a sample make a level of the component.
+struct SampleScale {
+  int64_t numerator;
+  int64_t denominator;
+};
+
+constexpr SampleScale LUMA_SCALE = {LUMA_PER_LEVEL_NUMERATOR, LUMA_PER_LEVEL_DENOMINATOR};
+constexpr SampleScale BLUE_SCALE = {1772 * CHROMA_ONE, 1000 << CHROMA_BITS};
+constexpr SampleScale RED_SCALE = {1402 * CHROMA_ONE, 1000 << CHROMA_BITS};
+
+// Two transforms by sqrt(8) leave coefficients 8 times too large.
+constexpr uint32_t Reciprocal(int row, int column, int step, const SampleScale& samples) {
+  int64_t divisor =
+      DCT_SCALE[row] * DCT_SCALE[column] / BILLION * samples.numerator / samples.denominator * 8 * step;
+  return static_cast<uint32_t>(((BILLION << RECIPROCAL_BITS) + divisor / 2) / divisor);
+}
+
+// Apart from the scale, a column's transform keeps the energy of its samples, so no coefficient is larger
+// than the root of it. Below half the smallest step all coefficients round to zero.
+constexpr int32_t Negligible(int column, int64_t smallestStep, const SampleScale& samples) {
+  int64_t scale =
+      DCT_SCALE[column] / 1000 * samples.numerator / samples.denominator;  // millionths; sqrt(8) below
+  return static_cast<int32_t>(8 * smallestStep * smallestStep / 4 * scale / 1000000 * scale / 1000000);
+}
+
+// `firstOftenEmpty`: the first column whose samples are tested before they are transformed. The columns from
+// there on are often empty.
+constexpr QuantizationTable MakeTable(const uint8_t (&standard)[64], const SampleScale& low,
+                                      const SampleScale& high, int firstOftenEmpty) {
+  static_assert(QUALITY >= 50 && QUALITY <= 100);
+  QuantizationTable table{};
+  for (int column = 0; column < 8; ++column) {
+    ColumnTable& entry = table.columns[column];
+    int smallest = 255;
+    for (int row = 0; row < 8; ++row) {
+      int step = (standard[8 * row + column] * (200 - 2 * QUALITY) + 50) / 100;
+      if (step < 1) step = 1;
+      if (step < smallest) smallest = step;
+      table.steps[8 * row + column] = static_cast<uint8_t>(step);
+      entry.reciprocals[row] = Reciprocal(row, column, step, low) | Reciprocal(row, column, step, high) << 16;
+      entry.positions[row] = ZIGZAG_POSITION[8 * row + column];
+    }
+    entry.negligible[0] = column < firstOftenEmpty ? -1 : Negligible(column, smallest, low);
+    entry.negligible[1] = Negligible(column, smallest, high);
+  }
+  return table;
+}
+
+constexpr bool ReciprocalsFit(const QuantizationTable& table) {
+  for (const ColumnTable& column : table.columns) {
+    for (uint32_t reciprocals : column.reciprocals) {
+      if ((reciprocals & 0x80008000) != 0) return false;
+    }
+  }
+  return true;
+}
+
+}  // namespace
+
+constexpr QuantizationTable LUMA_TABLE = MakeTable(STANDARD_LUMA_STEPS, LUMA_SCALE, LUMA_SCALE, 8);
+constexpr QuantizationTable CHROMA_TABLE = MakeTable(STANDARD_CHROMA_STEPS, BLUE_SCALE, RED_SCALE, 3);
+static_assert(ReciprocalsFit(LUMA_TABLE) && ReciprocalsFit(CHROMA_TABLE));
 
 namespace {
 
@@ -12,8 +102,8 @@ inline void Keep(int32_t coefficient, uint32_t position, QuantizedBlock* block) 
   block->nonZero[position / 32] |= std::rotr(0x80000000U, static_cast<int>(position));
 }
 
-// Keeps both blocks' coefficients of one position where they are not zero. They have `fractionBits` bits of
-// fraction, and half a unit has been added for rounding. Most are zero in both blocks, and take one
+// Keeps both blocks' coefficients of one position if they are not zero. They have `fractionBits` bits of
+// fraction, and half a unit has been added for rounding. Most are zero in both blocks and take only one
 // comparison.
 template <int fractionBits>
 inline void KeepPair(ProductPair quotients, const uint8_t* positions, BlockPair* pair) {
@@ -47,8 +137,8 @@ inline void Quantize(ProductPair samples, const ColumnTable& column, BlockPair* 
                          &column.positions[row], pair);
 }
 
-// Transforms and quantizes a column of transformed rows: TransformRow's arithmetic, but for the products,
-// which go to the quantizer unrounded.
+// Transforms and quantizes a column of transformed rows. The arithmetic is that of TransformRow, except that
+// products go to the quantizer without rounding.
 inline void QuantizeColumn(const SamplePair* samples, const ColumnTable& column, BlockPair* pair) {
   const Folded in = Fold(samples, 8);
 

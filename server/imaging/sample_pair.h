@@ -2,11 +2,12 @@
 // vector instructions.
 //
 // A pair of signed samples (low, high) is the number low + 65536 * high. Sums, differences and multiples of
-// such numbers are the pairs of the samples' own, with no mask, as long as every sample keeps to 16 bits. The
-// word's lower half is the low sample; its upper half is the high one, less one when the low one is negative
-// and has borrowed from it, so the upper half is read after half a unit has been added to the number.
+// such numbers are the pairs of the samples' sums, differences and multiples, without a mask, as long as
+// every sample stays within 16 bits. The word's lower half is the low sample. Its upper half is the high
+// sample, or one less if the low sample is negative and has borrowed from it. So the upper half is read after
+// half a unit has been added to the number.
 //
-// Products leave the pair: they are sums of 32 bits, one for either sample.
+// Products are not pairs: they are sums of 32 bits, one for each sample.
 #pragma once
 
 #include <cstdint>
@@ -68,3 +69,18 @@ inline ProductPair AddProducts(ProductPair sums, SamplePair samples, uint32_t fa
 inline ProductPair Reflect(ProductPair sum, ProductPair a) {
   return {2 * a.low - sum.low, 2 * a.high - sum.high};
 }
+
+// Two 8 x 8 blocks of a picture on their way from samples to coefficients.
+
+// A block's quantized coefficients in coding order. Only those that the flags name are valid. The constant
+// one, which is the first, is always valid and has no flag.
+struct QuantizedBlock {
+  int32_t coefficients[64];
+  uint32_t nonZero[2];  // positions 0 to 31 and 32 to 63, the first in the uppermost bit
+};
+
+struct BlockPair {
+  SamplePair samples[64];  // by rows
+  QuantizedBlock low;
+  QuantizedBlock high;
+};

@@ -4,7 +4,7 @@
 #include <unistd.h>
 #include <cerrno>
 
-#include "server/imaging/memory.h"
+#include "server/imaging/plug_ins.h"
 
 struct MStream {
   int descriptor;
@@ -37,7 +37,7 @@ int32_t MStreamWrite(MStream* stream, const uint8_t* bytes, size_t size) {
 
 int32_t MStreamFlush(MStream* stream) {
   if (fsync(stream->descriptor) == 0) return MIMG_OK;
-  // A pipe or a character device has nothing to flush and says so.
+  // A pipe or a character device has nothing to flush and refuses.
   return errno == EINVAL || errno == EROFS ? MIMG_OK : MIMG_WRITE_FAILED;
 }
 

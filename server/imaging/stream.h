@@ -1,4 +1,4 @@
-// The stream layer: an open file that takes blocks of bytes. A stream does not buffer; its users write large
+// The stream layer: an open file that takes blocks of bytes. A stream does not buffer: its users write large
 // blocks.
 #pragma once
 
@@ -6,9 +6,9 @@
 
 #include "server/imaging/imaging.h"
 
-// Writes all of `size` bytes or gives MIMG_WRITE_FAILED.
+// Writes all of `size` bytes or returns MIMG_WRITE_FAILED.
 int32_t MStreamWrite(MStream* stream, const uint8_t* bytes, size_t size);
 
-// Makes sure that what was written has reached the storage: a file system that allocates late reports a full
+// Waits until what was written has reached the storage. A file system that allocates late reports a full
 // medium only now.
 int32_t MStreamFlush(MStream* stream);

@@ -29,7 +29,7 @@ constexpr RtcTime RESET_TIME = {0, 0, 0, 1, 0, 100, 0, 0, 0};
 int32_t GetRtcTime(protocol::Moment& time) {
   return WithDevice(RTC_DEVICE, O_RDONLY, GENERAL_FAILURE, [&](int rtc) {
     RtcTime driver_time = {};
-    if (DriverRequest(rtc, RTC_READ_TIME, &driver_time) < 0) return GENERAL_FAILURE;
+    if (IssueRequest(rtc, RTC_READ_TIME, &driver_time) < 0) return GENERAL_FAILURE;
     time.year = static_cast<uint32_t>(driver_time.year) + FIRST_YEAR;
     time.month = static_cast<uint32_t>(driver_time.month) + 1;
     time.day = static_cast<uint32_t>(driver_time.day);
@@ -50,16 +50,16 @@ int32_t SetRtcTime(const protocol::Moment& time) {
     // The host may send any word, and the driver is to see what it makes of it: the differences may wrap.
     driver_time.month = static_cast<int32_t>(time.month - 1);
     driver_time.year = static_cast<int32_t>(time.year - FIRST_YEAR);
-    return DriverRequest(rtc, RTC_WRITE_TIME, &driver_time) < 0 ? GENERAL_FAILURE : SUCCESS;
+    return IssueRequest(rtc, RTC_WRITE_TIME, &driver_time) < 0 ? GENERAL_FAILURE : SUCCESS;
   });
 }
 
 int32_t ResetClock() {
   WithDevice(RTC_DEVICE, O_WRONLY, GENERAL_FAILURE, [](int rtc) {
     RtcTime time = {};
-    if (DriverRequest(rtc, RTC_READ_TIME, &time) < 0) return GENERAL_FAILURE;
+    if (IssueRequest(rtc, RTC_READ_TIME, &time) < 0) return GENERAL_FAILURE;
     time = RESET_TIME;
-    DriverRequest(rtc, RTC_WRITE_TIME, &time);
+    IssueRequest(rtc, RTC_WRITE_TIME, &time);
     return SUCCESS;
   });
   tm date = {};

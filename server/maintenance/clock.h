@@ -11,6 +11,6 @@ int32_t GetRtcTime(protocol::Moment& time);
 // Sets the clock; the driver checks the values. The system's own clock is not touched. Returns 0 or -9991.
 int32_t SetRtcTime(const protocol::Moment& time);
 
-// Sets the clock, if it can be read, and the system's own clock to 1 January 2000, 00:00:00. Gives 0, always.
-// No command is bound to it.
+// Sets the clock, if it can be read, and the system's own clock to 1 January 2000, 00:00:00. Returns 0,
+// always. No command is bound to it.
 int32_t ResetClock();

@@ -11,7 +11,7 @@ constexpr char SERIAL_NUMBER_KEY[] = "psn=";
 constexpr size_t SERIAL_NUMBER_DIGITS = 10;
 constexpr char TEST_PATTERN[] = "ABCD1234";  // written with its end mark
 
-// Gives 0 when the listed number is not 0.
+// Returns 0 if the listed number is not 0.
 static int32_t CheckSerialNumber() {
   FILE* devices = fopen("/proc/bus/mmc/device", "r");
   if (devices == nullptr) return OPEN_FAILED;

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-// Reads the card's serial number from the kernel, writes a short file on the card and reads it back; the file
-// is left there. Gives 0; -9989 when the kernel's file or the test file cannot be opened; -9990 when no
-// serial number is listed or the file's content differs; -9995 when the number is 0 or none.
+// Reads the card's serial number from the kernel, writes a short file on the card and reads it back. The file
+// stays on the card. Returns 0; -9989 if the kernel's file or the test file cannot be opened; -9990 if no
+// serial number is listed or the file's content differs; -9995 if the number is 0 or not a number.
 int32_t TestMemoryCard();

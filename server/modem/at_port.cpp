@@ -33,9 +33,9 @@ static bool IsFinal(const char* response, int32_t size) {
   return memmem(response, length, "OK", 2) != nullptr || memmem(response, length, "ERROR", 5) != nullptr;
 }
 
-// Waits one-second rounds for a final response; true when it came. A round that brought data counts twice,
-// and a failed read counts as 255 bytes: the byte count keeps its low 8 bits only. Both are what hosts'
-// time-outs and scripts were made for.
+// Waits in rounds of one second for a final response. Returns true if it came. On purpose, a round that
+// brought data counts twice, and only the low 8 bits of the byte count are used, so a failed read counts as
+// 255 bytes: the time-outs of hosts were chosen with both.
 static bool AwaitResponse(int32_t port, char* response, int32_t size, int32_t rounds) {
   int32_t received = 0;
   int32_t round = 0;
@@ -78,7 +78,7 @@ int32_t SendAtCommand(int32_t port, const char* command, char* response, int32_t
   return NO_RESPONSE;
 }
 
-// One exchange of the SIM check, on a port of its own. The response gets an end mark behind its `size` bytes.
+// One exchange of the SIM check, for which the port is opened and closed.
 static int32_t ExchangeOnce(const char* command, char* response, int32_t size) {
   const int32_t port = OpenModemPort(AT_PORT);
   if (port < 0) return OPEN_FAILED;
@@ -88,7 +88,7 @@ static int32_t ExchangeOnce(const char* command, char* response, int32_t size) {
   return result == 0 ? SUCCESS : GENERAL_FAILURE;
 }
 
-// The response's lines are what stands between line ends, up to the first zero byte.
+// Whether anything but line ends stands before the first zero byte.
 static bool HasLine(const char* response) {
   return response[strspn(response, "\n\r")] != '\0';
 }

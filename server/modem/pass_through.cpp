@@ -10,12 +10,11 @@
 #include "protocol/result_codes.h"
 #include "protocol/selectors.h"
 #include "server/base/device.h"
-#include "server/base/gpio.h"
 #include "server/base/shell.h"
 #include "server/base/wait.h"
 #include "server/channel/channel.h"
 #include "server/channel/usb_gadget.h"
-#include "server/devices/audio_gpio.h"
+#include "server/devices/audio.h"
 #include "server/devices/gpio_devices.h"
 
 constexpr char MODEM_DATA_PORT[] = "/dev/csmi_tty/7";
@@ -32,7 +31,7 @@ struct Relay {
   bool standalone;
 };
 
-// A piece as it came from a port; empty when the port had nothing or failed.
+// A piece of data as it came from a port. Empty if the port had nothing or failed.
 struct Piece {
   uint8_t bytes[RELAY_BUFFER_SIZE];
   size_t size;
@@ -43,9 +42,9 @@ static void ReadPiece(int32_t port, Piece* piece) {
   piece->size = size > 0 ? static_cast<size_t>(size) : 0;
 }
 
-// Writes a piece, normally in one call. The ports do not block: where the queue takes only a part, the rest
-// waits for room, and is dropped when none comes. A port that fails is not tried again: one that is hung up
-// reports room for ever.
+// Writes a piece, normally in one call. The ports do not block: if the queue takes only a part, the rest
+// waits for room and is dropped if none comes. A port that fails is not tried again: a port at hang-up always
+// reports room.
 static void WritePiece(int32_t port, const Piece& piece) {
   size_t sent = 0;
   for (;;) {
@@ -62,18 +61,18 @@ static bool IsLeaveFrame(const Piece& piece) {
   return piece.size == sizeof LEAVE_FRAME && memcmp(piece.bytes, LEAVE_FRAME, sizeof LEAVE_FRAME) == 0;
 }
 
-// A driver that is missing has not asked to stop.
+// A missing driver counts as one that has not asked to stop.
 static bool IsStopRequested() {
   return WithDevice(GPIO_DEVICE, O_RDWR, 0, [](int gpio) {
            int32_t flag = 0;
-           DriverRequest(gpio, GPIO_READ_STOP_FLAG, &flag);
+           IssueRequest(gpio, GPIO_READ_STOP_FLAG, &flag);
            return flag;
          }) != 0;
 }
 
-// Waits for either port, for a second, and puts those that are ready into `readable`. A port that was ready
-// without delivering anything (at hang-up it is so for ever) is left out for a short while: the other one is
-// not kept waiting.
+// Waits a second for either port and puts those that are ready into `readable`. A port that was ready without
+// delivering anything, as a port at hang-up always is, is left out for a short while, so that the other port
+// does not wait.
 static void WaitForPorts(const Relay& relay, bool skip_host, bool skip_modem, fd_set* readable) {
   FD_ZERO(readable);
   if (!skip_host) FD_SET(relay.host, readable);
@@ -108,7 +107,7 @@ static void RelayUntilLeft(const Relay& relay) {
   }
 }
 
-// Takes the host's cable over from the command channel; gives the host port, negative when it cannot be
+// Takes the host's cable over from the command channel. Returns the host port, negative if it cannot be
 // opened.
 static int32_t TakeHostPort() {
   if (ChannelDescriptor >= 0) SetChannelOpen(0);
@@ -121,7 +120,7 @@ static int32_t TakeHostPort() {
   return host;
 }
 
-// Unloads the gadget; the buzz tells the operator that the phone has left the mode.
+// Unloads the gadget. The buzz tells the operator that the phone has left the mode.
 static void GiveHostPortUp(int32_t host) {
   close(host);
   RunShell("rmmod omap_bi");
@@ -139,10 +138,10 @@ int32_t RunModemPassThrough(int32_t standalone) {
   relay.modem = open(MODEM_DATA_PORT, O_RDWR | O_NONBLOCK);
   if (relay.modem < 0) return MODEM_PORT_NOT_OPENED;
   ConfigureHostLine(relay.modem);  // the modem's data port has the host port's line settings
-  // As a command, the channel is used as it is: flushing it again would lose what the host sent behind the
+  // As a command, the channel is used as it is: another flush would lose what the host sent after the
   // command.
   relay.host = relay.standalone ? TakeHostPort() : ChannelDescriptor;
-  if (relay.host < 0) return HOST_PORT_NOT_OPENED;  // the modem port stays open, on purpose
+  if (relay.host < 0) return HOST_PORT_NOT_OPENED;  // leaks the modem port on purpose, see docs/on-purpose.md
 
   RelayUntilLeft(relay);
 

@@ -6,10 +6,10 @@
 #include <cstring>
 
 #include "server/base/little_endian.h"
-#include "server/bluetooth/tool_functions.h"
+#include "server/bluetooth/test_tool.h"
 #include "server/camera/capture.h"
 #include "server/camera/test_pictures.h"
-#include "server/devices/audio_path.h"
+#include "server/devices/audio.h"
 #include "server/devices/display.h"
 #include "server/devices/gpio_devices.h"
 #include "server/devices/keypad.h"
@@ -23,17 +23,13 @@
 #include "server/flash/gsm_ffs.h"
 #include "server/flash/otp.h"
 #include "server/flash/partition_info.h"
-#include "server/maintenance/calibration.h"
 #include "server/maintenance/clock.h"
-#include "server/maintenance/factory_reset.h"
+#include "server/maintenance/configuration.h"
 #include "server/maintenance/memory_card.h"
-#include "server/maintenance/power.h"
-#include "server/maintenance/user_interface.h"
-#include "server/maintenance/versions.h"
+#include "server/maintenance/shutdown.h"
 #include "server/modem/at_port.h"
 #include "server/modem/control.h"
 #include "server/modem/pass_through.h"
-#include "server/modem/query.h"
 using namespace protocol;
 
 int32_t SendAnswer(const void* answer, uint32_t size) {

@@ -7,7 +7,7 @@
 #include <type_traits>
 
 #include "protocol/commands.h"
-#include "server/base/shell.h"
+#include "server/base/wait.h"
 #include "server/channel/channel.h"
 
 struct CommandEntry {

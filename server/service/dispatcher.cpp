@@ -4,7 +4,7 @@
 #include "server/channel/channel.h"
 #include "server/service/command_tables.h"
 
-// Runs the handler of `code`, if the table has it.
+// Runs the handler of `code`. Returns false if the table has none.
 static bool RunCommand(const CommandEntry* table, uint32_t code) {
   for (const CommandEntry* entry = table; entry->handler != nullptr; ++entry) {
     if (entry->code != code) continue;

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 
-// Serves commands for ever, one at a time. The extended table is consulted only when `extended` is non-zero.
-// A code that stands in no table is answered with nothing, and what follows it within a second is thrown
-// away.
+// Serves commands without end, one at a time. The extended table is searched only if `extended` is non-zero.
+// A code that is in no table is not answered, and what follows it within a second is dropped.
 [[noreturn]] void CommandLoop(int32_t extended);

@@ -1,5 +1,5 @@
-// For builds with the address sanitizer only: the leak checker is told by name of the two buffers that stay
-// allocated on purpose, so that it reports every other.
+// Only for builds with the address sanitizer: names the two buffers that leak on purpose, so that the leak
+// checker reports every other one.
 extern "C" const char* __lsan_default_suppressions();
 
 extern "C" const char* __lsan_default_suppressions() {

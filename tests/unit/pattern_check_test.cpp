@@ -1,4 +1,4 @@
-#include "server/camera/pattern_check.h"
+#include "server/camera/frame_pixels.h"
 
 #include <gtest/gtest.h>
 

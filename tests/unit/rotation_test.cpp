@@ -1,5 +1,5 @@
 // Rotation against its rule, pixel by pixel, for sizes that no tile divides and frames that no word aligns.
-#include "server/camera/rotation.h"
+#include "server/camera/frame_pixels.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,10 @@
 // The display test's pictures, pixel by pixel against what each pixel is to be.
-#include "server/devices/test_pattern.h"
+#include "server/devices/drawing.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <vector>
-
-#include "server/devices/drawing.h"
 
 namespace {
 

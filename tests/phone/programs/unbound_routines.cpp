@@ -5,8 +5,7 @@
 #include <cstring>
 
 #include "server/maintenance/clock.h"
-#include "server/maintenance/factory_reset.h"
-#include "server/maintenance/versions.h"
+#include "server/maintenance/configuration.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "server/maintenance/factory_reset.h"
+#include "server/maintenance/configuration.h"
 
 #include <cstdio>
 
@@ -6,6 +6,7 @@
 #include "server/base/shell.h"
 
 #define SETUP_FOLDER "/usr/share/config/setup/"
+#define CALIBRATION_FILE "/usr/share/app/calibration.dat"
 
 static void RemoveSound(const char* name) {
   RunShell("rm -f " SETUP_FOLDER "%s", name);
@@ -57,7 +58,7 @@ static void RemovePicture(const char* name) {
   Sync();
 }
 
-// Three counters of 32 bits at the start of the log; what follows them is kept. No log, nothing to clear.
+// The log begins with three counters of 32 bits. What follows them is kept. A missing log is skipped.
 static void ClearCallMeter() {
   constexpr uint32_t CLEARED[3] = {};
   FILE* log = fopen("/usr/share/config/calllog/callmeter.log", "r+");
@@ -80,5 +81,39 @@ int32_t FactoryReset() {
   ClearCallMeter();
   RunScript("setup_reset.sh");
   RunScript("setup_clear.sh");
+  return SUCCESS;
+}
+
+// Six coefficients that map raw readings to screen points, and their divisor.
+static constexpr int DEFAULT_CALIBRATION[] = {11, 4384, -1079831, 5849, 11, -1407808, 65536};
+
+int32_t WriteCalibration(int32_t write) {
+  if (write != 0) {
+    FILE* file = fopen(CALIBRATION_FILE, "wt");
+    if (file == nullptr) return OPEN_FAILED;
+    const int* value = DEFAULT_CALIBRATION;
+    fprintf(file, "%d, %d, %d, %d, %d, %d, %d\n", value[0], value[1], value[2], value[3], value[4], value[5],
+            value[6]);
+    fclose(file);
+  } else {
+    RunShell("rm -f " CALIBRATION_FILE);
+  }
+  RunShell("sync");
+  return SUCCESS;
+}
+
+static void ReadVersion(const char* command, char* out) {
+  if (out == nullptr) return;
+  FILE* pipe = popen(command, "r");
+  if (pipe == nullptr) return;
+  static_assert(VERSION_LENGTH == 128);
+  [[maybe_unused]] const int fields = fscanf(pipe, "%128s", out);
+  pclose(pipe);
+}
+
+int32_t ReadVersions(char* system_out, char* config_out, char* resource_out) {
+  ReadVersion("cat /etc/version", system_out);
+  ReadVersion("cat /usr/share/config/version", config_out);
+  ReadVersion("cat /root/resource/version", resource_out);
   return SUCCESS;
 }

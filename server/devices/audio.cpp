@@ -1,12 +1,52 @@
-#include "server/devices/audio_path.h"
+#include "server/devices/audio.h"
 
 #include "protocol/result_codes.h"
 #include "server/base/device.h"
-#include "server/devices/audio_gpio.h"
-#include "server/devices/sound_driver.h"
 
-// The tone thread calls these two while a command may start the media player, which must not inherit the
-// devices: hence close-on-exec.
+int SetSoundInt(int device, unsigned long request, int32_t value) {
+  return IssueRequest(device, request, &value);
+}
+
+int SetSoundByte(int device, unsigned long request, uint8_t value) {
+  return IssueRequest(device, request, &value);
+}
+
+int SetSoundRoute(int device, SoundRoute route) {
+  return IssueRequest(device, SOUND_ROUTE, &route);
+}
+
+int SetSoundGain(int device, SoundGain gain) {
+  return IssueRequest(device, SOUND_GAIN, &gain);
+}
+
+constexpr unsigned long GPIO_AUDIO_LINE_A_ON = 0x40044F28;
+constexpr unsigned long GPIO_AUDIO_LINE_A_OFF = 0x40044F29;
+constexpr unsigned long GPIO_AUDIO_LINE_B_ON = 0x40044F32;
+constexpr unsigned long GPIO_AUDIO_LINE_B_OFF = 0x40044F33;
+
+static int32_t SwitchLine(unsigned long request) {
+  IssueGpioRequest(request);
+  return SUCCESS;
+}
+
+int32_t AudioGpioLineAOn() {
+  return SwitchLine(GPIO_AUDIO_LINE_A_ON);
+}
+
+int32_t AudioGpioLineAOff() {
+  return SwitchLine(GPIO_AUDIO_LINE_A_OFF);
+}
+
+int32_t AudioGpioLineBOn() {
+  return SwitchLine(GPIO_AUDIO_LINE_B_ON);
+}
+
+int32_t AudioGpioLineBOff() {
+  return SwitchLine(GPIO_AUDIO_LINE_B_OFF);
+}
+
+// The tone thread calls the next two while a command may start the media player. Close-on-exec keeps the
+// player from inheriting the devices.
 
 int32_t AudioSetDspRoute(int32_t mode) {
   constexpr int32_t MODE_UNCHANGED = 4;
@@ -26,7 +66,7 @@ int32_t AudioSetPcmVolume(int32_t volume) {
   });
 }
 
-// What the three kinds of path differ in.
+// The values in which the three kinds of path differ.
 struct PathSettings {
   uint8_t route;
   int32_t mode;
@@ -61,6 +101,7 @@ static void SwitchAudioOff(int mixer) {
   SetSoundByte(mixer, SOUND_SWITCH_OFF, 1);
 }
 
+// The requests' results are not checked: the station listens to the path, and hears one that failed.
 int32_t AudioPathSetup(int32_t enable, int32_t path) {
   return WithDevice(MIXER_DEVICE, O_WRONLY, OPEN_FAILED, [&](int mixer) {
     if (enable != 0) {

@@ -1,5 +1,18 @@
-// The registry of plug-ins: a short list, searched by id and class.
-#include "server/imaging/memory.h"
+// The memory layer, the registry of plug-ins, the face that all encoders share, and the decoders that this
+// build lacks.
+#include "server/imaging/plug_ins.h"
+
+#include <cstdlib>
+
+void* MMemAlloc(MMemContext* /*memory: the plain heap*/, size_t size) {
+  return malloc(size);
+}
+
+void MMemFree(MMemContext* /*memory: the plain heap*/, void* block) {
+  free(block);
+}
+
+// The registry: a short list, searched by id and class.
 
 namespace {
 
@@ -78,4 +91,43 @@ int32_t MPlugInMgr_Create(MPlugInMgr* manager, uint32_t id, uint32_t plugInClass
 void MPlugInMgr_Uninit(MPlugInMgr* manager) {
   if (manager == nullptr) return;
   MMemFree(manager->memory, manager);
+}
+
+// The encoders' face: finds the plug-in and checks what every encoder would have to check.
+
+int32_t MImgEncoder_Create(MPlugInMgr* manager, const MImgEncoderParameters* parameters, int32_t form,
+                           uint32_t encoderId, MImgEncoder** encoder) {
+  if (parameters == nullptr || encoder == nullptr) return MIMG_INVALID_PARAMETER;
+  *encoder = nullptr;
+  if (form != MIMG_ENCODER_FORM) return MIMG_UNSUPPORTED;
+
+  void* object = nullptr;
+  int32_t result = MPlugInMgr_Create(manager, encoderId, MPLUGIN_CLASS_ENCODER, parameters, &object);
+  if (result != MIMG_OK) return result;
+  *encoder = static_cast<MImgEncoder*>(object);
+  return MIMG_OK;
+}
+
+int32_t MImgEncoder_Encode(MImgEncoder* encoder, const uint16_t* const* pixels, const int32_t* bytesPerRow,
+                           const int32_t* rows) {
+  if (encoder == nullptr || pixels == nullptr || bytesPerRow == nullptr || rows == nullptr) {
+    return MIMG_INVALID_PARAMETER;
+  }
+  if (*pixels == nullptr || *bytesPerRow / 2 < encoder->width || *rows != encoder->height) {
+    return MIMG_INVALID_PARAMETER;
+  }
+  return encoder->encode(encoder, reinterpret_cast<const uint8_t*>(*pixels), *bytesPerRow);
+}
+
+void MImgEncoder_Destroy(MImgEncoder* encoder) {
+  if (encoder == nullptr) return;
+  encoder->destroy(encoder);
+}
+
+int32_t MScaledJpegDecoder_Create(MMemContext* /*memory*/, const void* /*parameters*/, void** /*decoder*/) {
+  return MIMG_UNSUPPORTED;
+}
+
+int32_t MJpegDecoder_Create(MMemContext* /*memory*/, const void* /*parameters*/, void** /*decoder*/) {
+  return MIMG_UNSUPPORTED;
 }

@@ -1,4 +1,4 @@
-#include "server/camera/rotation.h"
+#include "server/camera/frame_pixels.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -7,22 +7,22 @@ bool IsRotation(int32_t degrees) {
   return degrees == 90 || degrees == 180 || degrees == 270;
 }
 
-// Four pixels in one store; the phone's processor does it as two words.
+// Four pixels in one access, which the phone's processor does as two words.
 using FourPixels [[gnu::may_alias, gnu::aligned(alignof(uint32_t))]] = uint64_t;
 
 static uint32_t PixelPair(const uint16_t* pixel, ptrdiff_t step) {
   return static_cast<uint32_t>(pixel[0]) | static_cast<uint32_t>(pixel[step]) << 16;
 }
 
-// How the pixels of a frame lie in the other one's.
+// Distances, in pixels, from one pixel to the next in the two frames.
 struct Steps {
   ptrdiff_t row, column;  // from an input pixel to the one below it and the one to its right
   ptrdiff_t out_row;      // from an output pixel to the one below it
 };
 
-// Makes pieces of COLUMNS input columns, `count` pixels long, pieces of as many output rows. Several pixels
-// are written at once, since the phone's cache takes no line in for a write: each goes to memory by itself.
-// So the rows must be aligned alike.
+// Turns pieces of COLUMNS input columns, `count` pixels long, into pieces of as many output rows. Several
+// pixels are written at once, since the phone's cache loads no line for a write: each write goes to memory by
+// itself. So the output rows must have the same alignment.
 template <ptrdiff_t COLUMNS>
 static void TurnColumns(const uint16_t* in, Steps steps, size_t count, uint16_t* out) {
   const auto turn_one = [&] {
@@ -44,12 +44,12 @@ static void TurnColumns(const uint16_t* in, Steps steps, size_t count, uint16_t*
   while (count > 0) turn_one();
 }
 
-// Makes the columns of `in` the rows of `out`. Goes through the input in bands of a few rows: the next
-// columns' pixels are in the lines that the cache has taken in for the ones before.
+// Turns the columns of `in` into the rows of `out`. It works through the input in bands of a few rows: the
+// cache then still holds the lines with the next columns' pixels.
 static void Transpose(const uint16_t* in, Steps steps, uint32_t rows, uint32_t columns, uint16_t* out) {
   constexpr uint32_t BAND = 64;
   const auto all_columns = static_cast<ptrdiff_t>(columns);
-  // Rows of an odd length are not aligned alike.
+  // Rows of an odd length differ in alignment.
   const ptrdiff_t columns_by_four = rows % 2 == 0 ? all_columns / 4 * 4 : 0;
   for (uint32_t top = 0; top < rows; top += BAND) {
     const uint32_t count = std::min(BAND, rows - top);
@@ -76,4 +76,14 @@ void RotateFrame(const uint16_t* in, uint32_t width, uint32_t height, int32_t de
     // Output rows are input columns from the right.
     Transpose(in + (width - 1), {row, -1, out_row}, height, width, out);
   }
+}
+
+bool IsUniform(const uint16_t* frame, uint32_t count, uint16_t colour) {
+  auto* pixels = reinterpret_cast<const FourPixels*>(frame);
+  const uint64_t expected = colour * uint64_t{0x0001000100010001};
+  uint64_t differences = 0;
+  for (uint32_t i = 0; i < count / 4; i += 2) {
+    differences |= (pixels[i] ^ expected) | (pixels[i + 1] ^ expected);
+  }
+  return differences == 0;
 }

@@ -1,9 +1,12 @@
-#include "server/maintenance/power.h"
+#include "server/maintenance/shutdown.h"
+
+#include <unistd.h>
 
 #include <cstdlib>
 
-#include "server/base/gpio.h"
+#include "server/base/device.h"
 #include "server/base/shell.h"
+#include "server/base/wait.h"
 #include "server/channel/channel.h"
 
 constexpr unsigned long GPIO_POWER_OFF = 0x40044F3E;
@@ -14,4 +17,10 @@ void PowerOff() {
   IssueGpioRequest(GPIO_POWER_OFF);
   RunShell("/sbin/poweroff");
   exit(EXIT_SUCCESS);
+}
+
+void StopUserInterface() {
+  RunShell("killall -9 Launcher.elf");
+  RunShell("echo 0 > /proc/backlight/lcd");
+  for (;;) pause();
 }
