@@ -1,0 +1,420 @@
+// Every call of the server that touches a device, a file, a process or memory fails once, and again from some
+// call on. For each command of the protocol the n-th call of its work is refused or cut short, n rising until
+// the command passes untouched. After each fault the answer has its size and a status that the protocol
+// states, the server answers a ping, and no descriptor, thread or process stays but those that are left on
+// purpose.
+//
+// A part of the faults is tried by default; $FAULTS=all tries every one.
+#include <asm/unistd.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include "protocol/commands.h"
+#include "tests/phone/call_tracer.h"
+#include "tests/phone/flash_test.h"
+
+namespace protocol {
+
+// The name of a test's parameter in messages.
+static void PrintTo(const CommandDescription& command, std::ostream* out) {
+  *out << command.name;
+}
+
+}  // namespace protocol
+
+namespace {
+
+namespace fs = std::filesystem;
+using protocol::CommandDescription;
+
+// What may happen to a call: an error, or a transfer of fewer bytes.
+struct Fault {
+  int error = 0;
+  bool shortened = false;
+};
+
+// The faults that each kind of call can meet on a phone. Calls that only arrange things (signal masks, locks)
+// have none.
+const std::vector<Fault>& FaultsOf(uint64_t number) {
+  static const std::map<uint64_t, std::vector<Fault>> faults = {
+      {__NR_open, {{ENOENT}, {EMFILE}, {EACCES}}},
+      {__NR_openat, {{ENOENT}, {EMFILE}, {EACCES}}},
+      {__NR_ioctl, {{EIO}, {EINVAL}}},
+      {__NR_read, {{EIO}, {EINTR}, {0, true}}},
+      {__NR_write, {{EIO}, {ENOSPC}, {EINTR}, {0, true}}},
+      {__NR_lseek, {{EINVAL}}},
+      {__NR_fstat, {{EIO}}},
+      {__NR_newfstatat, {{EIO}}},
+      {__NR_fsync, {{EIO}, {EINTR}}},
+      {__NR_mmap, {{ENOMEM}}},
+      {__NR_fcntl, {{EINVAL}}},
+      {__NR_pipe2, {{EMFILE}}},
+      {__NR_clone, {{EAGAIN}, {ENOMEM}}},
+      {__NR_clone3, {{EAGAIN}, {ENOMEM}}},
+      {__NR_vfork, {{EAGAIN}, {ENOMEM}}},
+      {__NR_wait4, {{EINTR}}},
+      {__NR_select, {{EINTR}, {ENOMEM}}},
+      {__NR_pselect6, {{EINTR}, {ENOMEM}}},
+      {__NR_poll, {{EINTR}}},
+      {__NR_settimeofday, {{EPERM}}},
+  };
+  static const std::vector<Fault> none;
+  const auto found = faults.find(number);
+  return found == faults.end() ? none : found->second;
+}
+
+// Strikes the n-th call of a command's work, and if wanted all that follow. The work begins when the
+// command's request has been read, and ends when its answer is written.
+class Striker {
+ public:
+  Striker(pid_t server, const std::string& host_port)
+      : server_(server), host_port_(host_port), tracer_(server, [this](const TracedCall& call) {
+          const std::lock_guard lock(mutex_);
+          return Decide(call);
+        }) {}
+
+  // For the next command: its n-th call (from 0) meets its `which`-th fault.
+  // `hurry` makes waits end at once after that; `on` lets the work go on after the answer, in a thread.
+  void Aim(size_t nth, size_t which, bool sticky, bool hurry, bool on) {
+    const std::lock_guard lock(mutex_);
+    nth_ = nth;
+    which_ = which;
+    sticky_ = sticky;
+    hurry_ = hurry;
+    on_ = on;
+    seen_ = 0;
+    struck_ = false;
+    answer_struck_ = false;
+    port_reads_ = 0;
+    working_ = false;
+    armed_ = true;
+  }
+  // Whether the fault struck; nothing strikes from here on.
+  bool Disarm() {
+    const std::lock_guard lock(mutex_);
+    armed_ = false;
+    return struck_;
+  }
+  // How many faults the call that was struck could meet.
+  size_t Choices() const {
+    const std::lock_guard lock(mutex_);
+    return choices_;
+  }
+  bool StruckTheAnswer() const {
+    const std::lock_guard lock(mutex_);
+    return answer_struck_;
+  }
+  std::string Story() const {
+    const std::lock_guard lock(mutex_);
+    return story_;
+  }
+
+ private:
+  CallFate Decide(const TracedCall& call) {
+    if (!armed_ || !IsServer(call.thread)) return {};
+    const bool port = (call.IsRead() || call.IsWrite()) && call.DescriptorPath() == host_port_;
+    if (port && call.IsRead()) {
+      // The code, then the request; a third read is the next command's.
+      ++port_reads_;
+      working_ = on_ ? port_reads_ >= 2 : port_reads_ == 2;
+      return {};
+    }
+    if (!working_) return {};
+    if (port && !on_) working_ = false;
+    const std::vector<Fault>& faults = FaultsOf(call.number);
+    // Waits whose end no one needs any more: the fault has struck, and time is real.
+    const bool waits = call.number == __NR_select || call.number == __NR_pselect6;
+    if (struck_ && hurry_ && waits) return {CallFate::Kind::Refused, 0, 0};
+    if (faults.empty()) return {};
+    // The answer itself is refused only by a fault of its own: otherwise there would be nothing to look at.
+    const bool strikes = seen_ == nth_ || (sticky_ && seen_ > nth_ && !port);
+    ++seen_;
+    if (!strikes) return {};
+    if (!struck_) {
+      choices_ = faults.size();
+      if (which_ >= choices_) return {};
+      story_ = fmt::format("call {} ({})", call.number, call.DescriptorPath() + call.PathArgument(1));
+    }
+    struck_ = true;
+    answer_struck_ = answer_struck_ || port;
+    const Fault& fault = faults[std::min(which_, faults.size() - 1)];
+    // A call that is interrupted without end is repeated without end, as the C library does.
+    if (fault.error == EINTR && seen_ > nth_ + 1) return {};
+    if (fault.shortened) return {CallFate::Kind::Shortened, call.Size() / 2, 0};
+    return {CallFate::Kind::Refused, 0, fault.error};
+  }
+
+  bool IsServer(pid_t thread) const {
+    return thread == server_ || fs::exists(fmt::format("/proc/{}/task/{}", server_, thread));
+  }
+
+  mutable std::mutex mutex_;
+  pid_t server_;
+  std::string host_port_;
+  size_t nth_ = 0, which_ = 0, seen_ = 0, choices_ = 1;
+  int port_reads_ = 0;
+  bool sticky_ = false, hurry_ = false, on_ = false, struck_ = false, answer_struck_ = false;
+  bool working_ = false, armed_ = false;
+  std::string story_;
+  CallTracer tracer_;  // last: it decides from its first moment on
+};
+
+// What the server holds, as the PC's kernel lists it.
+struct Holdings {
+  std::multiset<std::string> files;
+  size_t threads = 0;
+  size_t children = 0;
+};
+
+Holdings HoldingsOf(pid_t server) {
+  Holdings holdings;
+  const std::string process = fmt::format("/proc/{}", server);
+  for (const auto& entry : fs::directory_iterator(process + "/fd")) {
+    std::error_code gone;
+    holdings.files.insert(fs::read_symlink(entry, gone).string());
+  }
+  for ([[maybe_unused]] const auto& entry : fs::directory_iterator(process + "/task")) ++holdings.threads;
+  std::ifstream children(fmt::format("{}/task/{}/children", process, server));
+  for (pid_t child = 0; children >> child;) ++holdings.children;
+  return holdings;
+}
+
+// Commands that do not come back to the loop, or hold it.
+bool EndsService(uint32_t code) {
+  using namespace protocol;
+  return code == POWER_OFF || code == STOP_USER_INTERFACE || code == RUN_IN || code == PASS_THROUGH;
+}
+
+Bytes RequestFor(const CommandDescription& command) {
+  using namespace protocol;
+  switch (command.code) {
+    case CONTROL_RADIO:
+      return Words({RADIO_MEASURE, 1400, 30000, 1, 0});
+    case CONTROL_TONE:
+      return Words({2100, 1600, 0, 0, 40, 2, 1});
+    case CONTROL_TOUCH_TEST:
+      return Words({TOUCH_RESTART, 0});
+    case SHOW_DISPLAY:
+      return Words({RED, BLACK, 50, 0});
+    case PLAY_MEDIA:
+      return Words({CLIP_AMR, 2, 0});
+    case TEST_CAMERA:
+      return Words({CAPTURE_BLEMISH, 400, 300, 90});
+    case READ_PICTURE:
+      return Words({READ_BLEMISH});
+    case WRITE_CALIBRATION:
+      return Words({1});
+    case SET_AUDIO_PATH:
+      return Words({1, 2});
+    case EXCHANGE_AT:
+      return FromText("at+cgmi\r") + Bytes(24) + Words({1000});
+    case WRITE_IDENTITY:
+      return FromText("004999010640000");
+    default:
+      return Bytes(protocol::RequestSize(command));
+  }
+}
+
+class FaultLoop : public FlashTest, public testing::WithParamInterface<CommandDescription> {
+ protected:
+  FaultLoop() {
+    options.instant_sleeps = true;
+  }
+
+  void Start() {
+    striker_.reset();
+    DiscardPhone();
+    Phone().Root().PutFile("/usr/share/usr_data/Photos/BlemishTest.jpg", std::string(5000, 'p'));
+    Boot();
+    const std::string port =
+        fs::read_symlink(fmt::format("/proc/{}/fd/{}", Phone().ServerProcess(), PortDescriptor()));
+    striker_ = std::make_unique<Striker>(Phone().ServerProcess(), port);
+    // Descriptors and threads that the command's first run leaves for good are there from here on.
+    Converse(nullptr);
+    Settle();
+    before_ = HoldingsOf(Phone().ServerProcess());
+  }
+
+  int PortDescriptor() {
+    for (const auto& entry : fs::directory_iterator(fmt::format("/proc/{}/fd", Phone().ServerProcess()))) {
+      const int number = std::stoi(entry.path().filename());
+      if (number > 2 && fs::read_symlink(entry).string().starts_with("/dev/pts/")) return number;
+    }
+    throw std::runtime_error("the server has no host port");
+  }
+
+  // Sends the command and takes what comes. Returns whether the fault struck, if there is one.
+  bool Converse(const std::function<void()>& aim) {
+    const CommandDescription& command = GetParam();
+    if (aim) aim();
+    SendCommand(command.code, RequestFor(command));
+    const size_t size = protocol::AnswerSize(command);
+    answer_.clear();
+    if (size == 0) host.IsQuiet(30ms);
+    const auto deadline = std::chrono::steady_clock::now() + 5s;
+    while (answer_.size() < size && std::chrono::steady_clock::now() < deadline) {
+      const Bytes piece = host.Receive(size - answer_.size(), 50ms);
+      answer_ = answer_ + piece;
+      if (piece.empty() && striker_->StruckTheAnswer()) break;
+    }
+    // The thread's own calls, up to its first sound or its wait for a touch.
+    if (aim && StartsThread()) std::this_thread::sleep_for(150ms);
+    return aim ? striker_->Disarm() : false;
+  }
+
+  static bool StartsThread() {
+    return GetParam().code == protocol::CONTROL_TONE || GetParam().code == protocol::CONTROL_TOUCH_TEST;
+  }
+
+  // Brings the command's state back: no thread runs, no chunk reader is in the middle.
+  void Settle() {
+    using namespace protocol;
+    const uint32_t code = GetParam().code;
+    if (code == READ_PICTURE) Ask(code, Words({STOP_READING_BLEMISH}), 1028);
+    if (code == CONTROL_TONE) AskStatus(code, Words({0, 0, 0, 0, 0, 0, 0}));
+    if (code == CONTROL_TOUCH_TEST) Ask(code, Words({TOUCH_STOP, 0}), 12);
+    if (code == PAUSE_LINK) Eventually([this] { return PingAnswers(); });
+  }
+
+  bool PingAnswers() {
+    SendCommand(protocol::PING, Words({0}));
+    return host.Receive(4, 1500ms) == Words({1});
+  }
+
+  int32_t AnsweredStatus() const {
+    return answer_.size() < 4 ? 0 : StatusOf(answer_);
+  }
+
+  // The answer has its size, and a status that the command's statement knows. If the answer itself was
+  // refused there is none, or a part of it.
+  void CheckAnswer() {
+    const CommandDescription& command = GetParam();
+    const size_t size = protocol::AnswerSize(command);
+    if (answer_.size() != size) {
+      EXPECT_TRUE(striker_->StruckTheAnswer()) << "no answer of " << size << " bytes: " << answer_.size();
+      return;
+    }
+    if (size == 0) return;
+    const int32_t status = StatusOf(answer_);
+    const bool stated =
+        std::ranges::any_of(command.statuses, [&](const auto& row) { return row.status == status; });
+    EXPECT_TRUE(status >= 0 || stated) << "status " << status;
+  }
+
+  // Whether a descriptor may stay open after a fault.
+  bool StaysOnPurpose(const std::string& file) {
+    using namespace protocol;
+    const uint32_t code = GetParam().code;
+    // A template that is too large, or whose size cannot be told.
+    if (code == WRITE_BLUETOOTH_ADDRESS || code == WRITE_BLUETOOTH_ADDRESS_EXTENDED) {
+      return AnsweredStatus() == OUT_OF_RANGE && file.find("template") != std::string::npos;
+    }
+    if (code == CONTROL_TONE)
+      return file.starts_with("pipe:");  // the PCM device, if the mixer cannot be opened
+    if (code == SHOW_DISPLAY || code == CONTROL_TOUCH_TEST) return file.starts_with("/memfd:device");
+    return code == READ_MODEM_IMAGE || code == READ_PICTURE;  // the reader's place in the file
+  }
+
+  void CheckHoldings() {
+    Holdings after;
+    const bool clean = Eventually(
+        [&] {
+          after = HoldingsOf(Phone().ServerProcess());
+          std::multiset<std::string> more;
+          std::ranges::set_difference(after.files, before_.files, std::inserter(more, more.end()));
+          std::erase_if(more, [this](const std::string& file) { return StaysOnPurpose(file); });
+          return more.empty() && after.threads <= before_.threads && after.children == 0;
+        },
+        2s);
+    EXPECT_TRUE(clean) << testing::PrintToString(after.files) << " where there were "
+                       << testing::PrintToString(before_.files) << "; " << after.threads << " threads, "
+                       << after.children << " children";
+    before_.files = after.files;  // with what stays on purpose
+  }
+
+  // Of the partition information, which is kept twice, one copy survives any single fault.
+  void CheckFlash(bool sticky) {
+    if (GetParam().code != protocol::SET_PARTITION_WORD || sticky) return;
+    const bool verifies = std::ranges::any_of(
+        std::array{"Partition Info", "Partition Info Bak"},
+        [&](const char* name) { return simulator::RecordVerifies(AsBytes(Flash(name))); });
+    EXPECT_TRUE(verifies);
+  }
+
+  // One fault. Returns false when the command had no such call any more.
+  bool TryFault(size_t nth, size_t which, bool sticky) {
+    const uint32_t code = GetParam().code;
+    const bool hurry = code == protocol::CHECK_SIM || code == protocol::EXCHANGE_AT;
+    const bool struck = Converse([&] { striker_->Aim(nth, which, sticky, hurry, StartsThread()); });
+    if (!struck) return false;
+    const std::string story = striker_->Story();
+    SCOPED_TRACE(fmt::format("{}, fault {} of call number {}{}: {}", GetParam().name, which, nth,
+                             sticky ? " and all that follow" : "", story));
+    CheckAnswer();
+    const auto end = Phone().WaitForEnd(0ms);
+    EXPECT_FALSE(end.has_value()) << end->Text();
+    if (HasFailure()) return false;
+    host.IsQuiet(1ms);
+    Settle();
+    EXPECT_TRUE(Eventually([this] { return PingAnswers(); }, 5s)) << "no ping is answered";
+    CheckHoldings();
+    CheckFlash(sticky);
+    // A tone that has no thread counts as running for good, on purpose.
+    if (GetParam().code == protocol::CONTROL_TONE && AnsweredStatus() < 0) Start();
+    return !HasFailure();
+  }
+
+  std::unique_ptr<Striker> striker_;
+  Holdings before_;
+  Bytes answer_;
+};
+
+TEST_P(FaultLoop, LeavesAServerThatAnswers) {
+  const char* wanted = getenv("FAULTS");
+  const bool all = wanted != nullptr && std::string(wanted) == "all";
+  Start();
+  size_t faults = 0;
+  size_t nth = 0;
+  for (bool more = true; more && !HasFailure(); ++nth) {
+    more = false;
+    size_t choices = 1;
+    for (size_t which = 0; which < choices && !HasFailure(); ++which) {
+      for (const bool sticky : {false, true}) {
+        // The default run takes one fault of each call in turn, so that every call and every kind is met.
+        if (!all && which + (sticky ? 1 : 0) != nth % 3 && which != 0) continue;
+        if (!TryFault(nth, which, sticky)) {
+          if (HasFailure()) break;
+          continue;
+        }
+        choices = striker_->Choices();
+        more = true;
+        ++faults;
+      }
+    }
+  }
+  RecordProperty("faults", static_cast<int>(faults));
+  std::cout << fmt::format("{}: {} faults in {} calls\n", GetParam().name, faults, nth - 1);
+}
+
+std::vector<CommandDescription> CommandsThatReturn() {
+  std::vector<CommandDescription> commands;
+  std::ranges::copy_if(protocol::COMMANDS, std::back_inserter(commands),
+                       [](const CommandDescription& command) { return !EndsService(command.code); });
+  return commands;
+}
+
+INSTANTIATE_TEST_SUITE_P(Command, FaultLoop, testing::ValuesIn(CommandsThatReturn()),
+                         [](const testing::TestParamInfo<CommandDescription>& tried) {
+                           return fmt::format("Code0x{:02X}", tried.param.code);
+                         });
+
+}  // namespace
