@@ -19,10 +19,15 @@ int32_t WithDevice(const char* path, int flags, int32_t open_failure, Work work)
   return result;
 }
 
+// The type of a request number: libcs declare `ioctl` with an unsigned long or an int.
+template <typename Number>
+Number RequestNumberOf(int (*)(int, Number, ...));
+using RequestNumber = decltype(RequestNumberOf(ioctl));
+
 // Issues one driver request with the address of its argument, or null if it takes none. Returns -1 if the
 // driver refuses, otherwise 0 or what the driver defines.
 inline int IssueRequest(int device, unsigned long request, void* argument = nullptr) {
-  return ioctl(device, request, argument);
+  return ioctl(device, static_cast<RequestNumber>(request), argument);
 }
 
 // The phone's GPIO driver: lines, flags and power control by private requests, _IOW('O', nr, 4) or
@@ -30,5 +35,6 @@ inline int IssueRequest(int device, unsigned long request, void* argument = null
 constexpr char GPIO_DEVICE[] = "/dev/misc/omap730_gpio";
 
 // Opens the GPIO driver read-write, issues one request without an argument, and closes it. A missing driver
-// and a refused request are ignored: no caller could do anything about them.
+// and a refused request are ignored: no caller could do anything about them. The tone thread calls this while
+// a command may start a program, which must not inherit the descriptor: hence close-on-exec.
 void IssueGpioRequest(unsigned long request);

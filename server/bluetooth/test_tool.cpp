@@ -1,16 +1,71 @@
 #include "server/bluetooth/test_tool.h"
 
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 
+// Starts a command line in the shell, with a pipe from its output in `pipe_end`. Returns its process,
+// negative on failure. `popen` would not tell when the process has ended.
+static pid_t StartTool(const char* command, int* pipe_end) {
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return -1;
+  const pid_t tool = fork();
+  if (tool == 0) {
+    dup2(ends[1], STDOUT_FILENO);
+    execl("/bin/sh", "sh", "-c", command, nullptr);
+    _exit(127);
+  }
+  close(ends[1]);
+  if (tool < 0) close(ends[0]);
+  *pipe_end = ends[0];
+  return tool;
+}
+
+static bool HasEnded(pid_t tool, int wait_flags) {
+  pid_t ended;
+  do {
+    ended = waitpid(tool, nullptr, wait_flags);
+  } while (ended < 0 && errno == EINTR);
+  return ended != 0;
+}
+
+// Reads until the text is full, the pipe ends, or the tool itself has ended: a process that it leaves behind
+// may hold the pipe open for long. Returns whether the tool has ended.
+static bool ReadOutput(pid_t tool, int pipe_end, char* output) {
+  constexpr int LOOK_MS = 20;  // at whether the tool has ended
+  bool ended = false;
+  for (size_t kept = 0; kept < BT_TEXT_SIZE - 1;) {
+    pollfd readable = {pipe_end, POLLIN, 0};
+    const int ready = poll(&readable, 1, ended ? 0 : LOOK_MS);
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready <= 0) {
+      if (ended) break;  // all that it printed has been read
+      ended = HasEnded(tool, WNOHANG);
+      continue;
+    }
+    const ssize_t piece = read(pipe_end, output + kept, BT_TEXT_SIZE - 1 - kept);
+    if (piece < 0 && errno == EINTR) continue;
+    if (piece <= 0) break;
+    kept += static_cast<size_t>(piece);
+  }
+  return ended;
+}
+
 const char* BtToolRun(const char* command, char* output) {
-  FILE* tool = popen(command, "r");
-  if (tool == nullptr) return nullptr;
+  int pipe_end;
+  const pid_t tool = StartTool(command, &pipe_end);
+  if (tool < 0) return nullptr;
   memset(output, 0, BT_TEXT_SIZE);
-  [[maybe_unused]] const size_t kept = fread(output, 1, BT_TEXT_SIZE - 1, tool);
-  pclose(tool);
+  const bool ended = ReadOutput(tool, pipe_end, output);
+  close(pipe_end);
+  if (!ended) HasEnded(tool, 0);
   return strstr(output, "Status=");
 }
 

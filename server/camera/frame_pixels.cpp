@@ -79,7 +79,9 @@ void RotateFrame(const uint16_t* in, uint32_t width, uint32_t height, int32_t de
 }
 
 bool IsUniform(const uint16_t* frame, uint32_t count, uint16_t colour) {
-  auto* pixels = reinterpret_cast<const FourPixels*>(frame);
+  // The phone's processor loads two aligned words with one instruction.
+  using FourAlignedPixels [[gnu::may_alias]] = uint64_t;
+  auto* pixels = reinterpret_cast<const FourAlignedPixels*>(frame);
   const uint64_t expected = colour * uint64_t{0x0001000100010001};
   uint64_t differences = 0;
   for (uint32_t i = 0; i < count / 4; i += 2) {

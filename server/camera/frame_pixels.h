@@ -11,5 +11,5 @@ bool IsRotation(int32_t degrees);
 void RotateFrame(const uint16_t* in, uint32_t width, uint32_t height, int32_t degrees, uint16_t* out);
 
 // Whether all of `count` pixels have a colour. The count must be a multiple of 8, and the frame must be
-// aligned to 4 bytes.
+// aligned to 8 bytes, as allocated memory is.
 bool IsUniform(const uint16_t* frame, uint32_t count, uint16_t colour);

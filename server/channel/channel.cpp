@@ -1,6 +1,7 @@
 #include "server/channel/channel.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -9,12 +10,15 @@
 
 int32_t ChannelDescriptor = -1;
 
+constexpr tcflag_t HOST_LINE = B115200 | CS8 | CREAD | CRTSCTS;
+static_assert(HOST_LINE == 0x800010B2, "this libc's line speed is not the driver's bits");
+
 void ConfigureHostLine(int tty) {
   termios line = {};
   tcgetattr(tty, &line);
   line.c_iflag = IGNPAR;
   line.c_oflag = 0;
-  line.c_cflag = B115200 | CS8 | CREAD | CRTSCTS;
+  line.c_cflag = HOST_LINE;
   line.c_lflag = 0;
   line.c_cc[VTIME] = 0;
   line.c_cc[VMIN] = 0;
@@ -36,6 +40,22 @@ int32_t SetChannelOpen(int32_t open_it) {
   return SUCCESS;
 }
 
+bool IsGone(int32_t port) {
+  pollfd state = {port, 0, 0};
+  return port < 0 || (poll(&state, 1, 0) > 0 && (state.revents & (POLLHUP | POLLNVAL)) != 0);
+}
+
+void AwaitChannel() {
+  static uint32_t last_attempt = 0;
+  while (IsGone(ChannelDescriptor)) {
+    if (ChannelDescriptor >= 0) SetChannelOpen(0);
+    const uint32_t since = MonotonicMilliseconds() - last_attempt;
+    if (since < REOPEN_PACE_MS) Pause(REOPEN_PACE_MS - since);
+    SetChannelOpen(1);
+    last_attempt = MonotonicMilliseconds();
+  }
+}
+
 // Subtracts a wait that `select` did not count from the time left. The whole time is kept in the
 // microseconds, so that they are 0 only when the time is over.
 static void LowerTimeLeft(timeval* left, suseconds_t microseconds) {
@@ -45,7 +65,7 @@ static void LowerTimeLeft(timeval* left, suseconds_t microseconds) {
 }
 
 static int32_t ReceiveOnce(void* buffer, uint32_t count) {
-  if (WaitReadable(ChannelDescriptor, nullptr) <= 0) return CHANNEL_TIMED_OUT;
+  if (ChannelDescriptor < 0 || WaitReadable(ChannelDescriptor, nullptr) <= 0) return CHANNEL_TIMED_OUT;
   const ssize_t received = read(ChannelDescriptor, buffer, count);
   if (received <= 0) PauseBeforeRetry();  // the caller returns at once, even if the cable has gone
   return received == static_cast<ssize_t>(count) ? static_cast<int32_t>(count) : CHANNEL_TIMED_OUT;

@@ -20,6 +20,17 @@ constexpr int32_t WAIT_FOREVER = -1;
 // negative descriptor if the port cannot be opened.
 int32_t SetChannelOpen(int32_t open_it);
 
+// Whether a port is closed, or its far end has gone so that it must be opened again. False for a port that is
+// merely quiet.
+bool IsGone(int32_t port);
+
+// The shortest time from one attempt to open a lost port to the next.
+constexpr uint32_t REOPEN_PACE_MS = 1000;
+
+// If the channel is gone, closes and opens it until it is back, once a second. Touches nothing if it is
+// alive. A phone that moves from one station to the next needs no restart.
+void AwaitChannel();
+
 // Sets a tty to 115200 baud, 8 data bits, no parity, RTS/CTS, raw, drops what has come in, and makes it
 // non-blocking. Failures are ignored: a port that cannot be set is used as it is.
 void ConfigureHostLine(int tty);
@@ -27,7 +38,8 @@ void ConfigureHostLine(int tty);
 // Reads exactly `count` bytes within `timeout_ms` and joins what comes in pieces. Returns `count`, -11 if a
 // read fails, or -12 if the time is over; what came until then is lost. WAIT_FOREVER makes one read of up to
 // `count` bytes and returns -12 if it brought fewer: two pieces are not joined, on purpose, so that a code
-// cut short by a drawn cable does not take bytes from the next one.
+// cut short by a drawn cable does not take bytes from the next one. A closed channel times out at once
+// without end, and after `timeout_ms` otherwise.
 int32_t ChannelReceive(void* buffer, uint32_t count, int32_t timeout_ms);
 
 // Writes `count` bytes in one call and returns the result of `write`. The port does not block and the

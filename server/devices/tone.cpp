@@ -4,9 +4,12 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <cerrno>
+
 #include "protocol/result_codes.h"
 #include "server/base/device.h"
 #include "server/base/shared_word.h"
+#include "server/base/wait.h"
 #include "server/devices/audio.h"
 #include "server/devices/tone_samples.h"
 
@@ -52,12 +55,33 @@ static int OpenPcm() {
   return pcm;
 }
 
+// Waits a second, or until the stop request.
+static void PauseUntilStopped() {
+  constexpr uint32_t STEP_MS = 50;
+  for (uint32_t waited = 0; waited < 1000 && ReadWord(Tone.stop_request) == 0; waited += STEP_MS)
+    Pause(STEP_MS);
+}
+
+// Writes a second of sound, which takes a second. A driver that fails at once must not keep the processor
+// busy, so the rest of the second is then a pause.
+static void PlayBuffer(int pcm, const ToneFrame* frames) {
+  const auto* bytes = reinterpret_cast<const uint8_t*>(frames);
+  for (size_t left = TONE_BUFFER_FRAMES * sizeof(ToneFrame); left > 0;) {
+    const ssize_t written = write(pcm, bytes, left);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return PauseUntilStopped();
+    bytes += written;
+    left -= static_cast<size_t>(written);
+  }
+}
+
 static void PlayUntilStopped(int pcm) {
-  ToneFrame buffer[TONE_BUFFER_FRAMES];
+  // Not on the thread's stack, which may be smaller. There is never more than one tone thread.
+  static ToneFrame buffer[TONE_BUFFER_FRAMES];
   uint32_t phase = 0;
   while (ReadWord(Tone.stop_request) == 0) {
     phase = FillToneBuffer(buffer, TONE_BUFFER_FRAMES, Tone.frequencies, phase);
-    [[maybe_unused]] const ssize_t written = write(pcm, buffer, sizeof buffer);
+    PlayBuffer(pcm, buffer);
   }
 }
 

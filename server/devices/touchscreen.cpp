@@ -52,6 +52,9 @@ static SharedWord TouchResult = ALL_CROSSES;
 static SharedWord TouchStop = 0;
 static SharedWord TouchRunning = 0;
 
+// A new thread waits for this lock, which its starter holds until the run's words are set.
+static pthread_mutex_t TouchStart = PTHREAD_MUTEX_INITIALIZER;
+
 // Used only by the commands: the thread that a stop waits for.
 static pthread_t TouchThread;
 static bool TouchThreadPresent = false;
@@ -86,7 +89,7 @@ static void FollowTouches(uint16_t* frame, int panel) {
 }
 
 static int32_t MapDisplay(uint16_t** frame) {
-  const int framebuffer = open(FRAMEBUFFER, O_RDWR);
+  const int framebuffer = open(FRAMEBUFFER, O_RDWR | O_CLOEXEC);
   if (framebuffer < 0) return OPEN_FAILED;
   *frame = MapFrame(framebuffer);
   close(framebuffer);
@@ -106,6 +109,8 @@ static int32_t RunTest(uint16_t* frame) {
 }
 
 static void* TouchCalibThread(void*) {
+  pthread_mutex_lock(&TouchStart);
+  pthread_mutex_unlock(&TouchStart);
   DisplayTest(-1, -1, 100);
   uint16_t* frame = nullptr;
   int32_t result = MapDisplay(&frame);
@@ -127,15 +132,14 @@ static int32_t StopTouchTest() {
 
 static int32_t StartTouchTest() {
   WriteWord(TouchStop, 0);
-  // Set before the thread starts: a host that asks right after the start must not see the result of the run
-  // before.
-  const int32_t former_result = ReadWord(TouchResult);
-  WriteWord(TouchResult, ALL_CROSSES);
   pthread_t thread;
-  if (pthread_create(&thread, nullptr, TouchCalibThread, nullptr) != 0) {
-    WriteWord(TouchResult, former_result);
-    return GENERAL_FAILURE;
-  }
+  pthread_mutex_lock(&TouchStart);
+  const bool started = pthread_create(&thread, nullptr, TouchCalibThread, nullptr) == 0;
+  // Set before the thread runs: a host that asks right after the start must not see the result of the run
+  // before. A failed start leaves the word to a thread that may still be running.
+  if (started) WriteWord(TouchResult, ALL_CROSSES);
+  pthread_mutex_unlock(&TouchStart);
+  if (!started) return GENERAL_FAILURE;
   // If a thread still runs, its handle is lost on purpose: both threads share the words and end at one stop.
   TouchThread = thread;
   TouchThreadPresent = true;

@@ -54,8 +54,7 @@ static int32_t PatchAndWrite(const Template& script, const uint8_t* address, int
   memcpy(place, address, BLUETOOTH_ADDRESS_SIZE);
   EraseMtdPartition(number);
   return WithDevice(path, O_WRONLY, OPEN_FAILED, [&](int partition) {
-    const auto size = static_cast<ssize_t>(script.size);
-    return write(partition, script.bytes, script.size) == size ? SUCCESS : SHORT_WRITE;
+    return WriteToFlash(partition, script.bytes, script.size) ? SUCCESS : SHORT_WRITE;
   });
 }
 

@@ -40,7 +40,7 @@ int32_t WriteFactoryInfo(const uint8_t* in) {
   if (number < 0) return FLASH_ERR;
   EraseMtdPartition(number);
   return WithDevice(path, O_WRONLY, FLASH_ERR, [&](int partition) {
-    return write(partition, in, FACTORY_INFO_SIZE) == FACTORY_INFO_SIZE ? SUCCESS : FLASH_ERR;
+    return WriteToFlash(partition, in, FACTORY_INFO_SIZE) ? SUCCESS : FLASH_ERR;
   });
 }
 

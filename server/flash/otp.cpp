@@ -94,7 +94,7 @@ int32_t WriteOtpIdentity(const uint8_t* digits) {
     lseek(otp, 0, SEEK_SET);
     // The result is ignored on purpose: the station reads the number back, and a second try at an area that
     // took a part could only do harm.
-    [[maybe_unused]] const ssize_t written = write(otp, &block, sizeof block);
+    WriteToFlash(otp, &block, sizeof block);
     return SUCCESS;
   });
 }

@@ -46,6 +46,12 @@ int32_t EraseMtdPartition(int32_t number) {
   return RunShell("/home/utils/eraseall -q %s", device);
 }
 
+bool WriteToFlash(int device, const void* bytes, uint32_t size) {
+  const bool whole = write(device, bytes, size) == static_cast<ssize_t>(size);
+  fsync(device);
+  return whole;
+}
+
 int32_t ReadFlashRecord(uint8_t* buffer, const char* name) {
   char path[PATH_SIZE];
   if (FindMtdIndex(path, sizeof path, name) < 0) return RECORD_FAILED;
@@ -62,6 +68,6 @@ int32_t WriteFlashRecord(const uint8_t* buffer, const char* name) {
   if (number < 0) return RECORD_FAILED;
   EraseMtdPartition(number);
   return WithDevice(path, O_WRONLY, RECORD_FAILED, [&](int partition) {
-    return write(partition, buffer, FLASH_RECORD_SIZE) == FLASH_RECORD_SIZE ? SUCCESS : RECORD_FAILED;
+    return WriteToFlash(partition, buffer, FLASH_RECORD_SIZE) ? SUCCESS : RECORD_FAILED;
   });
 }

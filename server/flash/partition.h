@@ -24,6 +24,10 @@ void FormatCharacterDevicePath(char* path_out, size_t path_size, int32_t number)
 // the write that follows shows whether the flash works.
 int32_t EraseMtdPartition(int32_t number);
 
+// Writes `size` bytes in one call and makes the driver store them now, since the phone may be switched off
+// next. Returns whether all were written; a driver that refuses to flush is ignored.
+bool WriteToFlash(int device, const void* bytes, uint32_t size);
+
 // Reads a record of FLASH_RECORD_SIZE bytes. Returns 0, or -1 if the partition is missing, cannot be opened
 // or is too short, or if the CRC does not match. The buffer holds what was read in any case.
 int32_t ReadFlashRecord(uint8_t* buffer, const char* name);

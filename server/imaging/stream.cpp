@@ -36,7 +36,11 @@ int32_t MStreamWrite(MStream* stream, const uint8_t* bytes, size_t size) {
 }
 
 int32_t MStreamFlush(MStream* stream) {
-  if (fsync(stream->descriptor) == 0) return MIMG_OK;
+  int flushed;
+  do {
+    flushed = fsync(stream->descriptor);
+  } while (flushed < 0 && errno == EINTR);
+  if (flushed == 0) return MIMG_OK;
   // A pipe or a character device has nothing to flush and refuses.
   return errno == EINVAL || errno == EROFS ? MIMG_OK : MIMG_WRITE_FAILED;
 }

@@ -13,6 +13,9 @@
 constexpr char AT_PORT[] = "/dev/csmi_tty/6";
 constexpr int32_t NO_RESPONSE = -1;
 
+constexpr tcflag_t MODEM_LINE = B38400 | CS8 | CREAD | CLOCAL | CRTSCTS;
+static_assert(MODEM_LINE == 0x800008BF, "this libc's line speed is not the driver's bits");
+
 int32_t OpenModemPort(const char* path) {
   return open(path, O_RDWR | O_NOCTTY);
 }
@@ -20,7 +23,7 @@ int32_t OpenModemPort(const char* path) {
 int32_t ConfigureModemPort(int32_t port) {
   termios line = {};
   line.c_iflag = IGNPAR;
-  line.c_cflag = B38400 | CS8 | CREAD | CLOCAL | CRTSCTS;
+  line.c_cflag = MODEM_LINE;
   line.c_cc[VMIN] = 1;
   line.c_cc[VTIME] = 0;
   tcflush(port, TCIFLUSH);

@@ -22,7 +22,10 @@ static void DrainChannel() {
 void CommandLoop(int32_t extended) {
   for (;;) {
     uint8_t code_bytes[4];
-    if (ChannelReceive(code_bytes, sizeof code_bytes, WAIT_FOREVER) < 0) continue;
+    if (ChannelReceive(code_bytes, sizeof code_bytes, WAIT_FOREVER) < 0) {
+      AwaitChannel();
+      continue;
+    }
     const uint32_t code = LoadLittle32(code_bytes);
     if (RunCommand(BasicCommandTable, code)) continue;
     if (extended != 0 && RunCommand(ExtendedCommandTable, code)) continue;

@@ -65,7 +65,7 @@ TEST_F(AudioPath, GoesOnWhenRequestsFailButNotWithoutTheMixer) {
   Phone().TakeAway("/dev/misc/omap730_gpio");
   EXPECT_EQ(SetUp(1, 2), SUCCESS);
   EXPECT_EQ(LinesSince(AtPath(MIXER)).size(), 10u);
-  EXPECT_EQ(LinesSince().back(), "open /dev/misc/omap730_gpio rw -> ENOENT");
+  EXPECT_EQ(LinesSince().back(), "open /dev/misc/omap730_gpio rw+cloexec -> ENOENT");
   EXPECT_EQ(SetUp(0, 0), SUCCESS);
   EXPECT_EQ(LinesSince(AtPath(MIXER)).size(), 4u);
 

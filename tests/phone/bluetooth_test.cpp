@@ -238,6 +238,28 @@ TEST_F(BluetoothTest, WaitsForASlowToolAndForItsLastPiece) {
 }
 
 // A request has a second to arrive, that of the two with an address has two.
+// A process that the tool leaves behind holds the pipe open.
+TEST_F(BluetoothTest, DoesNotWaitForWhatTheToolLeavesBehind) {
+  Phone().Root().PutFile("/root/bt_cit_test",
+                         "#!/bin/sh\n"
+                         "sleep 30 &\n"
+                         "printf 'Status=7; '\n"
+                         "sleep 1\n"
+                         "printf 'ResultA=8'\n",
+                         0755);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Ask(0x44, Words({1}), 8), Words({7, 8}));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 5000ms);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 1000ms) << "but for the tool itself";
+  EXPECT_TRUE(StillAnswers());
+
+  // One that has closed its output is still waited for.
+  Phone().Root().PutFile("/root/bt_cit_test", "#!/bin/sh\necho 'Status=3'\nexec >&-\nsleep 1\n", 0755);
+  const auto closed = std::chrono::steady_clock::now();
+  EXPECT_EQ(AskStatus(0x35, Words({1, 2, 3})), 3);
+  EXPECT_GE(std::chrono::steady_clock::now() - closed, 900ms);
+}
+
 TEST_F(BluetoothTest, RunsNothingForARequestThatDoesNotArrive) {
   for (const Function& function : FUNCTIONS) {
     SCOPED_TRACE(function.number);

@@ -57,6 +57,10 @@ bool TracedCall::IsClose() const {
   return number == (narrow ? 6 : 3);
 }
 
+bool TracedCall::IsSync() const {
+  return number == (narrow ? 118 : 74);
+}
+
 std::string TracedCall::DescriptorPath() const {
   if (arguments[0] > 1024) return {};
   std::error_code error;

@@ -24,6 +24,7 @@ struct TracedCall {
   bool IsRead() const;   // read(descriptor, buffer, size)
   bool IsWrite() const;  // write(descriptor, buffer, size)
   bool IsClose() const;
+  bool IsSync() const;  // fsync(descriptor)
   uint64_t Size() const {
     return arguments[2];
   }

@@ -88,7 +88,7 @@ TEST_F(DisplayTest, WritesTheBacklightsLevelAsOneValue) {
     MarkJournal();
     EXPECT_EQ(Show(0x3333, 0, level), 0) << "nothing is drawn, the level is set all the same";
     EXPECT_EQ(Level(), text);
-    EXPECT_EQ(LinesSince(), (Lines{"open /dev/fb/0 rw", "open /proc/backlight/lcd w",
+    EXPECT_EQ(LinesSince(), (Lines{"open /dev/fb/0 rw+cloexec", "open /proc/backlight/lcd w+cloexec",
                                    "value /proc/backlight/lcd \"" + std::string(text) + "\""}));
   }
 }

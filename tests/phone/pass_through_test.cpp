@@ -1,13 +1,17 @@
 // The relay between the host and the modem's data port, as a command and as a run mode of its own.
 #include <fcntl.h>
+#include <signal.h>
 #include <termios.h>
 
+#include <atomic>
+#include <cerrno>
 #include <future>
 #include <random>
 #include <thread>
 
 #include "simulator/models/controls.h"
 #include "simulator/models/serial_ports.h"
+#include "tests/phone/call_tracer.h"
 #include "tests/phone/phone_test.h"
 #include "tests/phone/server_process.h"
 #include "tests/phone/terminal_calls.h"
@@ -197,6 +201,80 @@ TEST_F(PassThroughTest, RestsWhileNothingComes) {
   ExpectRests();
   host.Send(PING);
   std::this_thread::sleep_for(100ms);
+  Leave();
+}
+
+// The modem's port reports room and refuses every write.
+TEST_F(PassThroughTest, GoesOnWhileTheModemTakesNothing) {
+  BootAsCommand();
+  const std::string terminal =
+      Phone().With<ModemDataPort>([](ModemDataPort& port) { return port.PhoneSide().DevicePath(); });
+  std::atomic<bool> refuses = true;
+  std::atomic<int> attempts = 0;
+  const CallTracer tracer(Phone().ServerProcess(), [&](const TracedCall& call) -> CallFate {
+    if (!call.IsWrite() || call.DescriptorPath() != terminal || !refuses) return {};
+    ++attempts;
+    return {CallFate::Kind::Refused, 0, EAGAIN};
+  });
+  Enter();
+  host.Send(FromText("stuck"));
+  EXPECT_TRUE(Eventually([&] { return attempts > 0; }));
+  const auto start = std::chrono::steady_clock::now();
+  for (int i = 0; i < 5; ++i) {
+    modem.Send(FromText("answer"));
+    EXPECT_EQ(host.Receive(6), FromText("answer"));
+  }
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 800ms) << "the other direction does not wait";
+  std::this_thread::sleep_for(1500ms);
+  EXPECT_LT(attempts, 400) << "it pauses between attempts";
+  const int given_up = attempts;
+  std::this_thread::sleep_for(300ms);
+  EXPECT_EQ(attempts, given_up) << "a block has one second";
+  refuses = false;
+  ExpectBothWays();
+
+  refuses = true;
+  host.Send(FromText("stuck"));
+  std::this_thread::sleep_for(100ms);
+  Leave();
+}
+
+// A port that takes a byte now and then does not hold the block longer than its second.
+TEST_F(PassThroughTest, GivesAWholeBlockOneSecond) {
+  BootAsCommand();
+  const std::string terminal =
+      Phone().With<ModemDataPort>([](ModemDataPort& port) { return port.PhoneSide().DevicePath(); });
+  std::atomic<int> attempts = 0;
+  std::atomic<bool> dripping = true;
+  const CallTracer tracer(Phone().ServerProcess(), [&](const TracedCall& call) -> CallFate {
+    if (!call.IsWrite() || call.DescriptorPath() != terminal || !dripping) return {};
+    if (++attempts % 20 == 0) return {CallFate::Kind::Shortened, 1, 0};
+    return {CallFate::Kind::Refused, 0, attempts % 20 == 1 ? EINTR : EAGAIN};
+  });
+  Enter();
+  host.Send(Noise(3, 500));
+  std::this_thread::sleep_for(1400ms);
+  const int before = attempts;
+  std::this_thread::sleep_for(300ms);
+  EXPECT_EQ(attempts, before);
+  EXPECT_GT(before, 20);
+  dripping = false;
+  while (!modem.IsQuiet(50ms)) modem.Receive(1);
+  ExpectBothWays();
+  Leave();
+}
+
+TEST_F(PassThroughTest, LosesNothingToASignalWhileItWaitsForRoom) {
+  BootAsCommand();
+  Enter();
+  const Bytes up = Noise(4, 300000);
+  auto sending = std::async(std::launch::async, [&] { host.Send(up); });
+  for (int i = 0; i < 6; ++i) {
+    std::this_thread::sleep_for(100ms);  // the modem's queue is full
+    kill(Phone().ServerProcess(), SIGHUP);
+  }
+  EXPECT_TRUE(modem.Receive(up.size(), 60s) == up);
+  sending.get();
   Leave();
 }
 

@@ -42,7 +42,7 @@ class PowerOffTest : public PhoneTest {
 TEST_F(PowerOffTest, SleepsClosesTheChannelTellsTheDriverAndPowersOff) {
   Boot();
   const auto asked = std::chrono::steady_clock::now();
-  EXPECT_EQ(SwitchOff(), (Lines{"sleep 1.000", "channel closed", "open /dev/misc/omap730_gpio rw",
+  EXPECT_EQ(SwitchOff(), (Lines{"sleep 1.000", "channel closed", "open /dev/misc/omap730_gpio rw+cloexec",
                                 "request /dev/misc/omap730_gpio 0x40044F3E", "shell /sbin/poweroff",
                                 "event power off", "event powered off"}));
   EXPECT_GE(std::chrono::steady_clock::now() - asked, 1s);
@@ -52,8 +52,9 @@ TEST_F(PowerOffTest, NeedsNoDriver) {
   options.instant_sleeps = true;
   Boot();
   Phone().TakeAway(GPIO);
-  EXPECT_EQ(SwitchOff(), (Lines{"sleep 1.000", "channel closed", "open /dev/misc/omap730_gpio rw -> ENOENT",
-                                "shell /sbin/poweroff", "event power off", "event powered off"}));
+  EXPECT_EQ(SwitchOff(),
+            (Lines{"sleep 1.000", "channel closed", "open /dev/misc/omap730_gpio rw+cloexec -> ENOENT",
+                   "shell /sbin/poweroff", "event power off", "event powered off"}));
 }
 
 }  // namespace

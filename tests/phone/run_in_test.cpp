@@ -36,7 +36,7 @@ class RunIn : public PhoneTest {
 };
 
 Lines Shown(int level) {
-  return {"open /dev/fb/0 rw", "open /proc/backlight/lcd w",
+  return {"open /dev/fb/0 rw+cloexec", "open /proc/backlight/lcd w+cloexec",
           fmt::format("value /proc/backlight/lcd \"{}\"", level)};
 }
 

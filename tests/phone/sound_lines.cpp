@@ -22,7 +22,7 @@ Lines SoundRequests(const std::string& device, const std::string& flags,
 
 Lines AudioLine(uint32_t request) {
   constexpr char GPIO[] = "/dev/misc/omap730_gpio";
-  return {fmt::format("open {} rw", GPIO), fmt::format("request {} 0x{:08X}", GPIO, request)};
+  return {fmt::format("open {} rw+cloexec", GPIO), fmt::format("request {} 0x{:08X}", GPIO, request)};
 }
 
 Lines ToneLines(uint8_t volume, bool second_route) {

@@ -55,11 +55,12 @@ simulator::JournalFilter ByTheServer() {
 TEST_F(StartupTest, PreparesThePhoneInOrderAndHoldsStandbyOff) {
   Boot();
   EXPECT_EQ(Phone().GetJournal().Lines(0, ByTheServer()),
-            (Lines{"open /dev/misc/omap730_gpio rw", "request /dev/misc/omap730_gpio 0x40044F3B",
-                   "open /dev/misc/omap730_gpio rw", "request /dev/misc/omap730_gpio 0x40044F29"} +
+            (Lines{"open /dev/misc/omap730_gpio rw+cloexec", "request /dev/misc/omap730_gpio 0x40044F3B",
+                   "open /dev/misc/omap730_gpio rw+cloexec", "request /dev/misc/omap730_gpio 0x40044F29"} +
              GADGET_COMMANDS +
              Lines{"open /dev/usb/tts/0 rw+cloexec", "open /proc/vantu_pm/prohibit_standby rw+cloexec",
-                   "open /dev/fb/0 rw", "open /proc/backlight/lcd w", "value /proc/backlight/lcd \"0\""}));
+                   "open /dev/fb/0 rw+cloexec", "open /proc/backlight/lcd w+cloexec",
+                   "value /proc/backlight/lcd \"0\""}));
 }
 
 TEST_F(StartupTest, SetsTheHostPortsLineAndMakesItNonBlocking) {
@@ -96,7 +97,7 @@ TEST_F(StartupTest, GoesOnWithoutGpioStandbyOrDisplay) {
   }
   Phone().Boot();
   host = HostLine(Phone().HostPort());
-  ASSERT_TRUE(Appears(LineIs("open /dev/fb/0 rw -> ENOENT"))) << "the last step of start-up";
+  ASSERT_TRUE(Appears(LineIs("open /dev/fb/0 rw+cloexec -> ENOENT"))) << "the last step of start-up";
   EXPECT_TRUE(StillAnswers());
   EXPECT_TRUE(Phone().GetJournal().Lines(0, OfKind({JournalKind::Request})).empty());
   EXPECT_TRUE(Phone().GetJournal().Lines(0, AtPath("/proc/backlight/lcd")).empty())

@@ -1,8 +1,14 @@
 // The tone generator: what its thread asks of the drivers, every sample, and how it fails.
+#include <sys/resource.h>
+
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <functional>
+#include <thread>
 
 #include "simulator/models/sound.h"
+#include "tests/phone/call_tracer.h"
 #include "tests/phone/server_process.h"
 #include "tests/phone/sound_lines.h"
 
@@ -232,6 +238,54 @@ TEST_F(Tone, GoesOnWhereAFailureIsNotLookedAt) {
     EXPECT_EQ(OpenStreams(), 0u);
     Phone().GetFaults().Clear();
   }
+}
+
+TEST_F(Tone, PausesAfterAWriteThatFailsAndGoesOn) {
+  std::atomic<bool> fails = true;
+  std::atomic<int> attempts = 0;
+  const CallTracer tracer(Phone().ServerProcess(), [&](const TracedCall& call) -> CallFate {
+    if (!call.IsWrite() || call.Size() != 4 * BUFFER_FRAMES || !fails) return {};
+    ++attempts;
+    return {CallFate::Kind::Refused, 0, EIO};
+  });
+  EXPECT_EQ(Start({1000, 0, 0}, 0), SUCCESS);
+  std::this_thread::sleep_for(2500ms);
+  EXPECT_GE(attempts, 2);
+  EXPECT_LE(attempts, 4);
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Stop(), SUCCESS);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 500ms) << "the pause ends with the stop";
+
+  EXPECT_EQ(Start({1000, 0, 0}, 0), SUCCESS);
+  fails = false;
+  EXPECT_TRUE(Plays(BUFFER_FRAMES)) << "with the next buffer";
+  EXPECT_EQ(Stop(), SUCCESS);
+}
+
+TEST_F(Tone, ContinuesAShortWrite) {
+  const CallTracer tracer(Phone().ServerProcess(), [&](const TracedCall& call) -> CallFate {
+    if (!call.IsWrite() || call.Size() < 4 * 1000) return {};
+    return {CallFate::Kind::Shortened, call.Size() / 3, 0};
+  });
+  EXPECT_EQ(Start({1000, 0, 0}, 0), SUCCESS);
+  EXPECT_TRUE(Plays(2 * BUFFER_FRAMES));
+  EXPECT_EQ(Stop(), SUCCESS);
+  ExpectTone(ReadRecording(Newest().file), 2 * BUFFER_FRAMES, {1000, 0, 0});
+}
+
+// A libc's default stack may be much smaller than the buffer of a second of sound.
+TEST_F(Tone, PlaysOnASmallStack) {
+  DiscardPhone();
+  Phone().With<Sound>([](Sound& sound) { sound.state.paced = false; });
+  rlimit usual{};
+  getrlimit(RLIMIT_STACK, &usual);
+  const rlimit small = {128 * 1024, usual.rlim_max};
+  setrlimit(RLIMIT_STACK, &small);
+  Boot();
+  setrlimit(RLIMIT_STACK, &usual);
+  EXPECT_EQ(Start({1000, 0, 0}, 0), SUCCESS);
+  EXPECT_TRUE(Plays(BUFFER_FRAMES));
+  EXPECT_EQ(Stop(), SUCCESS);
 }
 
 TEST_F(Tone, KeepsItsFlagWhenNoThreadCanBeCreated) {

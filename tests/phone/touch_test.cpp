@@ -1,5 +1,6 @@
 // The touchscreen test: its crosses pixel by pixel, the ranges of the panel's readings, its thread's life.
 #include <functional>
+#include <thread>
 
 #include "simulator/models/controls.h"
 #include "simulator/models/front_panel.h"
@@ -52,9 +53,10 @@ Picture Crosses(int32_t mask) {
 }
 
 Lines Shown(const std::string& level) {
-  return {"open /dev/fb/0 rw", "open /proc/backlight/lcd w", "value /proc/backlight/lcd \"" + level + "\""};
+  return {"open /dev/fb/0 rw+cloexec", "open /proc/backlight/lcd w+cloexec",
+          "value /proc/backlight/lcd \"" + level + "\""};
 }
-const Lines STARTED = Shown("100") + Lines{"open /dev/fb/0 rw", PANEL_OPEN};
+const Lines STARTED = Shown("100") + Lines{"open /dev/fb/0 rw+cloexec", PANEL_OPEN};
 
 class Touch : public PhoneTest {
  protected:
@@ -232,12 +234,24 @@ TEST_F(Touch, RestartsARunAndRunsTwoAtOnce) {
   MarkJournal();
   EXPECT_EQ(Control(STOP), SUCCESS);
   EXPECT_TRUE(IsIdle()) << "both end";
-  EXPECT_EQ(LinesSince(LineIs("open /dev/fb/0 rw")).size(), 2u);
+  EXPECT_EQ(LinesSince(LineIs("open /dev/fb/0 rw+cloexec")).size(), 2u);
 
   Start(0xFFFFFFFF);
   EXPECT_TRUE(ComesToThreads(Phone().ServerProcess(), threads_ + 1));
   EXPECT_EQ(Control(STOP), SUCCESS);
   EXPECT_TRUE(IsIdle());
+}
+
+TEST_F(Touch, AFailedStartLeavesTheResultToTheRunningThread) {
+  Start();
+  TouchPanelAt(480, 560);
+  EXPECT_TRUE(Becomes(ALL & ~1));
+  Phone().GetFaults().Add({.call = FaultCall::Thread, .error = EAGAIN, .delay = 700ms});
+  SendCommand(TOUCH, Words({OTHER_MODE, 0}));
+  std::this_thread::sleep_for(200ms);
+  TouchPanelAt(2048, 2048);  // while the start is on its way to fail
+  EXPECT_EQ(StatusOf(host.Receive(12)), GENERAL_FAILURE);
+  EXPECT_EQ(Control(STATE), ALL & ~1 & ~16);
 }
 
 TEST_F(Touch, ReportsAThreadThatCannotBeCreated) {

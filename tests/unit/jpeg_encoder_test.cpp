@@ -18,6 +18,7 @@ namespace {
 bool memoryIsOut = false;
 size_t allocated = 0;  // bytes asked for, in all
 bool mediumIsFull = false;
+int interruptions = 0;  // of the next flushes, by a signal
 
 }  // namespace
 
@@ -29,6 +30,11 @@ extern "C" void* __wrap_malloc(size_t size) {
 }
 extern "C" int __real_fsync(int descriptor);
 extern "C" int __wrap_fsync(int descriptor) {
+  if (interruptions > 0) {
+    --interruptions;
+    errno = EINTR;
+    return -1;
+  }
   if (!mediumIsFull) return __real_fsync(descriptor);
   errno = ENOSPC;
   return -1;
@@ -160,6 +166,9 @@ TEST(JpegEncoder, ReportsEveryLostByte) {
   mediumIsFull = true;  // as a file system that allocates late says when it has taken every byte
   EXPECT_NE(encodeWithin(size), 0);
   mediumIsFull = false;
+  interruptions = 3;
+  EXPECT_EQ(encodeWithin(size), 0);
+  EXPECT_EQ(interruptions, 0);
   signal(SIGXFSZ, ignored);
   unlink(path.c_str());
 }
