@@ -128,6 +128,8 @@ TEST_F(UnpluggedPort, IsOpenedAgainAfterAPauseThatEndedWithoutIt) {
 TEST_F(UnpluggedPort, DoesNotEndTheRelayOfTheCommand) {
   Boot();
   JoinModem();
+  EXPECT_TRUE(StillAnswers());
+  const size_t descriptors = OpenDescriptors(Phone().ServerProcess());
   EXPECT_EQ(Ask(PASS_THROUGH, Words({0}), 4), Words({0}));
   EXPECT_TRUE(RelaysAgain());
   Unplug();
@@ -141,6 +143,8 @@ TEST_F(UnpluggedPort, DoesNotEndTheRelayOfTheCommand) {
 
   EXPECT_TRUE(Eventually([&] { return modem.IsQuiet(300ms) || (modem.Receive(1), false); }));
   host.Send(LEAVE);
+  // The frame must not meet a ping in one read.
+  EXPECT_TRUE(Eventually([&] { return OpenDescriptors(Phone().ServerProcess()) == descriptors; }));
   EXPECT_TRUE(AnswersAgain());
   EXPECT_TRUE(modem.IsQuiet());
 }
