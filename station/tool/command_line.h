@@ -51,7 +51,7 @@ struct Invocation {
   ToolCommand::Given given;
 };
 
-// Returns an exit status if there is nothing left to do: help was shown, or what is wrong with the words.
+// Returns an exit status if there is nothing more to do, after help or an error message.
 std::variant<Invocation, ExitStatus> ParseCommandLine(int count, char** words);
 
 // The ports given, or the only one that exists. Throws UsageError.
