@@ -18,7 +18,7 @@ using Clock = std::chrono::steady_clock;
 // direction ('>' to the phone, '<' from it, '#' a remark) and the bytes in hexadecimal or the remark.
 class Trace {
  public:
-  // Truncates the file. Throws UsageError when it cannot be written.
+  // Truncates the file. Throws UsageError if it cannot be written.
   Trace(const std::string& path, const std::string& port);
 
   void Sent(std::span<const std::uint8_t> bytes);
@@ -50,14 +50,14 @@ class Link {
   // time.
   void Send(std::span<const std::uint8_t> bytes, Clock::time_point deadline);
 
-  // Sends what the port takes at once; returns their number.
+  // Sends as many bytes as the port takes at once; returns their number.
   std::size_t SendSome(std::span<const std::uint8_t> bytes);
 
   // Receives until the room is full or the deadline has passed; returns the number of bytes received. Throws
-  // LinkFailure when the port has hung up.
+  // LinkFailure if the port has hung up.
   std::size_t Receive(std::span<std::uint8_t> room, Clock::time_point deadline);
 
-  // Receives what is there already, without waiting, and at most what there is room for.
+  // Receives what has already come, as far as there is room, without waiting.
   std::size_t ReceiveWaiting(std::span<std::uint8_t> room);
 
   // Throws away what came before a command: it cannot be that command's answer. Throws LinkFailure if the

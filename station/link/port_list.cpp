@@ -14,7 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The first line of a small file; empty when there is none.
+// The first line of a small file; empty if there is none.
 std::string FirstLine(const fs::path& path) {
   std::ifstream file(path);
   std::string line;
@@ -22,8 +22,7 @@ std::string FirstLine(const fs::path& path) {
   return line;
 }
 
-// The folder of the USB device that the port belongs to: the first above the port's that holds a vendor
-// number.
+// The folder of the port's USB device: the first one above the port's folder that has a vendor number.
 fs::path UsbDevice(fs::path device) {
   std::error_code error;
   for (device = fs::canonical(device, error); !error && device.has_relative_path();
@@ -34,7 +33,7 @@ fs::path UsbDevice(fs::path device) {
 }
 
 bool IsFitted(const fs::path& port) {
-  // The kernel lists the on-board ports that a PC may have; those that it has not are of type 0.
+  // The kernel lists all on-board ports that a PC may have. Those that this PC does not have are of type 0.
   const std::string type = FirstLine(port / "type");
   return !type.empty() && type != "0";
 }

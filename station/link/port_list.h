@@ -9,7 +9,7 @@ namespace station {
 struct PortDescription {
   std::string path;  // "/dev/ttyACM0"
   bool usb = false;
-  std::string name = {};  // manufacturer and product, empty where there is none
+  std::string name = {};  // manufacturer and product, empty if there is none
   std::string serial_number = {};
 };
 
@@ -19,8 +19,8 @@ std::vector<PortDescription> ListPorts(const std::string& sysfs = "/sys");
 // A table for a person; empty for no ports.
 std::string PortTable(const std::vector<PortDescription>& ports);
 
-// The port to take when none is named: the only USB serial port. Throws UsageError, which lists the ports,
-// when there are several or none.
+// The port to use if none is named: the only USB serial port. If there are several or none, throws
+// UsageError, which lists the ports.
 std::string OnlyPort(const std::vector<PortDescription>& ports);
 
 }  // namespace station

@@ -41,8 +41,7 @@ std::optional<unsigned> PseudoTerminal(dev_t device) {
   return (major(device) - FIRST_PSEUDO_TERMINAL) * 256 + minor(device);
 }
 
-// The number of the pseudo-terminal that a master descriptor belongs to; the kernel tells it in the
-// descriptor's information.
+// The number of a master descriptor's pseudo-terminal, from the kernel's information about the descriptor.
 std::optional<unsigned> MasterOf(const fs::path& process, const std::string& descriptor) {
   std::ifstream information(process / "fdinfo" / descriptor);
   for (std::string key; information >> key;) {
@@ -68,9 +67,9 @@ bool Holds(const fs::path& process, dev_t device) {
   return holds;
 }
 
-// "minicom (process 1234)" for the first other process that has the opened port's device open too; empty if
-// none is seen. An ordinary user sees only the user's own processes. The process that plays the other side of
-// a pseudo-terminal is no holder.
+// "minicom (process 1234)" for the first other process that has the port's device open too; empty if there is
+// none. An ordinary user sees only the user's own processes. A process that has the other side of a
+// pseudo-terminal does not count.
 std::string PortHolder(int port) {
   struct stat status {};
   if (fstat(port, &status) != 0) return "";
@@ -109,10 +108,11 @@ std::string GroupAdvice(const std::string& path) {
 
 void HoldPort(int descriptor, const std::string& path) {
   const std::string holder = PortHolder(descriptor);
-  // The lock is what other well-behaved serial programs look at, and it goes with the descriptor.
+  // Other serial programs respect this lock. It ends with the descriptor.
   const bool locked = flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
   if (locked || !holder.empty()) RefuseHeld(path, holder);
-  // A pseudo-terminal keeps this mark while its other side stays open, and would then refuse everybody.
+  // A pseudo-terminal keeps this mark while its other side stays open, and would then refuse all later
+  // programs.
   struct stat status {};
   if (fstat(descriptor, &status) == 0 && !PseudoTerminal(status.st_rdev)) ioctl(descriptor, TIOCEXCL);
 }
@@ -123,8 +123,7 @@ void ConfigurePort(int descriptor, const std::string& path) {
   cfmakeraw(&settings);
   cfsetspeed(&settings, B115200);
   settings.c_cflag |= CLOCAL | CREAD;
-  // Without HUPCL the line stays up between two runs of this program; a hang-up would reach the phone's
-  // server.
+  // Without HUPCL the line stays up after this program. A hang-up would reach the phone's server.
   settings.c_cflag &= ~(HUPCL | CRTSCTS | CSTOPB);
   settings.c_cc[VMIN] = 1;
   settings.c_cc[VTIME] = 0;
@@ -158,7 +157,7 @@ AddressList Resolve(const std::string& host, const std::string& port) {
   return {found, freeaddrinfo};
 }
 
-// 0, or the error number.
+// Returns 0 or the error number.
 int Connect(const posix::FileDescriptor& socket, const addrinfo& to) {
   if (connect(socket.Get(), to.ai_addr, to.ai_addrlen) == 0) return 0;
   if (errno != EINPROGRESS) return errno;
@@ -173,7 +172,7 @@ int Connect(const posix::FileDescriptor& socket, const addrinfo& to) {
 }  // namespace
 
 posix::FileDescriptor OpenSerialPort(const std::string& path) {
-  // Non-blocking from the start: an open must not wait for a carrier.
+  // Non-blocking, because opening must not wait for a carrier.
   posix::FileDescriptor port(open(path.c_str(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC));
   if (!port.IsOpen()) RefuseToOpen(path, errno);
   if (isatty(port.Get()) == 0) throw LinkFailure(fmt::format("{} is not a serial port", path));
@@ -192,7 +191,7 @@ posix::FileDescriptor OpenTcpPort(const std::string& address) {
     if (!socket.IsOpen()) continue;
     error = Connect(socket, *to);
     if (error != 0) continue;
-    // Commands are small and each waits for its answer.
+    // Small commands must leave at once.
     const int on = 1;
     setsockopt(socket.Get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     return socket;

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <utility>
@@ -19,7 +20,7 @@ namespace station {
 
 namespace {
 
-// Output beyond this size is read and dropped.
+// More output than about this is read and dropped.
 constexpr std::size_t LONGEST_OUTPUT = 64 * 1024;
 
 std::string Ended(const std::string& output, int status) {
@@ -54,64 +55,60 @@ pid_t Start(const std::vector<std::string>& words, int output) {
 }  // namespace
 
 HostProgram::HostProgram(const std::vector<std::string>& words) {
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) throw PlanError(fmt::format("cannot run {}", words.front()));
-  descriptor_ = ends[0];
-  try {
-    process_ = Start(words, ends[1]);
-  } catch (...) {
-    close(ends[0]);
-    close(ends[1]);
-    throw;
-  }
-  close(ends[1]);
+  posix::Connection output = posix::MakePipe();
+  if (!output) throw PlanError(fmt::format("cannot run {}: {}", words.front(), std::strerror(errno)));
+  process_ = Start(words, output.writing.Get());
+  descriptor_ = std::move(output.reading);
 }
 
 HostProgram::HostProgram(HostProgram&& other) noexcept
     : process_(std::exchange(other.process_, -1)),
-      descriptor_(std::exchange(other.descriptor_, -1)),
+      descriptor_(std::move(other.descriptor_)),
       output_(std::move(other.output_)) {}
 
 HostProgram::~HostProgram() {
-  Finish(SIGKILL);
+  Kill();
 }
 
-void HostProgram::Finish(int signal) {
-  if (process_ > 0) {
-    kill(-process_, signal);
-    waitpid(process_, nullptr, 0);
+void HostProgram::Kill() {
+  if (process_ <= 0) return;
+  kill(-process_, SIGKILL);
+  waitpid(process_, nullptr, 0);
+  process_ = -1;
+}
+
+bool HostProgram::ReadSome(std::chrono::milliseconds limit) {
+  pollfd waiting{descriptor_.Get(), POLLIN, 0};
+  if (poll(&waiting, 1, static_cast<int>(limit.count())) != 1) return false;
+  std::array<char, 4096> room;
+  const ssize_t count = read(descriptor_.Get(), room.data(), room.size());
+  if (count <= 0) {
+    descriptor_.Reset();
+    return false;
   }
-  if (descriptor_ >= 0) close(descriptor_);
-  process_ = descriptor_ = -1;
+  if (output_.size() < LONGEST_OUTPUT) output_.append(room.data(), static_cast<std::size_t>(count));
+  return true;
 }
 
 std::string HostProgram::Wait(std::chrono::milliseconds limit) {
-  constexpr int LOOK_MILLISECONDS = 20;
+  constexpr std::chrono::milliseconds LOOK{20};
   const Clock::time_point end = Clock::now() + limit;
-  bool open = true;
   for (;;) {
-    // A program that it started may keep the output open after its end, and it may close its output before
-    // its end.
+    // A program that it started may keep the output open after its end and write on, and it may close its
+    // output before its end.
     int status = 0;
-    const bool ended = waitpid(process_, &status, WNOHANG) == process_;
-    pollfd waiting{open ? descriptor_ : -1, POLLIN, 0};
-    while (poll(&waiting, 1, ended ? 0 : LOOK_MILLISECONDS) == 1) {
-      std::array<char, 4096> room;
-      const ssize_t count = read(descriptor_, room.data(), room.size());
-      open = count > 0;
-      if (!open) break;
-      if (output_.size() < LONGEST_OUTPUT) output_.append(room.data(), static_cast<std::size_t>(count));
-    }
-    if (ended) {
+    if (waitpid(process_, &status, WNOHANG) == process_) {
       process_ = -1;
+      while (output_.size() < LONGEST_OUTPUT && ReadSome(std::chrono::milliseconds(0))) {
+      }
       while (output_.ends_with('\n')) output_.pop_back();
       return Ended(output_, status);
     }
     if (Clock::now() >= end) {
-      Finish(SIGKILL);
-      return fmt::format("it was still running after {} s", limit.count() / 1000);
+      Kill();
+      return fmt::format("it was still running after {} s", static_cast<double>(limit.count()) / 1000);
     }
-    if (!open) usleep(LOOK_MILLISECONDS * 1000);
+    ReadSome(LOOK);
   }
 }
 

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "posix/file_descriptor.h"
+
 namespace station {
 
 // A running program and its output on standard output and standard error. If it is still running when this
@@ -28,10 +30,13 @@ class HostProgram {
   }
 
  private:
-  void Finish(int signal);
+  void Kill();
+  // Reads what comes within the limit. Returns false if nothing came; the time passes also if the output is
+  // closed.
+  bool ReadSome(std::chrono::milliseconds limit);
 
   pid_t process_ = -1;
-  int descriptor_ = -1;
+  posix::FileDescriptor descriptor_;
   std::string output_;
 };
 

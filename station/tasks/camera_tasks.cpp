@@ -12,7 +12,7 @@ namespace station {
 
 namespace {
 
-// More than a picture of 1200 x 1600 pixels needs uncompressed.
+// An uncompressed picture of 1200 x 1600 pixels is smaller.
 constexpr std::size_t LARGEST_PICTURE = 8u << 20;
 
 Argument WhichPicture() {
@@ -111,7 +111,6 @@ Outcome FetchAndKeep(Session& session, const Values& values) {
 }
 
 Outcome DeletePicture(Session& session, const Values& values) {
-  // The action that deletes a picture is the one that takes it, and 2.
   return RunCommand(session, GetCommand(protocol::TEST_CAMERA),
                     CameraAction(DeletionOf(values.Number("picture"))));
 }
@@ -129,7 +128,7 @@ std::vector<Operation> CameraTasks() {
                             .Optional("0")
                             .OnlyChoices({{"0", 0}, {"90", 90}, {"180", 180}, {"270", 270}}),
                         Word("output", "file to keep the picture in").Optional(""),
-                        Flag("keep", "leave the picture on the phone, too")},
+                        Flag("keep", "do not delete the picture on the phone")},
           .run = CapturePicture,
           .codes = {protocol::TEST_CAMERA, protocol::READ_PICTURE},
       },

@@ -25,7 +25,7 @@ Clock::time_point EndOfWait(const Values& values) {
 // Polls until `done` returns true for a new key.
 Outcome PollKeys(Session& session, Clock::time_point end,
                  const std::function<bool(std::uint32_t code)>& done) {
-  // The phone waits half a second in each poll. One that does not is not asked without a pause.
+  // The phone waits half a second in each poll. If it does not, this pause keeps the polls apart.
   constexpr std::chrono::milliseconds PACE{20};
   std::optional<std::uint32_t> before;
   do {

@@ -45,9 +45,13 @@ Outcome SendAtCommand(Session& session, const Values& values) {
 }
 
 Outcome PassThrough(Session& session, const Values& values) {
+  constexpr std::int64_t LONGEST = 3'600'000;
+  const std::int64_t linger = values.Number("linger");
+  if (linger < 0 || linger > LONGEST)
+    throw UsageError(fmt::format("linger: the time must be from 0 to {} ms", LONGEST));
   Outcome outcome = RunCommand(session, GetCommand(protocol::PASS_THROUGH), {});
   if (!outcome.failure.empty()) return outcome;
-  RelayToModem(session.GetLink(), values.IsSet("raw"), std::chrono::milliseconds(values.Number("linger")));
+  RelayToModem(session.GetLink(), values.IsSet("raw"), std::chrono::milliseconds(linger));
   outcome.silent = true;
   return outcome;
 }
@@ -85,7 +89,7 @@ std::vector<Operation> ModemTasks() {
           .arguments = {Text("command", AT_TEXT_SIZE,
                              "the AT command, at most 31 characters (32 with --raw)"),
                         Number("timeout", "how long the modem may take, in milliseconds").Optional("3000"),
-                        Flag("raw", "send the text as it is, without a carriage return behind it")},
+                        Flag("raw", "send the text as it is, without a carriage return after it")},
           .run = SendAtCommand,
           .codes = {protocol::EXCHANGE_AT},
       },

@@ -1,4 +1,4 @@
-// What can be asked of the tool: a single command of the protocol, or a task made of several. The command
+// What the tool can do with a phone: a single command of the protocol, or a task made of several. The command
 // line and the test plans both offer exactly these.
 #pragma once
 

@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 #include <poll.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +12,7 @@
 #include <optional>
 #include <thread>
 
+#include "posix/raw_terminal.h"
 #include "protocol/selectors.h"
 #include "station/commands/bytes.h"
 #include "station/commands/errors.h"
@@ -28,27 +28,6 @@ constexpr std::chrono::milliseconds FRAME_PAUSE{100};
 
 // What is read at once, and the most that is held until the phone takes it.
 constexpr std::size_t ROOM = 4096;
-
-// While this object lives, the terminal passes on every key as it is typed.
-class RawTerminal {
- public:
-  explicit RawTerminal(int descriptor) : descriptor_(descriptor) {
-    if (tcgetattr(descriptor, &before_) != 0) return;
-    termios raw = before_;
-    cfmakeraw(&raw);
-    changed_ = tcsetattr(descriptor, TCSANOW, &raw) == 0;
-  }
-  RawTerminal(const RawTerminal&) = delete;
-  RawTerminal& operator=(const RawTerminal&) = delete;
-  ~RawTerminal() {
-    if (changed_) tcsetattr(descriptor_, TCSANOW, &before_);
-  }
-
- private:
-  int descriptor_;
-  termios before_{};
-  bool changed_ = false;
-};
 
 void WriteOutput(std::span<const std::uint8_t> bytes) {
   while (!bytes.empty()) {
@@ -154,10 +133,10 @@ void RelayToModem(Link& link, bool plain, std::chrono::milliseconds linger) {
   const bool terminal = isatty(STDIN_FILENO) != 0 && !plain;
   {
     const InterruptionHeld held;
-    std::optional<RawTerminal> raw;
+    std::optional<posix::RawTerminal> raw;
     if (terminal) {
       fmt::print(stderr, "connected to the modem; Ctrl-] leaves\n");
-      raw.emplace(STDIN_FILENO);
+      raw.emplace(STDIN_FILENO, TCSANOW);
     }
     Relay(link, terminal).Run(linger);
   }

@@ -8,8 +8,8 @@
 
 namespace station {
 
-// Runs until the input ends or, at a terminal and unless `plain`, Ctrl-] is typed; then lets the modem finish
-// until it has been quiet for the lingering time, and sends the leave frame. Throws LinkFailure.
+// Runs until the input ends or Ctrl-] is typed at a terminal (not if `plain`). Then waits until the modem has
+// been quiet for the lingering time, and sends the leave frame. Throws LinkFailure.
 void RelayToModem(Link& link, bool plain, std::chrono::milliseconds linger);
 
 }  // namespace station

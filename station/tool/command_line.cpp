@@ -158,6 +158,25 @@ void AddOperation(CLI::App& app, const Operation& operation, Invocation& invocat
   subcommand.callback([&invocation, &operation] { invocation.operation = &operation; });
 }
 
+void AddToolCommand(CLI::App& app, const ToolCommand& command, Invocation& invocation) {
+  CLI::App* subcommand = app.add_subcommand(command.word, command.help)->group("Plans and tools");
+  for (const ToolCommand::Option& option : command.options) {
+    std::vector<std::string>& values = invocation.given[option.name];
+    if (option.kind == ToolCommand::Option::Kind::Flag) {
+      subcommand->add_flag_callback(
+          "--" + option.name, [&values] { values = {"true"}; }, option.help);
+      continue;
+    }
+    const bool positional = option.kind == ToolCommand::Option::Kind::Positional;
+    const auto take = [&values](const std::vector<std::string>& texts) { values = texts; };
+    CLI::Option* added = subcommand->add_option_function<std::vector<std::string>>(
+        positional ? option.name : "--" + option.name, take, option.help);
+    added->type_name(option.form)->required(positional)->allow_extra_args(false);
+    if (option.kind != ToolCommand::Option::Kind::Repeated) added->expected(1);
+  }
+  subcommand->callback([&invocation, &command] { invocation.tool_command = &command; });
+}
+
 void DescribeCommandLine(CLI::App& app, Invocation& invocation) {
   app.fallthrough();
   app.require_subcommand(1);
@@ -169,7 +188,7 @@ void DescribeCommandLine(CLI::App& app, Invocation& invocation) {
     const Topic* topic = FindTopic(operation.words.substr(0, operation.words.find(' ')));
     ordered.emplace(topic != nullptr ? topic - TOPICS : std::ssize(TOPICS), &operation);
   }
-  AddToolCommands(app, invocation);
+  for (const ToolCommand& command : ToolCommands()) AddToolCommand(app, command, invocation);
   for (const auto& [place, operation] : ordered) AddOperation(app, *operation, invocation);
   // Last, since subcommands inherit what is set before them.
   app.footer(

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -11,10 +12,6 @@
 
 #include "station/commands/errors.h"
 #include "station/tasks/operation.h"
-
-namespace CLI {
-class App;
-}
 
 namespace station {
 
@@ -26,15 +23,35 @@ struct Settings {
   bool yes = false;
 };
 
-// What the command line asks for: an operation on a phone, or one of the tool's own subcommands.
+// A subcommand that is not about one command of the phone: plans, traces, ports and the tool's descriptions.
+struct ToolCommand {
+  struct Option {
+    enum class Kind { Positional, Text, Repeated, Flag };  // a positional one must be given
+    Kind kind;
+    std::string name;
+    std::string help;
+    std::string form = {};  // "FILE"; what the help page shows for the value
+  };
+  using Given = std::map<std::string, std::vector<std::string>>;
+
+  std::string word;
+  std::string help;
+  std::vector<Option> options;
+  std::function<ExitStatus(const Settings&, Given&)> run;
+};
+
+const std::vector<ToolCommand>& ToolCommands();
+
+// What the command line asks for: an operation on a phone, or a subcommand of the tool.
 struct Invocation {
   Settings settings;
   const Operation* operation = nullptr;
   ArgumentValues arguments;
-  std::function<ExitStatus(const Settings&)> own_subcommand;
+  const ToolCommand* tool_command = nullptr;
+  ToolCommand::Given given;
 };
 
-// Returns an exit status if there is nothing left to do: help was shown, or what is wrong with the words.
+// Returns an exit status if there is nothing more to do, after help or an error message.
 std::variant<Invocation, ExitStatus> ParseCommandLine(int count, char** words);
 
 // The ports given, or the only one that exists. Throws UsageError.
@@ -48,8 +65,5 @@ std::unique_ptr<Trace> OpenTrace(const Settings& settings, const std::string& po
 
 // A bash script that completes subcommands and options, and otherwise file names.
 std::string BashCompletion();
-
-// Adds the tool's own subcommands: plans, traces, ports and the tool's descriptions.
-void AddToolCommands(CLI::App& app, Invocation& invocation);
 
 }  // namespace station

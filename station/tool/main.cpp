@@ -47,11 +47,12 @@ ExitStatus RunOperation(const Invocation& invocation) {
 }
 
 ExitStatus Run(int count, char** words) {
-  const auto parsed = ParseCommandLine(count, words);
+  auto parsed = ParseCommandLine(count, words);
   if (const auto* status = std::get_if<ExitStatus>(&parsed)) return *status;
-  const auto& invocation = std::get<Invocation>(parsed);
-  return invocation.own_subcommand ? invocation.own_subcommand(invocation.settings)
-                                   : RunOperation(invocation);
+  auto& invocation = std::get<Invocation>(parsed);
+  const ToolCommand* tool_command = invocation.tool_command;
+  if (tool_command != nullptr) return tool_command->run(invocation.settings, invocation.given);
+  return RunOperation(invocation);
 }
 
 ExitStatus Fail(const std::exception& error, ExitStatus status) {

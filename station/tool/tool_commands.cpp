@@ -1,8 +1,7 @@
 // The subcommands that are not about one command of the phone.
 #include <fmt/format.h>
 
-#include <CLI/CLI.hpp>
-#include <memory>
+#include <charconv>
 
 #include "station/link/port_list.h"
 #include "station/tool/command_line.h"
@@ -14,7 +13,12 @@ namespace station {
 
 namespace {
 
-constexpr const char* GROUP = "Plans and tools";
+using Given = ToolCommand::Given;
+using Kind = ToolCommand::Option::Kind;
+
+std::string OnlyText(Given& given, const std::string& name, const std::string& fallback = "") {
+  return given[name].empty() ? fallback : given[name].front();
+}
 
 std::map<std::string, std::string> ParseAssignments(const std::vector<std::string>& assignments) {
   std::map<std::string, std::string> values;
@@ -28,45 +32,35 @@ std::map<std::string, std::string> ParseAssignments(const std::vector<std::strin
   return values;
 }
 
-void AddRun(CLI::App& app, Invocation& invocation) {
-  struct Given {
-    std::string plan;
-    std::vector<std::string> assignments;
-    std::string report;
-  };
-  const auto given = std::make_shared<Given>();
-  CLI::App* run =
-      app.add_subcommand("run", "run a test plan on all given ports at the same time")->group(GROUP);
-  run->add_option("plan", given->plan, "plan file, JSON with comments")->type_name("FILE")->required();
-  run->add_option("--set", given->assignments, "give a variable of the plan its value")
-      ->type_name("NAME=VALUE")
-      ->allow_extra_args(false);
-  run->add_option("--report", given->report,
-                  "write report.html, report.json, report.xml (JUnit) and pictures into this folder")
-      ->type_name("FOLDER");
-  run->callback([&invocation, given] {
-    invocation.own_subcommand = [given](const Settings& settings) {
-      return ExecutePlan({.plan_file = given->plan,
-                          .ports = ChosenPorts(settings),
-                          .variables = ParseAssignments(given->assignments),
-                          .report_folder = given->report,
-                          .trace_file = settings.trace_file,
-                          .answer_time = settings.answer_time,
-                          .always_yes = settings.yes,
-                          .json = settings.json});
-    };
-  });
+ExitStatus Run(const Settings& settings, Given& given) {
+  return ExecutePlan({.plan_file = OnlyText(given, "plan"),
+                      .ports = ChosenPorts(settings),
+                      .variables = ParseAssignments(given["set"]),
+                      .report_folder = OnlyText(given, "report"),
+                      .trace_file = settings.trace_file,
+                      .answer_time = settings.answer_time,
+                      .always_yes = settings.yes,
+                      .json = settings.json});
 }
 
-ExitStatus RunReplay(const Settings& settings, const std::string& file, double longest_pause) {
+std::chrono::milliseconds ParsePause(const std::string& text) {
+  constexpr double LONGEST = 3600;
+  double seconds = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  if (error != std::errc{} || end != text.data() + text.size() || !(seconds >= 0 && seconds <= LONGEST)) {
+    throw UsageError(fmt::format("--longest-pause: '{}' is not a number from 0 to {}", text, LONGEST));
+  }
+  return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
+}
+
+ExitStatus RunReplay(const Settings& settings, Given& given) {
+  const std::chrono::milliseconds longest_pause = ParsePause(OnlyText(given, "longest-pause", "10"));
   const std::string port = ChosenPort(settings);
   const std::unique_ptr<Trace> trace = OpenTrace(settings, port);
   Link link(port, trace.get());
-  const std::chrono::duration<double> pause(longest_pause);
-  const ReplayResult result =
-      Replay(link, {.trace_file = file,
-                    .longest_pause = std::chrono::ceil<std::chrono::milliseconds>(pause),
-                    .answer_time = settings.answer_time});
+  const ReplayResult result = Replay(link, {.trace_file = OnlyText(given, "trace"),
+                                            .longest_pause = longest_pause,
+                                            .answer_time = settings.answer_time});
   const bool same = result.difference.empty();
   if (settings.json) {
     nlohmann::ordered_json json = {{"result", same ? "same" : "different"},
@@ -82,32 +76,9 @@ ExitStatus RunReplay(const Settings& settings, const std::string& file, double l
   return same ? ExitStatus::Passed : ExitStatus::DeviceFailure;
 }
 
-void AddReplay(CLI::App& app, Invocation& invocation) {
-  struct Given {
-    std::string file;
-    double longest_pause = 10;
-  };
-  const auto given = std::make_shared<Given>();
-  CLI::App* replay =
-      app.add_subcommand("replay", "send again what --trace recorded, and report the first different answer")
-          ->group(GROUP);
-  replay->add_option("trace", given->file, "trace file")->type_name("FILE")->required();
-  replay
-      ->add_option("--longest-pause", given->longest_pause,
-                   "longest pause between two commands, in seconds; longer recorded pauses are shortened")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, 3600.0))
-      ->capture_default_str();
-  replay->callback([&invocation, given] {
-    invocation.own_subcommand = [given](const Settings& settings) {
-      return RunReplay(settings, given->file, given->longest_pause);
-    };
-  });
-}
-
-ExitStatus ShowPorts(bool json) {
+ExitStatus ShowPorts(const Settings& settings, Given&) {
   const std::vector<PortDescription> ports = ListPorts();
-  if (!json) {
+  if (!settings.json) {
     fmt::print("{}", ports.empty() ? "no serial port\n" : PortTable(ports));
     return ExitStatus::Passed;
   }
@@ -120,52 +91,46 @@ ExitStatus ShowPorts(bool json) {
   return ExitStatus::Passed;
 }
 
-void AddPorts(CLI::App& app, Invocation& invocation) {
-  CLI::App* ports = app.add_subcommand("ports", "list this computer's serial ports")->group(GROUP);
-  ports->callback([&invocation] {
-    invocation.own_subcommand = [](const Settings& settings) { return ShowPorts(settings.json); };
-  });
+ExitStatus ShowCommands(const Settings&, Given& given) {
+  const bool markdown = !given["markdown"].empty();
+  const bool manual = !given["manual"].empty();
+  if (markdown && manual) throw UsageError("--markdown and --manual exclude each other");
+  fmt::print("{}", markdown ? ProtocolPage() : manual ? ManualCommandList() : CommandList());
+  return ExitStatus::Passed;
 }
 
-void AddCommands(CLI::App& app, Invocation& invocation) {
-  struct Given {
-    bool markdown = false;
-    bool manual = false;
-  };
-  const auto given = std::make_shared<Given>();
-  CLI::App* commands = app.add_subcommand("commands", "list all commands with their codes")->group(GROUP);
-  auto* markdown = commands->add_flag("--markdown", given->markdown, "print the whole protocol page");
-  commands->add_flag("--manual", given->manual, "print the list in the manual page's form")
-      ->excludes(markdown);
-  commands->callback([&invocation, given] {
-    invocation.own_subcommand = [given](const Settings&) {
-      fmt::print("{}", given->markdown ? ProtocolPage()
-                       : given->manual ? ManualCommandList()
-                                       : CommandList());
-      return ExitStatus::Passed;
-    };
-  });
-}
-
-void AddCompletion(CLI::App& app, Invocation& invocation) {
-  CLI::App* completion =
-      app.add_subcommand("completion", "print the completion script for bash")->group(GROUP);
-  completion->callback([&invocation] {
-    invocation.own_subcommand = [](const Settings&) {
-      fmt::print("{}", BashCompletion());
-      return ExitStatus::Passed;
-    };
-  });
+ExitStatus ShowCompletion(const Settings&, Given&) {
+  fmt::print("{}", BashCompletion());
+  return ExitStatus::Passed;
 }
 
 }  // namespace
 
-void AddToolCommands(CLI::App& app, Invocation& invocation) {
-  AddRun(app, invocation);
-  AddReplay(app, invocation);
-  AddPorts(app, invocation);
-  AddCommands(app, invocation);
-  AddCompletion(app, invocation);
+const std::vector<ToolCommand>& ToolCommands() {
+  static const std::vector<ToolCommand> commands = {
+      {"run",
+       "run a test plan on all given ports at the same time",
+       {{Kind::Positional, "plan", "plan file, JSON with comments", "FILE"},
+        {Kind::Repeated, "set", "set a variable of the plan", "NAME=VALUE"},
+        {Kind::Text, "report",
+         "write report.html, report.json, report.xml (JUnit) and pictures into this folder", "FOLDER"}},
+       Run},
+      {"replay",
+       "send again what --trace recorded, and report the first different answer",
+       {{Kind::Positional, "trace", "trace file", "FILE"},
+        {Kind::Text, "longest-pause",
+         "longest pause between two commands, in seconds; longer recorded pauses are shortened [10]",
+         "SECONDS"}},
+       RunReplay},
+      {"ports", "list this computer's serial ports", {}, ShowPorts},
+      {"commands",
+       "list all commands with their codes",
+       {{Kind::Flag, "markdown", "print the whole protocol page"},
+        {Kind::Flag, "manual", "print the list in the manual page's form"}},
+       ShowCommands},
+      {"completion", "print the completion script for bash", {}, ShowCompletion},
+  };
+  return commands;
 }
 
 }  // namespace station

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <pugixml.hpp>
+#include <thread>
 
 #include "station/commands/bytes.h"
 #include "tests/station/scripted_phone.h"
@@ -179,6 +180,18 @@ TEST(Plans, ProgramsAndPicturesAreSteps) {
        {},
        1,
        "still running"},
+      {"a program that never stops talking",
+       Steps(R"({"program": ["yes"], "seconds": 0.1})"),
+       {},
+       {},
+       1,
+       "it was still running after 0.1 s"},
+      {"a program that leaves one behind that never stops talking",
+       Steps(R"({"program": ["sh", "-c", "timeout 5 yes & sleep 0.1"], "seconds": 4})"),
+       {},
+       {},
+       0,
+       "passed"},
       {"a shell's own variable",
        Steps(R"({"program": ["sh", "-c", "X=5; exit $${X}"]})"),
        {},
@@ -239,6 +252,25 @@ TEST(Plans, HostileOnesHoldNobodyUp) {
   }
   EXPECT_EQ(RunTool({"--port", "/dev/null", "run", "/dev/zero"}).status, 4);
   EXPECT_EQ(RunTool({"--port", "/dev/null", "run", fifo}).status, 4);
+}
+
+TEST(Plans, NothingOfAProgramSurvivesItsTime) {
+  const std::string number = TemporaryFile("number", "");
+  const std::string script = "sleep 60 & echo $! > " + number + "; wait";
+  Try({"a program with a child",
+       Steps(R"({"program": ["sh", "-c", ")" + script + R"("], "seconds": 0.5})"),
+       {},
+       {},
+       1,
+       "it was still running after 0.5 s"});
+  const pid_t child = std::stoi(ReadFile(number));
+  const auto gone = [child] {
+    const std::string state = ReadFile("/proc/" + std::to_string(child) + "/stat");
+    return state.empty() || state.find(") Z ") != std::string::npos;
+  };
+  for (int tries = 0; tries < 200 && !gone(); ++tries)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  EXPECT_TRUE(gone());
 }
 
 TEST(Plans, MistakesAreFoundBeforeAnythingIsSent) {
