@@ -263,17 +263,4 @@ TEST_F(ChannelPauseTest, ClosesTheChannelForSoManySeconds) {
   }
 }
 
-TEST_F(ChannelPauseTest, RestsWhenTheDeviceIsGoneAfterThePause) {
-  Phone().TakeAway(HOST_PORT);
-  EXPECT_EQ(Ask(PAUSE, Words({0}), 4), Words({0}));
-  ASSERT_TRUE(Appears(LineIs(std::string("open ") + HOST_PORT + " rw+cloexec -> ENOENT")));
-  const long ticks = ProcessorTicks();
-  std::this_thread::sleep_for(1s);
-  EXPECT_LT(ProcessorTicks() - ticks, 20) << "of 100";
-  EXPECT_TRUE(Phone().IsRunning());
-  Phone().PutBack(HOST_PORT);
-  EXPECT_TRUE(host.IsQuiet(100ms));
-  EXPECT_EQ(LinesSince(OfKind({JournalKind::Open})).size(), 1u) << "it does not try again";
-}
-
 }  // namespace
