@@ -77,6 +77,16 @@ TEST(Link, PortsThatCannotBeUsed) {
   ExpectFailure(RunTool({"--port", "tcp:127.0.0.1:1", "ping"}), 3, "cannot connect to 127.0.0.1:1");
 }
 
+TEST(Link, LeavesThePortRawAndWithoutHangUp) {
+  const Terminal port;
+  EXPECT_EQ(RunTool({"--port", port.Path(), "no-operation"}).status, 0);
+  const termios settings = port.Settings();
+  EXPECT_EQ(settings.c_lflag & (ICANON | ECHO | ISIG), 0u);
+  EXPECT_EQ(settings.c_cflag & (HUPCL | CRTSCTS | CSTOPB | PARENB), 0u);
+  EXPECT_EQ(settings.c_cflag & (CLOCAL | CREAD | CSIZE), CLOCAL | CREAD | CS8);
+  EXPECT_EQ(cfgetospeed(&settings), static_cast<speed_t>(B115200));
+}
+
 TEST(Link, UsageErrorsSendNothing) {
   ScriptedPhone phone({});
   const std::vector<std::vector<std::string>> wrong = {

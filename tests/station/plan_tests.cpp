@@ -135,6 +135,18 @@ TEST(Plans, StepsFollowEachOther) {
        {NO_CARD, {"2600000000000000", ZERO}},
        0,
        "in 2 attempts"},
+      {"gives up after its retries",
+       Steps(R"({"command": "memory-card", "retries": 2, "retry-wait": 0})"),
+       {},
+       {NO_CARD, NO_CARD, NO_CARD},
+       1,
+       "in 3 attempts"},
+      {"repeats until it fails",
+       Steps(R"({"command": "memory-card", "repeat": 3})"),
+       {},
+       {{NO_CARD.expected, ZERO}, NO_CARD},
+       1,
+       "FAILED"},
       {"repeats", Steps(R"({"command": "ping", "repeat": 3})"), {}, {PING, PING, PING}, 0, "passed"},
       {"silence",
        Steps(R"({"command": "ping"}, {"command": "ping"})"),
@@ -158,6 +170,25 @@ TEST(Plans, StepsFollowEachOther) {
        "Does it shine?"},
   };
   for (const PlanCase& tried : cases) Try(tried);
+}
+
+TEST(Plans, RetriesWaitAndQuestionsTimeOut) {
+  const ToolResult retried = Try({"waits before a retry",
+                                  Steps(R"({"command": "memory-card", "retries": 1, "retry-wait": 0.7})"),
+                                  {},
+                                  {NO_CARD, {NO_CARD.expected, ZERO}},
+                                  0,
+                                  "in 2 attempts"});
+  EXPECT_GE(retried.took.count(), 0.7);
+
+  const Terminal terminal;
+  const std::string plan =
+      TemporaryFile("plan.json", Steps(R"({"question": "Does it shine?", "seconds": 0.5})"));
+  ScriptedPhone phone({});
+  const ToolResult silence = RunTool({"--port", phone.Port(), "run", plan}, terminal.Path());
+  EXPECT_EQ(silence.status, 1);
+  EXPECT_NE(silence.output.find("the operator did not answer"), std::string::npos) << silence.output;
+  EXPECT_GE(silence.took.count(), 0.5);
 }
 
 TEST(Plans, ProgramsAndPicturesAreSteps) {

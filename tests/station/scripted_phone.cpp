@@ -8,7 +8,6 @@
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <array>
@@ -172,9 +171,10 @@ void Terminal::Flood(std::chrono::milliseconds time) const {
   }
 }
 
-bool Terminal::IsRaw() const {
+termios Terminal::Settings() const {
   termios settings{};
-  return tcgetattr(other_side_.Get(), &settings) == 0 && (settings.c_lflag & ICANON) == 0;
+  tcgetattr(other_side_.Get(), &settings);
+  return settings;
 }
 
 ToolResult RunTool(const std::vector<std::string>& arguments, const std::string& input, const Watch& watch) {

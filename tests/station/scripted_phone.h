@@ -2,6 +2,8 @@
 // with someone at it, and a way to run the real tool against both.
 #pragma once
 
+#include <termios.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -63,8 +65,12 @@ class Terminal {
   // Types without a pause for as long; what is not taken is lost.
   void Flood(std::chrono::milliseconds time) const;
 
+  termios Settings() const;
+
   // Whether the program at it takes every key as it is typed.
-  bool IsRaw() const;
+  bool IsRaw() const {
+    return (Settings().c_lflag & ICANON) == 0;
+  }
 
  private:
   std::string path_;

@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <random>
 
 #include "station/commands/bytes.h"
 #include "station/tasks/jpeg_check.h"
+#include "station/tasks/operation.h"
 #include "tests/station/scripted_phone.h"
 
 namespace {
@@ -178,6 +180,36 @@ TEST(Tasks, CameraPictureIsTakenFetchedCheckedAndDeleted) {
   EXPECT_NE(damaged.errors.find("the picture is not whole: Premature end of JPEG file"), std::string::npos)
       << damaged.errors;
   EXPECT_EQ(RunTool({"--port", lossy.Port(), "camera", "capture", "focus", "--size", "48"}).status, 2);
+}
+
+TEST(Tasks, AChunkThatClaimsMoreThanItHoldsIsRefused) {
+  const std::string stop = "410000000F000000";
+  const std::string next = "4100000018000000";
+  const std::string file = TemporaryFolder() + "/never.jpg";
+  for (const char* count : {"01040000", "FFFFFF7F"}) {
+    ScriptedPhone phone({{stop, ZERO + Repeat("00", 1024)}, {next, count + Repeat("00", 1024)}});
+    const ToolResult result = RunTool({"--port", phone.Port(), "camera", "fetch", "focus", "-o", file});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.errors.find("bytes in a chunk of 1024"), std::string::npos) << result.errors;
+    EXPECT_EQ(ReadFile(file), "");
+  }
+}
+
+// Any answer of the right size is decoded to something that JSON can hold, whatever counts and texts it
+// claims.
+TEST(Tasks, GarbageAnswersAreDecoded) {
+  std::mt19937 random(1);
+  for (const station::Command& command : station::CommandTable()) {
+    for (int round = 0; round < 200; ++round) {
+      station::Bytes answer(station::AnswerSize(command.answer));
+      for (std::uint8_t& byte : answer) byte = static_cast<std::uint8_t>(round == 0 ? 0xFF : random());
+      const bool failed = !station::AnswerFailure(command, answer).empty();
+      EXPECT_EQ(failed, !answer.empty() && (answer[3] >= 0x80 || (command.code == 0 && answer[0] != 1)));
+      const auto readings =
+          answer.empty() ? std::vector<station::Reading>{} : station::DecodeAnswer(command.answer, answer);
+      EXPECT_NO_THROW(station::ReadingsJson(readings).dump()) << command.name;
+    }
+  }
 }
 
 TEST(Tasks, EveryCutOfAJpegIsNoticed) {
