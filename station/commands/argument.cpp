@@ -6,8 +6,8 @@
 #include <array>
 #include <charconv>
 #include <ctime>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
 
 #include "station/commands/errors.h"
 
@@ -68,12 +68,18 @@ Bytes EncodeAddress(const Argument& argument, const std::string& text) {
 }
 
 Bytes EncodeContent(const Argument& argument, const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw UsageError(fmt::format("{}: cannot read {}", argument.name, path));
-  Bytes bytes{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  if (bytes.size() != argument.size) {
-    throw UsageError(fmt::format("{}: {} holds {} bytes, but {} are needed", argument.name, path,
-                                 bytes.size(), argument.size));
+  // Only an ordinary file has a size: a device or pipe could have no end.
+  std::error_code error;
+  const std::uintmax_t size = std::filesystem::file_size(path, error);
+  if (!error && size != argument.size) {
+    throw UsageError(
+        fmt::format("{}: {} holds {} bytes, but {} are needed", argument.name, path, size, argument.size));
+  }
+  Bytes bytes(argument.size);
+  std::ifstream file;
+  if (!error) file.open(path, std::ios::binary);
+  if (!file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()))) {
+    throw UsageError(fmt::format("{}: cannot read {}", argument.name, path));
   }
   return bytes;
 }

@@ -70,8 +70,13 @@ class Relay {
     constexpr std::chrono::milliseconds LOOK{500};
     constexpr std::chrono::seconds STUCK{5};
     while (!leaving_) Turn(LOOK);
+    // Data from the modem does not extend this time.
+    auto end = Clock::now() + STUCK;
     while (!pending_.empty()) {
-      if (!Turn(STUCK)) throw LinkFailure(fmt::format("{} does not take what is sent", link_.Port()));
+      const std::size_t before = pending_.size();
+      Turn(LOOK);
+      if (pending_.size() != before) end = Clock::now() + STUCK;
+      if (Clock::now() >= end) throw LinkFailure(fmt::format("{} does not take what is sent", link_.Port()));
     }
     while (!asked_ && Turn(linger)) {
     }

@@ -156,6 +156,7 @@ TEST(Commands, ProductionData) {
       {{"bluetooth-address", "write", "00:11:22:AA:BB:GG"}, "", "", 2, "not an address"},
       {{"factory-info", "write", shorter}, "", "", 2, "holds 127 bytes, but 128 are needed"},
       {{"factory-info", "write", "/no/such/file"}, "", "", 2, "cannot read /no/such/file"},
+      {{"factory-info", "write", "/dev/zero"}, "", "", 2, "cannot read /dev/zero"},
       {{"factory-field", "write-first", bytes + "0B"}, "", "", 2, "at most 10 can be sent"},
   };
   for (const Case& tried : refused) Try(tried);
