@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <stdexcept>
@@ -22,8 +23,10 @@ namespace {
 constexpr size_t MAX_REQUEST = 1 << 16;
 constexpr int WAITING_CLIENTS = 64;
 
+// Phones of one user see each other, unless $PHONESIM_GROUP keeps some to themselves.
 std::string NamePrefix(uid_t user) {
-  return fmt::format("phonesim/{}/", user);
+  const char* group = getenv("PHONESIM_GROUP");
+  return group == nullptr ? fmt::format("phonesim/{}/", user) : fmt::format("phonesim/{}:{}/", user, group);
 }
 
 // Calls `use(address, size)` with the address of a phone's socket. The zero byte before the name makes it a

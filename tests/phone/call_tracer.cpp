@@ -1,5 +1,7 @@
 #include "tests/phone/call_tracer.h"
 
+#include <asm/ioctls.h>
+#include <fcntl.h>
 #include <linux/audit.h>
 #include <signal.h>
 #include <sys/ptrace.h>
@@ -13,6 +15,7 @@
 #include <climits>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 
 #ifndef __x86_64__
@@ -43,6 +46,14 @@ void ChangeRegisters(pid_t thread, Change change) {
   ptrace(PTRACE_SETREGS, thread, nullptr, &registers);
 }
 
+bool IsControl(const TracedCall& call) {
+  return call.number == (call.narrow ? 54 : 16);  // ioctl
+}
+
+bool IsFileControl(const TracedCall& call) {
+  return call.narrow ? call.number == 55 || call.number == 221 : call.number == 72;  // fcntl, fcntl64
+}
+
 }  // namespace
 
 bool TracedCall::IsRead() const {
@@ -68,9 +79,26 @@ std::string TracedCall::DescriptorPath() const {
   return std::filesystem::read_symlink(process + "/fd/" + std::to_string(arguments[0]), error);
 }
 
+std::string TracedCall::WrittenBytes() const {
+  std::string bytes(Size(), '\0');
+  const iovec here = {bytes.data(), bytes.size()};
+  const iovec there = {AsPointer(arguments[1]), bytes.size()};
+  const ssize_t read = process_vm_readv(thread, &here, 1, &there, 1, 0);
+  bytes.resize(static_cast<size_t>(std::max<ssize_t>(read, 0)));
+  return bytes;
+}
+
+uint64_t TracedCall::FilePosition() const {
+  std::ifstream info("/proc/" + std::to_string(thread) + "/fdinfo/" + std::to_string(arguments[0]));
+  std::string label;  // "pos:"
+  uint64_t position = 0;
+  info >> label >> position;
+  return position;
+}
+
 std::string TracedCall::PathArgument(size_t index) const {
   std::string text;
-  // Up to the end of the page and on from the next: there may be none behind the path.
+  // Up to the end of the page and on from the next: there may be none after the path.
   for (uint64_t address = arguments[index]; text.size() < PATH_MAX;) {
     char bytes[MEMORY_PAGE];
     const size_t size = MEMORY_PAGE - address % MEMORY_PAGE;
@@ -189,4 +217,32 @@ void CallTracer::Finish(const Tracee& tracee) {
 void CallTracer::CutPower() {
   power_cut_ = true;
   for (const Tracee& tracee : tracees_) kill(tracee.thread, SIGKILL);
+}
+
+TerminalCalls::TerminalCalls(pid_t server)
+    : tracer_(server, [this](const TracedCall& call) { return Note(call); }) {}
+
+CallFate TerminalCalls::Note(const TracedCall& call) {
+  std::string text;
+  if (IsFileControl(call) && call.arguments[1] == F_SETFL) {
+    text = "flags " + std::to_string(call.arguments[2]);
+  } else if (IsControl(call) && call.arguments[1] == TCFLSH) {
+    text = "flush " + std::to_string(call.arguments[2]);
+  } else if (IsControl(call) && call.arguments[1] == TCSETS) {
+    text = "set";
+  } else {
+    return {};
+  }
+  const std::lock_guard lock(mutex_);
+  entries_.push_back({call.DescriptorPath(), std::move(text)});
+  return {};
+}
+
+std::vector<std::string> TerminalCalls::Of(const std::string& terminal) const {
+  const std::lock_guard lock(mutex_);
+  std::vector<std::string> texts;
+  for (const Entry& entry : entries_) {
+    if (entry.terminal == terminal) texts.push_back(entry.text);
+  }
+  return texts;
 }

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <future>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -28,9 +29,12 @@ struct TracedCall {
   uint64_t Size() const {
     return arguments[2];
   }
-  // The file of the descriptor that is the first argument; empty when that is none.
+  // The file of the descriptor that is the first argument; empty if that is none.
   std::string DescriptorPath() const;
-  // The text that an argument points to, where it begins with a slash; else empty.
+  // Of a write: its bytes, and where in the file they go.
+  std::string WrittenBytes() const;
+  uint64_t FilePosition() const;
+  // The text that an argument points to, if it begins with a slash; otherwise empty.
   std::string PathArgument(size_t index) const;
 };
 
@@ -71,4 +75,27 @@ class CallTracer {
   std::atomic<bool> ending_ = false;
   std::atomic<bool> ended_ = false;
   std::thread thread_;
+};
+
+// What the server does to the line settings of its terminals, call by call: the phone does not see these
+// requests, since they go to the PC's own terminals.
+class TerminalCalls {
+ public:
+  // From now on, until this goes.
+  explicit TerminalCalls(pid_t server);
+
+  // Of the terminal of this path: "set" (TCSETS, at once), "flush N" and "flags N" with their arguments.
+  std::vector<std::string> Of(const std::string& terminal) const;
+
+ private:
+  struct Entry {
+    std::string terminal;
+    std::string text;
+  };
+
+  CallFate Note(const TracedCall& call);
+
+  mutable std::mutex mutex_;
+  std::vector<Entry> entries_;
+  CallTracer tracer_;
 };

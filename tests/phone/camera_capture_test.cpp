@@ -4,7 +4,7 @@
 
 #include "tests/phone/call_tracer.h"
 #include "tests/phone/camera_test.h"
-#include "tests/phone/server_process.h"
+#include "tests/phone/processes.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include "simulator/models/picture.h"
 #include "tests/phone/call_tracer.h"
 #include "tests/phone/camera_test.h"
-#include "tests/phone/server_process.h"
+#include "tests/phone/processes.h"
 
 namespace {
 

@@ -5,6 +5,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <stdexcept>
 
@@ -68,13 +69,19 @@ void HostLine::Send(const Bytes& bytes) {
   }
 }
 
-Bytes HostLine::Receive(size_t count, std::chrono::milliseconds time_out) {
+Bytes HostLine::Receive(size_t count, std::chrono::milliseconds time_out,
+                        const std::function<bool()>& sender_lives) {
   const Clock::time_point deadline = Clock::now() + time_out;
   Bytes bytes(count);
   size_t received = 0;
-  while (received < count && IsReadable(port_.Get(), deadline)) {
-    const ssize_t size = read(port_.Get(), bytes.data() + received, count - received);
-    if (size > 0) received += static_cast<size_t>(size);
+  while (received < count) {
+    const bool lives = sender_lives();  // asked first: what it sent before its end still counts
+    if (IsReadable(port_.Get(), std::min(deadline, Clock::now() + 100ms))) {
+      const ssize_t size = read(port_.Get(), bytes.data() + received, count - received);
+      if (size > 0) received += static_cast<size_t>(size);
+    } else if (!lives || Clock::now() >= deadline) {
+      break;
+    }
   }
   bytes.resize(received);
   return bytes;

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -29,8 +30,10 @@ class HostLine {
   explicit HostLine(const std::string& port);
 
   void Send(const Bytes& bytes);
-  // Exactly so many bytes; what there is of them when the time is over first.
-  Bytes Receive(size_t count, std::chrono::milliseconds time_out = 10s);
+  // Exactly so many bytes; those that came if the time is over before, or the sender has gone.
+  Bytes Receive(
+      size_t count, std::chrono::milliseconds time_out = 10s,
+      const std::function<bool()>& sender_lives = [] { return true; });
   // True when no byte comes within the time.
   bool IsQuiet(std::chrono::milliseconds time = 50ms);
 

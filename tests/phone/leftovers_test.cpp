@@ -6,8 +6,8 @@
 #include <fstream>
 
 #include "simulator/supervisor/phone_processes.h"
-#include "tests/phone/child_process.h"
 #include "tests/phone/phone_test.h"
+#include "tests/phone/processes.h"
 
 using simulator::PhoneEnd;
 using simulator::ProcessesIn;
@@ -20,7 +20,7 @@ class LeftoversTest : public PhoneTest {
     Phone().RunShell("(sleep 1000 >/dev/null 2>&1 &); echo left");
     ASSERT_TRUE(Appears(LineIs("console lasting")));
     ASSERT_TRUE(Appears(LineIs("console left")));
-    ASSERT_TRUE(Becomes([this] { return ProcessesIn(Phone().Root().Path()).size() >= 5; }))
+    ASSERT_TRUE(Eventually([this] { return ProcessesIn(Phone().Root().Path()).size() >= 5; }))
         << testing::PrintToString(LinesSince());
   }
 
@@ -52,8 +52,8 @@ TEST_F(LeftoversTest, NoneAfterTheSimulatorIsKilled) {
   ASSERT_GE(ProcessesIn(simulator.said).size(), 5u);
   kill(simulator.process, SIGKILL);
   waitpid(simulator.process, nullptr, 0);
-  EXPECT_TRUE(Becomes([&] { return IsGone(simulator.said); })) << simulator.said;
-  EXPECT_TRUE(Becomes([&] { return !std::filesystem::is_symlink(link); }));
+  EXPECT_TRUE(Eventually([&] { return IsGone(simulator.said); })) << simulator.said;
+  EXPECT_TRUE(Eventually([&] { return !std::filesystem::is_symlink(link); }));
 }
 
 TEST_F(LeftoversTest, NoneAfterTheGuardianIsKilled) {

@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "simulator/models/programs.h"
-#include "tests/phone/server_process.h"
+#include "tests/phone/processes.h"
 #include "tests/phone/sound_lines.h"
 
 namespace {

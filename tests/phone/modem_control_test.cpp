@@ -7,9 +7,9 @@
 #include "simulator/models/controls.h"
 #include "simulator/models/modem_driver.h"
 #include "simulator/models/serial_ports.h"
+#include "tests/phone/call_tracer.h"
 #include "tests/phone/flash_test.h"
-#include "tests/phone/server_process.h"
-#include "tests/phone/terminal_calls.h"
+#include "tests/phone/processes.h"
 
 namespace {
 

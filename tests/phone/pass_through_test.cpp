@@ -13,8 +13,7 @@
 #include "simulator/models/serial_ports.h"
 #include "tests/phone/call_tracer.h"
 #include "tests/phone/phone_test.h"
-#include "tests/phone/server_process.h"
-#include "tests/phone/terminal_calls.h"
+#include "tests/phone/processes.h"
 
 namespace {
 

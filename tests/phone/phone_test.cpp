@@ -1,10 +1,12 @@
 #include "tests/phone/phone_test.h"
 
+#include <fmt/format.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <thread>
+#include <stdexcept>
 
 namespace {
 
@@ -20,18 +22,9 @@ Lines operator+(Lines left, const Lines& right) {
   return left;
 }
 
-bool Eventually(const std::function<bool()>& condition, std::chrono::milliseconds time_out) {
-  const auto deadline = std::chrono::steady_clock::now() + time_out;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(2ms);
-  }
-  return true;
-}
-
 PhoneTest::PhoneTest() {
   options.server = ServerPath();
-  // A server built with the thread sanitizer ends at a report; it would only print it else.
+  // A server built with the thread sanitizer ends at a report; otherwise it would only print it.
   options.environment = {"TSAN_OPTIONS=halt_on_error=1"};
 }
 
@@ -44,7 +37,10 @@ void PhoneTest::Boot() {
   Phone().Boot();
   host = HostLine(Phone().HostPort());
   // The last step of the server's start: from here on it waits for commands.
-  ASSERT_TRUE(Appears(LineIs("value /proc/backlight/lcd \"0\""), 60s));
+  const std::string started = "value /proc/backlight/lcd \"0\"";
+  const auto last = Phone().GetJournal().WaitFor(LineIs(started) || OfKind({JournalKind::Event}), mark_, 60s);
+  if (!last || last->Line() != started)
+    throw std::runtime_error("the server does not start: " + (last ? last->Line() : "it takes too long"));
   MarkJournal();
 }
 
@@ -61,10 +57,13 @@ void PhoneTest::SendCommand(uint32_t code, const Bytes& request) {
 Bytes PhoneTest::Ask(uint32_t code, const Bytes& request, size_t answer_size,
                      std::chrono::milliseconds time_out) {
   SendCommand(code, request);
-  Bytes answer = host.Receive(answer_size, time_out);
-  EXPECT_EQ(answer.size(), answer_size) << "answer to code 0x" << std::hex << code;
-  EXPECT_TRUE(host.IsQuiet(20ms)) << "more came behind the answer to code 0x" << std::hex << code;
-  answer.resize(answer_size);
+  const Bytes answer = host.Receive(answer_size, time_out, [this] { return Phone().IsRunning(); });
+  if (answer.size() != answer_size) {
+    const auto end = Phone().WaitForEnd(0ms);
+    throw std::runtime_error(fmt::format("{} of {} bytes came as the answer to code 0x{:02X}; the server {}",
+                                         answer.size(), answer_size, code, end ? end->Text() : "runs"));
+  }
+  EXPECT_TRUE(host.IsQuiet(20ms)) << "more came after the answer to code 0x" << std::hex << code;
   return answer;
 }
 

@@ -4,12 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 
 #include "protocol/result_codes.h"
 #include "simulator/simulated_phone.h"
 #include "tests/phone/host_line.h"
+#include "tests/phone/processes.h"
 
 using simulator::AtPath;
 using simulator::Below;
@@ -20,9 +20,6 @@ using simulator::OfKind;
 using Lines = std::vector<std::string>;
 Lines operator+(Lines left, const Lines& right);
 
-// Looks every few milliseconds; false when the condition still does not hold after the time.
-bool Eventually(const std::function<bool()>& condition, std::chrono::milliseconds time_out = 10s);
-
 class PhoneTest : public testing::Test {
  protected:
   PhoneTest();
@@ -32,17 +29,20 @@ class PhoneTest : public testing::Test {
 
   // The phone, made on first use: furnish its files and models before Boot.
   simulator::SimulatedPhone& Phone();
-  // Boots and waits until the server serves commands; marks the journal there.
+  // Boots, waits until the server serves commands, and marks the journal there. Throws when the server does
+  // not come to that.
   void Boot();
   // Makes a new phone at the next use; with a state directory it has the files of the one before.
   void DiscardPhone();
 
   // Sends a command code and its request.
   void SendCommand(uint32_t code, const Bytes& request);
-  // Sends a command and gives its whole answer; fails the test when it comes short or more comes behind it.
+  // Sends a command and returns its whole answer. Throws, which ends the test, when the answer does not come,
+  // or the server has ended: nothing that follows would be answered. More bytes after the answer fail the
+  // test.
   Bytes Ask(uint32_t code, const Bytes& request, size_t answer_size,
             std::chrono::milliseconds time_out = 10s);
-  // Of a command that answers one word.
+  // The same for a command that answers one word.
   int32_t AskStatus(uint32_t code, const Bytes& request, std::chrono::milliseconds time_out = 10s);
   // The server still answers a ping.
   bool StillAnswers();

@@ -2,7 +2,7 @@
 #include <filesystem>
 
 #include "tests/phone/camera_test.h"
-#include "tests/phone/server_process.h"
+#include "tests/phone/processes.h"
 
 namespace {
 

@@ -13,8 +13,8 @@
 #include <cstddef>
 #include <filesystem>
 
-#include "tests/phone/child_process.h"
 #include "tests/phone/phone_test.h"
+#include "tests/phone/processes.h"
 
 namespace {
 

@@ -5,8 +5,9 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
+#include <utility>
 
+#include "simulator/supervisor/phone_processes.h"
 #include "tests/phone/phone_test.h"
 
 namespace {
@@ -17,7 +18,7 @@ class StartupTest : public PhoneTest {
     options.instant_sleeps = true;
   }
 
-  // The server's descriptor for a device, reopened here; -1 when it holds none.
+  // The server's descriptor for a device, reopened here; -1 if it holds none.
   posix::FileDescriptor ServersDescriptor(const std::string& target_part) {
     for (const auto& entry : std::filesystem::directory_iterator(Proc() / "fd")) {
       std::error_code error;
@@ -114,12 +115,22 @@ TEST_F(StartupTest, EveryOtherCommandLineRunsTheServer) {
   }
 }
 
-// A device must not become descriptor 0, 1 or 2, which the modem routines and the console would mistake.
+// A device must not become descriptor 0, 1 or 2, which the modem routines and the console would mistake. So a
+// shell of the phone starts the server without the three.
 TEST_F(StartupTest, ReservesTheStandardDescriptors) {
-  Boot();
-  for (int descriptor = 0; descriptor <= 2; ++descriptor) {
-    const auto target = std::filesystem::read_symlink(Proc() / "fd" / std::to_string(descriptor)).string();
-    EXPECT_EQ(target.find("/dev/pts/"), std::string::npos) << descriptor << " is " << target;
+  const auto server = std::exchange(options.server, {});
+  Phone().Root().CopyProgramIn(server, "/usr/sbin/phonetestd");
+  Phone().Boot();
+  host = HostLine(Phone().HostPort());
+  Phone().RunShell("exec /usr/sbin/phonetestd <&- >&- 2>&-");
+  ASSERT_TRUE(Appears(LineIs("value /proc/backlight/lcd \"0\""), 60s));
+  ASSERT_TRUE(StillAnswers());
+
+  const std::vector<pid_t> processes = simulator::ProcessesNamed(Phone().Root().Path(), "phonetestd");
+  ASSERT_EQ(processes.size(), 1u);
+  const std::string descriptors = "/proc/" + std::to_string(processes[0]) + "/fd/";
+  for (const char* number : {"0", "1", "2"}) {
+    EXPECT_EQ(std::filesystem::read_symlink(descriptors + number), "/dev/null") << "descriptor " << number;
   }
 }
 

@@ -5,7 +5,7 @@
 #include "simulator/models/controls.h"
 #include "simulator/models/front_panel.h"
 #include "tests/phone/phone_test.h"
-#include "tests/phone/server_process.h"
+#include "tests/phone/processes.h"
 
 namespace {
 

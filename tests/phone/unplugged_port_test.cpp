@@ -5,9 +5,8 @@
 
 #include "simulator/models/controls.h"
 #include "simulator/models/serial_ports.h"
-#include "simulator/models/serial_ports.h"
 #include "tests/phone/phone_test.h"
-#include "tests/phone/server_process.h"
+#include "tests/phone/processes.h"
 
 namespace {
 
