@@ -434,4 +434,77 @@ INSTANTIATE_TEST_SUITE_P(Command, FaultLoop, testing::ValuesIn(CommandsThatRetur
                            return fmt::format("Code0x{:02X}", tried.param.code);
                          });
 
+// What the server does before it serves, in its two other modes, and when it switches the phone off: each
+// open, driver request and program of a good run fails, in the order of the journal.
+class ModeFaultLoop : public PhoneTest {
+ protected:
+  ModeFaultLoop() {
+    options.instant_sleeps = true;
+  }
+
+  // `run` makes the phone come to its end or to its service. Returns the number of faults.
+  size_t FailEachStep(const std::function<void()>& run) {
+    using simulator::FaultCall;
+    using simulator::FaultRule;
+    run();
+    const auto entries = Phone().GetJournal().Entries(0, OfKind({JournalKind::Open, JournalKind::Request}));
+    std::map<std::string, int> before;
+    size_t faults = 0;
+    for (const simulator::JournalEntry& entry : entries) {
+      const bool request = entry.kind == JournalKind::Request;
+      const int nth = ++before[(request ? "request " : "open ") + entry.path];
+      if (!request && entry.path == "/dev/usb/tts/0") continue;  // has tests of its own
+      SCOPED_TRACE("refused: " + entry.Line());
+      DiscardPhone();
+      Phone().GetFaults().Add({.call = request ? FaultCall::Request : FaultCall::Open,
+                               .path = entry.path,
+                               .nth = nth,
+                               .error = EIO});
+      run();
+      ++faults;
+      if (HasFailure()) break;
+    }
+    return faults;
+  }
+
+  void ExpectEnd(simulator::PhoneEnd::Reason reason) {
+    const auto end = Phone().WaitForEnd(20s);
+    ASSERT_TRUE(end.has_value());
+    EXPECT_EQ(end->reason, reason) << end->Text();
+    EXPECT_EQ(end->status, 0);
+  }
+};
+
+TEST_F(ModeFaultLoop, TheStartServes) {
+  std::cout << FailEachStep([this] {
+    Phone().Boot();
+    host = HostLine(Phone().HostPort());
+    EXPECT_TRUE(Appears(LineIs("open /dev/usb/tts/0 rw+cloexec")));
+    EXPECT_TRUE(Eventually([this] {
+      SendCommand(0x00, Words({0}));
+      return host.Receive(4, 300ms) == Words({1});
+    }));
+  }) << " faults of the start\n";
+}
+
+TEST_F(ModeFaultLoop, ModemControlEnds) {
+  options.server_arguments = {"-c", "1"};
+  const size_t faults = FailEachStep([this] {
+    Phone().Boot();
+    ExpectEnd(simulator::PhoneEnd::Reason::ServerExited);
+  });
+  EXPECT_GT(faults, 1u);
+}
+
+TEST_F(ModeFaultLoop, PowerOffEndsTheServer) {
+  const size_t faults = FailEachStep([this] {
+    Boot();
+    SendCommand(0x02, Words({0}));
+    const auto end = Phone().WaitForEnd(20s);
+    ASSERT_TRUE(end.has_value());
+    EXPECT_NE(end->reason, simulator::PhoneEnd::Reason::ServerKilled) << end->Text();
+  });
+  EXPECT_GT(faults, 2u);
+}
+
 }  // namespace
