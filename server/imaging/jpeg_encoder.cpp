@@ -116,7 +116,7 @@ void ReplicateEdges(JpegEncoder* encoder, const uint8_t* pixels, int32_t bytesPe
       continue;
     }
     memcpy(out, pixels + row * static_cast<intptr_t>(bytesPerRow),
-           static_cast<size_t>(columns * BYTES_PER_PIXEL));
+           static_cast<size_t>(columns) * BYTES_PER_PIXEL);
     for (int32_t i = columns * BYTES_PER_PIXEL; i < MACROBLOCK * BYTES_PER_PIXEL; ++i)
       out[i] = out[i - BYTES_PER_PIXEL];
   }
