@@ -1,5 +1,6 @@
 // Encodes a camera scene as often as told, for counting instructions and for looking at the picture.
 //   encode_once SCENE WIDTH HEIGHT TIMES [OUT.jpg]     SCENE: a seed, or a file of RGB565 pixels
+//   encode_once SCENE WIDTH HEIGHT 0 OUT               writes the scene's pixels to such a file
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -34,6 +35,10 @@ int main(int count, char** arguments) {
   const bool isSeed = scene.find_first_not_of("0123456789") == std::string::npos;
   const auto frame = isSeed ? CameraScene(width, height, static_cast<uint32_t>(atoi(scene.c_str())))
                             : ReadFrame(scene, width, height);
+  if (times == 0) {
+    std::ofstream(out, std::ios::binary)
+        .write(reinterpret_cast<const char*>(frame.data()), static_cast<std::streamsize>(frame.size() * 2));
+  }
   for (int i = 0; i < times; ++i) {
     if (frame.empty() || EncodeToFile(frame.data(), width * 2, width, height, out) != 0) {
       fputs("encode_once: no picture\n", stderr);
