@@ -150,7 +150,7 @@ class Striker {
     const Fault& fault = faults[std::min(which_, faults.size() - 1)];
     // A call that is interrupted without end is repeated without end, as the C library does.
     if (fault.error == EINTR && seen_ > nth_ + 1) return {};
-    if (fault.shortened) return {CallFate::Kind::Shortened, call.Size() / 2, 0};
+    if (fault.shortened) return {CallFate::Kind::Shortened, std::max<uint64_t>(1, call.Size() / 2), 0};
     return {CallFate::Kind::Refused, 0, fault.error};
   }
 
