@@ -92,7 +92,8 @@ void SimulatedPhone::Furnish() {
 void SimulatedPhone::Boot() {
   LinkHostPort();
   // The guardian is forked before the loop's thread is there.
-  guardian_ = std::make_unique<Guardian>(root_.Path(), root_.IsTemporary(), options_.host_port_link);
+  guardian_ =
+      std::make_unique<Guardian>(root_.Path(), root_.IsTemporary(), options_.host_port_link, HostPort());
   root_.LeaveRemovalToGuardian();
   guardian_watch_ = loop_.Watch(guardian_->Descriptor(), POLLIN, [this](short) { TakeEnds(); });
   if (!options_.server.empty()) StartServer();
@@ -105,10 +106,14 @@ void SimulatedPhone::Boot() {
 
 void SimulatedPhone::LinkHostPort() {
   if (options_.host_port_link.empty()) return;
-  unlink(options_.host_port_link.c_str());
-  if (symlink(HostPort().c_str(), options_.host_port_link.c_str()) != 0) {
-    posix::ThrowErrno(options_.host_port_link);
-  }
+  const std::string& link = options_.host_port_link;
+  // A link that a dead phone left leads to a terminal that is gone. Whatever else is there is someone's.
+  std::error_code error;
+  const std::string target = std::filesystem::read_symlink(link, error);
+  if (target.starts_with("/dev/pts/") && !std::filesystem::exists(target)) unlink(link.c_str());
+  if (symlink(HostPort().c_str(), link.c_str()) == 0) return;
+  if (errno == EEXIST) throw CannotSimulate(link + " exists and is not a link of a phone that has ended.");
+  posix::ThrowErrno(link);
 }
 
 StartedProgram SimulatedPhone::StartProgram(const ProgramStart& program) {

@@ -13,15 +13,21 @@ std::vector<std::string> HostPort::Paths() const {
 }
 
 OpenAnswer HostPort::Open(const OpenCall& call) {
+  if (!state.plugged) return OpenAnswer::Refusal(ENODEV);
   return OpenAnswer::Descriptor(PhoneSide().Open(call));
 }
 
 std::vector<ModelCommand> HostPort::Commands() {
-  return {{"replug", "", "pulls the serial cable out of the phone and plugs it in again",
-           [this](const std::vector<std::string>&) {
-             Replug();
-             return std::string();
-           }}};
+  const auto command = [this](void (HostPort::*act)()) {
+    return [this, act](const std::vector<std::string>&) {
+      (this->*act)();
+      return std::string();
+    };
+  };
+  return {{"unplug", "", "pulls the serial cable out of the phone", command(&HostPort::Unplug)},
+          {"plug", "", "plugs the serial cable in", command(&HostPort::Plug)},
+          {"replug", "", "pulls the serial cable out of the phone and plugs it in again",
+           command(&HostPort::Replug)}};
 }
 
 ModemDataPort::ModemDataPort(PhoneServices& phone) : DeviceModel(phone), relay_(phone.loop) {

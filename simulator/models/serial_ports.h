@@ -13,6 +13,10 @@ namespace simulator {
 // a terminal device of the PC.
 class HostPort : public DeviceModel {
  public:
+  struct State {
+    bool plugged = true;  // without the cable the port cannot be opened
+  };
+
   explicit HostPort(PhoneServices& phone) : DeviceModel(phone), relay_(phone.loop) {}
 
   std::vector<std::string> Paths() const override;
@@ -25,11 +29,20 @@ class HostPort : public DeviceModel {
   SerialLine& HostSide() {
     return relay_.Second();
   }
-  // Pulls the cable out of the phone and plugs it in again: every descriptor that the phone has of it is hung
-  // up.
-  void Replug() {
+  // Pulls the cable out of the phone: every descriptor that the phone has of it is hung up.
+  void Unplug() {
+    state.plugged = false;
     PhoneSide().HangUp();
   }
+  void Plug() {
+    state.plugged = true;
+  }
+  void Replug() {
+    Unplug();
+    Plug();
+  }
+
+  State state;
 
  private:
   SerialRelay relay_;

@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -219,6 +220,12 @@ void RemoveEntries(int directory) {
 }
 
 }  // namespace
+
+void RemoveLink(const char* path, const char* target) {
+  char found[PATH_MAX];
+  const ssize_t size = readlink(path, found, sizeof found);
+  if (size > 0 && std::string_view(found, static_cast<size_t>(size)) == target) unlink(path);
+}
 
 void RemoveTree(const char* path) {
   RemoveEntry(AT_FDCWD, path);

@@ -18,6 +18,9 @@ namespace simulator {
 // forked process of a program with threads may call it.
 void RemoveTree(const char* path);
 
+// Removes a symbolic link that still leads to `target`. Anything else at the path stays.
+void RemoveLink(const char* path, const char* target);
+
 class RootDirectory {
  public:
   // An empty path: a new temporary directory.

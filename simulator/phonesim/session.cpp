@@ -73,6 +73,10 @@ void Session::AwaitServer() {
   phone_.GetJournal().WaitFor(
       (OfKind({JournalKind::Value}) && AtPath("/proc/backlight/lcd")) || (OfKind({JournalKind::Event})), 0,
       std::chrono::seconds(5));
+  const auto end = phone_.WaitForEnd(std::chrono::milliseconds(0));
+  if (end && end->reason == PhoneEnd::Reason::ServerExited) {
+    throw std::runtime_error(fmt::format("The phone does not serve: {}.", end->Text()));
+  }
 }
 
 PhoneEnd Session::Run() {

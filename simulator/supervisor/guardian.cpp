@@ -39,10 +39,11 @@ std::string Refusal(const LinkReport& report) {
 
 }  // namespace
 
-Guardian::Guardian(std::string root, bool removes_root, std::string link_path)
+Guardian::Guardian(std::string root, bool removes_root, std::string link_path, std::string link_target)
     : root_(std::move(root)),
       removes_root_(removes_root),
       link_path_(std::move(link_path)),
+      link_target_(std::move(link_target)),
       filter_(MakeSystemCallFilter()) {
   int link[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, link) != 0) {
@@ -52,7 +53,8 @@ Guardian::Guardian(std::string root, bool removes_root, std::string link_path)
   posix::FileDescriptor guardians_end(link[1]);
   process_ = fork();
   if (process_ == 0)
-    RunGuardian({root_.c_str(), removes_root_, link_path_.c_str(), &filter_, guardians_end.Get()});
+    RunGuardian({root_.c_str(), removes_root_, link_path_.c_str(), link_target_.c_str(), &filter_,
+                 guardians_end.Get()});
   if (process_ < 0) throw std::system_error(errno, std::generic_category(), "fork");
 }
 
@@ -118,7 +120,7 @@ void Guardian::Finish() {
   // The guardian was killed: we do its work.
   for (pid_t process : ProcessesIn(root_)) kill(process, SIGKILL);
   if (removes_root_) RemoveTree(root_.c_str());
-  if (!link_path_.empty()) unlink(link_path_.c_str());
+  RemoveLink(link_path_.c_str(), link_target_.c_str());
 }
 
 }  // namespace simulator

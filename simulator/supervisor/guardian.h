@@ -46,7 +46,8 @@ class Guardian {
  public:
   // Forks the guardian. At its end it removes the root directory, if it is told to, and the link, if there is
   // one.
-  Guardian(std::string root, bool removes_root, std::string link_path);
+  // `link_path` is a symbolic link to `link_target` that goes with the phone, or empty.
+  Guardian(std::string root, bool removes_root, std::string link_path, std::string link_target);
   ~Guardian();
   Guardian(const Guardian&) = delete;
   Guardian& operator=(const Guardian&) = delete;
@@ -75,6 +76,7 @@ class Guardian {
   std::string root_;
   bool removes_root_;
   std::string link_path_;
+  std::string link_target_;
   std::vector<sock_filter> filter_;
   posix::FileDescriptor link_;
   pid_t process_ = 0;

@@ -221,7 +221,7 @@ void RunGuardian(const GuardianDuty& duty) {
 
   ServeLink();
   KillDescendants();
-  if (duty.link_path[0] != '\0') unlink(duty.link_path);
+  RemoveLink(duty.link_path, duty.link_target);
   if (duty.removes_root) RemoveTree(duty.root);
   _exit(0);
 }

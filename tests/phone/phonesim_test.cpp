@@ -170,6 +170,46 @@ TEST_F(PhonesimTest, EndsInTheForegroundOnASignal) {
   }
 }
 
+TEST_F(PhonesimTest, LeavesWhatIsSomeoneElsesAtTheLink) {
+  const std::string link = directory_ + "/port";
+  std::ofstream(link) << "someone's file";
+  const Outcome refused = Run("--link " + link + " start");
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_TRUE(refused.Says("exists")) << refused.output;
+  EXPECT_EQ(Read(link), "someone's file");
+
+  fs::remove(link);
+  fs::create_symlink("/dev/pts/999999", link);  // of a phone that ended without taking it along
+  ASSERT_EQ(Run("--link " + link + " start").status, 0);
+  fs::remove(link);
+  std::ofstream(link) << "put there meanwhile";
+  EXPECT_EQ(Run("stop").status, 0);
+  EXPECT_EQ(Read(link), "put there meanwhile");
+}
+
+TEST_F(PhonesimTest, DrawsAndPlugsTheCable) {
+  const Outcome started = Run("--no-waiting start");
+  HostLine host(PortIn(started.output));
+  const auto answers = [&] {
+    host.Send(Words({0x00, 0}));
+    return host.Receive(4, 300ms) == Words({1});
+  };
+  EXPECT_TRUE(answers());
+  EXPECT_EQ(Run("unplug").status, 0);
+  EXPECT_TRUE(Eventually([&] { return Run("journal").Says("open /dev/usb/tts/0 rw+cloexec -> ENODEV"); }));
+  EXPECT_FALSE(answers());
+  EXPECT_EQ(Run("plug").status, 0);
+  EXPECT_TRUE(Eventually(answers));
+}
+
+TEST_F(PhonesimTest, SaysThatTheServerDoesNotServe) {
+  server_ = "/bin/true";
+  const Outcome started = Run("start");
+  EXPECT_EQ(started.status, 1);
+  EXPECT_TRUE(started.Says("does not serve")) << started.output;
+  EXPECT_FALSE(Run("status").Says(name_ + ": "));
+}
+
 TEST_F(PhonesimTest, TellsHowTheServerEnded) {
   const Outcome one_shot = Run("-- -c 7");
   EXPECT_EQ(one_shot.status, 0);
