@@ -162,7 +162,8 @@ TEST_F(SettingsTest, StopsTheUserInterfaceAndNeverAnswersAgain) {
   MarkJournal();
   SendCommand(0x0D, IGNORED);
   ASSERT_TRUE(Appears(LineIs("value /proc/backlight/lcd \"0\\n\"")));
-  EXPECT_TRUE(Eventually([&] { return launchers() == 0; })) << "the phone notices an ended program a moment later";
+  EXPECT_TRUE(Eventually([&] { return launchers() == 0; }))
+      << "the phone notices an ended program a moment later";
   EXPECT_EQ(LinesSince(OfKind({JournalKind::Shell, JournalKind::Value})),
             (Lines{"shell killall -9 Launcher.elf", "shell echo 0 > /proc/backlight/lcd",
                    "value /proc/backlight/lcd \"0\\n\""}));
