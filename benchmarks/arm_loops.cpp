@@ -1,5 +1,4 @@
-// Does one of the server's busy loops as often as told, for counting its instructions on the phone's
-// processor.
+// Does one of the server's busy loops a number of times, to count its instructions on the phone's processor.
 //   arm_loops LOOP TIMES
 #include <cstdio>
 #include <cstdlib>
@@ -19,10 +18,10 @@ namespace {
 constexpr uint32_t WIDTH = 1200;
 constexpr uint32_t HEIGHT = 1600;
 
-// Takes results that nothing else uses.
+// Takes results that are not used otherwise.
 volatile uint32_t result;
 
-// A turn by 90 degrees as one would write it down.
+// A turn by 90 degrees, written in the plainest way.
 void RotatePlainly(const uint16_t* in, uint16_t* out) {
   for (uint32_t row = 0; row < WIDTH; ++row) {
     for (uint32_t column = 0; column < HEIGHT; ++column) *out++ = in[(HEIGHT - 1 - column) * WIDTH + row];

@@ -1,4 +1,4 @@
-// A simulated phone that runs the server, or another program in its place, and its host's end of the port.
+// A simulated phone that runs the server, or another program instead, and the host's end of the phone's port.
 #pragma once
 
 #include <filesystem>
@@ -8,8 +8,8 @@
 #include "simulator/simulated_phone.h"
 #include "tests/phone/host_line.h"
 
-// Keeps this process and all that it starts on one processor, as the phone has one: figures that hang on
-// processes waking each other would else hang on where the scheduler wakes them.
+// Keeps this process and all that it starts on one processor, as on the phone. Otherwise the figures would
+// depend on the processor on which the scheduler wakes each process.
 void UseOneProcessor();
 
 // A program beside this one.
@@ -24,10 +24,10 @@ class BootedPhone {
   simulator::SimulatedPhone phone;
   HostLine host;
 
-  // Throws when the answer does not come whole.
+  // Throws if the answer does not come whole.
   Bytes Ask(const Bytes& request, size_t answer_size);
 
-  // Of the program that stands for the server.
+  // Of the program that runs as the server.
   double ProcessorSeconds() const;
   double PeakMemory() const;  // resident bytes
 };

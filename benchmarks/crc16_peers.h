@@ -1,4 +1,4 @@
-// Two textbook ways to the server's CRC, to measure it by.
+// Two textbook ways to compute the server's CRC, to compare it with.
 #pragma once
 
 #include <array>

@@ -1,4 +1,5 @@
-// The least that can answer on the phone's serial port: so many bytes, 4 unless told, for every eight.
+// The smallest program that answers on the phone's serial port: a number of bytes (4 by default) for every
+// eight.
 //   echo_server [ANSWER-SIZE]
 #include <fcntl.h>
 #include <sys/select.h>

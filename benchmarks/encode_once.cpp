@@ -1,4 +1,4 @@
-// Encodes a camera scene as often as told, for counting instructions and for looking at the picture.
+// Encodes a camera scene a number of times, to count instructions and to look at the picture.
 //   encode_once SCENE WIDTH HEIGHT TIMES [OUT.jpg]     SCENE: a seed, or a file of RGB565 pixels
 //   encode_once SCENE WIDTH HEIGHT 0 OUT               writes the scene's pixels to such a file
 #include <cstdio>

@@ -1,4 +1,4 @@
-// A measured figure beside its peer's, from the same run, as a row of a table.
+// A measured figure and its peer's from the same run, as a row of a table.
 #pragma once
 
 #include <chrono>

@@ -1,8 +1,8 @@
-// How fast camera frames become JPEG pictures, beside libjpeg-turbo with and without its vector code: the
-// same RGB565 frame, quality and subsampling, in one run.
+// How fast camera frames become JPEG pictures, compared with libjpeg-turbo with and without its vector code:
+// the same RGB565 frame, quality and subsampling, in one run.
 //   jpeg_encode [ROUNDS]
 //
-// libjpeg-turbo decides once in a process whether to use vector code, so every contestant is a process of its
+// libjpeg-turbo decides once in a process whether to use vector code, so each encoder has a process of its
 // own. They take turns, and the medians of their processor times are compared: other work on the machine
 // meets all alike.
 #include <sys/wait.h>

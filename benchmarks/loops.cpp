@@ -1,4 +1,5 @@
-// The server's busy loops beside the fastest or plainest way to do or touch the same bytes.
+// The server's busy loops, compared with the fastest or plainest way to do the same or to touch the same
+// bytes.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
@@ -110,7 +111,7 @@ int main() {
   for (int32_t i = 0; i < TONE_COUNT; ++i) WriteWord(frequencies[i], 1000 + 300 * i);
   Register("tone", [&] { FillToneBuffer(second.data(), TONE_SAMPLE_RATE, frequencies, 0); });
 
-  // Repetitions of all take turns.
+  // The repetitions of all take turns.
   std::string arguments[] = {"loops", "--benchmark_enable_random_interleaving=true",
                              "--benchmark_repetitions=15", "--benchmark_min_time=0.02"};
   std::vector<char*> pointers;

@@ -19,7 +19,7 @@ class EchoPhone : public BootedPhone {
       : BootedPhone(ProgramBeside("echo_server"), {std::to_string(answer_size)}, "open /dev/usb/tts/0 rw") {}
 };
 
-// An answered ping; the echo takes it for its eight bytes.
+// An answered ping. For the echo it is eight bytes.
 double PingSeconds(BootedPhone& phone) {
   return Seconds([&] { phone.Ask(Words({PING, ANY}), 4); });
 }
@@ -33,7 +33,7 @@ void MeasureRoundTrip() {
                medians.peers * 1e6, AtMost(1.2)});
 }
 
-// From nothing to the first answer; taking the phone down again is not counted.
+// From nothing to the first answer. The phone's end is not counted.
 template <typename Phone>
 double BootSeconds() {
   std::unique_ptr<Phone> phone;
@@ -56,7 +56,8 @@ double ChunkSeconds(BootedPhone& phone) {
   return Seconds([&] { phone.Ask(Words({READ_MODEM_IMAGE_CHUNK, ANY}), 4 + CHUNK); });
 }
 
-// Beside the same bytes by a plain copy over the same port: the server has made it raw and waits meanwhile.
+// Compared with a plain copy of the same bytes over the same port. The server has made the port raw and
+// waits.
 void MeasureFetch() {
   constexpr size_t IMAGE = 81920;
   constexpr int TIMES = 8;  // in a row, so that starting the copy counts little
@@ -86,7 +87,7 @@ void MeasureFetch() {
                "cat of the same bytes", MEGABYTES / medians.peers});
 }
 
-// Most chunks are not the first, which has the partition looked up through the shell.
+// The first chunk, for which the partition is looked up through the shell, counts little among so many.
 void MeasureChunk() {
   ServerPhone server;
   EchoPhone echo(4 + CHUNK);

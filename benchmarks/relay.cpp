@@ -1,5 +1,5 @@
-// The modem pass-through relay beside socat between the same two ports of a simulated phone. Both hand on
-// what the simulator brings and takes, so the relays' own processor time is told as well.
+// The modem pass-through relay, compared with socat between the same two ports of a simulated phone. Both
+// hand on what the simulator sends and takes, so the relays' own processor time is printed as well.
 #include <algorithm>
 #include <cstdio>
 #include <exception>
@@ -17,7 +17,7 @@ constexpr int ROUNDS = 31;
 constexpr char HOST_PORT[] = "/dev/usb/tts/0";
 constexpr char MODEM_PORT[] = "/dev/csmi_tty/7";
 
-// A relay that runs, with both ends in our hands.
+// A running relay, with this program at both ends.
 struct Relay {
   BootedPhone& phone;
   HostLine modem;
@@ -36,7 +36,7 @@ struct Relay {
     });
   }
 
-  // Sends so many bytes from the host in writes of a size.
+  // Sends a number of bytes from the host, in writes of one size.
   double TransferSeconds(size_t total, size_t write_size) {
     const Bytes piece(write_size, 0x55);
     return Seconds([&] {

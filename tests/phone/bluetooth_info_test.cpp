@@ -1,5 +1,5 @@
 // The Bluetooth chip's start-up script on flash: the template with the address patched in, which templates
-// will do, and failures.
+// are accepted, and failures.
 #include <filesystem>
 
 #include "tests/phone/call_tracer.h"
@@ -91,7 +91,7 @@ TEST_F(BluetoothInfoTest, TellsEveryFailure) {
   Phone().TakeAway(TEMPLATE);
   EXPECT_EQ(Write(), -9989);
   Phone().Root().MakeDirectory(TEMPLATE);
-  EXPECT_EQ(Write(), -9997) << "what has no size is out of range";
+  EXPECT_EQ(Write(), -9997) << "a thing without a size is out of range";
   std::filesystem::remove(Phone().Root().Outside(TEMPLATE));
   Phone().PutBack(TEMPLATE);
 
@@ -119,7 +119,8 @@ TEST_F(BluetoothInfoTest, TellsEveryFailure) {
   EXPECT_EQ(Write(), 0);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // whose allocators end the program
+#if !defined(__SANITIZE_ADDRESS__) && \
+    !defined(__SANITIZE_THREAD__)  // whose allocators end the program if there is no memory
 TEST_F(BluetoothInfoTest, TellsThatMemoryIsOut) {
   Boot();
   PutTemplate(std::string(10000, 'a') + MATCH + "......");

@@ -1,5 +1,5 @@
 // The seven functions of the Bluetooth test tool: the command line that each request makes, and the answer
-// that each output gives.
+// to each output.
 #include "simulator/models/bluetooth_tool.h"
 #include "tests/phone/call_tracer.h"
 #include "tests/phone/phone_test.h"
@@ -45,7 +45,7 @@ const Function& FunctionOf(uint32_t code) {
   throw std::logic_error("no such function");
 }
 
-// The status and the fields, the rest zero up to the code's size, but for the mark at 0x43's end.
+// The status and the fields, then zeros up to the code's size. 0x43 has a mark at its end.
 Bytes AnswerOf(uint32_t code, int32_t status, const Bytes& fields = {}) {
   Bytes answer = Words({static_cast<uint32_t>(status)}) + fields;
   answer.resize(FunctionOf(code).answer_size);
@@ -80,7 +80,7 @@ class BluetoothTest : public PhoneTest {
 };
 
 TEST_F(BluetoothTest, MakesTheCommandLineOfEachFunctionAndPassesItsResultsOn) {
-  const Bytes sent = Counting(0xB0, 0xC0);  // what the tool prints behind the code's characters
+  const Bytes sent = Counting(0xB0, 0xC0);  // what the tool prints after the code's characters
   const struct {
     uint32_t code;
     Bytes request;
@@ -115,7 +115,7 @@ TEST_F(BluetoothTest, MakesTheCommandLineOfEachFunctionAndPassesItsResultsOn) {
     EXPECT_EQ(Ask(c.code, c.request, FunctionOf(c.code).answer_size), AnswerOf(c.code, 0, c.fields));
     EXPECT_EQ(ShellLines(), Lines{"shell /root/bt_cit_test " + c.switches});
   }
-  // An empty code is one that this tool refuses.
+  // An empty code is not accepted by this tool.
   EXPECT_EQ(Ask(0x43, ADDRESS + Words({0}), 28), AnswerOf(0x43, REQUEST_FAILED));
   EXPECT_EQ(ShellLines().back(), "shell /root/bt_cit_test -f5 -a0AFF00107F80 -b");
 }
@@ -179,7 +179,7 @@ TEST_F(BluetoothTest, ScansTheOutputUpToTheFirstMismatch) {
     Bytes fields;
   } CASES[] = {
       {0x36, "Status=1; ResultA=-3", 1, Minus(3)},
-      {0x36, "Status=1;ResultA=5", 1, Words({5})},  // a blank of the format stands for none, too
+      {0x36, "Status=1;ResultA=5", 1, Words({5})},  // a blank in the format matches no blank too
       {0x36, "Status=1, ResultA=5", 1, {}},
       {0x36, "Status=1; ResultB=5", 1, {}},
       {0x36, "Status=1; ResultA=x", 1, {}},
@@ -222,7 +222,7 @@ TEST_F(BluetoothTest, ScansTheOutputUpToTheFirstMismatch) {
     SetScenario(FunctionOf(c.code).number, {.output = c.output});
     EXPECT_EQ(Run(FunctionOf(c.code)), AnswerOf(c.code, c.status, c.fields)) << c.output;
   }
-  // A status does not keep the results back, and more output than is kept does not spoil them.
+  // A failure status does not hold the results back. More output than is kept does not spoil them.
   SetScenario(3, {.status = -5});
   EXPECT_EQ(Run(FunctionOf(0x36)), AnswerOf(0x36, -5, Words({3})));
   SetScenario(3, {.shape = Shape::Long});
@@ -237,8 +237,8 @@ TEST_F(BluetoothTest, WaitsForASlowToolAndForItsLastPiece) {
   EXPECT_TRUE(StillAnswers());
 }
 
-// A request has a second to arrive, that of the two with an address has two.
-// A process that the tool leaves behind holds the pipe open.
+// A request has one second to arrive. The two with an address have two.
+// A process that the tool started and that lives on holds the pipe open.
 TEST_F(BluetoothTest, DoesNotWaitForWhatTheToolLeavesBehind) {
   Phone().Root().PutFile("/root/bt_cit_test",
                          "#!/bin/sh\n"
@@ -250,10 +250,10 @@ TEST_F(BluetoothTest, DoesNotWaitForWhatTheToolLeavesBehind) {
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(Ask(0x44, Words({1}), 8), Words({7, 8}));
   EXPECT_LT(std::chrono::steady_clock::now() - start, 5000ms);
-  EXPECT_GE(std::chrono::steady_clock::now() - start, 1000ms) << "but for the tool itself";
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 1000ms) << "waits only for the tool itself";
   EXPECT_TRUE(StillAnswers());
 
-  // One that has closed its output is still waited for.
+  // A tool that has closed its output is still waited for.
   Phone().Root().PutFile("/root/bt_cit_test", "#!/bin/sh\necho 'Status=3'\nexec >&-\nsleep 1\n", 0755);
   const auto closed = std::chrono::steady_clock::now();
   EXPECT_EQ(AskStatus(0x35, Words({1, 2, 3})), 3);

@@ -213,7 +213,7 @@ void CallTracer::Finish(const Tracee& tracee) {
   Resume(tracee.thread);
 }
 
-// What another process is doing now stops at its next call, and nothing more happens to the files.
+// Another process stops at its next call at the latest, so nothing more happens to the files.
 void CallTracer::CutPower() {
   power_cut_ = true;
   for (const Tracee& tracee : tracees_) kill(tracee.thread, SIGKILL);

@@ -1,6 +1,6 @@
 // Stops the server and every program that it starts at each of their system calls, so that a test can cut a
-// transfer short, refuse a call, or draw the phone's battery at exactly that point. Real calls of the real
-// programs: what a call has done is on the files, what it has not done is not.
+// transfer short, refuse a call, or draw the phone's battery at exactly that point. These are real calls of
+// the real programs: the files hold what a call has done, and nothing of what it has not done.
 #pragma once
 
 #include <sys/types.h>
@@ -49,7 +49,7 @@ class CallTracer {
   using Decide = std::function<CallFate(const TracedCall&)>;
 
   // Returns when the process is being traced. `decide` is called on the tracer's own thread, one call at a
-  // time, while the caller stands still.
+  // time, while the process that made the call is stopped.
   CallTracer(pid_t process, Decide decide);
   ~CallTracer();  // lets the processes run on
   CallTracer(const CallTracer&) = delete;
@@ -81,7 +81,7 @@ class CallTracer {
 // requests, since they go to the PC's own terminals.
 class TerminalCalls {
  public:
-  // From now on, until this goes.
+  // From now on, as long as this object lives.
   explicit TerminalCalls(pid_t server);
 
   // Of the terminal of this path: "set" (TCSETS, at once), "flush N" and "flags N" with their arguments.

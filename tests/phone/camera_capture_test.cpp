@@ -18,10 +18,9 @@ class CameraCaptureTest : public CameraTest {
  protected:
   CameraCaptureTest() {
     Boot();
-    EXPECT_TRUE(StillAnswers());  // so the last file of its start is closed
+    EXPECT_TRUE(StillAnswers());  // so the last file of its start is closed now
   }
-  // Since the mark, the first lines of a routine's whole journal came about and no more; the last one may
-  // have failed.
+  // Since the mark, only the first lines of a routine's whole journal came. The last one may have failed.
   void ExpectEndsAt(size_t count, const Lines& whole, const std::string& what) {
     Lines lines = LinesSince();
     ASSERT_EQ(lines.size(), count) << what;
@@ -51,7 +50,7 @@ TEST_F(CameraCaptureTest, AsksTheDriverByteForByte) {
     return {};
   });
 
-  EXPECT_EQ(Camera(SELF_TEST, 5000, 0x80000000, 90), 0) << "the sizes are not looked at";
+  EXPECT_EQ(Camera(SELF_TEST, 5000, 0x80000000, 90), 0) << "the sizes are ignored";
   EXPECT_EQ(LinesSince(), SelfTestLines(before));
 
   for (const auto& [subcommand, picture] : {std::pair(CAPTURE_BLEMISH, BLEMISH), {CAPTURE_FOCUS, FOCUS}}) {
@@ -118,7 +117,7 @@ TEST_F(CameraCaptureTest, TakesNoFrameButAWholeOne) {
   for (const uint32_t missing : {1u, 2u, SELF_TEST_BYTES}) {
     for (const int nth : {1, 2}) {
       MarkJournal();
-      // Nothing of a short frame is looked at: the wrong pixel would be another failure.
+      // The pixels of a short frame are not checked: a wrong one would be another failure.
       const int32_t pattern = nth == 1 ? 6 : 7;
       Change([&](State& state) {
         state.short_frame = nth;

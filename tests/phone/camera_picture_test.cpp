@@ -1,5 +1,4 @@
-// The camera's pictures as files: what they show, for every rotation and size, and what keeps them from being
-// made.
+// The camera's pictures as files: what they show, for every rotation and size, and why they cannot be made.
 #include <sys/resource.h>
 
 #include <algorithm>
@@ -43,8 +42,8 @@ double Brightness(uint16_t pixel) {
   return Brightness((pixel >> 11) * 255 / 31, (pixel >> 5 & 63) * 255 / 63, (pixel & 31) * 255 / 31);
 }
 
-// Root of the mean square difference in brightness, of 255 levels. Of a good picture it is the
-// quantization's.
+// Root of the mean square difference in brightness, of 255 levels. In a good picture it comes
+// from the quantization alone.
 double Difference(const Picture& picture, const Frame& frame) {
   double sum = 0;
   for (size_t index = 0; index < frame.pixels.size(); ++index) {
@@ -118,7 +117,7 @@ TEST_F(CameraPictureTest, TakesSizesUpToTheLimits) {
   constexpr std::pair<int32_t, int32_t> TOO_LARGE[] = {{1201, 1600},    {1200, 1601},    {1201, 1},
                                                        {1, 1601},       {INT_MAX, 1},    {1, INT_MAX},
                                                        {1201, INT_MIN}, {INT_MIN, 1601}, {0x10001, 0x10001}};
-  // Negative sizes are no sizes of a buffer, not even where their product is one.
+  // A negative size is refused, also if the product of both is positive.
   constexpr std::pair<int32_t, int32_t> NEGATIVE[] = {
       {-1, 10}, {10, -1}, {-1, -1}, {-40, -30}, {INT_MIN, 2}, {2, INT_MIN}, {INT_MIN, INT_MIN}, {0, -1}};
   for (const uint32_t subcommand : {CAPTURE_BLEMISH, CAPTURE_FOCUS}) {
@@ -131,7 +130,7 @@ TEST_F(CameraPictureTest, TakesSizesUpToTheLimits) {
       for (const auto& size : NEGATIVE) EXPECT_EQ(capture(size), -9988) << size.first << " " << size.second;
     }
   }
-  EXPECT_EQ(LinesSince(), Lines{}) << "the camera is left alone";
+  EXPECT_EQ(LinesSince(), Lines{}) << "the camera is not touched";
 
   for (const uint32_t rotation : {0u, 90u, 180u, 270u}) {
     for (const auto& [width, height] : {std::pair(0u, 0u), {0, 10}, {10, 0}, {0, 1600}}) {
@@ -210,7 +209,8 @@ TEST_F(CameraPictureTest, TellsWhenThePictureCannotBeStored) {
   ExpectShows(BLEMISH, 90);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // whose allocators end the program
+#if !defined(__SANITIZE_ADDRESS__) && \
+    !defined(__SANITIZE_THREAD__)  // whose allocators end the program if there is no memory
 
 TEST_F(CameraPictureTest, TellsThatMemoryIsOut) {
   Boot();
@@ -229,7 +229,7 @@ TEST_F(CameraPictureTest, TellsThatMemoryIsOut) {
   EXPECT_EQ(LinesSince(), Lines{});
   EXPECT_EQ(Phone().Root().ReadFile(BLEMISH), "the old picture");
 
-  // Frames that leave less and less of the last memory for what comes behind them: the manager, the stream,
+  // Larger and larger frames leave less and less memory for what comes after them: the manager, the stream,
   // the encoder.
   LimitMemory(1);
   const auto capture = [&](uint32_t height) { return Camera(CAPTURE_BLEMISH, 8, height); };
@@ -284,7 +284,7 @@ TEST_F(CameraPictureTest, KeepsNoMemoryButWhatIsToBeKept) {
 
 #ifdef __SANITIZE_ADDRESS__
 
-// The leak checker sees what is kept on purpose, is told of it by name, and has nothing else to report.
+// The leak checker is told by name what is kept on purpose, and has nothing else to report.
 TEST_F(CameraPictureTest, LeakCheckerKnowsWhatIsKept) {
   options.environment = {"LSAN_OPTIONS=print_suppressions=1"};
   Boot();

@@ -31,5 +31,5 @@ class CameraTest : public PhoneTest {
   Lines SelfTestLines(const simulator::CaptureDevice::Format& before);
 };
 
-// The journal's line for one of the sensor's controls being set.
+// The journal's line for setting one of the sensor's controls.
 std::string ControlLine(uint32_t id, uint32_t value);

@@ -1,4 +1,4 @@
-// The serial channel and the dispatcher: how bytes become commands, and which do not.
+// The serial channel and the dispatcher: which bytes become commands, and which do not.
 #include <thread>
 
 #include "tests/phone/phone_test.h"
@@ -41,7 +41,7 @@ TEST_F(ChannelTest, DropsARequestThatComesShortAndForgetsItsBytes) {
   EXPECT_TRUE(host.IsQuiet(1300ms));
   EXPECT_TRUE(StillAnswers()) << "the next command starts afresh";
   EXPECT_TRUE(LinesSince().empty()) << "the routine does not run";
-  // A whole request behind the time-out is taken for a code: unknown, drained.
+  // A whole request after the time-out is taken for a code, which is unknown and is drained.
   host.Send(Words({MOTOR}));
   std::this_thread::sleep_for(1200ms);
   host.Send(Words({0x7777, 0}));
@@ -72,13 +72,13 @@ TEST_F(ChannelTest, ReadsCommandsThatComeAtOnceOneAfterTheOther) {
 }
 
 TEST_F(ChannelTest, DrainsWhatFollowsAnUnknownCode) {
-  // Between, behind and beside the tables; a known code at the wrong end of the word.
+  // Codes between and after those of the tables, and a known code at the wrong end of the word.
   for (const uint32_t code : {0x12u, 0x21u, 0x4Au, 0x22000000u, 0x00000122u}) {
-    host.Send(Words({code, PING, 0}));  // the valid command is swallowed
+    host.Send(Words({code, PING, 0}));  // the valid command is lost
     EXPECT_TRUE(host.IsQuiet(1200ms)) << std::hex << code;
     EXPECT_TRUE(StillAnswers()) << std::hex << code;
   }
-  // The drain ends early at 512 bytes; what lies behind them is the next command.
+  // The drain ends early at 512 bytes. The next command begins after them.
   Bytes flood = Words({0x12});
   flood.resize(4 + 512);
   host.Send(flood + Words({PING, 0}));

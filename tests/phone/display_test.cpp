@@ -86,7 +86,7 @@ TEST_F(DisplayTest, WritesTheBacklightsLevelAsOneValue) {
   for (const auto& [level, text] :
        {std::pair{100u, "100"}, {0u, "0"}, {0xFFFFFFFFu, "-1"}, {0x80000000u, "-2147483648"}}) {
     MarkJournal();
-    EXPECT_EQ(Show(0x3333, 0, level), 0) << "nothing is drawn, the level is set all the same";
+    EXPECT_EQ(Show(0x3333, 0, level), 0) << "nothing is drawn, but the level is set";
     EXPECT_EQ(Level(), text);
     EXPECT_EQ(LinesSince(), (Lines{"open /dev/fb/0 rw+cloexec", "open /proc/backlight/lcd w+cloexec",
                                    "value /proc/backlight/lcd \"" + std::string(text) + "\""}));
@@ -100,12 +100,12 @@ TEST_F(DisplayTest, ReportsAFramebufferThatCannotBeOpenedOrMapped) {
   Phone().With<Framebuffer>([](Framebuffer& lcd) { lcd.state.refuses_mapping = false; });
   Phone().TakeAway("/dev/fb/0");
   EXPECT_EQ(Show(0, 0, 100), GENERAL_FAILURE);
-  EXPECT_EQ(Level(), "55") << "the backlight is left";
+  EXPECT_EQ(Level(), "55") << "the backlight is not changed";
   Phone().PutBack("/dev/fb/0");
   ExpectPicture(Bordered(0xFFFF, 0xFFFF), "picture after failures");
 
   Phone().TakeAway("/proc/backlight/lcd");
-  EXPECT_EQ(Show(0xF800, 0xF800, 1), 0) << "a backlight that is missing goes unnoticed";
+  EXPECT_EQ(Show(0xF800, 0xF800, 1), 0) << "a missing backlight is not reported";
   ExpectPicture(Bordered(0xF800, 0xF800), "picture without backlight");
 }
 
@@ -144,7 +144,7 @@ TEST_F(DisplayTest, SwitchesMotorLedAndUartLineThroughTheShell) {
     Phone().TakeAway(path);
   }
   for (const uint32_t code : {MOTOR, LED, UART_LINE}) {
-    EXPECT_EQ(AskStatus(code, Words({1, 0})), 0) << "the shell's failure goes unnoticed";
+    EXPECT_EQ(AskStatus(code, Words({1, 0})), 0) << "the shell's failure is not reported";
   }
 }
 

@@ -93,7 +93,8 @@ TEST_F(FactoryInfoTest, TellsEveryFailureOfTheFactoryInformation) {
   EXPECT_TRUE(Flash("Factory Info") == content);
   SetListed("Factory Info", true);
 
-  // A short read leaves what it brought in the whole record's answer, and nothing in a field's.
+  // After a short read the answer with the whole record holds what came, the answer with a field holds
+  // nothing.
   Phone().GetFaults().ShortenFile("/dev/mtdblock_bbs/3", 127);
   Bytes partial = FromText(content.substr(0, 127));
   partial.push_back(0);
@@ -115,7 +116,7 @@ TEST_F(FactoryInfoTest, TellsEveryFailureOfTheFactoryInformation) {
   EXPECT_EQ(AskStatus(0x32, Bytes(128, 0x33)), -9991);
   EXPECT_TRUE(Flash("Factory Info") == std::string(16384, '\xFF')) << "erased before the open failed";
 
-  // A failed erase goes unnoticed: the record is written over what there is.
+  // A failed erase is not reported: the record is written over the old content.
   Phone().PutBack("/dev/mtdblock_bbs/3");
   SetFlash("Factory Info", std::string(200, 0x44));
   Phone().TakeAway("/dev/mtd/3");

@@ -34,7 +34,7 @@ class HostLine {
   Bytes Receive(
       size_t count, std::chrono::milliseconds time_out = 10s,
       const std::function<bool()>& sender_lives = [] { return true; });
-  // True when no byte comes within the time.
+  // True if no byte comes within the time.
   bool IsQuiet(std::chrono::milliseconds time = 50ms);
 
  private:

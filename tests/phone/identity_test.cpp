@@ -42,12 +42,12 @@ TEST_F(IdentityTest, ProgramsTheIdentityOnce) {
   EXPECT_EQ(Ask(0x0B, IGNORED, 19), Answer(0, FromText("123456789012345")));
   EXPECT_EQ(AskStatus(0x47, IGNORED), -9990);
 
-  EXPECT_EQ(Program("123456789012345"), 0) << "the same number again is no failure";
+  EXPECT_EQ(Program("123456789012345"), 0) << "the same number again is accepted";
   EXPECT_EQ(Program("123456789012346"), -9990);
   EXPECT_EQ(Programmings(), 1) << "but is not programmed again";
   EXPECT_TRUE(Flash("OTP") == programmed);
   EXPECT_EQ(LinesSince(OfKind({JournalKind::Tool}) && AtPath("/home/utils/eraseall")), Lines{});
-  // The simulated cells do show a second programming, and lose what it cannot set.
+  // The simulated cells show a second programming, and lose the bits that it cannot set.
   SetFlash("OTP", "\xF0");
   EXPECT_EQ(Programmings(), 2);
   EXPECT_EQ(Cells(2), "\x10\x34");
@@ -134,7 +134,7 @@ TEST_F(IdentityTest, TellsEveryFailure) {
   Phone().GetFaults().Clear();
   EXPECT_EQ(Programmings(), 0);
 
-  // What a programming comes to is not looked at.
+  // The result of a programming is not checked.
   {
     const CallTracer tracer(Phone().ServerProcess(), [&](const TracedCall& call) -> CallFate {
       return call.IsWrite() && call.Size() == 512 ? CallFate{Kind::Refused, 0, EIO} : CallFate{};
@@ -145,7 +145,8 @@ TEST_F(IdentityTest, TellsEveryFailure) {
   EXPECT_TRUE(StillAnswers());
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // whose allocators end the program
+#if !defined(__SANITIZE_ADDRESS__) && \
+    !defined(__SANITIZE_THREAD__)  // whose allocators end the program if there is no memory
 TEST_F(IdentityTest, TellsThatMemoryIsOut) {
   Boot();
   EXPECT_EQ(AskWithoutMemory("/dev/mtd/4", 0x47, IGNORED), -9988);

@@ -1,4 +1,4 @@
-// The keypad: the codes of its keys, what a quiet poll remembers, and events that are none.
+// The keypad: the codes of its keys, what a poll without an event remembers, and events that do not count.
 #include "simulator/models/front_panel.h"
 #include "tests/phone/phone_test.h"
 
@@ -42,7 +42,7 @@ TEST_F(Keypad, TranslatesEveryKeyAndRemembersTheLast) {
   for (const auto& [number, code] : keys) {
     EXPECT_EQ(PollAfter(number << 16 | 1), code) << std::hex << number;
     EXPECT_EQ(PollAfter(number << 16 | 0xABCD), code) << "its state is dropped";
-    EXPECT_EQ(PollAfter(0), code | 1) << "a release gives the last key";
+    EXPECT_EQ(PollAfter(0), code | 1) << "a release returns the last key";
   }
   EXPECT_EQ(PollAfter(0x00740001), 0x1100);
   EXPECT_EQ(Poll(), 0x1101) << "quiet";
@@ -65,7 +65,7 @@ TEST_F(Keypad, ReadsOnceAndTakesTheFirstEvent) {
   for (int i = 0; i < 35; ++i) Put({0x00850001});
   EXPECT_EQ(Poll(), 0x1100);
   EXPECT_EQ(Poll(), 0x2C00);
-  EXPECT_EQ(Poll(), 0x2C01) << "the 35 others have gone with the 65th";
+  EXPECT_EQ(Poll(), 0x2C01) << "the 35 others are dropped with the 65th";
   Put({0, 0x00740001});
   EXPECT_EQ(Poll(), 0x2C01) << "a release first";
 }

@@ -1,5 +1,5 @@
 // Requests of the production and maintenance commands that come in pieces, late, or not whole. These tests
-// wait in real time: a request has 1000 ms.
+// wait in real time: a request has 1000 ms to arrive.
 #include <thread>
 
 #include "tests/phone/flash_test.h"
@@ -42,7 +42,7 @@ TEST_F(LateRequestTest, JoinsPiecesAndDropsWhatComesTooLate) {
   EXPECT_TRUE(StillAnswers());
 }
 
-// The time for the factory information begins behind the command's own second of sleep.
+// The time for the factory information begins after the command's own second of sleep.
 TEST_F(LateRequestTest, WaitsForTheFactoryInformationAfterItsSleep) {
   options.instant_sleeps = false;
   Boot();

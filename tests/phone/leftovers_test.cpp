@@ -1,4 +1,4 @@
-// Nothing of a simulated phone is left behind, however it ends.
+// A simulated phone leaves nothing on the PC, however it ends.
 #include <signal.h>
 #include <sys/wait.h>
 
@@ -33,7 +33,7 @@ TEST_F(LeftoversTest, NoneAfterTheNormalEnd) {
   Boot();
   const std::string root = Phone().Root().Path();
   StartLastingPrograms();
-  // A directory that its own rights close goes as well.
+  // A directory without rights for its owner is removed as well.
   Phone().RunShell("mkdir -p /tmp/a/b; chmod 0 /tmp/a/b /tmp/a; echo closed");
   ASSERT_TRUE(Appears(LineIs("console closed")));
   DiscardPhone();

@@ -26,7 +26,7 @@ class Media : public PhoneTest {
     return AskStatus(MEDIA, Words({clip, path, argument}));
   }
 
-  // What the server itself did: the player and its shell run beside it, in no fixed order.
+  // What the server itself did. The player and its shell run at the same time, in no fixed order.
   Lines ServerLines() {
     return LinesSince([this](const simulator::JournalEntry& entry) {
       return entry.process == Phone().ServerProcess() || entry.kind == JournalKind::Shell;
@@ -140,7 +140,7 @@ TEST_F(Media, TellsTheAmrRoutesFailuresApart) {
     EXPECT_EQ(lines.size(), c.mixer_lines);
     EXPECT_TRUE(lines.back().ends_with(c.request == 0 ? "-> ENODEV" : "-> EIO")) << lines.back();
     EXPECT_EQ(OpenDescriptors(Phone().ServerProcess()), descriptors);
-    EXPECT_TRUE(ComesToPlaying(index + 1)) << "the clip plays all the same";
+    EXPECT_TRUE(ComesToPlaying(index + 1)) << "the clip plays nevertheless";
     Phone().GetFaults().Clear();
   }
   EXPECT_TRUE(StillAnswers());

@@ -45,7 +45,7 @@ TEST_F(MemoryCardTest, ReadsTheSerialNumber) {
       {"0x1", 0},
       {"0X0000000a", 0},
       {"1000000000", 0},       // more than 32 bits, and none of the low ones
-      {"0x100000000", 0},      // ten characters are read of each: 0x10000000
+      {"0x100000000", 0},      // ten characters of each are read: 0x10000000
       {"0x000000001", -9995},  // 0x00000000
       {"00000000001", -9995},
       {"0000000001", 0},
@@ -80,7 +80,7 @@ TEST_F(MemoryCardTest, TellsEveryFailure) {
   EXPECT_EQ(Test(), -9989);
   Phone().PutBack("/mnt/fat");
 
-  // A card that takes less than it is given.
+  // A card that takes less than is written to it.
   {
     const CallTracer tracer(Phone().ServerProcess(), [&](const TracedCall& call) -> CallFate {
       const bool on_card = call.IsWrite() && call.DescriptorPath().ends_with(TEST_FILE);

@@ -1,4 +1,4 @@
-// AT commands: the SIM check and the host's own command, with a modem that answers in every way.
+// AT commands: the SIM check and the host's own command, with a modem that answers in many ways.
 #include <termios.h>
 
 #include <fstream>
@@ -154,7 +154,7 @@ TEST_F(ModemAtTest, CountsRoundsAndPieces) {
     EXPECT_EQ(reply.text, c.reply);
     ExpectPrinted(c.status == 0 ? "" : "no response\n");
     EXPECT_LT(reply.time, 5s) << "a buffer that is full ends the wait";
-    // What comes late must not be the next case's.
+    // Late pieces must not reach the next case.
     for (const auto& piece : c.answer) std::this_thread::sleep_for(piece.pause);
   }
   EXPECT_EQ(Exchange("at+csq\r", 1000).text, "\r\n+CSQ: 20,99\r\n\r\nOK\r\n") << "old bytes are dropped";
@@ -219,7 +219,7 @@ TEST_F(ModemAtTest, TellsCommandsThatCannotBeSent) {
   EXPECT_EQ(CheckSim(), 0);
 }
 
-// It counts as 255 bytes, more than any buffer has: the exchange is over.
+// It counts as 255 bytes, more than any buffer takes: the exchange is over.
 TEST_F(ModemAtTest, EndsAtOnceWhenAReadFails) {
   SetModem([](ModemAtPort::State& state) { state.fails_reads = true; });
   const Reply reply = Exchange("at+csq\r", 60000);

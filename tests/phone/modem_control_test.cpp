@@ -22,7 +22,7 @@ constexpr uint32_t READ_VALUES = 0x23, READ_VALUE = 0x30, PAUSE = 0x3C, READ_STA
 constexpr char PORT[] = "/dev/csmi_tty/1";
 constexpr char GPIO[] = "/dev/misc/omap730_gpio";
 constexpr char HOST_PORT[] = "/dev/usb/tts/0";
-const std::string ZEROS(24, '0');  // of the block behind its code, as digits
+const std::string ZEROS(24, '0');  // of the block after its code, as digits
 
 std::string OpenedPort(const std::string& mode = "rw") {
   return std::string("open ") + PORT + " " + mode;
@@ -36,7 +36,7 @@ Lines GpioRequests(const std::vector<std::string>& requests) {
   return lines;
 }
 
-// What passing this value does: the request, then the modem's image saved.
+// What this value does: the request, then the modem's image is saved.
 Lines ControlLines(int value) {
   const std::string block = fmt::format("05000000{:02}{}", value, ZEROS.substr(2));
   return {OpenedPort(),
@@ -175,7 +175,8 @@ TEST_F(ModemControlTest, PassesTheControlValueAndSavesTheModemsImage) {
     EXPECT_EQ(PassedValue(), word != 0 ? 1 : 0);
     EXPECT_TRUE(Flash("GSM FFS") == simulator::ModemImage());
   }
-  // Neither the request's result nor the saving's is looked at, and the second follows the first anyway.
+  // Neither the result of the request nor that of the saving is checked: the second follows the first in any
+  // case.
   Phone().GetFaults().FailRequest(PORT, 5, EIO);
   SetFlash("GSM FFS", std::string(81920, 'x'));
   EXPECT_EQ(AskStatus(CONTROL, Words({0})), 0);
@@ -192,8 +193,8 @@ TEST_F(ModemControlTest, PassesTheControlValueAndSavesTheModemsImage) {
   EXPECT_TRUE(Flash("GSM FFS") == std::string(81920, 'x'));
 }
 
-// The run mode: it ends with 0 whatever the text, touches the modem for "0" and "1" alone, and never the
-// host's cable.
+// The run mode: it ends with 0 whatever the text, touches the modem only for "0" and "1", and never
+// touches the host's cable.
 TEST_F(ModemControlTest, RunsAsAModeOfItsOwn) {
   for (const std::string text : {"0", "1", "2", "10", "01", "", " 1", "1 ", "-1", "a"}) {
     SCOPED_TRACE(text);

@@ -66,7 +66,7 @@ TEST_F(ModemImageTest, TellsEveryFailure) {
   EXPECT_EQ(NextChunk(), std::pair(-9989, std::string()));
   Phone().PutBack("/dev/mtdblock_bbs/6");
 
-  // Neither an eraser nor a copy that fails is told.
+  // A failure of the eraser or of the copy is not reported.
   Phone().TakeAway("/dev/mem");
   EXPECT_EQ(AskStatus(0x33, IGNORED), 0);
   EXPECT_TRUE(Flash("GSM FFS") == Erased(80 * CHUNK));

@@ -63,7 +63,7 @@ TEST_F(PartitionInfoTest, RepairsABadCopyFromTheGoodOne) {
     EXPECT_TRUE(Flash("Partition Info Bak") == WithWord(row.kept, 77));
     EXPECT_EQ(FlashLines(), row.lines);
   }
-  // A primary that comes short is bad too, and the write makes it whole again.
+  // A primary that is too short is bad too, and the write makes it whole again.
   SetFlash("Partition Info Bak", backup);
   std::filesystem::resize_file(Phone().Root().Outside("/dev/mtd/1"), 32767);
   EXPECT_EQ(AskStatus(0x04, Words({78})), 0);
@@ -87,7 +87,7 @@ TEST_F(PartitionInfoTest, TouchesNoPartitionInformationWhenBothCopiesAreBad) {
   EXPECT_TRUE(StillAnswers());
 }
 
-// Neither a missing device nor a write that fails is told; the other copy is written all the same.
+// A missing device or a failed write is not reported, and the other copy is written nevertheless.
 TEST_F(PartitionInfoTest, AnswersSuccessWhenACopyCannotBeWritten) {
   Boot();
   const std::string before = Flash("Partition Info");
@@ -97,7 +97,7 @@ TEST_F(PartitionInfoTest, AnswersSuccessWhenACopyCannotBeWritten) {
   EXPECT_TRUE(Flash("Partition Info Bak") == std::string(32768, '\xFF')) << "erased by its other name";
   Phone().PutBack("/dev/mtdblock_bbs/2");
 
-  // Without its line, the primary's name still fits the backup's line: all is done to the backup, twice.
+  // Without a line of its own, the primary's name fits the backup's line: the backup is written twice.
   SetFlash("Partition Info Bak", WithWord(before, 6));
   SetListed("Partition Info", false);
   MarkJournal();

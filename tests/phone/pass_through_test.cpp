@@ -45,7 +45,7 @@ class PassThroughTest : public PhoneTest {
     options.instant_sleeps = true;
   }
 
-  // The modem's end of its data port; nothing that the relay said so far is lost.
+  // The modem's end of its data port; what the relay has sent so far is kept.
   void JoinModem() {
     modem = HostLine(
         Phone().With<ModemDataPort>([](ModemDataPort& port) { return port.ModemSide().DevicePath(); }));
@@ -80,7 +80,7 @@ class PassThroughTest : public PhoneTest {
     EXPECT_TRUE(StillAnswers());
     EXPECT_TRUE(modem.IsQuiet(20ms)) << "the leave frame is not forwarded";
   }
-  // The server rests, although a port of its own is always readable.
+  // The server rests although one of its ports is always readable.
   void ExpectRests() {
     const long ticks = ProcessorTicks();
     std::this_thread::sleep_for(1s);
@@ -124,7 +124,7 @@ TEST_F(PassThroughTest, LeavesForTheFrameAloneInOneRead) {
   ExpectRelayed(Part(LEAVE, 7, 20));
   ExpectBothWays();
   modem.Send(LEAVE);
-  EXPECT_EQ(host.Receive(20), LEAVE) << "it is the host's to leave";
+  EXPECT_EQ(host.Receive(20), LEAVE) << "only the host can leave";
   ExpectBothWays();
 
   Leave();
@@ -133,7 +133,8 @@ TEST_F(PassThroughTest, LeavesForTheFrameAloneInOneRead) {
   Enter();
   ExpectBothWays();
   Leave();
-  EXPECT_EQ(LinesSince(), Lines(2, std::string("open ") + MODEM_PORT + " rw+nonblock")) << "no gadget work";
+  EXPECT_EQ(LinesSince(), Lines(2, std::string("open ") + MODEM_PORT + " rw+nonblock"))
+      << "the gadget is not reloaded";
 }
 
 TEST_F(PassThroughTest, KeepsWhatFollowsTheCommandAndSetsTheModemsLineOnly) {
@@ -160,7 +161,7 @@ TEST_F(PassThroughTest, KeepsWhatFollowsTheCommandAndSetsTheModemsLineOnly) {
   EXPECT_EQ(line.c_lflag, tcflag_t{0});
   EXPECT_EQ(line.c_cc[VMIN], 0);
   EXPECT_EQ(line.c_cc[VTIME], 0);
-  EXPECT_EQ(line.c_cc[VINTR], 3) << "the other fields keep what the driver had";
+  EXPECT_EQ(line.c_cc[VINTR], 3) << "the other fields keep the driver's values";
   Leave();
 
   host.Send(Words({PASS_THROUGH, 0}) + LEAVE + PING);
@@ -173,7 +174,7 @@ TEST_F(PassThroughTest, GoesOnWithoutTheModemsPort) {
   BootAsCommand();
   Phone().TakeAway(MODEM_PORT);
   host.Send(Words({PASS_THROUGH, 0}) + PING);
-  EXPECT_EQ(host.Receive(8), Words({0, 1})) << "the failure is not told; the command loop goes on";
+  EXPECT_EQ(host.Receive(8), Words({0, 1})) << "the failure is not reported; the command loop goes on";
   EXPECT_EQ(LinesSince(), Lines{std::string("open ") + MODEM_PORT + " rw+nonblock -> ENOENT"});
   Phone().PutBack(MODEM_PORT);
   Enter();
@@ -303,7 +304,7 @@ class StandalonePassThroughTest : public PassThroughTest {
     EXPECT_EQ(end->status, 0);
     EXPECT_EQ(Phone().ConsoleText(), "");
   }
-  // What the server did, but for reading the stop flag: neither its shells' nor its libraries' work.
+  // What the server did, except reading the stop flag, and without what its shells and libraries did.
   Lines ServersLines() {
     return LinesSince(
         OfKind({JournalKind::Request, JournalKind::Shell, JournalKind::Sleep, JournalKind::Open}) &&

@@ -151,8 +151,7 @@ TEST_F(PhonesimTest, EndsInTheForegroundOnASignal) {
   const std::string lcd = directory_ + "/lcd.png";
   for (const int number : {SIGINT, SIGTERM}) {
     const pid_t process = RunAside("--journal " + journal + " --lcd " + lcd);
-    // The port stands in the output a little after the server's start; that ends with a value, after its
-    // open.
+    // The output names the port a little after the server's start. The start ends with a value.
     ASSERT_TRUE(Eventually([&] {
       return !PortIn(Read(OutputFile())).empty() && Read(journal).find("\"value\"") != std::string::npos;
     }));

@@ -23,7 +23,7 @@ class PictureChunksTest : public CameraTest {
  protected:
   PictureChunksTest() {
     Boot();
-    EXPECT_TRUE(StillAnswers());  // so the last file of its start is closed
+    EXPECT_TRUE(StillAnswers());  // so the last file of its start is closed now
     descriptors_ = OpenDescriptors(Phone().ServerProcess());
     MarkJournal();
   }
@@ -54,7 +54,7 @@ TEST_F(PictureChunksTest, HandsOutPicturesOfEveryLength) {
       const std::string content = Content(size, static_cast<uint8_t>(subcommand));
       Phone().Root().PutFile(path, content);
       MarkJournal();
-      // A length of whole chunks ends with one of 0 bytes.
+      // A picture of whole chunks ends with one of 0 bytes.
       for (size_t chunk = 0; chunk <= size / CHUNK; ++chunk) {
         EXPECT_EQ(Chunk(subcommand), Piece(content, chunk));
         EXPECT_EQ(IsPictureOpen(), chunk < size / CHUNK);
@@ -79,7 +79,7 @@ TEST_F(PictureChunksTest, GoesOnWithWhateverIsOpen) {
   const std::string focus = Content(5 * CHUNK, 77);
   Phone().Root().PutFile(BLEMISH, blemish);
   Phone().Root().PutFile(FOCUS, focus);
-  // The stop of either picture closes the open one, as does a sub-command that is none.
+  // The stop of either picture closes the open one. So does an unknown sub-command.
   uint32_t first = READ_BLEMISH;
   for (const uint32_t close : {STOP_BLEMISH, STOP_FOCUS, 0u, 13u, 16u, 23u, 26u, 0xFFFFFFFFu, 0x1000Eu}) {
     SCOPED_TRACE(close);
@@ -95,7 +95,7 @@ TEST_F(PictureChunksTest, GoesOnWithWhateverIsOpen) {
     }
     first = other;
   }
-  // A picture that is deleted meanwhile is read to its end.
+  // A picture that is deleted while it is read is read to its end.
   EXPECT_EQ(Chunk(READ_FOCUS), Piece(focus, 0));
   EXPECT_EQ(Camera(DELETE_FOCUS), 0);
   for (size_t chunk = 1; chunk <= 5; ++chunk) EXPECT_EQ(Chunk(READ_FOCUS), Piece(focus, chunk));

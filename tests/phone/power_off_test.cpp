@@ -11,11 +11,11 @@ constexpr char GPIO[] = "/dev/misc/omap730_gpio";
 class PowerOffTest : public PhoneTest {
  protected:
   PowerOffTest() {
-    // A traced process cannot be checked for leaks at its end, which a sanitizer's build would fail for.
+    // A traced process cannot be checked for leaks at its end, so a sanitizer's build would fail.
     options.environment.emplace_back("ASAN_OPTIONS=detect_leaks=0");
   }
 
-  // Sends the command and waits for the end; gives what the server itself did, in order.
+  // Sends the command and waits for the end. Returns what the server itself did, in order.
   Lines SwitchOff() {
     Lines steps;
     const CallTracer tracer(Phone().ServerProcess(), [&](const TracedCall& call) -> CallFate {

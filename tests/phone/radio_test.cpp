@@ -1,4 +1,4 @@
-// The FM radio: every mode's requests with their whole records, and what each failure switches back.
+// The FM radio: every mode's requests with their whole records, and what each failure undoes.
 #include <fmt/format.h>
 
 #include "simulator/models/radio.h"
@@ -75,7 +75,7 @@ class RadioTest : public PhoneTest {
   size_t descriptors_;
 };
 
-// All of a session's requests; `extra` is the private request's pair of words, where it is made.
+// All of a session's requests; `extra` is the private request's pair of words, if it is made.
 Lines Session(uint32_t frequency, uint16_t volume, const std::string& extra = "") {
   const std::string tuned = Hex(Words({frequency}));
   const auto request = [](uint32_t number, const std::string& way, const std::string& bytes) {
@@ -114,7 +114,7 @@ TEST_F(RadioTest, PlaysUntilSwitchedOffOrReopened) {
     EXPECT_EQ(Command(2, frequency, 9, 1, 1).status, SUCCESS);
     EXPECT_EQ(RadioLines(), AudioLine(LINE_B_ON) + Session(frequency, 9))
         << "no private request in this mode";
-    EXPECT_TRUE(IsOpen()) << "the former one is closed";
+    EXPECT_TRUE(IsOpen()) << "the one before is closed";
   }
   for (uint32_t mode : {3u, 0xFFFFFFFFu}) {
     EXPECT_EQ(Command(mode, 1512, 9, 1, 1), (Result{SUCCESS, 1512, 12000}));

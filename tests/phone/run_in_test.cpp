@@ -55,7 +55,7 @@ Lines LedSet(int colour) {
          Written(fmt::format("{} > /proc/cLED_wlpg/color", colour), "/proc/cLED_wlpg/color", colour);
 }
 
-// One cycle with its pauses. Those while a tone plays stand behind all that its thread does.
+// One cycle with its pauses. A pause while a tone plays is listed after all that the tone's thread does.
 Lines Cycle(int seconds) {
   const Lines second = {"sleep 1.000"};
   const Lines tone_time = seconds == 0 ? Lines() : Lines{fmt::format("sleep {}.000", seconds)};
@@ -96,8 +96,8 @@ TEST_P(RunInCycles, FollowTheirOrderForEver) {
   const Lines expected = Cycle(seconds) + Cycle(seconds) + Shown(0);
   Begin(static_cast<uint32_t>(seconds));
 
-  // The tone's thread runs beside the pause; apart from that there is one order. So it is looked at twice:
-  // all without the pauses, and the server's own thread with them.
+  // The tone's thread runs during the pause; apart from that there is one order. So the journal is checked
+  // twice: all of it without the pauses, and the server's own thread with them.
   const Lines all = Without(expected, IsSleep);
   const Lines main = Without(expected, IsElsewhere);
   Lines seen, seen_main;
@@ -113,13 +113,14 @@ TEST_P(RunInCycles, FollowTheirOrderForEver) {
   EXPECT_EQ(seen, all);
   EXPECT_EQ(seen_main, main);
   host.Send(Words({0, 0}));
-  EXPECT_TRUE(host.IsQuiet()) << "no command is served any more";
+  EXPECT_TRUE(host.IsQuiet()) << "no command is served now";
 }
 
 INSTANTIATE_TEST_SUITE_P(Seconds, RunInCycles, testing::Values(0, 1, 2, 3, 5, 6, 11));
 
 TEST_F(RunIn, ShowsFiveColoursAndPlaysTwoTones) {
-  // What stands on the LCD when the server pauses; the listener is called while it waits for the pause's end.
+  // What the LCD shows when the server pauses. The listener is called while the server waits for the pause's
+  // end.
   std::mutex mutex;
   std::vector<uint32_t> shown;
   Phone().GetJournal().SetListener([&](const JournalEntry& entry) {
@@ -129,7 +130,7 @@ TEST_F(RunIn, ShowsFiveColoursAndPlaysTwoTones) {
     const std::lock_guard lock(mutex);
     shown.push_back(plain ? pixels[0] : 0x10000u);
   });
-  // The five colours' pauses are instant; in the two of the tones their threads come to play.
+  // The pauses of the five colours take no time. During those of the two tones their threads play.
   Phone().With<Sound>([](Sound& sound) { sound.state.paced = true; });
   Phone().GetFaults().Add({.call = FaultCall::Sleep, .nth = 6, .times = 2, .delay = 500ms});
   Begin(5);

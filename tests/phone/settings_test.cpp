@@ -75,7 +75,7 @@ TEST_F(SettingsTest, ResetsWhatThereIs) {
 
   std::filesystem::remove_all(Root().Outside(SETUP));
   std::filesystem::remove(Root().Outside(CALL_METER));
-  EXPECT_EQ(AskStatus(0x03, IGNORED), 0) << "no command's failure is looked at";
+  EXPECT_EQ(AskStatus(0x03, IGNORED), 0) << "the failure of a shell command is not reported";
   EXPECT_FALSE(Root().Exists(CALL_METER));
 }
 

@@ -14,7 +14,7 @@ using simulator::TextControls;
 
 class SimulatorTest : public PhoneTest {
  protected:
-  // Runs a command line in the phone and gives what it printed.
+  // Runs a command line in the phone and returns what it printed.
   std::string Run(const std::string& command) {
     const size_t before = Phone().ConsoleText().size();
     MarkJournal();
@@ -28,7 +28,7 @@ class SimulatorTest : public PhoneTest {
 TEST_F(SimulatorTest, KeepsOneOrderedJournal) {
   Boot();
   EXPECT_EQ(AskStatus(0x39, Words({0xFFFFFFFF, 0})), SUCCESS);
-  // A value that a program wrote before it ended stands before what comes after that program.
+  // A value that a program wrote before it ended is listed before what comes after that program.
   EXPECT_EQ(LinesSince(), (Lines{
                               "shell echo 0 >  /proc/cLED_wlpg/force_led_off",
                               "open /proc/cLED_wlpg/force_led_off w+create+truncate",

@@ -30,10 +30,10 @@ struct RecordedSound {
   uint16_t channels, sample_bits;
   std::vector<int16_t> samples;
 };
-// Fails the test when the file is not a whole WAV file.
+// Fails the test if the file is not a whole WAV file.
 RecordedSound ReadRecording(const std::filesystem::path& file);
 
 // The sample that the tone generator plays in frame n, by its definition.
 int16_t ToneSample(uint32_t n, const std::vector<int32_t>& frequencies);
-// Fails the test at the first frame that is not that on both sides.
+// Fails the test at the first frame that differs on either side.
 void ExpectTone(const RecordedSound& sound, size_t frames, const std::vector<int32_t>& frequencies);

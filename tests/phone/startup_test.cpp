@@ -76,7 +76,7 @@ TEST_F(StartupTest, SetsTheHostPortsLineAndMakesItNonBlocking) {
   EXPECT_EQ(line.c_lflag, tcflag_t{0});
   EXPECT_EQ(line.c_cc[VMIN], 0);
   EXPECT_EQ(line.c_cc[VTIME], 0);
-  EXPECT_EQ(line.c_cc[VINTR], 3) << "the other fields keep what the driver had";
+  EXPECT_EQ(line.c_cc[VINTR], 3) << "the other fields keep the driver's values";
 }
 
 TEST_F(StartupTest, EndsWith247WithoutTheSerialDevice) {
@@ -102,7 +102,7 @@ TEST_F(StartupTest, GoesOnWithoutGpioStandbyOrDisplay) {
   EXPECT_TRUE(StillAnswers());
   EXPECT_TRUE(Phone().GetJournal().Lines(0, OfKind({JournalKind::Request})).empty());
   EXPECT_TRUE(Phone().GetJournal().Lines(0, AtPath("/proc/backlight/lcd")).empty())
-      << "a screen that cannot be opened leaves the backlight";
+      << "without a screen the backlight is not changed";
 }
 
 TEST_F(StartupTest, EveryOtherCommandLineRunsTheServer) {

@@ -93,7 +93,7 @@ TEST_F(Tone, PlaysEverySampleByTheFormula) {
       {697, 1209, 3000},
       {440, 440, 440},         // clips at both ends
       {22050, 43999, 44100},   // steps 256, 510 and 512, which stands still
-      {-1000, INT32_MIN, -1},  // no host's wish, but defined
+      {-1000, INT32_MIN, -1},  // no host asks for these, but they are defined
       {INT32_MAX, 100000, 86},
   };
   for (const auto& frequencies : cases) {
@@ -102,7 +102,7 @@ TEST_F(Tone, PlaysEverySampleByTheFormula) {
     EXPECT_EQ(Stop(), SUCCESS);
     const RecordedSound sound = ReadRecording(Newest().file);
     EXPECT_EQ(sound.samples.size() % (2 * BUFFER_FRAMES), 0u) << "whole seconds";
-    // The second buffer goes on where the first ended: 44100 frames are no whole number of table periods.
+    // The second buffer goes on where the first ended: 44100 frames are not a whole number of table periods.
     ExpectTone(sound, 3 * BUFFER_FRAMES, frequencies);
     if (HasFatalFailure()) FAIL() << "frequency " << frequencies[0];
   }
@@ -129,7 +129,7 @@ TEST_F(Tone, PlaysAtTheFormatsPace) {
   EXPECT_TRUE(Plays(1));
   const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(Stop(), SUCCESS);
-  // A pipe's 64 KiB of the second's 172 need not have been heard when the last write returns.
+  // When the last write returns, the pipe may still hold 64 KiB of the second's 172 KiB.
   EXPECT_GE(std::chrono::steady_clock::now() - start, 400ms);
   const RecordedSound sound = ReadRecording(Newest().file);
   EXPECT_LE(sound.samples.size(), 2 * BUFFER_FRAMES);
@@ -199,8 +199,8 @@ TEST_F(Tone, EndsSilentlyAtItsFirstFailingStep) {
   EXPECT_EQ(LinesSince(), all);
 }
 
-// The thread's lines when calls on a device fail from one of them on, `times` in a row. What a failed opening
-// was for does not happen.
+// The thread's lines when calls on a device fail from one of them on, `times` in a row. After a failed open
+// its requests do not happen.
 Lines Failing(const Lines& lines, const std::string& start, int times) {
   Lines failing;
   bool opened = true;

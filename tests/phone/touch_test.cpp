@@ -87,7 +87,7 @@ class Touch : public PhoneTest {
   bool Becomes(int32_t result) {
     return Eventually([&] { return Control(STATE) == result; });
   }
-  // The thread draws after it has told its result.
+  // The thread draws after it has set its result.
   bool Shows(const Picture& expected) {
     return Eventually(
         [&] { return Phone().With<Framebuffer>([](Framebuffer& lcd) { return lcd.Pixels(); }) == expected; });
@@ -150,7 +150,7 @@ TEST_F(Touch, AcceptsEachRangeWithBothEndsAndNothingBeyond) {
     Start();
     for (const Cross& cross : CROSSES) touch_beyond(cross);
     TouchPanelAt(4096, 4096);       // a reading of 0
-    TouchPanelAt(0x80000000, 500);  // no reading of a 12-bit converter
+    TouchPanelAt(0x80000000, 500);  // more than a 12-bit converter can read
     // Readings are handled in order: when the first match shows, nothing before it has cleared another bit.
     // The second run, which begins with another cross, does the same for the first.
     int32_t left = ALL;
@@ -225,7 +225,7 @@ TEST_F(Touch, RestartsARunAndRunsTwoAtOnce) {
   EXPECT_EQ(LinesSince(), Shown("0") + Lines{"sleep 1.000"} + STARTED) << "mode 1 stops the run before";
   EXPECT_TRUE(ComesToThreads(Phone().ServerProcess(), threads_ + 1));
 
-  // Any other mode starts a second thread beside the first, on purpose.
+  // Any other mode starts a second thread while the first runs, on purpose.
   Start(OTHER_MODE);
   EXPECT_EQ(LinesSince(), STARTED);
   EXPECT_TRUE(ComesToThreads(Phone().ServerProcess(), threads_ + 2));
@@ -249,7 +249,7 @@ TEST_F(Touch, AFailedStartLeavesTheResultToTheRunningThread) {
   Phone().GetFaults().Add({.call = FaultCall::Thread, .error = EAGAIN, .delay = 700ms});
   SendCommand(TOUCH, Words({OTHER_MODE, 0}));
   std::this_thread::sleep_for(200ms);
-  TouchPanelAt(2048, 2048);  // while the start is on its way to fail
+  TouchPanelAt(2048, 2048);  // while the start is about to fail
   EXPECT_EQ(StatusOf(host.Receive(12)), GENERAL_FAILURE);
   EXPECT_EQ(Control(STATE), ALL & ~1 & ~16);
 }

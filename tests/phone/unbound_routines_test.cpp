@@ -1,4 +1,4 @@
-// Maintenance routines that no command reaches, run by a program of their own in the place of the server.
+// Maintenance routines that no command reaches, run by a program of their own instead of the server.
 #include <filesystem>
 
 #include "simulator/models/real_time_clock.h"
@@ -16,7 +16,7 @@ class UnboundRoutinesTest : public PhoneTest {
     options.server = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "unbound_routines";
   }
 
-  // Runs a routine to its end on a new phone, which `furnish` prepares, and gives what it printed: its
+  // Runs a routine to its end on a new phone, which `furnish` prepares, and returns what it printed: its
   // result.
   std::string Run(const std::vector<std::string>& arguments, const std::function<void()>& furnish = {}) {
     DiscardPhone();
@@ -77,7 +77,7 @@ TEST_F(UnboundRoutinesTest, ChooseSounds) {
 TEST_F(UnboundRoutinesTest, GiveTheStatusOfTheLastSync) {
   const auto lose_sync = [&] { Phone().TakeAway("/bin/sync"); };
   for (const char* sound : {"touch-sound", "key-sound", "charger-sound"}) {
-    EXPECT_EQ(Run({sound, "1"}, lose_sync), "32512\n") << "status 127, as a wait gives it";
+    EXPECT_EQ(Run({sound, "1"}, lose_sync), "32512\n") << "status 127, as wait returns it";
     EXPECT_EQ(Shell().back(), "shell sync");
   }
 }

@@ -9,8 +9,8 @@
 
 namespace {
 
-// Most significant bit first with 0x8005, where the server works reflected: bits enter in reverse and the
-// remainder is reversed at the end.
+// Most significant bit first, with 0x8005. The server works reflected: so bits enter in reverse order here,
+// and the remainder is reversed at the end.
 uint32_t CrcByDivision(std::span<const uint8_t> bytes) {
   uint32_t remainder = 0xFFFF;
   for (const uint8_t byte : bytes) {

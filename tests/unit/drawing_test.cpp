@@ -1,4 +1,4 @@
-// Dots and lines against a painter of their own, byte by byte, the bytes behind the frame included.
+// Dots and lines against a painter of their own, byte by byte, including the bytes after the frame.
 #include "server/devices/drawing.h"
 
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ namespace {
 
 constexpr size_t GUARD_PIXELS = 1000;
 
-// The display's frame with a guard behind it.
+// The display's frame with a guard after it.
 class Frame {
  public:
   Frame() : pixels_(FRAME_BYTES / 2 + GUARD_PIXELS, 0x5A5A) {}
@@ -24,7 +24,7 @@ class Frame {
   }
 
   // A dot as the display test draws it: pixels of twice the colour's low byte, row ends running on into the
-  // next row, nothing behind the frame.
+  // next row, nothing after the frame.
   void PaintDot(int x, int y, unsigned colour) {
     if (x < 1 || x > 238 || y < 1 || y > 318) return;
     for (int row = y; row < y + 4; ++row) {
@@ -36,7 +36,7 @@ class Frame {
     }
   }
 
-  // Empty when both are equal, the first difference otherwise.
+  // Empty if both are equal, otherwise the first difference.
   std::string DifferenceFrom(const Frame& other) const {
     const auto [here, there] = std::mismatch(pixels_.begin(), pixels_.end(), other.pixels_.begin());
     if (here == pixels_.end()) return "";

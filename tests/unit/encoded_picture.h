@@ -1,4 +1,4 @@
-// Encodes frames through the imaging library's operations, as the camera does, and gives the file's bytes.
+// Encodes frames through the imaging library's operations, as the camera does, and returns the file's bytes.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 #include "server/imaging/imaging.h"
 
-// The objects that a picture takes, with the three plug-ins registered. The encoder is made when asked for.
+// The objects that a picture needs, with the three plug-ins registered. The encoder is made on request.
 struct PictureObjects {
   explicit PictureObjects(const std::string& path);
   ~PictureObjects();
@@ -25,6 +25,6 @@ struct PictureObjects {
 int32_t EncodeToFile(const uint16_t* pixels, int32_t bytesPerRow, int32_t width, int32_t height,
                      const std::string& path);
 
-// Empty when it fails.
+// Empty if it fails.
 std::vector<uint8_t> Encode(const uint16_t* pixels, int32_t bytesPerRow, int32_t width, int32_t height);
 std::vector<uint8_t> Encode(const std::vector<uint16_t>& frame, int32_t width, int32_t height);

@@ -29,11 +29,11 @@ TEST(HexEncodeUpper, TwoDigitsAByteAndAnEndingZero) {
     std::vector<char> text(2 * count + 2, '#');
     HexEncodeUpper(bytes.data(), count, text.data());
     EXPECT_EQ(std::string(text.data()), expected.substr(0, 2 * count));
-    EXPECT_EQ(text.back(), '#') << "written behind the ending zero";
+    EXPECT_EQ(text.back(), '#') << "written after the ending zero";
   }
 }
 
-// What is read into bytes that all were 0xEE.
+// What is read into bytes that were all 0xEE.
 Bytes Read(const std::string& output, const char* key, uint32_t count) {
   Bytes bytes(count, 0xEE);
   ReadHexBytes(output.c_str(), key, bytes.data(), count);
@@ -60,7 +60,7 @@ TEST(ReadHexBytes, StopsAtTheEndOfATextThatFillsItsBuffer) {
   const auto page_size = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   auto* pages = static_cast<char*>(
       mmap(nullptr, 2 * page_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  ASSERT_EQ(mprotect(pages + page_size, page_size, PROT_NONE), 0);  // any byte behind the buffer is a crash
+  ASSERT_EQ(mprotect(pages + page_size, page_size, PROT_NONE), 0);  // any byte after the buffer is a crash
   char* const output = pages + page_size - BT_TEXT_SIZE;
   const std::string key = "ResultA=";
   for (size_t digits = 0; digits < 80; ++digits) {

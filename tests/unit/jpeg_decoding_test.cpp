@@ -182,7 +182,7 @@ double Coefficient(const double (&samples)[64], int frequency) {
 
 struct Rounding {
   double worst = 0;               // distance from the exact coefficient, in steps
-  double squares = 0, least = 0;  // of the errors, and of those that cannot be helped
+  double squares = 0, least = 0;  // of the errors, and of those that are unavoidable
 };
 
 // Compares every coefficient in a picture of whole macroblocks with the exact one.
@@ -291,8 +291,8 @@ TEST(JpegDecoding, RoundsACameraPictureNearlyExactly) {
   EXPECT_LT(rounding.squares, rounding.least * 1.005);
 }
 
-// The signs of each of a block's 64 frequencies at full contrast give its coefficient the largest value that
-// there is: nothing may overflow on the way to it.
+// A block with the signs of one of its 64 frequencies, at full contrast, gives that coefficient its largest
+// value. Nothing may overflow on the way to it.
 TEST(JpegDecoding, HasTheRightCoefficientsForEveryFrequencyAtFullContrast) {
   const auto isCrest = [](int frequency, int sample) {
     return std::cos((2 * sample + 1) * frequency * std::numbers::pi / 16) > 0;

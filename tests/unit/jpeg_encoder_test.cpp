@@ -42,12 +42,12 @@ extern "C" int __wrap_fsync(int descriptor) {
 
 namespace {
 
-// As the camera's, but that it makes nothing.
+// Like the camera's, but it makes nothing.
 int32_t RefusingFactory(MMemContext*, const void*, void**) {
   return 77;
 }
 
-// Where SOF0 stands, behind SOI, APP0 and two quantization tables.
+// Where SOF0 stands, after SOI, APP0 and two quantization tables.
 constexpr size_t FRAME_HEADER = 2 + 18 + 2 * 69;
 
 const std::vector<uint16_t> ONE_PIXEL = {0xFFFF};
@@ -223,7 +223,7 @@ TEST(JpegEncoder, ReadsNothingOutsideTheFrame) {
   munmap(guarded, room + 2 * page);
 }
 
-// Where every block shows some of the picture, the edges' pixels could as well have been in the frame.
+// If every block shows some of the picture, the pixels past the edge could as well have been in the frame.
 TEST(JpegEncoder, RepeatsTheEdges) {
   constexpr int32_t width = 27;
   constexpr int32_t height = 26;
@@ -261,8 +261,8 @@ uint32_t Hash(const std::vector<uint8_t>& bytes) {
   return hash;
 }
 
-// The picture is the same to the byte on the phone, where the arithmetic is the processor's own instructions,
-// and here. Decoding is tested where there is a decoder.
+// The picture is the same to the byte here and on the phone, whose build uses instructions of its processor.
+// Decoding is tested where there is a decoder.
 TEST(JpegEncoder, WritesTheSameBytesEverywhere) {
   struct Expected {
     int32_t width, height;

@@ -42,7 +42,7 @@ void ExpectRotated(const Size& size, int32_t degrees, uint32_t in_shift, uint32_
   }
   for (uint32_t i = 0; i < out_shift; ++i) ASSERT_EQ(out[i], GUARD) << "written before the frame";
   for (uint32_t i = 0; i < 16; ++i)
-    ASSERT_EQ(out[out_shift + width * height + i], GUARD) << "written behind it";
+    ASSERT_EQ(out[out_shift + width * height + i], GUARD) << "written after its end";
 }
 
 TEST(RotateFrame, FollowsTheRule) {

@@ -1,4 +1,4 @@
-// The display test's pictures, pixel by pixel against what each pixel is to be.
+// The display test's pictures, pixel by pixel against what each pixel should be.
 #include "server/devices/drawing.h"
 
 #include <gtest/gtest.h>

@@ -28,7 +28,7 @@ std::vector<ToneFrame> Fill(const Frequencies& frequencies, uint32_t count, uint
   const Tones tones(frequencies);
   std::vector<ToneFrame> frames(count + 1, ToneFrame{0x5A5A, 0x5A5A});
   EXPECT_EQ(FillToneBuffer(frames.data(), count, tones.words, phase), (phase + count) % 512);
-  EXPECT_EQ(frames[count].left, 0x5A5A) << "written behind the buffer";
+  EXPECT_EQ(frames[count].left, 0x5A5A) << "written after the buffer";
   frames.pop_back();
   return frames;
 }
@@ -43,7 +43,8 @@ double ExactSample(const Frequencies& frequencies, uint32_t frame) {
   return std::clamp(sum, -32767.0, 32767.0) / 2;
 }
 
-// A table entry may be off by 2, which the halving makes 1 for each tone; the halving rounds down besides.
+// A table entry may be off by 2, which the halving makes 1 for each tone; in addition, the halving rounds
+// down.
 bool IsNear(const ToneFrame& frame, double exact) {
   return frame.left == frame.right && std::abs(frame.left - exact) <= TONE_COUNT + 1;
 }
@@ -94,8 +95,8 @@ TEST(ToneSamples, PhaseIsCarriedAcrossBuffers) {
   }
 }
 
-// A page of the buffer that takes no writes until its first one has changed the frequencies: so they change
-// at a known frame.
+// A page of the buffer is closed to writes until the first write to it has changed the frequencies: so they
+// change at a known frame.
 struct ChangingPage {
   void* page;
   size_t size;

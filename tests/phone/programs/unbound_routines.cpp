@@ -1,5 +1,5 @@
-// Runs, in the place of the server, one of the maintenance routines that no command reaches with these
-// arguments and prints its result: touch-sound MODE, key-sound ON, charger-sound ON, reset-clock, versions.
+// Runs, instead of the server, one of the maintenance routines that no command reaches with these arguments,
+// and prints its result: touch-sound MODE, key-sound ON, charger-sound ON, reset-clock, versions.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
