@@ -39,8 +39,10 @@ void PhoneTest::Boot() {
   // The last step of the server's start: from here on it waits for commands.
   const std::string started = "value /proc/backlight/lcd \"0\"";
   const auto last = Phone().GetJournal().WaitFor(LineIs(started) || OfKind({JournalKind::Event}), mark_, 60s);
-  if (!last || last->Line() != started)
-    throw std::runtime_error("the server does not start: " + (last ? last->Line() : "it takes too long"));
+  if (!last || last->Line() != started) {
+    throw std::runtime_error("the server does not start; the phone's journal: " +
+                             testing::PrintToString(LinesSince()));
+  }
   MarkJournal();
 }
 
