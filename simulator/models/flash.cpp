@@ -28,7 +28,7 @@ if [ "$1" = -q ]; then shift; else echo "Erasing $1"; fi
 exec tr '\000-\377' '\377' <"$1" 1<>"$1"
 )";
 
-void Place(std::string& record, size_t offset, std::string_view text) {
+void Put(std::string& record, size_t offset, std::string_view text) {
   record.replace(offset, text.size(), text);
 }
 
@@ -36,12 +36,12 @@ void Place(std::string& record, size_t offset, std::string_view text) {
 std::string PartitionRecord() {
   using namespace std::string_view_literals;
   std::string record(RECORD_SIZE, '\0');
-  Place(record, 4, "PARTINFO");
-  Place(record, 12, "\1\0\0\0"sv);
+  Put(record, 4, "PARTINFO");
+  Put(record, 12, "\1\0\0\0"sv);
   for (size_t index = 0; index < std::size(FLASH_PARTITIONS); ++index) {
     const FlashPartition& partition = FLASH_PARTITIONS[index];
-    Place(record, 16 + 64 * index,
-          fmt::format("{} {} {:#x}", partition.number, partition.name, partition.size));
+    Put(record, 16 + 64 * index,
+        fmt::format("{} {} {:#x}", partition.number, partition.name, partition.size));
   }
   const auto* bytes = reinterpret_cast<const uint8_t*>(record.data());
   const uint16_t sum = RecordCheckSum({bytes + 4, RECORD_SIZE - 4});
@@ -53,17 +53,17 @@ std::string PartitionRecord() {
 // Two fields of ten characters, with other text of the factory's between and after them.
 std::string FactoryRecord() {
   std::string record(FACTORY_RECORD_SIZE, '\0');
-  Place(record, 0, "SN06012345");
-  Place(record, 10, "LINE3 SHIFT");
-  Place(record, 21, "HW02060115");
-  Place(record, 31, "simulated phone");
+  Put(record, 0, "SN06012345");
+  Put(record, 10, "LINE3 SHIFT");
+  Put(record, 21, "HW02060115");
+  Put(record, 31, "simulated phone");
   return record;
 }
 
 std::string FirstContent(const FlashPartition& partition) {
   std::string content(partition.size, static_cast<char>(ERASED));
-  if (partition.name.starts_with("Partition Info")) Place(content, 0, PartitionRecord());
-  if (partition.name == "Factory Info") Place(content, 0, FactoryRecord());
+  if (partition.name.starts_with("Partition Info")) Put(content, 0, PartitionRecord());
+  if (partition.name == "Factory Info") Put(content, 0, FactoryRecord());
   return content;
 }
 

@@ -47,14 +47,14 @@ bool YesOrNo(const json& step, const std::string& key, bool fallback) {
   return value;
 }
 
-std::string TextOf(const json& step, const std::string& key) {
+std::string TextAt(const json& step, const std::string& key) {
   const json value = step.value(key, json(""));
   if (!value.is_string()) throw PlanError(fmt::format("\"{}\" is not a text", key));
   return value;
 }
 
 bool StopsOnFailure(const json& holder, bool fallback) {
-  const std::string choice = TextOf(holder, "on-failure");
+  const std::string choice = TextAt(holder, "on-failure");
   if (choice.empty()) return fallback;
   if (choice != "stop" && choice != "continue")
     throw PlanError("\"on-failure\" must be \"stop\" or \"continue\"");
@@ -83,7 +83,7 @@ void ParseArguments(Step& step, const json& arguments) {
 }
 
 void ParseCommand(Step& step, const json& description) {
-  const std::string words = TextOf(description, "command");
+  const std::string words = TextAt(description, "command");
   step.operation = FindOperation(words);
   if (step.operation == nullptr) throw PlanError(fmt::format("there is no command \"{}\"", words));
   if (!step.operation->in_plans) throw PlanError(fmt::format("\"{}\" needs a person at a terminal", words));
@@ -120,7 +120,7 @@ void ParseWork(Step& step, const json& description) {
   } else if (description.contains("question")) {
     step.kind = Step::Kind::Question;
     keys.merge(std::set<std::string, std::less<>>{"question", "seconds"});
-    step.question = TextOf(description, "question");
+    step.question = TextAt(description, "question");
     step.time_limit = Seconds(description, "seconds", 600);
     if (step.name.empty()) step.name = step.question;
   } else if (description.contains("program")) {
@@ -136,12 +136,12 @@ void ParseWork(Step& step, const json& description) {
 Step ParseStep(const json& description, bool stops) {
   if (!description.is_object()) throw PlanError("a step must be an object");
   Step step;
-  step.name = TextOf(description, "name");
-  step.wanted = !description.contains("if") || !TextOf(description, "if").empty();
+  step.name = TextAt(description, "name");
+  step.wanted = !description.contains("if") || !TextAt(description, "if").empty();
   // The rest of a skipped step may be wrong because a value is missing, which is why it is skipped.
   if (!step.wanted) return step;
   ParseWork(step, description);
-  step.picture = TextOf(description, "picture");
+  step.picture = TextAt(description, "picture");
   step.retries = Count(description, "retries", 0, 0);
   step.retry_wait = Seconds(description, "retry-wait", 1);
   step.repeat = Count(description, "repeat", 1, 1);
@@ -194,7 +194,7 @@ Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>&
     if (!description.is_object()) throw PlanError("a plan must be an object with \"steps\"");
     CheckKeys(description, {"name", "description", "variables", "on-failure", "steps"});
     Plan plan;
-    plan.name = TextOf(description, "name");
+    plan.name = TextAt(description, "name");
     if (plan.name.empty()) plan.name = path;
     plan.variables = SettleVariables(description.value("variables", json::object()), given);
     Variables all = plan.variables;
