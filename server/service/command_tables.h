@@ -77,7 +77,7 @@ int32_t HandleCommand() {
 
 // A row of a command table: a command's name and its work, a lambda without captures.
 template <uint32_t code, typename Work>
-consteval CommandEntry Row(Work) {
+constexpr CommandEntry Row(Work) {
   return {code, HandleCommand<code, Work>};
 }
 
