@@ -113,9 +113,10 @@ constexpr Field STATUS = {Form::Status, 4, "status", "0 or a result code"};
 
 // What most commands have in common. A statement that differs declares the member again.
 struct CommonStatement {
-  static constexpr int32_t request_timeout_ms = 1000;  // from the code until the whole request is there
-  static constexpr uint32_t seconds_before_request =
-      0;  // how long the phone sleeps before it reads the request
+  // From the code until the whole request is there.
+  static constexpr int32_t request_timeout_ms = 1000;
+  // How long the phone sleeps before it reads the request.
+  static constexpr uint32_t seconds_before_request = 0;
   static constexpr Field first_word = STATUS;
   static constexpr std::span<const StatusMeaning> statuses = {};
 };

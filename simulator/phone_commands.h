@@ -1,4 +1,4 @@
-// The commands that a person gives to the phone as a whole, beside those of its models.
+// The commands for the phone as a whole. Its models have commands of their own.
 #pragma once
 
 #include <vector>

@@ -26,15 +26,16 @@ static int SelectReadable(int descriptor, timeval* left) {
   return select(descriptor + 1, &readable, nullptr, nullptr, left);
 }
 
-// Lowers the time left by what has passed since `start`, but not below 0.
+// Lowers the time left by what has passed since `start`, but not below 0. All of it is kept in the
+// microseconds, since the channel takes microseconds of 0 for the end of the time.
 static void LowerTimeLeft(timeval* left, const timespec& start) {
   const timespec now = MonotonicTime();
   const int64_t passed =
       static_cast<int64_t>(now.tv_sec - start.tv_sec) * 1000000 + (now.tv_nsec - start.tv_nsec) / 1000;
   int64_t remaining = static_cast<int64_t>(left->tv_sec) * 1000000 + left->tv_usec - passed;
   if (remaining < 0) remaining = 0;
-  left->tv_sec = static_cast<time_t>(remaining / 1000000);
-  left->tv_usec = static_cast<suseconds_t>(remaining % 1000000);
+  left->tv_sec = 0;
+  left->tv_usec = static_cast<suseconds_t>(remaining);
 }
 
 int WaitReadable(int descriptor, timeval* left) {

@@ -30,6 +30,7 @@
 #include "server/modem/at_port.h"
 #include "server/modem/control.h"
 #include "server/modem/pass_through.h"
+
 using namespace protocol;
 
 int32_t SendAnswer(const void* answer, uint32_t size) {
@@ -65,7 +66,7 @@ static void PauseLink(uint32_t seconds) {
   SetChannelOpen(1);
 }
 
-// The limits are upper ones: an extent of 0 goes on to the camera, and a negative one is no size of a buffer.
+// Sizes above the limits are refused here. A size of 0 goes on to the camera. No buffer has a negative size.
 static int32_t AllocateFrame(int32_t width, int32_t height, void** buffer) {
   if (width > MAX_PICTURE_WIDTH || height > MAX_PICTURE_HEIGHT) return OUT_OF_RANGE;
   if (width < 0 || height < 0) return OUT_OF_MEMORY;

@@ -24,7 +24,7 @@ constexpr auto CONTROL_TIME_OUT = std::chrono::seconds(5);
 
 // The phone's side. Nothing here blocks.
 
-// Gives the phone its name. Not open if another phone has the name.
+// Listens under the phone's name. The descriptor is not open if another phone has this name.
 posix::FileDescriptor ListenAs(const std::string& name);
 // Not open if the connection is another user's.
 posix::FileDescriptor AcceptClient(const posix::FileDescriptor& listening);

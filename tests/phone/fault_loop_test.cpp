@@ -419,6 +419,7 @@ TEST_P(FaultLoop, LeavesAServerThatAnswers) {
       }
     }
   }
+  EXPECT_GT(faults, 0u) << "nothing was tried";
   RecordProperty("faults", static_cast<int>(faults));
   std::cout << fmt::format("{}: {} faults in {} calls\n", GetParam().name, faults, nth - 1);
 }

@@ -291,8 +291,8 @@ TEST(JpegDecoding, RoundsACameraPictureNearlyExactly) {
   EXPECT_LT(rounding.squares, rounding.least * 1.005);
 }
 
-// A block with the signs of one of its 64 frequencies, at full contrast, gives that coefficient its largest
-// value. Nothing may overflow on the way to it.
+// Each block has full contrast and the signs of one of the 64 frequencies. Then the coefficient of this
+// frequency has its largest value. Nothing may overflow on the way to it.
 TEST(JpegDecoding, HasTheRightCoefficientsForEveryFrequencyAtFullContrast) {
   const auto isCrest = [](int frequency, int sample) {
     return std::cos((2 * sample + 1) * frequency * std::numbers::pi / 16) > 0;
