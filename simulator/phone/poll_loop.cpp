@@ -1,9 +1,11 @@
 #include "simulator/phone/poll_loop.h"
 
 #include <sys/eventfd.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <condition_variable>
+#include <cstdio>
 #include <memory>
 #include <system_error>
 #include <utility>
@@ -171,7 +173,15 @@ bool PollLoop::PollSources(Turn last, int time_out) {
   }
   const bool wakes = last == Turn::Usual;
   if (wakes) polled.push_back({wake_.Get(), POLLIN, 0});
-  if (polled.empty() || poll(polled.data(), polled.size(), time_out) <= 0) return false;
+  if (polled.empty()) return false;
+  const int ready_count = poll(polled.data(), polled.size(), time_out);
+  if (ready_count < 0 && errno == EINVAL) {
+    // More entries than the process may have descriptors, by a limit that was lowered later. The guardian
+    // ends the phone.
+    fputs("phonesim: too few descriptors are allowed for the phone's devices\n", stderr);
+    _exit(1);
+  }
+  if (ready_count <= 0) return false;
 
   if (wakes && polled.back().revents != 0) {
     eventfd_t count;

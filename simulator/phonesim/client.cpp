@@ -23,8 +23,9 @@ int Show(const Answer& answer) {
   return answer.good ? 0 : 1;
 }
 
-Answer Ask(const std::string& name, const std::vector<std::string>& words) {
-  return PhoneRequest(name, words).TakeAnswer();
+Answer Ask(const std::string& name, const std::vector<std::string>& words,
+           const posix::Deadline& deadline = posix::Deadline(CONTROL_TIME_OUT)) {
+  return PhoneRequest(name, words, deadline).TakeAnswer();
 }
 
 struct PhoneAnswer {
@@ -47,8 +48,8 @@ std::vector<PhoneAnswer> AskAll(const std::vector<std::string>& words) {
 }
 
 // For commands whose answer is the content of a file. The phone itself says which ones are.
-bool ReturnsFile(const std::string& name, const std::string& command) {
-  return Ask(name, {"returns-file", command}).good;
+bool ReturnsFile(const std::string& name, const std::string& command, const posix::Deadline& deadline) {
+  return Ask(name, {"returns-file", command}, deadline).good;
 }
 
 }  // namespace
@@ -107,10 +108,11 @@ int ShowJournal(const std::string& name, bool follow) {
 }
 
 int CommandPhone(const std::string& name, std::vector<std::string> words) {
-  if (words.size() < 2 || !ReturnsFile(name, words[0])) return Show(Ask(name, words));
+  const posix::Deadline deadline(CONTROL_TIME_OUT);
+  if (words.size() < 2 || !ReturnsFile(name, words[0], deadline)) return Show(Ask(name, words, deadline));
   const std::string file = words.back();
   words.pop_back();
-  const Answer answer = Ask(name, words);
+  const Answer answer = Ask(name, words, deadline);
   if (!answer.good) return Show(answer);
   std::ofstream stream(file, std::ios::binary);
   stream << answer.text;

@@ -133,8 +133,9 @@ std::vector<std::string> RunningPhones() {
   return names;
 }
 
-PhoneRequest::PhoneRequest(const std::string& name, const std::vector<std::string>& words)
-    : name_(name), socket_(ConnectTo(name, deadline_)) {
+PhoneRequest::PhoneRequest(const std::string& name, const std::vector<std::string>& words,
+                           const posix::Deadline& deadline)
+    : name_(name), deadline_(deadline), socket_(ConnectTo(name, deadline_)) {
   std::string request;
   for (const std::string& word : words) request.append(word.c_str(), word.size() + 1);
   while (!IsRefused() && SendSome(socket_, request) && !request.empty() && !deadline_.HasPassed()) {

@@ -47,10 +47,11 @@ struct Answer {
   posix::FileDescriptor descriptor;
 };
 
-// One request to a phone and its answer, within CONTROL_TIME_OUT in all.
+// One request to a phone and its answer, until the deadline.
 class PhoneRequest {
  public:
-  PhoneRequest(const std::string& name, const std::vector<std::string>& words);
+  PhoneRequest(const std::string& name, const std::vector<std::string>& words,
+               const posix::Deadline& deadline = posix::Deadline(CONTROL_TIME_OUT));
 
   // The whole answer, or a bad one with a sentence if no such phone runs or it does not answer in time.
   Answer TakeAnswer() {
@@ -71,7 +72,7 @@ class PhoneRequest {
   Answer NoAnswer() const;
 
   std::string name_;
-  posix::Deadline deadline_{CONTROL_TIME_OUT};
+  posix::Deadline deadline_;
   posix::FileDescriptor socket_;
 };
 

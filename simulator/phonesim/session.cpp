@@ -8,7 +8,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "simulator/models/front_panel.h"
@@ -74,7 +76,7 @@ void Session::AwaitServer() {
       (OfKind({JournalKind::Value}) && AtPath("/proc/backlight/lcd")) || (OfKind({JournalKind::Event})), 0,
       std::chrono::seconds(5));
   const auto end = phone_.WaitForEnd(std::chrono::milliseconds(0));
-  if (end && end->reason == PhoneEnd::Reason::ServerExited) {
+  if (end && end->reason != PhoneEnd::Reason::PoweredOff) {
     throw std::runtime_error(fmt::format("The phone does not serve: {}.", end->Text()));
   }
 }
@@ -107,12 +109,20 @@ void Session::Wait() {
     const int left = client.request_until.MillisecondsLeft();
     time_out = time_out < 0 ? left : std::min(time_out, left);
   }
-  if (poll(polled.data(), polled.size(), time_out) < 0) return;
+  if (poll(polled.data(), polled.size(), time_out) < 0) {
+    if (errno == EINVAL) throw std::runtime_error("Too few descriptors are allowed for the phone's clients.");
+    return;
+  }
   eventfd_t ignored_count;
   if (polled[1].revents != 0) eventfd_read(changed_.Get(), &ignored_count);
   if (polled[2].revents != 0) {
     posix::FileDescriptor client = AcceptClient(listening_);
-    if (client.IsOpen()) clients_.push_back({std::move(client)});
+    if (client.IsOpen()) {
+      clients_.push_back({std::move(client)});
+    } else if (errno == EMFILE || errno == ENFILE) {
+      // The client waits until a descriptor is free.
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
   }
   if (polled[0].revents != 0) stopped_ = true;
 }

@@ -78,6 +78,9 @@ StartedProgram Guardian::Start(const ProgramStart& program) {
   posix::FileDescriptor listener;
   const LinkReport report = AwaitReport(listener);
   if (report.kind != LinkKind::Started) throw CannotSimulate(Refusal(report));
+  // Dropped on the way, for want of a free number: the program's calls would wait without end.
+  if (!listener.IsOpen())
+    throw CannotSimulate(Refusal({LinkKind::Refused, 0, 0, 0, StartStep::Fork, EMFILE}));
   return {report.number, report.process, std::move(listener)};
 }
 

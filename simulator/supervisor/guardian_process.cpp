@@ -1,5 +1,4 @@
 #include "simulator/supervisor/guardian_process.h"
-#include "posix/message_socket.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -16,7 +15,6 @@
 #include "posix/file_descriptor.h"
 #include "posix/message_socket.h"
 #include "simulator/phone/root_directory.h"
-#include "simulator/supervisor/guardian_process.h"
 #include "simulator/supervisor/phone_process.h"
 
 namespace simulator {
@@ -103,6 +101,11 @@ void StartProcess(const posix::Message& message) {
     const posix::Message answer = posix::ReceiveMessage(sockets[0], &report, sizeof report);
     listener = answer.descriptors[0];
     if (answer.size != sizeof report) report = {LinkKind::Refused, 0, 0, 0, StartStep::Fork, ECHILD};
+    if (report.kind == LinkKind::Started && listener < 0) {
+      // The listener was dropped on the way: there is no free number for it.
+      kill(process, SIGKILL);
+      report = {LinkKind::Refused, 0, 0, 0, StartStep::Fork, EMFILE};
+    }
   }
   close(sockets[0]);
   report.number = header.number;
@@ -158,17 +161,25 @@ void DropListener(Start& start) {
 void ServeLink() {
   while (true) {
     pollfd polled[MAX_STARTS + 2] = {{guardian.duty.link, POLLIN, 0}, {guardian.child_signals, POLLIN, 0}};
-    // A negative number is left out; a listener whose last process is gone hangs up.
-    for (size_t index = 0; index < MAX_STARTS; ++index)
-      polled[index + 2].fd = guardian.starts[index].listener;
-    if (poll(polled, MAX_STARTS + 2, -1) < 0) continue;
+    Start* polled_starts[MAX_STARTS];
+    // poll refuses more entries than a process may have descriptors, also those that it would leave out.
+    nfds_t count = 2;
+    for (Start& start : guardian.starts) {
+      if (start.listener < 0) continue;
+      polled_starts[count - 2] = &start;
+      polled[count++] = {start.listener, 0, 0};  // it hangs up when its last process is gone
+    }
+    if (poll(polled, count, -1) < 0) {
+      if (errno == EINTR || errno == EAGAIN || errno == ENOMEM) continue;
+      return;
+    }
     if (polled[1].revents != 0) {
       signalfd_siginfo ignored;
       while (read(guardian.child_signals, &ignored, sizeof ignored) > 0) continue;
       while (ReapChild(WNOHANG) > 0) continue;
     }
-    for (size_t index = 0; index < MAX_STARTS; ++index) {
-      if (polled[index + 2].fd >= 0 && polled[index + 2].revents != 0) DropListener(guardian.starts[index]);
+    for (nfds_t index = 2; index < count; ++index) {
+      if (polled[index].revents != 0) DropListener(*polled_starts[index - 2]);
     }
     if (polled[0].revents == 0) continue;
     const posix::Message message =

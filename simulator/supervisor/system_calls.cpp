@@ -3,6 +3,7 @@
 #include <poll.h>
 
 #include <cerrno>
+#include <system_error>
 #include <utility>
 
 #include "simulator/supervisor/phone_processes.h"
@@ -49,7 +50,12 @@ void SystemCalls::ServeNext(const std::shared_ptr<NotificationListener>& listene
     listener->PassOn(notification->id);
     return;
   }
-  Dispatch(std::make_shared<TrappedCall>(listener, *notification, *architecture, *number));
+  const auto call = std::make_shared<TrappedCall>(listener, *notification, *architecture, *number);
+  try {
+    Dispatch(call);
+  } catch (const std::system_error& failure) {
+    call->Refuse(failure.code().value());  // the simulator itself has no descriptor or memory left
+  }
 }
 
 void SystemCalls::Dispatch(const CallPointer& call) {

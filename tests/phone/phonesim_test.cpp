@@ -44,8 +44,9 @@ class PhonesimTest : public testing::Test {
   std::string Line(const std::string& words, const std::string& name) const {
     return program_.string() + " --server " + server_.string() + " --name " + name + " " + words + " 2>&1";
   }
-  Outcome Run(const std::string& words, const std::string& suffix = "") const {
-    FILE* pipe = popen(Line(words, name_ + suffix).c_str(), "r");
+  Outcome Run(const std::string& words, const std::string& suffix = "",
+              const std::string& before = "") const {
+    FILE* pipe = popen((before + Line(words, name_ + suffix)).c_str(), "r");
     Outcome outcome = {0, {}};
     char bytes[4096];
     size_t size;
@@ -59,6 +60,11 @@ class PhonesimTest : public testing::Test {
     const pid_t process = fork();
     if (process == 0) execl("/bin/sh", "sh", "-c", line.c_str(), nullptr);
     return process;
+  }
+  // What stands after the label in this phone's line of the status.
+  pid_t NumberAfter(const std::string& label) const {
+    const std::string status = Run("status").output;
+    return std::stoi(status.substr(status.find(label, status.find(name_ + ": ")) + label.size()));
   }
   std::string OutputFile() const {
     return directory_ + "/output";
@@ -209,6 +215,42 @@ TEST_F(PhonesimTest, SaysThatTheServerDoesNotServe) {
   EXPECT_FALSE(Run("status").Says(name_ + ": "));
 }
 
+// A simulator with few descriptors serves or says why it does not; it neither hangs nor spins.
+TEST_F(PhonesimTest, StartsOrSaysWhyWithFewDescriptors) {
+  bool served = false, refused = false;
+  for (const int limit : {16, 24, 32, 36, 40, 44, 48, 64}) {
+    const Outcome started = Run("start", "", "ulimit -n " + std::to_string(limit) + "; timeout 20 ");
+    SCOPED_TRACE(std::to_string(limit) + ": " + started.output);
+    if (started.status == 0) {
+      HostLine host(PortIn(started.output));
+      host.Send(Words({0x00, 0}));
+      EXPECT_EQ(host.Receive(4), Words({1}));
+      EXPECT_EQ(Run("stop").status, 0);
+      served = true;
+    } else {
+      EXPECT_EQ(started.status, 1);
+      EXPECT_TRUE(started.Says("phonesim: "));
+      refused = true;
+    }
+  }
+  EXPECT_TRUE(served && refused);
+}
+
+TEST_F(PhonesimTest, GivesUpOnAPhoneThatHangs) {
+  ASSERT_EQ(Run("start").status, 0);
+  const pid_t simulator = NumberAfter("simulator process ");
+  kill(simulator, SIGSTOP);
+  const auto start = std::chrono::steady_clock::now();
+  const Outcome all = Run("status & " + Line("key 0x74", name_) + " & " + Line("stop", name_) + "; wait");
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 8s);
+  kill(simulator, SIGCONT);
+  size_t said = 0;
+  for (size_t at = 0; (at = all.output.find(name_ + ": does not answer", at)) != std::string::npos; ++at) {
+    ++said;
+  }
+  EXPECT_EQ(said, 3u) << all.output;
+}
+
 TEST_F(PhonesimTest, TellsHowTheServerEnded) {
   const Outcome one_shot = Run("-- -c 7");
   EXPECT_EQ(one_shot.status, 0);
@@ -216,10 +258,7 @@ TEST_F(PhonesimTest, TellsHowTheServerEnded) {
 
   const pid_t process = RunAside("");
   ASSERT_TRUE(Eventually([&] { return Run("status").Says(name_ + ": running"); }));
-  const std::string status = Run("status").output;
-  const std::string label = "server process ";
-  const size_t at = status.find(label, status.find(name_ + ": ")) + label.size();
-  kill(std::stoi(status.substr(at)), SIGKILL);
+  kill(NumberAfter("server process "), SIGKILL);
   int ended = 0;
   waitpid(process, &ended, 0);
   EXPECT_EQ(WEXITSTATUS(ended), 3);
