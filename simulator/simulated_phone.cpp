@@ -92,8 +92,8 @@ void SimulatedPhone::Furnish() {
 void SimulatedPhone::Boot() {
   LinkHostPort();
   // The guardian is forked before the loop's thread is there.
-  guardian_ =
-      std::make_unique<Guardian>(root_.Path(), root_.IsTemporary(), options_.host_port_link, HostPort());
+  guardian_ = std::make_unique<Guardian>(root_.Path(), root_.IsTemporary(), root_.Lock(),
+                                         options_.host_port_link, HostPort());
   root_.LeaveRemovalToGuardian();
   guardian_watch_ = loop_.Watch(guardian_->Descriptor(), POLLIN, [this](short) { TakeEnds(); });
   if (!options_.server.empty()) StartServer();

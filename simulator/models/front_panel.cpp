@@ -17,6 +17,7 @@
 #include "protocol/selectors.h"
 #include "simulator/models/picture.h"
 #include "simulator/phone/device_model.h"
+#include "simulator/phone/poll_loop.h"
 
 namespace simulator {
 
@@ -130,19 +131,26 @@ std::vector<std::string> TouchPanel::Paths() const {
 OpenAnswer TouchPanel::Open(const OpenCall& call) {
   if (call.Writes()) return OpenAnswer::Refusal(EACCES);
   // A socket keeps records apart, so that one read returns one of them.
-  int ends[2];
-  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return OpenAnswer::Refusal(errno);
-  fcntl(ends[1], F_SETFL, call.flags & O_NONBLOCK);
-  readers_.emplace_back(ends[0]);
-  return OpenAnswer::PlainDescriptor(posix::FileDescriptor(ends[1]));
+  posix::Connection sockets = posix::MakeSocketPair(SOCK_SEQPACKET);
+  if (!sockets) return OpenAnswer::Refusal(errno);
+  fcntl(sockets.writing.Get(), F_SETFL, call.flags & O_NONBLOCK);
+  const auto reader = readers_.insert(readers_.end(), std::move(sockets.reading));
+  const auto watch = std::make_shared<PollLoop::Id>();
+  *watch = phone_.loop.Watch(reader->Get(), POLLIN, [this, reader, watch](short) {
+    char ignored[64];
+    const ssize_t size = recv(reader->Get(), ignored, sizeof ignored, MSG_DONTWAIT);
+    if (size > 0 || (size < 0 && errno == EAGAIN)) return;
+    phone_.loop.Unwatch(*watch);
+    readers_.erase(reader);
+  });
+  return OpenAnswer::PlainDescriptor(std::move(sockets.writing));
 }
 
 size_t TouchPanel::Deliver(const TouchReading& reading) {
   const size_t size = std::min(sizeof reading, state.reading_bytes);
-  std::erase_if(readers_, [&](const posix::FileDescriptor& reader) {
-    return send(reader.Get(), &reading, size, MSG_NOSIGNAL | MSG_DONTWAIT) < 0 && errno != EAGAIN;
-  });
-  return readers_.size();
+  return static_cast<size_t>(std::ranges::count_if(readers_, [&](const posix::FileDescriptor& reader) {
+    return send(reader.Get(), &reading, size, MSG_NOSIGNAL | MSG_DONTWAIT) >= 0 || errno == EAGAIN;
+  }));
 }
 
 // The panel's X axis runs along the screen's rows and its Y axis along the columns. Its ends lie at 257 and

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <list>
 #include <string>
 #include <vector>
 
@@ -91,7 +92,7 @@ class TouchPanel : public DeviceModel {
  private:
   std::string Touch(const std::vector<std::string>& words);
 
-  std::vector<posix::FileDescriptor> readers_;
+  std::list<posix::FileDescriptor> readers_;  // our ends; one goes when the phone has closed its end
 };
 
 }  // namespace simulator

@@ -46,7 +46,7 @@ OpenAnswer ModemAtPort::Open(const OpenCall& call) {
   OpenCall narrowed = call;
   if (state.fails_reads) narrowed.flags = (call.flags & ~O_ACCMODE) | O_WRONLY;
   if (state.fails_writes) narrowed.flags = (call.flags & ~O_ACCMODE) | O_RDONLY;
-  return OpenAnswer::Descriptor(line_.Open(narrowed));
+  return OpenAnswer::DescriptorOf(line_.Plugged(), line_.Open(narrowed));
 }
 
 // A command line ends at a carriage return. Line feeds are ignored.

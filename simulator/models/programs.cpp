@@ -178,7 +178,9 @@ void MediaPlayer::Furnish(RootDirectory& root) {
 }
 
 int MediaPlayer::Exec(const ExecCall& call) {
-  state.starts.push_back({{call.arguments.begin() + 1, call.arguments.end()}, call.thread});
+  const auto first = call.arguments.begin() + (call.arguments.empty() ? 0 : 1);
+  state.starts.push_back({{first, call.arguments.end()}, call.thread});
+  if (state.starts.size() > MOST_STARTS) state.starts.pop_front();
   return 0;
 }
 

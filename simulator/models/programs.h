@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <deque>
 #include <set>
 #include <string>
 #include <string_view>
@@ -52,8 +53,9 @@ class MediaPlayer : public DeviceModel {
     std::vector<std::string> arguments;  // after the player's name
     pid_t process;                       // by the PC's number
   };
+  static constexpr size_t MOST_STARTS = 1000;
   struct State {
-    std::vector<Start> starts;  // all since the phone was made, ended or not
+    std::deque<Start> starts;  // the newest MOST_STARTS since the phone was made, ended or not
   };
 
   using DeviceModel::DeviceModel;

@@ -14,7 +14,7 @@ std::vector<std::string> HostPort::Paths() const {
 
 OpenAnswer HostPort::Open(const OpenCall& call) {
   if (!state.plugged) return OpenAnswer::Refusal(ENODEV);
-  return OpenAnswer::Descriptor(PhoneSide().Open(call));
+  return OpenAnswer::DescriptorOf(PhoneSide().Plugged(), PhoneSide().Open(call));
 }
 
 std::vector<ModelCommand> HostPort::Commands() {
@@ -44,7 +44,7 @@ std::vector<std::string> ModemDataPort::Paths() const {
 
 OpenAnswer ModemDataPort::Open(const OpenCall& call) {
   if (state.input_ended) return OpenAtItsEnd(call);
-  return OpenAnswer::Descriptor(PhoneSide().Open(call));
+  return OpenAnswer::DescriptorOf(PhoneSide().Plugged(), PhoneSide().Open(call));
 }
 
 OpenAnswer ModemDataPort::OpenAtItsEnd(const OpenCall& call) {

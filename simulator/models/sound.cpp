@@ -72,7 +72,7 @@ OpenAnswer Sound::OpenPcm(const OpenCall& call) {
   // Early, so that a device that has been closed is known to be so by the time of the caller's next call.
   stream->watch = phone_.loop.Watch(
       ends[0], state.stalled ? 0 : POLLIN, [this, stream](short) { Drain(stream); }, PollLoop::Turn::Value);
-  return OpenAnswer::Descriptor(posix::FileDescriptor(ends[1]));
+  return OpenAnswer::DescriptorOf(stream->opening, posix::FileDescriptor(ends[1]));
 }
 
 void Sound::Drain(StreamPlace stream) {

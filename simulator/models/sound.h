@@ -90,6 +90,7 @@ class Sound : public DeviceModel {
  private:
   struct Stream {
     posix::FileDescriptor samples;
+    std::shared_ptr<const bool> opening = std::make_shared<const bool>();  // ends with the stream
     PollLoop::Id watch = 0;
     std::optional<SoundFormat> format;  // as it was set when the first samples came
     std::chrono::steady_clock::time_point played_until{};

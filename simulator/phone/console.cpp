@@ -10,6 +10,12 @@
 #include <system_error>
 
 namespace simulator {
+namespace {
+
+constexpr size_t KEPT_TEXT = 4 << 20;
+constexpr size_t LONGEST_LINE = 1 << 16;  // a longer one is more than one entry
+
+}  // namespace
 
 posix::FileDescriptor Console::NewOutput(const std::string& source) {
   int ends[2];
@@ -46,17 +52,19 @@ void Console::Take(const std::string& source, std::string_view bytes, std::strin
   if (source == "stdout") {
     const std::lock_guard lock(mutex_);
     text_ += bytes;
+    if (text_.size() > 2 * KEPT_TEXT) text_.erase(0, text_.size() - KEPT_TEXT);
   }
   if (echo_) {
     [[maybe_unused]] const ssize_t ignored = write(STDOUT_FILENO, bytes.data(), bytes.size());
   }
   for (const char character : bytes) {
-    if (character != '\n') {
+    if (character != '\n' && line.size() < LONGEST_LINE) {
       line += character;
       continue;
     }
     journal_.Add({.kind = JournalKind::Console, .path = source, .text = line});
     line.clear();
+    if (character != '\n') line += character;
   }
 }
 

@@ -1,4 +1,4 @@
-// What the phone's programs print: kept whole, and line by line in the journal.
+// What the phone's programs print: its newest part as it is, and line by line in the journal.
 #pragma once
 
 #include <mutex>
@@ -16,7 +16,7 @@ class Console {
 
   // A descriptor for a program to print to; `source` ("stdout", "stderr") is its path in the journal.
   posix::FileDescriptor NewOutput(const std::string& source);
-  // All that was printed to "stdout".
+  // The newest part of what was printed to "stdout".
   std::string Text() const;
 
  private:

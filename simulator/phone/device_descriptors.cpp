@@ -9,12 +9,15 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <system_error>
 
 namespace simulator {
 
 namespace {
+
+constexpr size_t MOST_UNSENT = 1 << 20;  // what comes beyond it is lost, as on a line that nothing reads
 
 // The same memory with a file position and an access mode of its own.
 posix::FileDescriptor Reopen(const posix::FileDescriptor& memory, int flags) {
@@ -102,6 +105,7 @@ struct SerialLine::State {
   PollLoop::Id watch = 0;
   bool held_back = false;
   std::string unsent;
+  std::shared_ptr<const bool> plugged;
 
   void Open() {
     master.Reset(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK));
@@ -114,6 +118,7 @@ struct SerialLine::State {
     settings.c_lflag &= static_cast<tcflag_t>(~ECHO);
     tcsetattr(device.Get(), TCSANOW, &settings);
     watch = loop.Watch(master.Get(), POLLIN, [this](short events) { Serve(events); });
+    plugged = std::make_shared<const bool>();
   }
 
   void Close() {
@@ -121,6 +126,7 @@ struct SerialLine::State {
     device.Reset();
     master.Reset();
     unsent.clear();
+    plugged.reset();
   }
 
   void SetEvents() {
@@ -148,7 +154,7 @@ struct SerialLine::State {
 };
 
 SerialLine::SerialLine(PollLoop& loop, std::function<void(std::string_view)> received)
-    : state_(new State{loop, std::move(received), {}, {}, {}, 0, false, {}}) {
+    : state_(new State{loop, std::move(received), {}, {}, {}, 0, false, {}, {}}) {
   state_->Open();
 }
 
@@ -161,8 +167,12 @@ posix::FileDescriptor SerialLine::Open(const OpenCall& call) const {
       ioctl(state_->master.Get(), TIOCGPTPEER, call.ModeFlags() | O_NOCTTY | O_CLOEXEC));
 }
 
+std::weak_ptr<const void> SerialLine::Plugged() const {
+  return state_->plugged;
+}
+
 void SerialLine::Send(std::string_view bytes) {
-  state_->unsent += bytes;
+  state_->unsent += bytes.substr(0, std::min(bytes.size(), MOST_UNSENT - state_->unsent.size()));
   state_->WriteUnsent();
 }
 

@@ -63,6 +63,8 @@ class SerialLine {
   SerialLine& operator=(const SerialLine&) = delete;
 
   posix::FileDescriptor Open(const OpenCall& call) const;
+  // Lives until the line hangs up: descriptors of before are of no line then.
+  std::weak_ptr<const void> Plugged() const;
   void Send(std::string_view bytes);
   size_t Unsent() const;  // bytes that the phone has not taken yet
   // Stops and resumes reading what the phone writes: while stopped, the phone finds the line full.

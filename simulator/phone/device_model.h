@@ -61,23 +61,29 @@ class OpenAnswer {
  public:
   // The caller gets this descriptor; driver requests on it come to the model.
   static OpenAnswer Descriptor(posix::FileDescriptor descriptor) {
-    return {std::move(descriptor), 0, true};
+    return {std::move(descriptor), 0, true, {}};
+  }
+  // The same for a descriptor of something that ends before the phone does (one opening, a plugged port), and
+  // with it what the simulator knows about the descriptor.
+  static OpenAnswer DescriptorOf(std::weak_ptr<const void> object, posix::FileDescriptor descriptor) {
+    return {std::move(descriptor), 0, true, std::move(object)};
   }
   // The same for a descriptor of one open only that takes no driver requests (a text, a pipe).
   static OpenAnswer PlainDescriptor(posix::FileDescriptor descriptor) {
-    return {std::move(descriptor), 0, false};
+    return {std::move(descriptor), 0, false, {}};
   }
   static OpenAnswer Refusal(int error) {
-    return {posix::FileDescriptor(), error, false};
+    return {posix::FileDescriptor(), error, false, {}};
   }
   // The open goes on to the file that stands at the path.
   static OpenAnswer OrdinaryFile() {
-    return {posix::FileDescriptor(), 0, false};
+    return {posix::FileDescriptor(), 0, false, {}};
   }
 
   posix::FileDescriptor descriptor;
   int error;
   bool takes_requests;
+  std::optional<std::weak_ptr<const void>> object;  // what the descriptor is of; none: as old as the phone
 };
 
 struct RequestAnswer {

@@ -5,12 +5,23 @@
 #include <string.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <utility>
 
 #include "posix/hex.h"
 
 namespace simulator {
+namespace {
+
+size_t SizeOf(const JournalEntry& entry) {
+  size_t size = entry.path.size() + entry.text.size() + entry.bytes_in.size() + entry.bytes_out.size();
+  for (const std::string& argument : entry.arguments) size += argument.size();
+  return size;
+}
+
+}  // namespace
 
 JournalFilter OfKind(std::initializer_list<JournalKind> kinds) {
   return [wanted = std::vector<JournalKind>(kinds)](const JournalEntry& entry) {
@@ -51,20 +62,41 @@ void Journal::Add(JournalEntry entry) {
   const std::lock_guard lock(mutex_);
   entry.time =
       std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start_);
+  bytes_ += SizeOf(entry);
   entries_.push_back(std::move(entry));
   if (listener_) listener_(entries_.back());
+  DropOldest();
   added_.notify_all();
+}
+
+void Journal::Keep(size_t entries) {
+  const std::lock_guard lock(mutex_);
+  most_entries_ = entries;
+  DropOldest();
+}
+
+void Journal::DropOldest() {
+  while (entries_.size() > most_entries_ || (bytes_ > MOST_BYTES && entries_.size() > 1)) {
+    bytes_ -= SizeOf(entries_.front());
+    entries_.pop_front();
+    ++dropped_;
+  }
 }
 
 size_t Journal::Mark() const {
   const std::lock_guard lock(mutex_);
-  return entries_.size();
+  return dropped_ + entries_.size();
+}
+
+// The place in entries_ of the first kept entry since a mark.
+size_t Journal::Place(size_t mark) const {
+  return std::min(mark - std::min(mark, dropped_), entries_.size());
 }
 
 std::vector<JournalEntry> Journal::Entries(size_t since, const JournalFilter& filter) const {
   const std::lock_guard lock(mutex_);
   std::vector<JournalEntry> passed;
-  for (size_t index = since; index < entries_.size(); ++index) {
+  for (size_t index = Place(since); index < entries_.size(); ++index) {
     if (!filter || filter(entries_[index])) passed.push_back(entries_[index]);
   }
   return passed;
@@ -76,16 +108,28 @@ std::vector<std::string> Journal::Lines(size_t since, const JournalFilter& filte
   return lines;
 }
 
+Journal::Piece Journal::Next(size_t mark, size_t most) const {
+  const std::lock_guard lock(mutex_);
+  Piece piece;
+  if (mark < dropped_) piece.dropped = dropped_ - mark;
+  const auto first = entries_.begin() + static_cast<std::ptrdiff_t>(Place(mark));
+  const auto size = std::min<std::ptrdiff_t>(entries_.end() - first, static_cast<std::ptrdiff_t>(most));
+  piece.entries.assign(first, first + size);
+  piece.mark = dropped_ + static_cast<size_t>(first - entries_.begin() + size);
+  return piece;
+}
+
 std::optional<JournalEntry> Journal::WaitFor(const JournalFilter& filter, size_t since,
                                              std::chrono::milliseconds time_out) const {
   const auto deadline = std::chrono::steady_clock::now() + time_out;
   std::unique_lock lock(mutex_);
   size_t next = since;
   while (true) {
-    for (; next < entries_.size(); ++next) {
-      if (!filter || filter(entries_[next])) return entries_[next];
+    for (size_t index = Place(next); index < entries_.size(); ++index) {
+      if (!filter || filter(entries_[index])) return entries_[index];
     }
-    if (added_.wait_until(lock, deadline) == std::cv_status::timeout && next >= entries_.size()) {
+    next = std::max(next, dropped_ + entries_.size());
+    if (added_.wait_until(lock, deadline) == std::cv_status::timeout && next >= dropped_ + entries_.size()) {
       return std::nullopt;
     }
   }

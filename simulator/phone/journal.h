@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <initializer_list>
 #include <mutex>
@@ -68,14 +69,28 @@ JournalFilter LineIs(std::string line);       // exactly this line
 JournalFilter operator&&(JournalFilter left, JournalFilter right);
 JournalFilter operator||(JournalFilter left, JournalFilter right);
 
+// Keeps the newest entries, up to a number and a size. The listener sees every entry, so it can keep them
+// all.
 class Journal {
  public:
+  static constexpr size_t MOST_ENTRIES = 50'000;
+  static constexpr size_t MOST_BYTES = 32 << 20;  // of their texts, arguments and records
+
+  // How many entries are kept from here on.
+  void Keep(size_t entries);
   void Add(JournalEntry entry);
 
-  // The number of entries so far: what happens from now on is "since" this mark.
+  // The number of entries so far, dropped ones included: what happens from now on is "since" this mark.
   size_t Mark() const;
   std::vector<JournalEntry> Entries(size_t since = 0, const JournalFilter& filter = {}) const;
   std::vector<std::string> Lines(size_t since = 0, const JournalFilter& filter = {}) const;
+  // The first kept entries since the mark, up to `most`.
+  struct Piece {
+    size_t dropped = 0;  // entries since the mark that are not kept any more
+    std::vector<JournalEntry> entries;
+    size_t mark = 0;  // after them
+  };
+  Piece Next(size_t mark, size_t most) const;
   // Waits for the first entry since the mark that passes. Returns nothing if there is none in time.
   std::optional<JournalEntry> WaitFor(const JournalFilter& filter, size_t since = 0,
                                       std::chrono::milliseconds time_out = std::chrono::seconds(10)) const;
@@ -84,9 +99,15 @@ class Journal {
   void SetListener(std::function<void(const JournalEntry&)> listener);
 
  private:
+  size_t Place(size_t mark) const;
+  void DropOldest();
+
   mutable std::mutex mutex_;
   mutable std::condition_variable added_;
-  std::vector<JournalEntry> entries_;
+  std::deque<JournalEntry> entries_;
+  size_t most_entries_ = MOST_ENTRIES;
+  size_t dropped_ = 0;  // entries before the first of entries_
+  size_t bytes_ = 0;
   std::function<void(const JournalEntry&)> listener_;
   std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 };

@@ -27,13 +27,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string MakeTemporaryDirectory() {
-  std::string path = fs::canonical(fs::temp_directory_path()) / "phonesim-XXXXXX";
-  if (mkdtemp(path.data()) == nullptr) posix::ThrowErrno(path);
-  chmod(path.c_str(), 0755);
-  return path;
-}
-
 void WriteAll(int file, std::string_view content, const std::string& path) {
   while (!content.empty()) {
     const ssize_t written = write(file, content.data(), content.size());
@@ -60,22 +53,48 @@ void CopyContent(int from, int to, const std::string& path) {
 
 }  // namespace
 
+fs::path TemporaryDirectory() {
+  return fs::canonical(fs::temp_directory_path());
+}
+
+posix::FileDescriptor LockDirectory(const std::string& path) {
+  posix::FileDescriptor directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  struct stat opened, named;
+  if (!directory.IsOpen() || flock(directory.Get(), LOCK_EX | LOCK_NB) != 0 ||
+      fstat(directory.Get(), &opened) != 0 || lstat(path.c_str(), &named) != 0 ||
+      opened.st_dev != named.st_dev || opened.st_ino != named.st_ino) {
+    directory.Reset();
+  }
+  return directory;
+}
+
 RootDirectory::RootDirectory(const fs::path& state_directory) {
   if (state_directory.empty()) {
-    path_ = MakeTemporaryDirectory();
+    MakeTemporary();
   } else {
     fs::create_directories(state_directory);
     path_ = fs::canonical(state_directory);
     temporary_ = false;
     removes_ = false;
+    lock_ = LockDirectory(path_);
+    if (!lock_.IsOpen()) {
+      throw std::runtime_error(fmt::format("Another simulated phone uses the state directory {}.", path_));
+    }
   }
   descriptor_.Reset(open(path_.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
   if (!descriptor_.IsOpen()) posix::ThrowErrno(path_);
-  if (temporary_) return;
-  lock_.Reset(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (flock(lock_.Get(), LOCK_EX | LOCK_NB) != 0) {
-    throw std::runtime_error(fmt::format("Another simulated phone uses the state directory {}.", path_));
+}
+
+void RootDirectory::MakeTemporary() {
+  // Until it is locked, another start may take the directory for a dead phone's.
+  for (int attempt = 0; !lock_.IsOpen(); ++attempt) {
+    constexpr int MOST_ATTEMPTS = 20;
+    if (attempt == MOST_ATTEMPTS) throw std::runtime_error(fmt::format("{} cannot be locked.", path_));
+    path_ = TemporaryDirectory() / fmt::format("{}XXXXXX", TEMPORARY_NAME);
+    if (mkdtemp(path_.data()) == nullptr) posix::ThrowErrno(path_);
+    lock_ = LockDirectory(path_);
   }
+  if (fchmod(lock_.Get(), 0755) != 0) posix::ThrowErrno(path_);
 }
 
 RootDirectory::~RootDirectory() {

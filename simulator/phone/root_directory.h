@@ -18,6 +18,14 @@ namespace simulator {
 // forked process of a program with threads may call it.
 void RemoveTree(const char* path);
 
+// The parts of a temporary root directory's path before and after the characters that make it the only one.
+std::filesystem::path TemporaryDirectory();
+constexpr std::string_view TEMPORARY_NAME = "phonesim-root-";
+
+// A directory as its open descriptor, locked for its phone. Not open if another process has it, or the path
+// is no longer this directory's.
+posix::FileDescriptor LockDirectory(const std::string& path);
+
 // Removes a symbolic link that still leads to `target`. Anything else at the path stays.
 void RemoveLink(const char* path, const char* target);
 
@@ -34,6 +42,10 @@ class RootDirectory {
   }
   bool IsTemporary() const {
     return temporary_;
+  }
+  // The lock that says that the phone lives. It holds as long as one process has this descriptor.
+  int Lock() const {
+    return lock_.Get();
   }
   int Descriptor() const {
     return descriptor_.Get();
@@ -65,6 +77,8 @@ class RootDirectory {
   std::vector<std::string> ListDirectory(std::string_view phone_path) const;
 
  private:
+  void MakeTemporary();
+
   std::string path_;
   bool temporary_ = true;
   bool removes_ = true;

@@ -13,6 +13,7 @@
 #include "simulator/phonesim/client.h"
 #include "simulator/phonesim/session.h"
 #include "simulator/phonesim/terminal.h"
+#include "simulator/supervisor/dead_phones.h"
 
 namespace {
 
@@ -24,7 +25,8 @@ constexpr int CANNOT_SIMULATE = 1;
 constexpr int WRONG_USAGE = 2;
 constexpr int SERVER_FAILED = 3;
 
-void BlockEndingSignals() {
+void PrepareStart() {
+  simulator::RemoveDeadPhones();
   sigset_t ending;
   sigemptyset(&ending);
   for (int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, number);
@@ -44,7 +46,7 @@ std::string Greeting(Session& session) {
 }
 
 int RunInForeground(const SessionOptions& options) {
-  BlockEndingSignals();
+  PrepareStart();
   Session session(options);
   fmt::print("{}", Greeting(session));
   fflush(stdout);
@@ -54,7 +56,7 @@ int RunInForeground(const SessionOptions& options) {
 }
 
 int RunShellOnly(const SessionOptions& options) {
-  BlockEndingSignals();
+  PrepareStart();
   Session session(options);
   fmt::print("{}", Greeting(session));
   fflush(stdout);
@@ -64,7 +66,7 @@ int RunShellOnly(const SessionOptions& options) {
 
 int StartInBackground(const SessionOptions& options) {
   return simulator::RunInBackground([&options](const std::function<void(const std::string&)>& ready) {
-    BlockEndingSignals();
+    PrepareStart();
     Session session(options);
     session.AwaitServer();
     ready(Greeting(session));

@@ -148,6 +148,7 @@ void Session::Serve(Client& client, const std::vector<std::string>& words) {
   if (words[0] == "journal") {
     client.journal_next = 0;
     client.follows = words.size() > 1 && words[1] == "--follow";
+    if (!client.follows) client.journal_end = phone_.GetJournal().Mark();
   } else if (words[0] == "stop") {
     stopped_ = true;
   } else if (words[0] == "status") {
@@ -164,15 +165,25 @@ void Session::Serve(Client& client, const std::vector<std::string>& words) {
   client.pending = ANSWER_GOOD + text;
 }
 
+// Puts the next piece of the journal before the client; a slow one keeps no more than that waiting here.
+void Session::TakeJournal(Client& client) {
+  constexpr size_t PIECE = 500;
+  const Journal::Piece piece = phone_.GetJournal().Next(client.journal_next, PIECE);
+  if (piece.dropped != 0) {
+    client.pending += fmt::format("({} entries came and went before they could be shown)\n", piece.dropped);
+  }
+  for (const JournalEntry& entry : piece.entries) client.pending += TimedLine(entry);
+  client.journal_next = piece.mark;
+}
+
 // Returns false when the client has its whole answer, has gone, or is too slow to ask.
 bool Session::GoOn(Client& client) {
   if (!client.served) TakeRequest(client);
   if (!client.served) return !client.request_until.HasPassed();
-  if (client.journal_next) {
-    const std::vector<JournalEntry> entries = phone_.GetJournal().Entries(*client.journal_next);
-    for (const JournalEntry& entry : entries) client.pending += TimedLine(entry);
-    *client.journal_next += entries.size();
-  }
+  const size_t journal_end = std::min(phone_.GetJournal().Mark(), client.journal_end);
+  while (client.journal_next < journal_end && SendSome(client.socket, client.pending) &&
+         client.pending.empty())
+    TakeJournal(client);
   return SendSome(client.socket, client.pending) && (client.follows || !client.pending.empty());
 }
 

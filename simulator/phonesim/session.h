@@ -2,8 +2,8 @@
 // control it by its socket.
 #pragma once
 
+#include <cstdint>
 #include <fstream>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -48,7 +48,8 @@ class Session {
     std::string request{};
     bool served = false;
     std::string pending{};
-    std::optional<size_t> journal_next{};  // the first entry that it has not got
+    size_t journal_next = SIZE_MAX;  // the first entry that it has not got, if it wants the journal
+    size_t journal_end = SIZE_MAX;
     bool follows = false;
   };
 
@@ -57,6 +58,7 @@ class Session {
   void Wait();
   void TakeRequest(Client& client);
   void Serve(Client& client, const std::vector<std::string>& words);
+  void TakeJournal(Client& client);
   bool GoOn(Client& client);
   std::string Status() const;
   std::string Help();

@@ -39,7 +39,8 @@ std::string Refusal(const LinkReport& report) {
 
 }  // namespace
 
-Guardian::Guardian(std::string root, bool removes_root, std::string link_path, std::string link_target)
+Guardian::Guardian(std::string root, bool removes_root, int lock, std::string link_path,
+                   std::string link_target)
     : root_(std::move(root)),
       removes_root_(removes_root),
       link_path_(std::move(link_path)),
@@ -53,7 +54,7 @@ Guardian::Guardian(std::string root, bool removes_root, std::string link_path, s
   posix::FileDescriptor guardians_end(link[1]);
   process_ = fork();
   if (process_ == 0)
-    RunGuardian({root_.c_str(), removes_root_, link_path_.c_str(), link_target_.c_str(), &filter_,
+    RunGuardian({root_.c_str(), removes_root_, lock, link_path_.c_str(), link_target_.c_str(), &filter_,
                  guardians_end.Get()});
   if (process_ < 0) throw std::system_error(errno, std::generic_category(), "fork");
 }
@@ -121,7 +122,7 @@ void Guardian::Finish() {
   process_ = 0;
   if (WIFEXITED(status)) return;
   // The guardian was killed: we do its work.
-  for (pid_t process : ProcessesIn(root_)) kill(process, SIGKILL);
+  EndProcessesIn(root_);
   if (removes_root_) RemoveTree(root_.c_str());
   RemoveLink(link_path_.c_str(), link_target_.c_str());
 }

@@ -45,9 +45,9 @@ class CannotSimulate : public std::runtime_error {
 class Guardian {
  public:
   // Forks the guardian. At its end it removes the root directory, if it is told to, and the link, if there is
-  // one.
+  // one. It keeps `lock` as long as it lives.
   // `link_path` is a symbolic link to `link_target` that goes with the phone, or empty.
-  Guardian(std::string root, bool removes_root, std::string link_path, std::string link_target);
+  Guardian(std::string root, bool removes_root, int lock, std::string link_path, std::string link_target);
   ~Guardian();
   Guardian(const Guardian&) = delete;
   Guardian& operator=(const Guardian&) = delete;

@@ -198,24 +198,24 @@ void ServeLink() {
 }
 
 // Closes everything else that came from the simulator. Otherwise another phone's link would never end.
-void KeepOnlyLink(int& link) {
+void KeepOnly(int& link, int& lock) {
   link = fcntl(link, F_DUPFD_CLOEXEC, LOWEST_OWN_NUMBER);
-  dup2(link, LOWEST_OWN_NUMBER - 1);
-  link = LOWEST_OWN_NUMBER - 1;
-  fcntl(link, F_SETFD, FD_CLOEXEC);
+  lock = fcntl(lock, F_DUPFD_CLOEXEC, LOWEST_OWN_NUMBER);
+  link = dup3(link, LOWEST_OWN_NUMBER - 1, O_CLOEXEC);
+  lock = dup3(lock, LOWEST_OWN_NUMBER - 2, O_CLOEXEC);
   if (close_range(LOWEST_OWN_NUMBER, ~0U, 0) != 0) {
     for (int number = LOWEST_OWN_NUMBER; number < 65536; ++number) close(number);
   }
   const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
   // The phone gets none of them; its three standard descriptors are set in their places.
-  for (int number = 0; number < link; ++number) dup3(nothing, number, O_CLOEXEC);
+  for (int number = 0; number < LOWEST_OWN_NUMBER - 2; ++number) dup3(nothing, number, O_CLOEXEC);
 }
 
 }  // namespace
 
 void RunGuardian(const GuardianDuty& duty) {
   guardian.duty = duty;
-  KeepOnlyLink(guardian.duty.link);
+  KeepOnly(guardian.duty.link, guardian.duty.lock);
   setsid();
   prctl(PR_SET_NAME, "phone-guardian");
   prctl(PR_SET_CHILD_SUBREAPER, 1);

@@ -44,6 +44,7 @@ struct LinkReport {
 struct GuardianDuty {
   const char* root;  // the phone's root directory
   bool removes_root;
+  int lock;                 // a descriptor: the phone counts as living while it is open
   const char* link_path;    // a symbolic link to remove at the end, or empty
   const char* link_target;  // where it leads; a path that leads elsewhere by then is not ours
   const std::vector<sock_filter>* filter;

@@ -36,8 +36,9 @@ void SystemCalls::OpenExtensible(const CallPointer& call) {
 
 void SystemCalls::Open(const CallPointer& call, int directory, uint64_t path_address, int flags) {
   const std::optional<std::string> text = ReadText(call->Thread(), path_address, PATH_MAX);
-  if (!text || text->empty() || !call->StillWaits()) return call->PassOn();
+  if (!text || text->empty()) return call->PassOn();
   const std::optional<std::string> path = AbsolutePath(phone_.root, call->Thread(), directory, *text);
+  if (!call->StillWaits()) return;
   if (!path) return call->Refuse(ENOENT);
   if (OpenRealProcessFile(*call, *path, flags)) return;
 
@@ -94,9 +95,9 @@ void SystemCalls::OpenDevice(TrappedCall& call, DeviceModel& model, const std::s
   struct stat status;
   const bool ordinary = !answer.descriptor.IsOpen();
   if (ordinary && stat(phone_.root.Outside(path).c_str(), &status) == 0) {
-    descriptors_.Add(status, {&model, path});
+    descriptors_.Add(status, {&model, path, {}});
   } else if (answer.takes_requests && fstat(answer.descriptor.Get(), &status) == 0) {
-    descriptors_.Add(status, {&model, path});
+    descriptors_.Add(status, {&model, path, answer.object});
   }
   phone_.journal.Add(std::move(entry));
   if (ordinary) return call.PassOn();
@@ -134,8 +135,9 @@ void SystemCalls::OpenShortened(TrappedCall& call, const std::string& path, int6
 
 void SystemCalls::ReadLink(const CallPointer& call, int directory, size_t first) {
   const std::optional<std::string> text = ReadText(call->Thread(), call->Argument(first), PATH_MAX);
-  if (!text || !call->StillWaits()) return call->PassOn();
+  if (!text) return call->PassOn();
   const std::optional<std::string> path = AbsolutePath(phone_.root, call->Thread(), directory, *text);
+  if (!call->StillWaits()) return;
   const std::optional<std::string> real = path ? RealProcessFile(call->Thread(), *path) : std::nullopt;
   if (!real || !real->ends_with("/exe")) return call->PassOn();
 

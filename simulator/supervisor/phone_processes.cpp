@@ -1,6 +1,8 @@
 #include "simulator/supervisor/phone_processes.h"
 
 #include <fmt/format.h>
+#include <signal.h>
+#include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -9,6 +11,10 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <thread>
+
+#include "posix/deadline.h"
+#include "posix/file_descriptor.h"
 
 namespace simulator {
 
@@ -100,6 +106,11 @@ std::string NameOf(pid_t process) {
   return name;
 }
 
+bool IsIn(const std::string& root, pid_t process) {
+  std::error_code ignored;
+  return std::filesystem::read_symlink(fmt::format("/proc/{}/root", process), ignored) == root;
+}
+
 }  // namespace
 
 std::vector<pid_t> ProcessesIn(const std::string& root) {
@@ -110,9 +121,23 @@ std::vector<pid_t> ProcessesIn(const std::string& root) {
     pid_t process = 0;
     const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), process);
     if (error != std::errc() || end != name.data() + name.size()) continue;
-    if (std::filesystem::read_symlink(entry.path() / "root", ignored) == root) processes.push_back(process);
+    if (IsIn(root, process)) processes.push_back(process);
   }
   return processes;
+}
+
+void EndProcessesIn(const std::string& root) {
+  const posix::Deadline deadline(std::chrono::seconds(5));
+  // One that is ended may have started another meanwhile.
+  for (std::vector<pid_t> processes; !(processes = ProcessesIn(root)).empty() && !deadline.HasPassed();) {
+    for (const pid_t process : processes) {
+      // The descriptor stands for one process; its number may be another's by now.
+      const posix::FileDescriptor held(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+      if (held.IsOpen() && IsIn(root, process))
+        syscall(SYS_pidfd_send_signal, held.Get(), SIGKILL, nullptr, 0);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
 }
 
 std::vector<pid_t> ProcessesNamed(const std::string& root, const std::string& name) {

@@ -27,6 +27,8 @@ int64_t DescriptorPosition(pid_t thread, int descriptor);
 pid_t ProcessOf(pid_t thread);
 
 std::vector<pid_t> ProcessesIn(const std::string& root);
+// Kills them all and waits until they are gone, for some seconds at most.
+void EndProcessesIn(const std::string& root);
 // Those whose program has this name, as `killall` sees it.
 std::vector<pid_t> ProcessesNamed(const std::string& root, const std::string& name);
 

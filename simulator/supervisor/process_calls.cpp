@@ -29,8 +29,9 @@ std::optional<std::string> ShellText(const std::string& path, const std::vector<
 void SystemCalls::Exec(const CallPointer& call, int directory, size_t first) {
   const std::optional<std::string> text = ReadText(call->Thread(), call->Argument(first), PATH_MAX);
   const auto arguments = ReadTextList(call->Thread(), call->Argument(first + 1), call->Narrow());
-  if (!text || text->empty() || !arguments || !call->StillWaits()) return call->PassOn();
+  if (!text || text->empty() || !arguments) return call->PassOn();
   const std::optional<std::string> absolute = AbsolutePath(phone_.root, call->Thread(), directory, *text);
+  if (!call->StillWaits()) return;
   if (!absolute) return call->PassOn();
   // A tool that is a link is known by its own name, not by that of the program that plays it.
   const std::string path = std::filesystem::path(*absolute).lexically_normal();

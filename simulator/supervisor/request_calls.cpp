@@ -35,7 +35,8 @@ class PhoneRequest : public DriverRequest, public std::enable_shared_from_this<P
   }
 
   int64_t FilePosition() const override {
-    return DescriptorPosition(thread, descriptor);
+    const int64_t position = DescriptorPosition(thread, descriptor);
+    return call_->StillWaits() ? position : 0;
   }
 
   std::shared_ptr<DriverRequest> Hold() override {
@@ -66,6 +67,7 @@ class PhoneRequest : public DriverRequest, public std::enable_shared_from_this<P
 
 void SystemCalls::RequestDevice(const CallPointer& call) {
   const std::optional<struct stat> status = StatDescriptor(call->Thread(), call->IntArgument(0));
+  if (!call->StillWaits()) return;
   const DescriptorTable::Device* device = status ? descriptors_.Find(*status) : nullptr;
   if (device == nullptr) return call->PassOn();
 

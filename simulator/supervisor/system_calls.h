@@ -8,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -27,14 +28,21 @@ class DescriptorTable {
   struct Device {
     DeviceModel* model;
     std::string path;
+    std::optional<std::weak_ptr<const void>> object;  // see OpenAnswer
+
+    bool IsGone() const {
+      return object && object->expired();
+    }
   };
 
+  // Forgets those that are gone.
   void Add(const struct stat& status, Device device) {
+    std::erase_if(devices_, [](const auto& entry) { return entry.second.IsGone(); });
     devices_[{status.st_dev, status.st_ino}] = std::move(device);
   }
   const Device* Find(const struct stat& status) const {
     const auto found = devices_.find({status.st_dev, status.st_ino});
-    return found == devices_.end() ? nullptr : &found->second;
+    return found == devices_.end() || found->second.IsGone() ? nullptr : &found->second;
   }
 
  private:

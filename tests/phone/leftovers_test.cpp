@@ -5,10 +5,12 @@
 #include <filesystem>
 #include <fstream>
 
+#include "simulator/supervisor/dead_phones.h"
 #include "simulator/supervisor/phone_processes.h"
 #include "tests/phone/phone_test.h"
 #include "tests/phone/processes.h"
 
+namespace fs = std::filesystem;
 using simulator::PhoneEnd;
 using simulator::ProcessesIn;
 
@@ -24,8 +26,16 @@ class LeftoversTest : public PhoneTest {
         << testing::PrintToString(LinesSince());
   }
 
+  pid_t Guardian() {
+    std::ifstream status("/proc/" + std::to_string(Phone().ServerProcess()) + "/stat");
+    std::string ignored;
+    pid_t guardian = 0;
+    status >> ignored >> ignored >> ignored >> guardian;
+    return guardian;
+  }
+
   static bool IsGone(const std::string& root) {
-    return !std::filesystem::exists(root) && ProcessesIn(root).empty();
+    return !fs::exists(root) && ProcessesIn(root).empty();
   }
 };
 
@@ -48,27 +58,64 @@ TEST_F(LeftoversTest, NoneAfterTheSimulatorIsKilled) {
     StartLastingPrograms();
     return Phone().Root().Path();
   });
-  ASSERT_TRUE(std::filesystem::is_symlink(link));
+  ASSERT_TRUE(fs::is_symlink(link));
   ASSERT_GE(ProcessesIn(simulator.said).size(), 5u);
   kill(simulator.process, SIGKILL);
   waitpid(simulator.process, nullptr, 0);
   EXPECT_TRUE(Eventually([&] { return IsGone(simulator.said); })) << simulator.said;
-  EXPECT_TRUE(Eventually([&] { return !std::filesystem::is_symlink(link); }));
+  EXPECT_TRUE(Eventually([&] { return !fs::is_symlink(link); }));
 }
 
 TEST_F(LeftoversTest, NoneAfterTheGuardianIsKilled) {
   Boot();
   const std::string root = Phone().Root().Path();
   StartLastingPrograms();
-  std::ifstream status("/proc/" + std::to_string(Phone().ServerProcess()) + "/stat");
-  std::string ignored;
-  pid_t guardian = 0;
-  status >> ignored >> ignored >> ignored >> guardian;
+  const pid_t guardian = Guardian();
   ASSERT_GT(guardian, 1);
   kill(guardian, SIGKILL);
   EXPECT_TRUE(Phone().WaitForEnd(10s).has_value());
   DiscardPhone();
   EXPECT_TRUE(IsGone(root));
+}
+
+// When both are killed at the same moment, nobody is left to clean up: the next start does it.
+TEST_F(LeftoversTest, NoneAfterTheNextStartWhenSimulatorAndGuardianWereKilled) {
+  const WaitingChild simulator = StartChild([this] {
+    Boot();
+    StartLastingPrograms();
+    return Phone().Root().Path() + " " + std::to_string(Guardian());
+  });
+  const std::string root = simulator.said.substr(0, simulator.said.find(' '));
+  const pid_t guardian = std::stoi(simulator.said.substr(root.size()));
+  simulator::RemoveDeadPhones();
+  EXPECT_GE(ProcessesIn(root).size(), 5u) << "they live";
+  for (const pid_t process : {guardian, simulator.process}) kill(process, SIGSTOP);
+  for (const pid_t process : {guardian, simulator.process}) kill(process, SIGKILL);
+  waitpid(simulator.process, nullptr, 0);
+  // The locks go a moment after that.
+  EXPECT_TRUE(Eventually([&] {
+    simulator::RemoveDeadPhones();
+    return IsGone(root);
+  })) << root;
+}
+
+// Directories of the same kind that are no dead phone's stay, and so does what a link in one leads to.
+TEST_F(LeftoversTest, OthersStayWhenDeadPhonesAreRemoved) {
+  const fs::path place = simulator::TemporaryDirectory();
+  const std::string number = std::to_string(getpid());
+  const fs::path dead = place / ("phonesim-root-" + number), other = place / ("phonesim-others-" + number);
+  fs::create_directory(other);
+  std::ofstream(other / "file") << "kept";
+  fs::create_directory(dead);
+  fs::create_directory_symlink(other, dead / "link");
+  fs::create_directory_symlink(other, place / ("phonesim-root-link-" + number));
+  Boot();
+  simulator::RemoveDeadPhones();
+  EXPECT_FALSE(fs::exists(dead));
+  EXPECT_TRUE(fs::exists(other / "file"));
+  EXPECT_TRUE(StillAnswers());
+  fs::remove_all(other);
+  fs::remove(place / ("phonesim-root-link-" + number));
 }
 
 TEST_F(LeftoversTest, ADeadServerEndsThePhoneAndItsFilesStayToBeLookedAt) {

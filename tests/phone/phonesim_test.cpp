@@ -111,6 +111,28 @@ TEST_F(PhonesimTest, RunsPhonesInTheBackgroundByName) {
   EXPECT_TRUE(none.Says("No simulated phone named " + name_)) << none.output;
 }
 
+// Of a program that follows the journal and does not read it, little waits in the simulator.
+TEST_F(PhonesimTest, LeavesOutWhatASlowFollowerOfTheJournalMisses) {
+  ASSERT_EQ(Run("start").status, 0);
+  FILE* follower = popen(Line("journal --follow", name_).c_str(), "r");
+  const std::string script = directory_ + "/loud";
+  std::ofstream(script) << "v=$(head -c 100000 /dev/zero | tr '\\0' x); i=0\n"
+                           "while [ $i -lt 600 ]; do /bin/true $v; i=$((i + 1)); done\n"
+                           "echo done > /proc/gpio/motor; exit\n";
+  EXPECT_EQ(Run("shell", "", "cat " + script + " | ").status, 0);
+  bool left_out = false;
+  bool ended = false;
+  char bytes[4096];
+  while (!ended && fgets(bytes, sizeof bytes, follower) != nullptr) {
+    const std::string_view line = bytes;
+    left_out = left_out || line.find("entries came and went before they could be shown") != line.npos;
+    ended = line.find("value /proc/gpio/motor \"done") != line.npos;
+  }
+  EXPECT_EQ(Run("stop").status, 0);
+  pclose(follower);
+  EXPECT_TRUE(left_out && ended);
+}
+
 TEST_F(PhonesimTest, WorksTheRunningPhone) {
   const Outcome started = Run("--no-waiting start");
   ASSERT_EQ(started.status, 0) << started.output;

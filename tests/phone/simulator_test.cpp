@@ -181,3 +181,25 @@ TEST_F(SimulatorTest, APlantedLeakIsReportedUnderIt) {
     return entry.text.find("LeakSanitizer: detected memory leaks") != std::string::npos;
   })) << testing::PrintToString(LinesSince(OfKind({JournalKind::Console})));
 }
+
+TEST_F(SimulatorTest, KeepsTheNewestPartOfTheJournalUnderItsOldNumbers) {
+  simulator::Journal journal;
+  journal.Keep(10);
+  std::vector<std::string> heard;
+  journal.SetListener([&](const simulator::JournalEntry& entry) { heard.push_back(entry.text); });
+  for (int number = 0; number < 25; ++number) journal.Add({.text = std::to_string(number)});
+  EXPECT_EQ(heard.size(), 25u);
+  EXPECT_EQ(journal.Mark(), 25u);
+  EXPECT_EQ(journal.Lines().front(), "event 15");
+  EXPECT_EQ(journal.Lines(23), (Lines{"event 23", "event 24"}));
+  EXPECT_EQ(journal.WaitFor({}, 3, 0ms)->text, "15");
+  EXPECT_FALSE(journal.WaitFor({}, 25, 1ms).has_value());
+  const simulator::Journal::Piece piece = journal.Next(3, 4);
+  EXPECT_EQ(piece.dropped, 12u);
+  EXPECT_EQ(piece.entries.size(), 4u);
+  EXPECT_EQ(journal.Next(piece.mark, 1).entries.front().text, "19");
+  // Large entries are fewer.
+  journal.Keep(1000);
+  for (int number = 0; number < 100; ++number) journal.Add({.text = std::string(1 << 20, 'x')});
+  EXPECT_EQ(journal.Entries().size() << 20, simulator::Journal::MOST_BYTES);
+}
