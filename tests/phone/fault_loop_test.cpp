@@ -19,18 +19,9 @@
 #include <set>
 #include <thread>
 
-#include "protocol/commands.h"
 #include "tests/phone/call_tracer.h"
+#include "tests/phone/every_command.h"
 #include "tests/phone/flash_test.h"
-
-namespace protocol {
-
-// The name of a test's parameter in messages.
-static void PrintTo(const CommandDescription& command, std::ostream* out) {
-  *out << command.name;
-}
-
-}  // namespace protocol
 
 namespace {
 
@@ -169,68 +160,12 @@ class Striker {
   CallTracer tracer_;  // last: it decides from its first moment on
 };
 
-// What the server holds, as the PC's kernel lists it.
-struct Holdings {
-  std::multiset<std::string> files;
-  size_t threads = 0;
-  size_t children = 0;
-};
-
-Holdings HoldingsOf(pid_t server) {
-  Holdings holdings;
-  const std::string process = fmt::format("/proc/{}", server);
-  for (const auto& entry : fs::directory_iterator(process + "/fd")) {
-    std::error_code gone;
-    holdings.files.insert(fs::read_symlink(entry, gone).string());
-  }
-  for ([[maybe_unused]] const auto& entry : fs::directory_iterator(process + "/task")) ++holdings.threads;
-  std::ifstream children(fmt::format("{}/task/{}/children", process, server));
-  for (pid_t child = 0; children >> child;) ++holdings.children;
-  return holdings;
-}
-
 // Whether a program has 32-bit words, whose calls have other numbers.
 bool IsNarrow(const fs::path& program) {
   std::ifstream file(program, std::ios::binary);
   char head[EI_CLASS + 1] = {};
   file.read(head, sizeof head);
   return head[EI_CLASS] != ELFCLASS64;
-}
-
-// Commands that do not come back to the loop, or hold it.
-bool EndsService(uint32_t code) {
-  using namespace protocol;
-  return code == POWER_OFF || code == STOP_USER_INTERFACE || code == RUN_IN || code == PASS_THROUGH;
-}
-
-Bytes RequestFor(const CommandDescription& command) {
-  using namespace protocol;
-  switch (command.code) {
-    case CONTROL_RADIO:
-      return Words({RADIO_MEASURE, 1400, 30000, 1, 0});
-    case CONTROL_TONE:
-      return Words({2100, 1600, 0, 0, 40, 2, 1});
-    case CONTROL_TOUCH_TEST:
-      return Words({TOUCH_RESTART, 0});
-    case SHOW_DISPLAY:
-      return Words({RED, BLACK, 50, 0});
-    case PLAY_MEDIA:
-      return Words({CLIP_AMR, 2, 0});
-    case TEST_CAMERA:
-      return Words({CAPTURE_BLEMISH, 400, 300, 90});
-    case READ_PICTURE:
-      return Words({READ_BLEMISH});
-    case WRITE_CALIBRATION:
-      return Words({1});
-    case SET_AUDIO_PATH:
-      return Words({1, 2});
-    case EXCHANGE_AT:
-      return FromText("at+cgmi\r") + Bytes(24) + Words({1000});
-    case WRITE_IDENTITY:
-      return FromText("004999010640000");
-    default:
-      return Bytes(protocol::RequestSize(command));
-  }
 }
 
 class FaultLoop : public FlashTest, public testing::WithParamInterface<CommandDescription> {
@@ -313,11 +248,7 @@ class FaultLoop : public FlashTest, public testing::WithParamInterface<CommandDe
       EXPECT_TRUE(striker_->StruckTheAnswer()) << "no answer of " << size << " bytes: " << answer_.size();
       return;
     }
-    if (size == 0) return;
-    const int32_t status = StatusOf(answer_);
-    const bool stated =
-        std::ranges::any_of(command.statuses, [&](const auto& row) { return row.status == status; });
-    EXPECT_TRUE(status >= 0 || stated) << "status " << status;
+    EXPECT_TRUE(IsStatedAnswer(command, answer_)) << "status " << StatusOf(answer_);
   }
 
   // Whether a descriptor may stay open after a fault.
@@ -388,14 +319,8 @@ class FaultLoop : public FlashTest, public testing::WithParamInterface<CommandDe
   Bytes answer_;
 };
 
-// A sanitizer's run-time library does not live without memory.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool SANITIZED = true;
-#else
-constexpr bool SANITIZED = false;
-#endif
-
 TEST_P(FaultLoop, LeavesAServerThatAnswers) {
+  // A sanitizer's run-time library does not live without memory.
   if (SANITIZED || IsNarrow(options.server)) GTEST_SKIP() << "only for a 64-bit server without sanitizers";
   const char* wanted = getenv("FAULTS");
   const bool all = wanted != nullptr && std::string(wanted) == "all";
@@ -422,13 +347,6 @@ TEST_P(FaultLoop, LeavesAServerThatAnswers) {
   EXPECT_GT(faults, 0u) << "nothing was tried";
   RecordProperty("faults", static_cast<int>(faults));
   std::cout << fmt::format("{}: {} faults in {} calls\n", GetParam().name, faults, nth - 1);
-}
-
-std::vector<CommandDescription> CommandsThatReturn() {
-  std::vector<CommandDescription> commands;
-  std::ranges::copy_if(protocol::COMMANDS, std::back_inserter(commands),
-                       [](const CommandDescription& command) { return !EndsService(command.code); });
-  return commands;
 }
 
 INSTANTIATE_TEST_SUITE_P(Command, FaultLoop, testing::ValuesIn(CommandsThatReturn()),

@@ -17,6 +17,14 @@ using simulator::JournalKind;
 using simulator::LineIs;
 using simulator::OfKind;
 
+// Whether simulator and server are built with a sanitizer, whose run-time library has threads, memory and
+// descriptors of its own.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool SANITIZED = true;
+#else
+constexpr bool SANITIZED = false;
+#endif
+
 using Lines = std::vector<std::string>;
 Lines operator+(Lines left, const Lines& right);
 

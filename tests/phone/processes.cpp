@@ -71,6 +71,21 @@ WaitingChild StartChild(const std::function<std::string()>& work) {
   return child;
 }
 
+Holdings HoldingsOf(pid_t number) {
+  Holdings holdings;
+  const std::string process = "/proc/" + std::to_string(number);
+  for (const auto& entry : fs::directory_iterator(process + "/fd")) {
+    std::error_code gone;
+    holdings.files.insert(fs::read_symlink(entry, gone).string());
+  }
+  for (const auto& task : fs::directory_iterator(process + "/task")) {
+    ++holdings.threads;
+    std::ifstream children(task.path() / "children");
+    for (pid_t child = 0; children >> child;) ++holdings.children;
+  }
+  return holdings;
+}
+
 std::multiset<std::pair<dev_t, ino_t>> OpenObjects(pid_t process) {
   std::multiset<std::pair<dev_t, ino_t>> objects;
   for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(process) + "/fd")) {

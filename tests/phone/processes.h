@@ -25,6 +25,17 @@ struct WaitingChild {
 };
 WaitingChild StartChild(const std::function<std::string()>& work);
 
+// What a process holds, as the PC's kernel lists it: where its descriptors lead, its threads, and its children,
+// ended or not.
+struct Holdings {
+  std::multiset<std::string> files;
+  size_t threads = 0;
+  size_t children = 0;
+
+  bool operator==(const Holdings&) const = default;
+};
+Holdings HoldingsOf(pid_t process);
+
 // What the descriptors above the standard three are open on, by device and inode: equal objects are one.
 std::multiset<std::pair<dev_t, ino_t>> OpenObjects(pid_t process);
 size_t OpenDescriptors(pid_t process);

@@ -4,23 +4,12 @@
 #include <random>
 #include <thread>
 
-#include "protocol/commands.h"
+#include "tests/phone/every_command.h"
 #include "tests/phone/phone_test.h"
 
 namespace {
 
 using namespace protocol;
-
-// All but those that end the service or hold it, which tests of their own send.
-std::vector<CommandDescription> CommandsThatReturn() {
-  std::vector<CommandDescription> commands(COMMANDS.begin(), COMMANDS.end());
-  constexpr uint32_t OTHERS[] = {POWER_OFF, STOP_USER_INTERFACE, RUN_IN, PASS_THROUGH};
-  std::erase_if(commands, [&](const CommandDescription& command) {
-    return std::ranges::count(OTHERS, command.code) != 0;
-  });
-  EXPECT_EQ(commands.size(), COMMAND_COUNT - std::size(OTHERS));
-  return commands;
-}
 
 class ProtocolTest : public PhoneTest {
  protected:
