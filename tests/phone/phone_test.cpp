@@ -17,6 +17,11 @@ std::filesystem::path ServerPath() {
 
 }  // namespace
 
+uint64_t EnvironmentNumber(const char* name, uint64_t otherwise) {
+  const char* text = getenv(name);
+  return text != nullptr ? std::stoull(text) : otherwise;
+}
+
 Lines operator+(Lines left, const Lines& right) {
   left.insert(left.end(), right.begin(), right.end());
   return left;

@@ -25,6 +25,9 @@ constexpr bool SANITIZED = true;
 constexpr bool SANITIZED = false;
 #endif
 
+// The number in an environment variable.
+uint64_t EnvironmentNumber(const char* name, uint64_t otherwise);
+
 using Lines = std::vector<std::string>;
 Lines operator+(Lines left, const Lines& right);
 

@@ -69,11 +69,6 @@ class RoundTrips {
   std::vector<double> times_;
 };
 
-uint64_t NumberFrom(const char* variable, uint64_t otherwise) {
-  const char* text = getenv(variable);
-  return text != nullptr ? std::stoull(text) : otherwise;
-}
-
 class SoakTest : public PhoneTest {
  protected:
   SoakTest() {
@@ -248,8 +243,8 @@ class SoakTest : public PhoneTest {
 };
 
 TEST_F(SoakTest, LeavesServerAndSimulatorAsTheyWere) {
-  const size_t count = NumberFrom("SOAK", 2000);
-  const uint64_t seed = NumberFrom("SEED", std::random_device()());
+  const size_t count = EnvironmentNumber("SOAK", 2000);
+  const uint64_t seed = EnvironmentNumber("SEED", std::random_device()());
   RecordProperty("seed", std::to_string(seed));
   SCOPED_TRACE(fmt::format("SEED={} SOAK={}", seed, count));
   random_.seed(seed);
