@@ -27,6 +27,11 @@ Lines operator+(Lines left, const Lines& right) {
   return left;
 }
 
+uint64_t NumberFrom(const char* variable, uint64_t otherwise) {
+  const char* text = getenv(variable);
+  return text != nullptr ? std::stoull(text) : otherwise;
+}
+
 PhoneTest::PhoneTest() {
   options.server = ServerPath();
   // A server built with the thread sanitizer ends at a report; otherwise it would only print it.

@@ -31,6 +31,9 @@ uint64_t EnvironmentNumber(const char* name, uint64_t otherwise);
 using Lines = std::vector<std::string>;
 Lines operator+(Lines left, const Lines& right);
 
+// A number from the environment, such as $SEED.
+uint64_t NumberFrom(const char* variable, uint64_t otherwise);
+
 class PhoneTest : public testing::Test {
  protected:
   PhoneTest();
