@@ -80,9 +80,13 @@ std::string TracedCall::DescriptorPath() const {
 }
 
 std::string TracedCall::WrittenBytes() const {
-  std::string bytes(Size(), '\0');
+  return Memory(arguments[1], Size());
+}
+
+std::string TracedCall::Memory(uint64_t address, size_t size) const {
+  std::string bytes(size, '\0');
   const iovec here = {bytes.data(), bytes.size()};
-  const iovec there = {AsPointer(arguments[1]), bytes.size()};
+  const iovec there = {AsPointer(address), bytes.size()};
   const ssize_t read = process_vm_readv(thread, &here, 1, &there, 1, 0);
   bytes.resize(static_cast<size_t>(std::max<ssize_t>(read, 0)));
   return bytes;

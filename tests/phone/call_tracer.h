@@ -33,6 +33,8 @@ struct TracedCall {
   std::string DescriptorPath() const;
   // Of a write: its bytes, and where in the file they go.
   std::string WrittenBytes() const;
+  // What stands in the caller's memory; shorter where that ends.
+  std::string Memory(uint64_t address, size_t size) const;
   uint64_t FilePosition() const;
   // The text that an argument points to, if it begins with a slash; otherwise empty.
   std::string PathArgument(size_t index) const;

@@ -6,7 +6,6 @@
 //
 // A part of the faults is tried by default; $FAULTS=all tries every one.
 #include <asm/unistd.h>
-#include <elf.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -64,6 +63,9 @@ const std::vector<Fault>& FaultsOf(uint64_t number) {
   return found == faults.end() ? none : found->second;
 }
 
+// What a fault that was an interruption by a signal met. After one of a wait or a sync, the command goes on.
+enum class Interruption { None, OfTransfer, OfWait };
+
 // Strikes the n-th call of a command's work, and if wanted all that follow. The work begins when the
 // command's request has been read, and ends when its answer is written.
 class Striker {
@@ -105,6 +107,10 @@ class Striker {
     const std::lock_guard lock(mutex_);
     return answer_struck_;
   }
+  Interruption Interrupted() const {
+    const std::lock_guard lock(mutex_);
+    return interruption_;
+  }
   std::string Story() const {
     const std::lock_guard lock(mutex_);
     return story_;
@@ -139,6 +145,11 @@ class Striker {
     struck_ = true;
     answer_struck_ = answer_struck_ || port;
     const Fault& fault = faults[std::min(which_, faults.size() - 1)];
+    if (fault.error != EINTR) {
+      interruption_ = Interruption::None;
+    } else {
+      interruption_ = call.IsRead() || call.IsWrite() ? Interruption::OfTransfer : Interruption::OfWait;
+    }
     // A call that is interrupted without end is repeated without end, as the C library does.
     if (fault.error == EINTR && seen_ > nth_ + 1) return {};
     if (fault.shortened) return {CallFate::Kind::Shortened, std::max<uint64_t>(1, call.Size() / 2), 0};
@@ -156,17 +167,10 @@ class Striker {
   int port_reads_ = 0;
   bool sticky_ = false, hurry_ = false, on_ = false, struck_ = false, answer_struck_ = false;
   bool working_ = false, armed_ = false;
+  Interruption interruption_ = Interruption::None;
   std::string story_;
   CallTracer tracer_;  // last: it decides from its first moment on
 };
-
-// Whether a program has 32-bit words, whose calls have other numbers.
-bool IsNarrow(const fs::path& program) {
-  std::ifstream file(program, std::ios::binary);
-  char head[EI_CLASS + 1] = {};
-  file.read(head, sizeof head);
-  return head[EI_CLASS] != ELFCLASS64;
-}
 
 class FaultLoop : public FlashTest, public testing::WithParamInterface<CommandDescription> {
  protected:
@@ -184,6 +188,7 @@ class FaultLoop : public FlashTest, public testing::WithParamInterface<CommandDe
     striker_ = std::make_unique<Striker>(Phone().ServerProcess(), port);
     // Descriptors and threads that the command's first run leaves for good are there from here on.
     Converse(nullptr);
+    reference_ = answer_;
     Settle();
     before_ = HoldingsOf(Phone().ServerProcess());
   }
@@ -208,7 +213,7 @@ class FaultLoop : public FlashTest, public testing::WithParamInterface<CommandDe
     while (answer_.size() < size && std::chrono::steady_clock::now() < deadline) {
       const Bytes piece = host.Receive(size - answer_.size(), 50ms);
       answer_ = answer_ + piece;
-      if (piece.empty() && striker_->StruckTheAnswer()) break;
+      if (piece.empty() && aim && striker_->StruckTheAnswer()) break;
     }
     // The thread's own calls, up to its first sound or its wait for a touch.
     if (aim && StartsThread()) std::this_thread::sleep_for(150ms);
@@ -291,6 +296,15 @@ class FaultLoop : public FlashTest, public testing::WithParamInterface<CommandDe
     EXPECT_TRUE(verifies);
   }
 
+  // A transfer that was interrupted leaves nothing that changes the next answer. A file that is read piece by
+  // piece goes on where it was.
+  void ExpectTheReference() {
+    if (GetParam().code == protocol::READ_MODEM_IMAGE || GetParam().code == protocol::READ_PICTURE) return;
+    Converse(nullptr);
+    EXPECT_EQ(answer_, reference_) << "the next time";
+    Settle();
+  }
+
   // One fault. Returns false when the command had no such call any more.
   bool TryFault(size_t nth, size_t which, bool sticky) {
     const uint32_t code = GetParam().code;
@@ -301,6 +315,10 @@ class FaultLoop : public FlashTest, public testing::WithParamInterface<CommandDe
     SCOPED_TRACE(fmt::format("{}, fault {} of call number {}{}: {}", GetParam().name, which, nth,
                              sticky ? " and all that follow" : "", story));
     CheckAnswer();
+    const Interruption interruption = sticky ? Interruption::None : striker_->Interrupted();
+    if (interruption == Interruption::OfWait && !hurry) {
+      EXPECT_EQ(answer_, reference_);
+    }
     const auto end = Phone().WaitForEnd(0ms);
     EXPECT_FALSE(end.has_value()) << end->Text();
     if (HasFailure()) return false;
@@ -309,6 +327,7 @@ class FaultLoop : public FlashTest, public testing::WithParamInterface<CommandDe
     EXPECT_TRUE(Eventually([this] { return PingAnswers(); }, 5s)) << "no ping is answered";
     CheckHoldings();
     CheckFlash(sticky);
+    if (interruption == Interruption::OfTransfer) ExpectTheReference();
     // A tone that has no thread counts as running for good, on purpose.
     if (GetParam().code == protocol::CONTROL_TONE && AnsweredStatus() < 0) Start();
     return !HasFailure();
@@ -317,6 +336,7 @@ class FaultLoop : public FlashTest, public testing::WithParamInterface<CommandDe
   std::unique_ptr<Striker> striker_;
   Holdings before_;
   Bytes answer_;
+  Bytes reference_;  // without a fault
 };
 
 TEST_P(FaultLoop, LeavesAServerThatAnswers) {

@@ -1,5 +1,6 @@
 #include "tests/phone/phone_test.h"
 
+#include <elf.h>
 #include <fmt/format.h>
 
 #include <cstdlib>
@@ -16,6 +17,13 @@ std::filesystem::path ServerPath() {
 }
 
 }  // namespace
+
+bool IsNarrow(const std::filesystem::path& program) {
+  std::ifstream file(program, std::ios::binary);
+  char head[EI_CLASS + 1] = {};
+  file.read(head, sizeof head);
+  return head[EI_CLASS] != ELFCLASS64;
+}
 
 uint64_t EnvironmentNumber(const char* name, uint64_t otherwise) {
   const char* text = getenv(name);

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <memory>
 
 #include "protocol/result_codes.h"
@@ -24,6 +25,9 @@ constexpr bool SANITIZED = true;
 #else
 constexpr bool SANITIZED = false;
 #endif
+
+// Whether a program has 32-bit words, whose calls have other numbers.
+bool IsNarrow(const std::filesystem::path& program);
 
 // The number in an environment variable.
 uint64_t EnvironmentNumber(const char* name, uint64_t otherwise);

@@ -116,21 +116,27 @@ TEST_F(StartupTest, EveryOtherCommandLineRunsTheServer) {
 }
 
 // A device must not become descriptor 0, 1 or 2, which the modem routines and the console would mistake. So a
-// shell of the phone starts the server without the three.
+// shell of the phone starts the server without some of them, as an init may.
 TEST_F(StartupTest, ReservesTheStandardDescriptors) {
   const auto server = std::exchange(options.server, {});
-  Phone().Root().CopyProgramIn(server, "/usr/sbin/phonetestd");
-  Phone().Boot();
-  host = HostLine(Phone().HostPort());
-  Phone().RunShell("exec /usr/sbin/phonetestd <&- >&- 2>&-");
-  ASSERT_TRUE(Appears(LineIs("value /proc/backlight/lcd \"0\""), 60s));
-  ASSERT_TRUE(StillAnswers());
+  for (const std::string closed : {"012", "0", "1", "2", "02"}) {
+    SCOPED_TRACE(closed);
+    DiscardPhone();
+    Phone().Root().CopyProgramIn(server, "/usr/sbin/phonetestd");
+    Phone().Boot();
+    host = HostLine(Phone().HostPort());
+    std::string line = "exec /usr/sbin/phonetestd";
+    for (const char number : closed) line += fmt::format(" {}>&-", number);
+    Phone().RunShell(line);
+    ASSERT_TRUE(Appears(LineIs("value /proc/backlight/lcd \"0\""), 60s));
+    ASSERT_TRUE(StillAnswers());
 
-  const std::vector<pid_t> processes = simulator::ProcessesNamed(Phone().Root().Path(), "phonetestd");
-  ASSERT_EQ(processes.size(), 1u);
-  const std::string descriptors = "/proc/" + std::to_string(processes[0]) + "/fd/";
-  for (const char* number : {"0", "1", "2"}) {
-    EXPECT_EQ(std::filesystem::read_symlink(descriptors + number), "/dev/null") << "descriptor " << number;
+    const std::vector<pid_t> processes = simulator::ProcessesNamed(Phone().Root().Path(), "phonetestd");
+    ASSERT_EQ(processes.size(), 1u);
+    for (const char number : closed) {
+      const std::string descriptor = fmt::format("/proc/{}/fd/{}", processes[0], number);
+      EXPECT_EQ(std::filesystem::read_symlink(descriptor), "/dev/null") << number;
+    }
   }
 }
 
