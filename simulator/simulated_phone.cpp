@@ -13,6 +13,7 @@
 
 #include "simulator/models/model_table.h"
 #include "simulator/models/serial_ports.h"
+#include "simulator/phone/emulator.h"
 #include "simulator/phone/furnishing.h"
 #include "simulator/phone_commands.h"
 #include "simulator/supervisor/phone_processes.h"
@@ -21,7 +22,6 @@
 namespace simulator {
 namespace {
 
-constexpr const char* SERVER_PATH = "/usr/sbin/phonetestd";
 // How long the programs have to end by themselves when the phone is powered off.
 constexpr auto POWER_OFF_TIME = std::chrono::seconds(3);
 constexpr const char* TAKEN_AWAY = "/.taken-away";
@@ -82,7 +82,8 @@ SimulatedPhone::~SimulatedPhone() {
 void SimulatedPhone::Furnish() {
   PutUserland(root_);
   PutFactoryFiles(root_);
-  if (!options_.server.empty()) root_.CopyProgramIn(options_.server, SERVER_PATH);
+  if (!options_.server.empty()) server_start_ = PutServer(root_, options_.server, options_.sysroot);
+  calls_->SetEmulated(server_start_.program == EMULATOR_PATH);
   for (const auto& model : models_) {
     model->Furnish(root_);
     for (const std::string& path : model->Paths()) root_.PutStandIn(path);
@@ -134,9 +135,9 @@ StartedProgram SimulatedPhone::StartOnConsole(const std::string& path,
 }
 
 void SimulatedPhone::StartServer() {
-  std::vector<std::string> arguments = {"phonetestd"};
+  std::vector<std::string> arguments = server_start_.arguments;
   arguments.insert(arguments.end(), options_.server_arguments.begin(), options_.server_arguments.end());
-  const StartedProgram server = StartOnConsole(SERVER_PATH, arguments);
+  const StartedProgram server = StartOnConsole(server_start_.program, arguments);
   server_number_ = server.number;
   const std::lock_guard lock(mutex_);
   server_process_ = server.process;

@@ -24,6 +24,7 @@
 #include "simulator/phone/journal.h"
 #include "simulator/phone/poll_loop.h"
 #include "simulator/phone/root_directory.h"
+#include "simulator/phone/server_program.h"
 #include "simulator/supervisor/guardian.h"
 
 namespace simulator {
@@ -31,6 +32,7 @@ namespace simulator {
 struct PhoneOptions {
   std::filesystem::path server;               // empty: a phone without the server
   std::vector<std::string> server_arguments;  // after its name
+  std::filesystem::path sysroot;              // of an ARM server's libraries; empty: the ARM compiler's
   std::filesystem::path state_directory;      // empty: the phone's files go with it
   bool instant_sleeps = false;                // sleeps of the phone's programs take no time
   bool echo_console = false;                  // the server's output also goes to our standard output
@@ -131,6 +133,7 @@ class SimulatedPhone {
   void End(PhoneEnd::Reason reason, int status);
 
   PhoneOptions options_;
+  ServerStart server_start_;
   RootDirectory root_;
   Journal journal_;
   Faults faults_;

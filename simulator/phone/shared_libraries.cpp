@@ -85,7 +85,15 @@ ProgramNeeds ReadNeeds(const fs::path& program) {
 
 // The directories that Debian's loader searches for a machine's libraries; the last ones are where the
 // distribution keeps those of the other word size and the compiler's own.
-std::vector<std::string> SystemDirectories(unsigned machine) {
+std::vector<std::string> SystemDirectories(unsigned machine, const std::string& sysroot) {
+  if (!sysroot.empty()) {
+    std::vector<std::string> directories;
+    for (const char* directory :
+         {"/lib", "/usr/lib", "/lib/arm-linux-gnueabi", "/usr/lib/arm-linux-gnueabi"}) {
+      directories.push_back(sysroot + directory);
+    }
+    return directories;
+  }
   if (machine == EM_386) {
     return {"/lib/i386-linux-gnu",    "/usr/lib/i386-linux-gnu", "/lib", "/usr/lib", "/lib32",
             "/usr/i686-linux-gnu/lib"};
@@ -93,9 +101,11 @@ std::vector<std::string> SystemDirectories(unsigned machine) {
   return {"/lib/x86_64-linux-gnu", "/usr/lib/x86_64-linux-gnu", "/lib64", "/usr/lib64", "/lib", "/usr/lib"};
 }
 
-NeededFile FindLibrary(const std::string& name, const ProgramNeeds& user) {
+NeededFile FindLibrary(const std::string& name, const ProgramNeeds& user, const std::string& sysroot) {
   std::vector<std::string> directories = user.search_paths;
-  for (std::string& directory : SystemDirectories(user.machine)) directories.push_back(std::move(directory));
+  for (std::string& directory : SystemDirectories(user.machine, sysroot)) {
+    directories.push_back(std::move(directory));
+  }
   for (const std::string& directory : directories) {
     const fs::path path = fs::path(directory) / name;
     std::error_code ignored;
@@ -107,9 +117,29 @@ NeededFile FindLibrary(const std::string& name, const ProgramNeeds& user) {
       fmt::format("The shared library {} that the server needs is not on this machine.", name));
 }
 
+fs::path FindLoader(const std::string& loader, const std::string& sysroot) {
+  std::error_code missing;
+  const fs::path found = fs::canonical(sysroot + loader, missing);
+  if (missing)
+    throw std::runtime_error(fmt::format("The loader {} is not on this machine.", sysroot + loader));
+  return found;
+}
+
 }  // namespace
 
-std::vector<NeededFile> NeededFiles(const fs::path& program) {
+unsigned MachineOf(const fs::path& program) {
+  const unsigned machine = ReadNeeds(program).machine;
+  if (machine == EM_NONE) {
+    throw std::runtime_error(fmt::format("{} is not a program for this machine.", program.string()));
+  }
+  return machine;
+}
+
+std::string LoaderOf(const fs::path& program) {
+  return ReadNeeds(program).loader;
+}
+
+std::vector<NeededFile> NeededFiles(const fs::path& program, const fs::path& sysroot) {
   std::vector<NeededFile> files;
   std::set<std::string> seen;
   std::deque<fs::path> waiting = {program};
@@ -121,11 +151,11 @@ std::vector<NeededFile> NeededFiles(const fs::path& program) {
     }
     waiting.pop_front();
     if (!needs.loader.empty() && seen.insert(fs::path(needs.loader).filename()).second) {
-      files.push_back({fs::canonical(needs.loader), needs.loader});
+      files.push_back({FindLoader(needs.loader, sysroot), needs.loader});
     }
     for (const std::string& library : needs.libraries) {
       if (!seen.insert(library).second) continue;
-      files.push_back(FindLibrary(library, needs));
+      files.push_back(FindLibrary(library, needs, sysroot));
       waiting.push_back(files.back().source);
     }
   }

@@ -76,7 +76,15 @@ int StopPhone(const std::string& name) {
   return Show(answer);
 }
 
-int ShowPhones() {
+int ShowPhones(bool as_json) {
+  if (as_json) {
+    std::string list;
+    for (const PhoneAnswer& phone : AskAll({"status", "--json"})) {
+      if (phone.answer.good) list += (list.empty() ? "\n" : ",\n") + phone.answer.text;
+    }
+    fmt::print("[{}\n]\n", list);
+    return 0;
+  }
   for (const PhoneAnswer& phone : AskAll({"status"})) fmt::print("{}", phone.answer.text);
   return 0;
 }

@@ -11,7 +11,8 @@ namespace simulator {
 std::string PhoneAtPort(const std::string& port);
 
 int StopPhone(const std::string& name);
-int ShowPhones();
+// As a list of JSON objects if wanted so.
+int ShowPhones(bool as_json);
 int ShellInPhone(const std::string& name);
 int ShowJournal(const std::string& name, bool follow);
 int CommandPhone(const std::string& name, std::vector<std::string> words);

@@ -104,7 +104,9 @@ int RunProgram(int argc, char** argv) {
   std::string port;
   app.add_option("--port", port, "names the running phone by its serial port");
   app.add_option("--server", options.phone.server,
-                 "the server program (default: phonetestd beside phonesim)");
+                 "the server program, an ARM executable too (default: phonetestd beside phonesim)");
+  app.add_option("--sysroot", options.phone.sysroot,
+                 "a directory with the loader and libraries of an ARM server (default: the ARM compiler's)");
   app.add_option("--state", options.phone.state_directory,
                  "a directory that keeps the phone's files between boots");
   app.add_option("--journal", options.journal_file,
@@ -120,6 +122,8 @@ int RunProgram(int argc, char** argv) {
   CLI::App* start = app.add_subcommand("start", "starts a phone in the background")->fallthrough();
   CLI::App* stop = app.add_subcommand("stop", "stops the phone")->fallthrough();
   CLI::App* status = app.add_subcommand("status", "lists the phones that run")->fallthrough();
+  bool as_json = false;
+  status->add_flag("--json", as_json, "as JSON, with the executable's SHA-256");
   CLI::App* shell = app.add_subcommand("shell", "opens a shell in the phone")->fallthrough();
   CLI::App* journal = app.add_subcommand("journal", "prints what has happened so far")->fallthrough();
   bool follow = false;
@@ -137,7 +141,7 @@ int RunProgram(int argc, char** argv) {
   const std::string name = options.name.empty() ? "phone" : options.name;
   if (*start) return StartInBackground(options);
   if (*stop) return simulator::StopPhone(name);
-  if (*status) return simulator::ShowPhones();
+  if (*status) return simulator::ShowPhones(as_json);
   if (*shell) return simulator::ShellInPhone(name);
   if (*journal) return simulator::ShowJournal(name, follow);
   if (const std::vector<std::string> words = app.remaining(); !words.empty()) {

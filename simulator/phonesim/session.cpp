@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -25,6 +26,7 @@ std::string TimedLine(const JournalEntry& entry) {
 }  // namespace
 
 Session::Session(SessionOptions options) : options_(std::move(options)), phone_(options_.phone) {
+  if (!options_.phone.server.empty()) executable_ = IdentifyExecutable(options_.phone.server);
   TakeName();
   if (!options_.journal_file.empty()) {
     journal_.open(options_.journal_file);
@@ -152,7 +154,7 @@ void Session::Serve(Client& client, const std::vector<std::string>& words) {
   } else if (words[0] == "stop") {
     stopped_ = true;
   } else if (words[0] == "status") {
-    text = Status();
+    text = words.size() > 1 && words[1] == "--json" ? StatusAsJson() : Status();
   } else if (words[0] == "host-port") {
     text = phone_.HostPort();
   } else if (words[0] == "commands") {
@@ -188,9 +190,24 @@ bool Session::GoOn(Client& client) {
 }
 
 std::string Session::Status() const {
-  return fmt::format("{}: {}, host port {}, server process {}, simulator process {}\n", options_.name,
-                     phone_.IsRunning() ? "running" : "ended", phone_.HostPort(), phone_.ServerProcess(),
-                     getpid());
+  std::string text = fmt::format("{}: {}, host port {}, server process {}, simulator process {}",
+                                 options_.name, phone_.IsRunning() ? "running" : "ended", phone_.HostPort(),
+                                 phone_.ServerProcess(), getpid());
+  if (executable_) text += fmt::format(", executable {} ({})", executable_->path, executable_->processor);
+  return text + "\n";
+}
+
+std::string Session::StatusAsJson() const {
+  nlohmann::ordered_json status = {{"name", options_.name},
+                                   {"running", phone_.IsRunning()},
+                                   {"host_port", phone_.HostPort()},
+                                   {"server_process", phone_.ServerProcess()},
+                                   {"simulator_process", getpid()}};
+  if (executable_) {
+    status["executable"] = {
+        {"path", executable_->path}, {"processor", executable_->processor}, {"sha256", executable_->sha256}};
+  }
+  return status.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
 std::string Session::Help() {

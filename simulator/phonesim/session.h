@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -61,10 +62,12 @@ class Session {
   void TakeJournal(Client& client);
   bool GoOn(Client& client);
   std::string Status() const;
+  std::string StatusAsJson() const;
   std::string Help();
   bool ReturnsFile(const std::string& command);
 
   SessionOptions options_;
+  std::optional<ExecutableIdentity> executable_;  // as it was when the phone was made
   posix::FileDescriptor listening_;
   posix::FileDescriptor signals_;
   posix::FileDescriptor changed_;  // an entry in the journal, or the phone's end

@@ -20,6 +20,7 @@ constexpr CallNumber X86_64_CALLS[] = {
     {__NR_clock_settime, Call::SetClock},
     {__NR_reboot, Call::Reboot},
     {__NR_ioctl, Call::DeviceRequest},
+    {__NR_pread64, Call::CarriedRequest},
     {__NR_clone, Call::Clone},
     {__NR_clone3, Call::CloneWith},
     {__NR_sendfile, Call::CopyBetween},

@@ -23,8 +23,10 @@ enum class Call {
   SetTime,
   Reboot,
   DeviceRequest,  // ioctl, except the terminal's own requests
-  Clone,          // of a new thread only
-  CloneWith,      // clone3, of every new process and thread
+  // pread64 at a place that no file reaches: an ARM program's ioctl (phone/carried_request.c).
+  CarriedRequest,
+  Clone,      // of a new thread only
+  CloneWith,  // clone3, of every new process and thread
   // sendfile and splice, refused by the filter so that programs read and write instead: while the kernel
   // copies into a pipe it keeps the pipe locked, and the simulator that reads it would wait for the source as
   // well.

@@ -17,10 +17,10 @@
 namespace simulator {
 namespace {
 
-// Opens of the dynamic loader and the C library, which tell nothing about the phone.
+// Opens of the dynamic loader, the C library and the emulator, which tell nothing about the phone.
 bool IsLibraryPath(std::string_view path) {
-  for (const std::string_view start :
-       {"/lib", "/usr/lib", "/etc/ld.so", "/usr/share/locale", "/etc/localtime"}) {
+  for (const std::string_view start : {"/lib", "/usr/lib", "/etc/ld.so", "/usr/share/locale",
+                                       "/etc/localtime", "/proc/sys/vm/mmap_min_addr"}) {
     if (path.starts_with(start)) return true;
   }
   return false;

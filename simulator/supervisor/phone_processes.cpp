@@ -94,6 +94,18 @@ pid_t ProcessOf(pid_t thread) {
   return static_cast<pid_t>(NumberInFile(fmt::format("/proc/{}/status", thread), "Tgid:"));
 }
 
+bool IsEmulatorsOwn(pid_t thread, const std::string& emulator) {
+  std::error_code gone;
+  if (std::filesystem::read_symlink(fmt::format("/proc/{}/exe", thread), gone) != emulator) return false;
+  // The kernel lists threads in the order of their start: the process's first, then the one that the emulator
+  // starts before it runs any of the program, in a forked process too.
+  std::filesystem::directory_iterator threads(fmt::format("/proc/{}/task", ProcessOf(thread)), gone);
+  if (gone || threads == std::filesystem::directory_iterator()) return false;
+  threads.increment(gone);
+  return !gone && threads != std::filesystem::directory_iterator() &&
+         threads->path().filename() == std::to_string(thread);
+}
+
 namespace {
 
 // The kernel keeps this many characters of a process's name.

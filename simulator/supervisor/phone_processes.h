@@ -26,6 +26,10 @@ int64_t DescriptorPosition(pid_t thread, int descriptor);
 // The process that a thread belongs to.
 pid_t ProcessOf(pid_t thread);
 
+// The thread is one that the emulator started for itself in a process that runs the program at `emulator`, a
+// path on the PC: it sleeps in it now and then, unlike any program of the phone.
+bool IsEmulatorsOwn(pid_t thread, const std::string& emulator);
+
 std::vector<pid_t> ProcessesIn(const std::string& root);
 // Kills them all and waits until they are gone, for some seconds at most.
 void EndProcessesIn(const std::string& root);

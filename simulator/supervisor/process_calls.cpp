@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <utility>
 
+#include "simulator/phone/emulator.h"
+#include "simulator/phone/server_program.h"
 #include "simulator/supervisor/phone_paths.h"
 #include "simulator/supervisor/phone_processes.h"
 #include "simulator/supervisor/system_calls.h"
@@ -40,6 +42,10 @@ void SystemCalls::Exec(const CallPointer& call, int directory, size_t first) {
 
   JournalEntry entry = {
       .kind = JournalKind::Tool, .process = call->Thread(), .path = path, .arguments = *arguments};
+  if (path == EMULATOR_PATH) {
+    entry.path = SERVER_PATH;
+    entry.arguments = EmulatedArguments(*arguments);
+  }
   if (const std::optional<std::string> command = ShellText(path, *arguments)) {
     entry = {.kind = JournalKind::Shell, .process = call->Thread(), .text = *command};
   }
@@ -101,6 +107,7 @@ std::chrono::nanoseconds ClockNow(clockid_t clock) {
 }  // namespace
 
 void SystemCalls::Sleep(const CallPointer& call) {
+  if (emulated_ && IsEmulatorsOwn(call->Thread(), phone_.root.Path() + EMULATOR_PATH)) return call->PassOn();
   const std::optional<TimeRecord> time = ReadTime(*call, call->Argument(2));
   if (!time || !call->StillWaits()) return call->PassOn();
   std::chrono::nanoseconds length = Length(*time);

@@ -9,26 +9,47 @@
 namespace simulator {
 namespace {
 
+struct RequestWords {
+  uint32_t number;
+  uint64_t argument;
+  uint64_t memory;  // where the caller's address 0 lies in the PC's process
+};
+
+// None if the words are not in the caller's memory.
+std::optional<RequestWords> WordsOf(const TrappedCall& call) {
+  if (call.Kind() != Call::CarriedRequest) {
+    return RequestWords{static_cast<uint32_t>(call.Argument(1)), call.Argument(2), 0};
+  }
+  struct {
+    uint32_t own_address;  // as the emulated program knows it
+    uint32_t argument;
+  } box;
+  const uint64_t box_address = call.Argument(1);
+  if (!ReadMemory(call.Thread(), box_address, &box, sizeof box)) return std::nullopt;
+  return RequestWords{static_cast<uint32_t>(call.Argument(3)), box.argument, box_address - box.own_address};
+}
+
 class PhoneRequest : public DriverRequest, public std::enable_shared_from_this<PhoneRequest> {
  public:
-  PhoneRequest(std::shared_ptr<TrappedCall> call, std::string device_path, Journal& journal)
-      : call_(std::move(call)), journal_(journal) {
+  PhoneRequest(std::shared_ptr<TrappedCall> call, const RequestWords& words, std::string device_path,
+               Journal& journal)
+      : call_(std::move(call)), address_(words.memory + words.argument), journal_(journal) {
     path = std::move(device_path);
     descriptor = call_->IntArgument(0);
-    number = static_cast<uint32_t>(call_->Argument(1));
-    argument = call_->Argument(2);
+    number = words.number;
+    argument = words.argument;
     thread = call_->Thread();
   }
 
   bool Read(void* bytes, size_t size) override {
-    if (!ReadMemory(thread, argument, bytes, size) || !call_->StillWaits()) return false;
+    if (!ReadMemory(thread, address_, bytes, size) || !call_->StillWaits()) return false;
     const auto* first = static_cast<const uint8_t*>(bytes);
     bytes_in_.assign(first, first + size);
     return true;
   }
 
   bool Write(const void* bytes, size_t size) override {
-    if (!call_->StillWaits() || !WriteMemory(thread, argument, bytes, size)) return false;
+    if (!call_->StillWaits() || !WriteMemory(thread, address_, bytes, size)) return false;
     const auto* first = static_cast<const uint8_t*>(bytes);
     bytes_out_.assign(first, first + size);
     return true;
@@ -58,6 +79,7 @@ class PhoneRequest : public DriverRequest, public std::enable_shared_from_this<P
 
  private:
   std::shared_ptr<TrappedCall> call_;
+  uint64_t address_;  // of the argument's bytes, if it is an address
   Journal& journal_;
   std::vector<uint8_t> bytes_in_;
   std::vector<uint8_t> bytes_out_;
@@ -67,11 +89,14 @@ class PhoneRequest : public DriverRequest, public std::enable_shared_from_this<P
 
 void SystemCalls::RequestDevice(const CallPointer& call) {
   const std::optional<struct stat> status = StatDescriptor(call->Thread(), call->IntArgument(0));
+  const std::optional<RequestWords> words = WordsOf(*call);
   if (!call->StillWaits()) return;
+  if (!words) return call->Refuse(EFAULT);
   const DescriptorTable::Device* device = status ? descriptors_.Find(*status) : nullptr;
+  if (device == nullptr && call->Kind() == Call::CarriedRequest) return call->Refuse(status ? ENOTTY : EBADF);
   if (device == nullptr) return call->PassOn();
 
-  auto request = std::make_shared<PhoneRequest>(call, device->path, phone_.journal);
+  auto request = std::make_shared<PhoneRequest>(call, *words, device->path, phone_.journal);
   FaultRule rule;
   if (const auto strike = faults_.Strike(FaultCall::Request, device->path, request->number)) rule = *strike;
   After(rule, call, [this, call, request, rule, model = device->model] {

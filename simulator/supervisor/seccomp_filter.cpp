@@ -18,6 +18,8 @@ namespace {
 // A terminal's own requests are 0x54xx; the kernel answers them on the terminal devices that the phone gets.
 constexpr uint32_t REQUEST_TYPE_MASK = 0xFF00;
 constexpr uint32_t TERMINAL_REQUESTS = 0x5400;
+// The upper word of the place at which an ARM program's driver request is a read (phone/carried_request.c).
+constexpr uint32_t CARRIED_REQUEST = 0x70680000;
 // Calls of the 64-bit machine's third, 32-bit-pointer interface carry this bit; no program of the phone has
 // them.
 constexpr uint32_t X32_CALLS = 0x40000000;
@@ -39,25 +41,35 @@ constexpr sock_filter UnlessEqualSkip(uint32_t value, uint8_t skipped) {
   return {BPF_JMP | BPF_JEQ | BPF_K, 0, skipped, value};
 }
 
-// Notifies of a call where the bits of an argument that the mask selects have (or have not) this value. The
-// argument's low word: the machine is little-endian.
-void AddArgumentCheck(std::vector<sock_filter>& filter, uint32_t number, size_t argument, uint32_t mask,
+// Where an argument's words are in what the filter sees: the machine is little-endian.
+constexpr size_t LowWord(size_t argument) {
+  return offsetof(seccomp_data, args) + argument * sizeof(uint64_t);
+}
+constexpr size_t HighWord(size_t argument) {
+  return LowWord(argument) + sizeof(uint32_t);
+}
+
+// Notifies of a call where the bits of an argument's word that the mask selects have (or have not) this
+// value.
+void AddArgumentCheck(std::vector<sock_filter>& filter, uint32_t number, size_t word, uint32_t mask,
                       uint32_t value, bool notified) {
   const uint32_t equal = notified ? SECCOMP_RET_USER_NOTIF : SECCOMP_RET_ALLOW;
   const uint32_t other = notified ? SECCOMP_RET_ALLOW : SECCOMP_RET_USER_NOTIF;
-  filter.insert(
-      filter.end(),
-      {UnlessEqualSkip(number, 5), Load(offsetof(seccomp_data, args) + argument * sizeof(uint64_t)),
-       Statement(BPF_ALU | BPF_AND | BPF_K, mask), UnlessEqualSkip(value, 1), Return(equal), Return(other)});
+  filter.insert(filter.end(),
+                {UnlessEqualSkip(number, 5), Load(word), Statement(BPF_ALU | BPF_AND | BPF_K, mask),
+                 UnlessEqualSkip(value, 1), Return(equal), Return(other)});
 }
 
 void AddCall(std::vector<sock_filter>& filter, const CallNumber& call) {
   const auto number = static_cast<uint32_t>(call.number);
   if (call.call == Call::DeviceRequest) {
-    return AddArgumentCheck(filter, number, 1, REQUEST_TYPE_MASK, TERMINAL_REQUESTS, false);
+    return AddArgumentCheck(filter, number, LowWord(1), REQUEST_TYPE_MASK, TERMINAL_REQUESTS, false);
+  }
+  if (call.call == Call::CarriedRequest) {
+    return AddArgumentCheck(filter, number, HighWord(3), ~0U, CARRIED_REQUEST, true);
   }
   if (call.call == Call::Clone) {
-    return AddArgumentCheck(filter, number, 0, CLONE_THREAD, CLONE_THREAD, true);
+    return AddArgumentCheck(filter, number, LowWord(0), CLONE_THREAD, CLONE_THREAD, true);
   }
   const uint32_t action =
       call.call == Call::CopyBetween ? SECCOMP_RET_ERRNO | EINVAL : SECCOMP_RET_USER_NOTIF;

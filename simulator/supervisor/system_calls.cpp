@@ -86,6 +86,7 @@ void SystemCalls::Dispatch(const CallPointer& call) {
       phone_.power_off();
       return call->Answer(0);
     case Call::DeviceRequest:
+    case Call::CarriedRequest:
       return RequestDevice(call);
     case Call::Clone:
     case Call::CloneWith:

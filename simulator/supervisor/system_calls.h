@@ -63,6 +63,10 @@ class SystemCalls {
   void SetInstantSleeps(bool instant) {
     instant_sleeps_ = instant;
   }
+  // The server runs under the emulator.
+  void SetEmulated(bool emulated) {
+    emulated_ = emulated;
+  }
 
  private:
   using CallPointer = std::shared_ptr<TrappedCall>;
@@ -105,6 +109,7 @@ class SystemCalls {
   DescriptorTable descriptors_;
   std::vector<std::weak_ptr<TrappedCall>> held_;
   std::atomic<bool> instant_sleeps_ = false;
+  std::atomic<bool> emulated_ = false;
 };
 
 }  // namespace simulator

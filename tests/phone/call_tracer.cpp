@@ -72,6 +72,10 @@ bool TracedCall::IsSync() const {
   return number == (narrow ? 118 : 74);
 }
 
+bool TracedCall::IsAccess() const {
+  return number == (narrow ? 33 : 21);
+}
+
 std::string TracedCall::DescriptorPath() const {
   if (arguments[0] > 1024) return {};
   std::error_code error;

@@ -26,6 +26,7 @@ struct TracedCall {
   bool IsWrite() const;  // write(descriptor, buffer, size)
   bool IsClose() const;
   bool IsSync() const;  // fsync(descriptor)
+  bool IsAccess() const;
   uint64_t Size() const {
     return arguments[2];
   }

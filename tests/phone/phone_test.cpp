@@ -9,15 +9,6 @@
 #include <sstream>
 #include <stdexcept>
 
-namespace {
-
-std::filesystem::path ServerPath() {
-  if (const char* path = getenv("PHONETESTD")) return path;
-  return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "phonetestd";
-}
-
-}  // namespace
-
 bool IsNarrow(const std::filesystem::path& program) {
   std::ifstream file(program, std::ios::binary);
   char head[EI_CLASS + 1] = {};
@@ -41,9 +32,18 @@ uint64_t NumberFrom(const char* variable, uint64_t otherwise) {
 }
 
 PhoneTest::PhoneTest() {
-  options.server = ServerPath();
+  const char* server = getenv("PHONETESTD");
+  options.server = server != nullptr ? server : NativeServer();
   // A server built with the thread sanitizer ends at a report; otherwise it would only print it.
   options.environment = {"TSAN_OPTIONS=halt_on_error=1"};
+}
+
+std::filesystem::path PhoneTest::NativeServer() {
+  return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "phonetestd";
+}
+
+bool PhoneTest::IsEmulated() const {
+  return simulator::IdentifyExecutable(options.server).processor == "ARM";
 }
 
 simulator::SimulatedPhone& PhoneTest::Phone() {

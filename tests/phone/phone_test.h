@@ -42,6 +42,9 @@ class PhoneTest : public testing::Test {
  protected:
   PhoneTest();
 
+  // The server that was built with the test program.
+  static std::filesystem::path NativeServer();
+
   // To be changed before the phone is first used.
   simulator::PhoneOptions options;
 
@@ -73,6 +76,10 @@ class PhoneTest : public testing::Test {
   Lines LinesSince(const simulator::JournalFilter& filter = {});
   // Waits for an entry since the last mark.
   bool Appears(const simulator::JournalFilter& filter, std::chrono::milliseconds time_out = 10s);
+
+  // The server is an ARM executable under the emulator, whose memory and system calls are not only the
+  // server's.
+  bool IsEmulated() const;
 
   HostLine host;
 

@@ -59,6 +59,7 @@ std::vector<uint64_t> ManyTornSizes(uint64_t size) {
 // The flash device that a call is about, by its descriptor or by its path. Some calls only happen to have an
 // argument that could be such a descriptor; the power goes there as well.
 std::string FlashDevice(const TracedCall& call) {
+  if (call.IsAccess()) return {};  // an emulator's own look at a path before it opens it; it changes nothing
   for (const std::string& path : {call.DescriptorPath(), call.PathArgument(0), call.PathArgument(1)}) {
     const size_t place = path.find("/dev/mtd");
     if (place != std::string::npos) return path.substr(place);

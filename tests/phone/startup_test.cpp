@@ -122,7 +122,7 @@ TEST_F(StartupTest, ReservesTheStandardDescriptors) {
   for (const std::string closed : {"012", "0", "1", "2", "02"}) {
     SCOPED_TRACE(closed);
     DiscardPhone();
-    Phone().Root().CopyProgramIn(server, "/usr/sbin/phonetestd");
+    simulator::PutServer(Phone().Root(), server, {});
     Phone().Boot();
     host = HostLine(Phone().HostPort());
     std::string line = "exec /usr/sbin/phonetestd";
