@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <bit>
 #include <cerrno>
 #include <fstream>
 #include <iterator>
@@ -109,7 +111,10 @@ RequestAnswer CaptureDevice::Request(DriverRequest& request) {
 RequestAnswer CaptureDevice::GetFormat(DriverRequest& request) {
   const auto asked = request.ReadRecord<Format>();
   if (!asked) return RequestAnswer::Refusal(EFAULT);
-  if (asked->type != state.format.type) return RequestAnswer::Refusal(EINVAL);
+  // A caller names the type and leaves the rest zero.
+  auto question = std::bit_cast<Format>(std::array<uint8_t, sizeof(Format)>{});
+  question.type = state.format.type;
+  if (*asked != question) return RequestAnswer::Refusal(EINVAL);
   return request.WriteRecord(state.format) ? RequestAnswer::Success() : RequestAnswer::Refusal(EFAULT);
 }
 

@@ -121,6 +121,12 @@ void FlashPartitions::Furnish(RootDirectory& root) {
 
 // A device keeps its size, so nothing is cut off by an open.
 OpenAnswer FlashPartitions::Open(const OpenCall& call) {
+  // The eraser works on the character device. A write to cells that are not erased spoils them on a real
+  // part.
+  if (call.Writes() && call.path.starts_with("/dev/mtdblock_bbs/")) {
+    const std::string content = phone_.root.ReadFile(call.path);
+    if (content.find_first_not_of(static_cast<char>(ERASED)) != std::string::npos) ++state_.unerased_writes;
+  }
   if ((call.flags & O_TRUNC) == 0) return OpenAnswer::OrdinaryFile();
   posix::FileDescriptor device(open(phone_.root.Outside(call.path).c_str(), call.ModeFlags() | O_CLOEXEC));
   if (!device.IsOpen()) return OpenAnswer::Refusal(errno);

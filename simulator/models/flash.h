@@ -50,6 +50,7 @@ class FlashPartitions : public DeviceModel {
  public:
   struct State {
     std::vector<std::string> unlisted;  // names that are missing from /proc/mtd
+    int unerased_writes = 0;            // block devices opened to be written that had not been erased
   };
 
   using DeviceModel::DeviceModel;
@@ -60,6 +61,9 @@ class FlashPartitions : public DeviceModel {
 
   // Takes a partition out of /proc/mtd, or puts it back.
   void SetListed(const std::string& name, bool listed);
+  const State& GetState() const {
+    return state_;
+  }
 
  private:
   void WriteList(RootDirectory& root) const;

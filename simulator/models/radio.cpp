@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <stdexcept>
 
 #include "simulator/phone/device_model.h"
@@ -116,7 +117,12 @@ RequestAnswer Radio::SetFrequency(DriverRequest& request) {
 RequestAnswer Radio::SetAudio(DriverRequest& request) {
   const auto audio = request.ReadRecord<AudioRecord>();
   if (!audio) return RequestAnswer::Refusal(EFAULT);
-  if (audio->audio != 0) return RequestAnswer::Refusal(EINVAL);
+  // A caller leaves the other fields zero.
+  AudioRecord clean = {};
+  clean.volume = audio->volume;
+  clean.flags = audio->flags & AUDIO_MUTE;
+  clean.mode = audio->mode;
+  if (memcmp(&clean, &*audio, sizeof clean) != 0) return RequestAnswer::Refusal(EINVAL);
   state.volume = audio->volume;
   state.muted = (audio->flags & AUDIO_MUTE) != 0;
   state.stereo = audio->mode == SOUND_STEREO;
@@ -131,7 +137,8 @@ RequestAnswer Radio::SetExtra(DriverRequest& request) {
 RequestAnswer Radio::GetTuner(DriverRequest& request) {
   const auto asked = request.ReadRecord<TunerRecord>();
   if (!asked) return RequestAnswer::Refusal(EFAULT);
-  if (asked->tuner != 0) return RequestAnswer::Refusal(EINVAL);
+  const TunerRecord first = {};
+  if (memcmp(&first, &*asked, sizeof first) != 0) return RequestAnswer::Refusal(EINVAL);
   TunerRecord tuner = {0, "FM", BAND_LOW, BAND_HIGH, 0, VIDEO_MODE_AUTO, Signal()};
   if (HearsStereo()) tuner.flags = TUNER_STEREO_ON;
   return Deliver(request, tuner);

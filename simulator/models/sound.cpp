@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <bit>
 #include <cerrno>
+#include <cstring>
 #include <exception>
 #include <stdexcept>
 #include <system_error>
@@ -27,13 +28,26 @@ constexpr uint32_t DSP_SETFMT = 0xC0045005;
 constexpr uint32_t DSP_CHANNELS = 0xC0045006;
 constexpr uint32_t MIXER_WRITE_PCM = 0xC0044D04;
 
-// The driver's private controls carry no size; these are the bytes that it takes from the address.
+// The driver's private controls carry no size; these are the bytes that it takes from the address, and the
+// values, low byte first, that mean something to it.
 struct Control {
   uint32_t number;
   size_t bytes;
+  bool (*takes)(uint32_t value);
 };
-constexpr Control CONTROLS[] = {{0x2242, 1}, {0x2244, 4}, {0x2245, 4}, {0x2246, 4},
-                                {0x2248, 2}, {0x2252, 4}, {0x2271, 4}, {0x2280, 4}};
+constexpr Control CONTROLS[] = {
+    {0x2242, 1, [](uint32_t off) { return off <= 1; }},
+    {0x2244, 4, [](uint32_t mode) { return mode == 15 || mode == 48 || mode == 768; }},
+    {0x2245, 4, [](uint32_t level) { return level <= 255; }},
+    {0x2246, 4, [](uint32_t route) { return (route & 0xFF) <= 3 && (route >> 8 & 0xFF) <= 3; }},
+    {0x2248, 2, [](uint32_t gain) { return (gain & 0xFF) <= 1; }},
+    {0x2252, 4, [](uint32_t output) { return output <= 3; }},
+    {0x2271, 4, [](uint32_t selected) { return selected <= 1; }},
+    {0x2280, 4, [](uint32_t source) { return source <= 1 || source == 0x404; }},
+};
+
+// What the codec's clock can be divided to, in Hz.
+constexpr int32_t RATES[] = {8000, 11025, 12000, 16000, 22050, 24000, 32000, 44100, 48000};
 
 constexpr int STEPS_PER_SECOND = 50;  // in which a paced stream is drained
 constexpr size_t UNPACED_STEP = 1 << 16;
@@ -146,6 +160,9 @@ RequestAnswer Sound::Request(DriverRequest& request) {
     if (control.number != request.number) continue;
     std::vector<uint8_t> argument(control.bytes);
     if (!request.Read(argument.data(), argument.size())) return RequestAnswer::Refusal(EFAULT);
+    uint32_t value = 0;
+    memcpy(&value, argument.data(), argument.size());
+    if (!control.takes(value)) return RequestAnswer::Refusal(EINVAL);
     state.controls[control.number] = argument;
     return RequestAnswer::Success();
   }
@@ -158,13 +175,11 @@ RequestAnswer Sound::Request(DriverRequest& request) {
 }
 
 RequestAnswer Sound::SetFormat(DriverRequest& request) {
-  constexpr int32_t LOWEST_RATE = 4000;
-  constexpr int32_t HIGHEST_RATE = 48000;
   const auto value = request.ReadRecord<int32_t>();
   if (!value) return RequestAnswer::Refusal(EFAULT);
   if (request.number == DSP_CHANNELS && (*value == 1 || *value == 2)) {
     state.format.channels = static_cast<uint16_t>(*value);
-  } else if (request.number == DSP_SPEED && *value >= LOWEST_RATE && *value <= HIGHEST_RATE) {
+  } else if (request.number == DSP_SPEED && std::ranges::find(RATES, *value) != std::end(RATES)) {
     state.format.sample_rate = static_cast<uint32_t>(*value);
   } else if (request.number == DSP_SETFMT && (*value == 8 || *value == 16)) {
     state.format.sample_bits = static_cast<uint16_t>(*value);  // AFMT_U8 and AFMT_S16_LE
