@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -157,6 +158,15 @@ inline int64_t NumberWord(const std::string& word) {
   }
   if (used == 0 || used != word.size()) throw std::invalid_argument("\"" + word + "\" is not a number.");
   return number;
+}
+
+// The same for a number of something, which fits an int.
+inline int CountWord(const std::string& word) {
+  const int64_t number = NumberWord(word);
+  if (number < 0 || number > std::numeric_limits<int>::max()) {
+    throw std::invalid_argument("\"" + word + "\" is out of range.");
+  }
+  return static_cast<int>(number);
 }
 
 // A command by which a person or a script controls a model: `phonesim key 0x74`.

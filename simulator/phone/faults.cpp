@@ -45,13 +45,13 @@ void ApplySetting(FaultRule& rule, const std::string& name, const std::string& v
   } else if (name == "number") {
     rule.request = static_cast<uint32_t>(NumberWord(value));
   } else if (name == "nth") {
-    rule.nth = static_cast<int>(NumberWord(value));
+    rule.nth = CountWord(value);
   } else if (name == "times") {
-    rule.times = value == "always" ? ALWAYS : static_cast<int>(NumberWord(value));
+    rule.times = value == "always" ? ALWAYS : CountWord(value);
   } else if (name == "size") {
     rule.size = NumberWord(value);
   } else if (name == "delay") {
-    rule.delay = std::chrono::milliseconds(NumberWord(value));
+    rule.delay = std::chrono::milliseconds(CountWord(value));
   } else {
     throw std::invalid_argument("A fault has no setting \"" + name + "\".");
   }

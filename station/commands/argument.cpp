@@ -162,7 +162,9 @@ Bytes Encode(const Argument& argument, const ArgumentValue& value) {
   return {};
 }
 
+// Null for an empty name too: it is the name of every argument that is never given.
 const Argument* FindArgument(const std::vector<Argument>& all, std::string_view name) {
+  if (name.empty()) return nullptr;
   const auto found = std::ranges::find(all, name, &Argument::name);
   return found == all.end() ? nullptr : &*found;
 }
