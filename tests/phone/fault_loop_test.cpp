@@ -18,6 +18,7 @@
 #include <set>
 #include <thread>
 
+#include "simulator/models/controls.h"
 #include "tests/phone/call_tracer.h"
 #include "tests/phone/every_command.h"
 #include "tests/phone/flash_test.h"
@@ -412,6 +413,10 @@ class ModeFaultLoop : public PhoneTest {
     return faults;
   }
 
+  void SetStopFlag() {
+    Phone().With<simulator::Gpio>([](simulator::Gpio& gpio) { gpio.state.stop_flag = 1; });
+  }
+
   void ExpectEnd(simulator::PhoneEnd::Reason reason) {
     const auto end = Phone().WaitForEnd(20s);
     ASSERT_TRUE(end.has_value());
@@ -435,6 +440,17 @@ TEST_F(ModeFaultLoop, TheStartServes) {
 TEST_F(ModeFaultLoop, ModemControlEnds) {
   options.server_arguments = {"-c", "1"};
   const size_t faults = FailEachStep(false, [this] {
+    Phone().Boot();
+    ExpectEnd(simulator::PhoneEnd::Reason::ServerExited);
+  });
+  EXPECT_GT(faults, 1u);
+}
+
+// The stop flag is set, so the relay ends at its first look at it that succeeds.
+TEST_F(ModeFaultLoop, TheRelayAloneEnds) {
+  options.server_arguments = {"-g"};
+  const size_t faults = FailEachStep(false, [this] {
+    SetStopFlag();
     Phone().Boot();
     ExpectEnd(simulator::PhoneEnd::Reason::ServerExited);
   });

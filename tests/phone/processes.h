@@ -25,8 +25,8 @@ struct WaitingChild {
 };
 WaitingChild StartChild(const std::function<std::string()>& work);
 
-// What a process holds, as the PC's kernel lists it: where its descriptors lead, its threads, and its children,
-// ended or not.
+// What a process holds, as the PC's kernel lists it: where its descriptors lead, its threads, and its
+// children, ended or not.
 struct Holdings {
   std::multiset<std::string> files;
   size_t threads = 0;
