@@ -318,6 +318,7 @@ TEST_F(ConversationFuzzTest, ServesWhateverComes) {
   const uint64_t seed = NumberFrom("SEED", std::random_device()());
   RecordProperty("seed", std::to_string(seed));
   SCOPED_TRACE(fmt::format("SEED={} EXCHANGES={}", seed, count));
+  std::cout << fmt::format("SEED={} EXCHANGES={}\n", seed, count) << std::flush;
   random_.seed(seed);
   server_ = Phone().ServerProcess();
   const auto start = std::chrono::steady_clock::now();
@@ -328,7 +329,7 @@ TEST_F(ConversationFuzzTest, ServesWhateverComes) {
     if (!HasFailure()) ExpectPing();
   }
   const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
-  std::cout << fmt::format("SEED={}: {} exchanges in {:.0f} s, {:.0f} a second\n", seed, done, time.count(),
+  std::cout << fmt::format("{} exchanges in {:.0f} s, {:.0f} a second\n", done, time.count(),
                            static_cast<double>(done) / time.count());
   ExpectAlive();
 }
