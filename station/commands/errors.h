@@ -6,7 +6,16 @@
 
 namespace station {
 
-enum class ExitStatus { Passed = 0, DeviceFailure = 1, Usage = 2, LinkFailure = 3, PlanError = 4 };
+enum class ExitStatus {
+  Passed = 0,
+  DeviceFailure = 1,
+  Usage = 2,
+  LinkFailure = 3,
+  PlanError = 4,
+  Incomplete = 5,
+  Aborted = 6,
+  OutputLost = 7,
+};
 
 // The command line or an argument makes no sense.
 class UsageError : public std::runtime_error {
@@ -15,6 +24,11 @@ class UsageError : public std::runtime_error {
 
 // The port cannot be opened, has hung up, or no whole answer came in time.
 class LinkFailure : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// What was to be written could not be written whole.
+class OutputLost : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 

@@ -12,6 +12,7 @@
 
 #include "station/commands/bytes.h"
 #include "station/commands/errors.h"
+#include "station/link/interruption.h"
 #include "station/link/port_opening.h"
 
 namespace station {
@@ -57,9 +58,9 @@ Link::Link(const std::string& port, Trace* trace) : port_(port), trace_(trace), 
 
 bool Link::WaitFor(short events, Clock::time_point deadline) {
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
-  if (left <= 0) return false;
-  pollfd waiting{descriptor_.Get(), events, 0};
-  poll(&waiting, 1, static_cast<int>(std::min<long>(left, 60'000)));
+  if (left <= 0 || Interrupted()) return false;
+  std::array<pollfd, 2> waiting = {{{descriptor_.Get(), events, 0}, {InterruptionDescriptor(), POLLIN, 0}}};
+  poll(waiting.data(), waiting.size(), static_cast<int>(std::min<long>(left, 60'000)));
   return true;
 }
 
@@ -77,7 +78,9 @@ void Link::Send(std::span<const std::uint8_t> bytes, Clock::time_point deadline)
   for (;;) {
     bytes = bytes.subspan(SendSome(bytes));
     if (bytes.empty()) return;
-    if (!WaitFor(POLLOUT, deadline)) throw LinkFailure(fmt::format("{} does not take what is sent", port_));
+    if (WaitFor(POLLOUT, deadline)) continue;
+    CheckInterruption();
+    throw LinkFailure(fmt::format("{} does not take what is sent", port_));
   }
 }
 

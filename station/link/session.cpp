@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "station/commands/errors.h"
+#include "station/link/interruption.h"
 
 namespace station {
 
@@ -70,6 +71,8 @@ Transcript Session::TakeTranscript() {
 
 Bytes Session::Converse(const std::string& name, const Bytes& sent, std::size_t answer_size,
                         std::chrono::milliseconds time) {
+  CheckInterruption();
+  AwaitOwedAnswer();
   link_.Remark(name);
   const Clock::time_point start = Clock::now();
   link_.DiscardInput(start + time);
@@ -78,7 +81,17 @@ Bytes Session::Converse(const std::string& name, const Bytes& sent, std::size_t 
   Bytes received(answer_size);
   received.resize(link_.Receive(received, start + time));
   Keep({name, sent, received, Between(start_, start), Between(start, Clock::now())});
+  if (received.size() < answer_size && Interrupted()) {
+    owed_ = answer_size - received.size();
+    owed_until_ = start + time;
+    throw Aborted();
+  }
   return received;
+}
+
+void Session::AwaitOwedAnswer() {
+  Bytes rest(std::exchange(owed_, 0));
+  link_.Receive(rest, owed_until_);
 }
 
 void Session::Keep(Exchange exchange) {

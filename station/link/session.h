@@ -69,11 +69,16 @@ class Session {
                  std::chrono::milliseconds time);
   void Keep(Exchange exchange);
 
+  // After an interruption: takes the rest of the answer, which is not one to the next command.
+  void AwaitOwedAnswer();
+
   Link& link_;
   SessionOptions options_;
   Clock::time_point start_ = Clock::now();
   Transcript transcript_;
   std::size_t kept_bytes_ = 0;
+  std::size_t owed_ = 0;  // bytes of an answer that was not waited for
+  Clock::time_point owed_until_;
 };
 
 }  // namespace station

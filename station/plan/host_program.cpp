@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "station/commands/errors.h"
+#include "station/link/interruption.h"
 #include "station/link/link.h"
 
 namespace station {
@@ -45,7 +46,9 @@ pid_t Start(const std::vector<std::string>& words, int output) {
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
   pid_t process = -1;
+  BeginProgramStart();
   const int error = posix_spawnp(&process, arguments[0], &actions, &attributes, arguments.data(), environ);
+  EndProgramStart(error == 0 ? process : -1);
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);
   if (error != 0) throw PlanError(fmt::format("cannot run {}: {}", words.front(), std::strerror(error)));
@@ -73,6 +76,7 @@ HostProgram::~HostProgram() {
 void HostProgram::Kill() {
   if (process_ <= 0) return;
   kill(-process_, SIGKILL);
+  RemoveProgramGroup(process_);
   waitpid(process_, nullptr, 0);
   process_ = -1;
 }
@@ -98,11 +102,16 @@ std::string HostProgram::Wait(std::chrono::milliseconds limit) {
     // output before its end.
     int status = 0;
     if (waitpid(process_, &status, WNOHANG) == process_) {
+      RemoveProgramGroup(process_);
       process_ = -1;
       while (output_.size() < LONGEST_OUTPUT && ReadSome(std::chrono::milliseconds(0))) {
       }
       while (output_.ends_with('\n')) output_.pop_back();
       return Ended(output_, status);
+    }
+    if (Interrupted()) {
+      Kill();
+      throw Aborted();
     }
     if (Clock::now() >= end) {
       Kill();

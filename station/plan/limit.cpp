@@ -64,11 +64,13 @@ Limit ParseLimit(const std::string& reading, const json& description) {
   limit.reading = reading;
   if (!description.is_object() || description.empty()) {
     throw PlanError(
-        fmt::format("limit on \"{}\": it needs equals, minimum, maximum, mask or pattern", reading));
+        fmt::format("limit on \"{}\": it needs equals, differs, minimum, maximum, mask or pattern", reading));
   }
   for (const auto& [key, value] : description.items()) {
     if (key == "equals") {
       limit.equals = value;
+    } else if (key == "differs") {
+      limit.differs = value;
     } else if (key == "minimum") {
       limit.minimum = NeedNumber(reading, value);
     } else if (key == "maximum") {
@@ -83,6 +85,10 @@ Limit ParseLimit(const std::string& reading, const json& description) {
   }
   if (limit.mask && !limit.equals)
     throw PlanError(fmt::format("limit on \"{}\": a mask needs equals", reading));
+  if (limit.minimum && limit.maximum && *limit.minimum > *limit.maximum) {
+    throw PlanError(fmt::format("limit on \"{}\": the minimum {} is above the maximum {}", reading,
+                                *limit.minimum, *limit.maximum));
+  }
   if (limit.pattern.empty()) return limit;
   // This library's time and memory are bounded for every pattern.
   limit.expression = std::make_shared<re2::RE2>(limit.pattern, re2::RE2::Quiet);
@@ -110,6 +116,7 @@ std::string JudgeLimit(const Limit& limit, const json& value) {
   if (limit.equals && !Equal(*limit.equals, value)) {
     return fmt::format("{} instead of {}", is, AsText(*limit.equals));
   }
+  if (limit.differs && Equal(*limit.differs, value)) return is + ", which is refused";
   if (limit.minimum && value.get<double>() < *limit.minimum) {
     return fmt::format("{}, below {}", is, *limit.minimum);
   }

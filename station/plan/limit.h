@@ -16,6 +16,7 @@ namespace station {
 struct Limit {
   std::string reading;
   std::optional<nlohmann::json> equals;
+  std::optional<nlohmann::json> differs;  // a value that is refused
   std::optional<double> minimum;
   std::optional<double> maximum;
   std::optional<std::uint64_t> mask;  // applied before the comparison

@@ -96,6 +96,7 @@ void ParseCommand(Step& step, const json& description) {
 }
 
 void ParseProgram(Step& step, const json& description) {
+  if (!description["program"].is_array()) throw PlanError("\"program\" is not a list of texts");
   for (const json& word : description["program"]) {
     if (!word.is_string()) throw PlanError("\"program\" is not a list of texts");
     step.program.push_back(word);
@@ -166,7 +167,7 @@ json ReadPlanFile(const std::string& path) {
   }
 }
 
-std::vector<Step> ParseSteps(const json& plan, const Variables& variables) {
+std::vector<Step> ParseSteps(json plan, const Variables& variables) {
   const bool stops = StopsOnFailure(plan, true);
   const json steps = plan.value("steps", json::array());
   if (!steps.is_array() || steps.empty()) throw PlanError("a plan needs \"steps\"");
@@ -174,8 +175,10 @@ std::vector<Step> ParseSteps(const json& plan, const Variables& variables) {
   for (json description : steps) {
     const std::size_t number = parsed.size() + 1;
     try {
+      const std::string condition = description.is_object() ? TextAt(description, "if") : "";
       Substitute(description, variables);
       parsed.push_back(ParseStep(description, stops));
+      parsed.back().missed = !parsed.back().wanted && IsMissed(condition, plan["variables"]);
     } catch (const std::exception& error) {
       const std::string name =
           description.is_object() && description.contains("name") ? " " + description["name"].dump() : "";

@@ -37,6 +37,7 @@ struct Step {
   bool stops = true;    // a failure ends the plan
   bool always = false;  // also run after a failure has ended the plan
   bool wanted = true;   // its condition is met
+  bool missed = false;  // it is not wanted, and the test is incomplete without it
 };
 
 struct Plan {

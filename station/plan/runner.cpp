@@ -3,9 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <list>
-#include <thread>
 
+#include "station/link/interruption.h"
 #include "station/plan/host_program.h"
 
 namespace station {
@@ -67,20 +68,36 @@ class Run {
     result.started = std::time(nullptr);
     const Clock::time_point start = Clock::now();
     bool ended = false;
+    bool aborted = false;
     for (std::size_t i = 0; i < plan_.steps.size(); ++i) {
       const Step& step = plan_.steps[i];
       StepResult done{.name = step.name, .command = CommandText(step)};
+      if (step.wanted && Interrupted()) {
+        // Between two steps: this one would have been the next.
+        CleanUpFromHere();
+        aborted = ended = true;
+        done.verdict = Verdict::Aborted;
+        done.message = "not run: the plan was aborted";
+      }
       if (step.wanted && (!ended || step.always)) {
         started(i, step.name);
         Attempts(step, done);
         ended = ended || (step.stops && done.verdict != Verdict::Passed);
-      } else {
-        done.message = step.wanted ? "not run: the plan has ended" : "not asked for";
+        if (done.verdict == Verdict::Aborted) {
+          CleanUpFromHere();
+          aborted = ended = true;
+        }
+      } else if (done.message.empty()) {
+        done.message = !step.wanted ? (step.missed ? "not run: its value is not set" : "not asked for")
+                       : aborted    ? "not run: the plan was aborted"
+                                    : "not run: the plan has ended";
       }
+      if (step.missed) result.verdict = std::max(result.verdict, Verdict::Incomplete);
       result.verdict = std::max(result.verdict, done.verdict);
       result.steps.push_back(std::move(done));
     }
-    FinishBackground(result);
+    if (aborted) result.verdict = Verdict::Aborted;
+    if (!aborted) FinishBackground(result);
     result.took = Since(start);
     result.waited = waited_;
     return result;
@@ -91,13 +108,25 @@ class Run {
     const Clock::time_point start = Clock::now();
     session_.TakeTranscript();
     do {
-      if (done.attempts > 0) std::this_thread::sleep_for(step.retry_wait);
+      if (done.attempts > 0 && !WaitForRetry(step, done)) break;
       ++done.attempts;
       Once(step, done);
-    } while (done.verdict != Verdict::Passed && done.verdict != Verdict::PlanWrong &&
+    } while ((done.verdict == Verdict::Failed || done.verdict == Verdict::NoLink) &&
              done.attempts <= step.retries);
     done.took = Since(start);
     done.transcript = session_.TakeTranscript();
+  }
+
+  // Returns false if the wait was interrupted; the step is aborted then.
+  static bool WaitForRetry(const Step& step, StepResult& done) {
+    try {
+      SleepUnlessInterrupted(step.retry_wait);
+      return true;
+    } catch (const Aborted& aborted) {
+      done.verdict = Verdict::Aborted;
+      done.message = aborted.what();
+      return false;
+    }
   }
 
   void Once(const Step& step, StepResult& done) {
@@ -107,7 +136,12 @@ class Run {
     try {
       for (int i = 0; i < step.repeat && judgement.verdict == Verdict::Passed; ++i)
         judgement = Work(step, done);
-      if (!step.picture.empty()) AttachPicture(done, step.picture);
+      // Without its success a step need not have made its picture.
+      const bool passed = judgement.verdict == Verdict::Passed;
+      if (!step.picture.empty() && (passed || std::filesystem::is_regular_file(step.picture)))
+        AttachPicture(done, step.picture);
+    } catch (const Aborted& aborted) {
+      judgement = {Verdict::Aborted, aborted.what()};
     } catch (const LinkFailure& failure) {
       judgement = {Verdict::NoLink, failure.what()};
     } catch (const std::exception& error) {
@@ -121,7 +155,7 @@ class Run {
     if (step.kind == Step::Kind::Command) return Command(step, done);
     const Clock::time_point start = Clock::now();
     Judgement judgement;
-    if (step.kind == Step::Kind::Wait) std::this_thread::sleep_for(step.wait);
+    if (step.kind == Step::Kind::Wait) SleepUnlessInterrupted(step.wait);
     if (step.kind == Step::Kind::Question) judgement = Question(step);
     if (step.kind == Step::Kind::Program) judgement = Program(step, done);
     waited_ += Since(start);
@@ -164,12 +198,17 @@ class Run {
   // Programs in the background are judged at the end.
   void FinishBackground(PlanResult& result) {
     for (Background& background : background_) {
-      const std::string failure = background.program.Wait(plan_.steps[background.step].time_limit);
-      if (failure.empty()) continue;
       StepResult& done = result.steps[background.step];
-      done.verdict = Verdict::Failed;
-      done.message = failure;
-      result.verdict = std::max(result.verdict, Verdict::Failed);
+      try {
+        const std::string failure = background.program.Wait(plan_.steps[background.step].time_limit);
+        if (failure.empty()) continue;
+        done.verdict = Verdict::Failed;
+        done.message = failure;
+      } catch (const Aborted& aborted) {
+        done.verdict = Verdict::Aborted;
+        done.message = aborted.what();
+      }
+      result.verdict = std::max(result.verdict, done.verdict);
     }
   }
 
@@ -209,6 +248,10 @@ std::string VerdictText(Verdict verdict) {
       return "passed";
     case Verdict::Failed:
       return "FAILED";
+    case Verdict::Incomplete:
+      return "INCOMPLETE";
+    case Verdict::Aborted:
+      return "ABORTED";
     case Verdict::NoLink:
       return "NO LINK";
     case Verdict::PlanWrong:
@@ -226,6 +269,10 @@ ExitStatus VerdictStatus(Verdict verdict) {
       return ExitStatus::Passed;
     case Verdict::Failed:
       return ExitStatus::DeviceFailure;
+    case Verdict::Incomplete:
+      return ExitStatus::Incomplete;
+    case Verdict::Aborted:
+      return ExitStatus::Aborted;
     case Verdict::NoLink:
       return ExitStatus::LinkFailure;
     case Verdict::PlanWrong:

@@ -14,8 +14,8 @@
 
 namespace station {
 
-// From the best to the gravest.
-enum class Verdict { Skipped, Passed, Failed, NoLink, PlanWrong };
+// From the best to the gravest: the gravest of the steps is the plan's.
+enum class Verdict { Skipped, Passed, Incomplete, Failed, NoLink, PlanWrong, Aborted };
 
 struct Attachment {
   std::string name;
@@ -46,7 +46,7 @@ struct PlanResult {
   std::vector<StepResult> steps = {};
 };
 
-// "passed", "FAILED", "NO LINK", "PLAN ERROR", "skipped".
+// "passed", "INCOMPLETE", "FAILED", "NO LINK", "PLAN ERROR", "ABORTED", "skipped".
 std::string VerdictText(Verdict verdict);
 
 ExitStatus VerdictStatus(Verdict verdict);

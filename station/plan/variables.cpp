@@ -36,13 +36,35 @@ std::string Replaced(const std::string& text, const Variables& variables) {
   }
 }
 
+bool IsTrue(const std::string& name, const json& declaration, const char* key) {
+  const json value = declaration.value(key, json(false));
+  if (!value.is_boolean()) {
+    throw PlanError(fmt::format("variable \"{}\": \"{}\" must be true or false", name, key));
+  }
+  return value;
+}
+
+void CheckDeclaration(const std::string& name, const json& declaration) {
+  constexpr std::string_view KNOWN[] = {"help", "default", "required", "optional"};
+  if (!declaration.is_object()) throw PlanError(fmt::format("variable \"{}\" is not an object", name));
+  for (const auto& [key, value] : declaration.items()) {
+    if (std::ranges::find(KNOWN, key) == std::end(KNOWN)) {
+      throw PlanError(fmt::format("variable \"{}\": unknown key \"{}\"", name, key));
+    }
+  }
+  IsTrue(name, declaration, "optional");
+}
+
 std::string Settled(const std::string& name, const json& declaration,
                     const std::map<std::string, std::string>& given) {
-  if (!declaration.is_object()) throw PlanError(fmt::format("variable \"{}\" is not an object", name));
-  if (const auto found = given.find(name); found != given.end()) return found->second;
-  if (declaration.contains("default")) {
-    const json& value = declaration["default"];
-    return value.is_string() ? value.get<std::string>() : value.dump();
+  CheckDeclaration(name, declaration);
+  const auto found = given.find(name);
+  const json fallback = declaration.value("default", json());
+  if (found != given.end() || !fallback.is_null()) {
+    std::string value = found != given.end()   ? found->second
+                        : fallback.is_string() ? fallback.get<std::string>()
+                                               : fallback.dump();
+    if (!value.empty() || !IsTrue(name, declaration, "required")) return value;
   }
   const std::string help = declaration.value("help", "");
   throw PlanError(fmt::format("variable \"{0}\" is not set: give --set {0}=VALUE{1}{2}", name,
@@ -61,6 +83,14 @@ Variables SettleVariables(const json& declared, const std::map<std::string, std:
     if (!declared.contains(name)) throw PlanError(fmt::format("the plan has no variable \"{}\"", name));
   }
   return variables;
+}
+
+bool IsMissed(const std::string& condition, const json& declared) {
+  for (const auto& [name, declaration] : declared.items()) {
+    const bool optional = declaration.is_object() && declaration.value("optional", json(false)) == json(true);
+    if (optional && condition.find("${" + name + "}") != std::string::npos) return false;
+  }
+  return !condition.empty();
 }
 
 void Substitute(json& value, const Variables& variables) {

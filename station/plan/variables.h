@@ -15,6 +15,10 @@ using Variables = std::vector<std::pair<std::string, std::string>>;
 // that has neither, and for a value whose variable the plan does not know.
 Variables SettleVariables(const nlohmann::json& declared, const std::map<std::string, std::string>& given);
 
+// Whether a step with this condition, whose value is empty, leaves a gap in the test: only a variable that is
+// declared optional may be left empty. The condition is as the plan has it.
+bool IsMissed(const std::string& condition, const nlohmann::json& declared);
+
 // Replaces variables in every text of `value`. Throws PlanError for an unknown variable.
 void Substitute(nlohmann::json& value, const Variables& variables);
 

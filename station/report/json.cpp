@@ -21,6 +21,10 @@ std::string VerdictWord(Verdict verdict) {
       return "passed";
     case Verdict::Failed:
       return "device failure";
+    case Verdict::Incomplete:
+      return "incomplete";
+    case Verdict::Aborted:
+      return "aborted";
     case Verdict::NoLink:
       return "link failure";
     case Verdict::PlanWrong:

@@ -66,6 +66,7 @@ void AddCase(pugi::xml_node suite, const PlanResult& result, std::size_t number,
   if (step.verdict == Verdict::Failed) AddProblem(testcase, "failure", "device", step.message);
   if (step.verdict == Verdict::NoLink) AddProblem(testcase, "error", "link", step.message);
   if (step.verdict == Verdict::PlanWrong) AddProblem(testcase, "error", "plan", step.message);
+  if (step.verdict == Verdict::Aborted) AddProblem(testcase, "error", "aborted", step.message);
   const std::string output = SystemOut(step);
   if (!output.empty()) testcase.append_child("system-out").text() = Allowed(output).c_str();
 }
@@ -82,7 +83,8 @@ std::string ReportJunit(const PlanResult& result) {
   const auto count = [&](const char* name, std::size_t number) { Set(suite, name, std::to_string(number)); };
   count("tests", result.steps.size());
   count("failures", CountVerdict(result, Verdict::Failed));
-  count("errors", CountVerdict(result, Verdict::NoLink) + CountVerdict(result, Verdict::PlanWrong));
+  count("errors", CountVerdict(result, Verdict::NoLink) + CountVerdict(result, Verdict::PlanWrong) +
+                      CountVerdict(result, Verdict::Aborted));
   count("skipped", CountVerdict(result, Verdict::Skipped));
   SetTime(suite, result.took);
   Set(suite, "timestamp", fmt::format("{:%Y-%m-%dT%H:%M:%S}", fmt::gmtime(result.started)));

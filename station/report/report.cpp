@@ -17,6 +17,7 @@ std::string CountsText(const PlanResult& result) {
   const std::pair<Verdict, const char*> others[] = {{Verdict::Failed, "failed"},
                                                     {Verdict::NoLink, "without link"},
                                                     {Verdict::PlanWrong, "with a plan error"},
+                                                    {Verdict::Aborted, "aborted"},
                                                     {Verdict::Skipped, "not run"}};
   for (const auto& [verdict, text] : others) {
     const std::size_t count = CountVerdict(result, verdict);

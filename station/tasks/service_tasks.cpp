@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "station/commands/errors.h"
+#include "station/link/interruption.h"
 #include "station/tasks/operation.h"
 
 namespace station {
@@ -38,7 +39,7 @@ Outcome PauseLink(Session& session, const Values& values) {
   if (!outcome.failure.empty() || values.IsSet("no-wait")) return outcome;
   const Clock::time_point start = Clock::now();
   const std::chrono::seconds pause{std::max<std::int64_t>(values.Number("seconds"), 0)};
-  std::this_thread::sleep_for(pause);
+  SleepUnlessInterrupted(pause);
   do {
     if (session.TryRun(GetCommand(protocol::PING), {}, PING_TIME)) {
       const double seconds = std::chrono::duration<double>(Clock::now() - start).count();

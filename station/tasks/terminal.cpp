@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <array>
 
+#include "station/link/interruption.h"
+
 namespace station {
 
 namespace {
@@ -43,13 +45,16 @@ bool Operator::Present() const {
 Operator::Reply Operator::Ask(const std::string& question, std::chrono::milliseconds time_limit) {
   if (always_yes_) return Reply::Yes;
   const std::lock_guard<std::mutex> turn(mutex_);
+  CheckInterruption();
   // Input from before the question does not answer it.
   tcflush(STDIN_FILENO, TCIFLUSH);
   fmt::print(stderr, "{}{} [Y/n] ", FRESH_LINE, question);
   std::fflush(stderr);
-  pollfd waiting{STDIN_FILENO, POLLIN, 0};
-  if (poll(&waiting, 1, static_cast<int>(time_limit.count())) != 1) {
+  std::array<pollfd, 2> waiting = {{{STDIN_FILENO, POLLIN, 0}, {InterruptionDescriptor(), POLLIN, 0}}};
+  poll(waiting.data(), waiting.size(), static_cast<int>(time_limit.count()));
+  if (waiting[0].revents == 0) {
     fmt::print(stderr, "\n");
+    CheckInterruption();
     return Reply::Silence;
   }
   std::array<char, 256> line{};

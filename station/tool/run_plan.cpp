@@ -10,6 +10,7 @@
 #include <mutex>
 #include <thread>
 
+#include "station/link/interruption.h"
 #include "station/plan/runner.h"
 #include "station/report/report.h"
 #include "station/tasks/terminal.h"
@@ -146,6 +147,7 @@ ExitStatus ExecutePlan(const PlanOrder& order) {
   CheckPorts(order.ports);
   std::list<PhonePlan> phones;
   for (const std::string& port : order.ports) phones.emplace_back(order, port);
+  NoteInterruptions();
   Operator person(order.always_yes);
   CheckOperator(phones.front().plan, person);
   const std::vector<PlanResult> results = RunOnAllPhones(order, phones, person);

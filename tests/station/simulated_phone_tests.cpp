@@ -44,6 +44,11 @@ class Phone {
     EXPECT_EQ(done.status, 0) << command.front() << ": " << done.errors;
   }
 
+  // As a phone leaves the factory: with an identity.
+  void Program() const {
+    EXPECT_EQ(RunTool({"--port", port_, "--yes", "identity", "write", "123456789012345"}).status, 0);
+  }
+
   // With `simulated` the plan's steps play the tester too.
   ToolResult Run(const std::string& plan, bool simulated, std::vector<std::string> options = {}) const {
     options.insert(options.begin(), {"--port", port_, "--yes", "--json", "run", PLANS "/" + plan});
@@ -113,12 +118,15 @@ struct Fault {
 
 void TryFaults(const std::string& plan, bool simulated, const std::vector<Fault>& faults) {
   Phone phone;
+  const bool factory = plan == "factory.json";
+  if (!factory) phone.Program();
   std::map<std::string, std::string> wanted;
   for (const Fault& fault : faults) {
     phone.Do(fault.seed);
     wanted.insert(fault.noticed.begin(), fault.noticed.end());
   }
-  const ToolResult result = phone.Run(plan, simulated);
+  const ToolResult result =
+      phone.Run(plan, simulated, factory ? FactoryOptions() : std::vector<std::string>());
   EXPECT_EQ(result.status, 1) << result.errors;
   std::map<std::string, std::string> failures = Failures(result.output);
   for (const auto& [step, message] : wanted) {
@@ -131,8 +139,6 @@ void TryFaults(const std::string& plan, bool simulated, const std::vector<Fault>
 TEST(SimulatedPhone, FactoryPlanFindsSeededFaults) {
   const std::string no_display = "the framebuffer could not be opened";
   const std::vector<Fault> faults = {
-      {{"partition-hide", "Factory Info"},
-       {{"Factory information reads back", "the partition \"Factory Info\" is missing"}}},
       {{"missing", "/dev/fb/0"},
        {{"Horizontal stripes", no_display},
         {"Vertical stripes", no_display},
@@ -157,6 +163,28 @@ TEST(SimulatedPhone, FactoryPlanFindsSeededFaults) {
   TryFaults("factory.json", true, faults);
 }
 
+TEST(SimulatedPhone, FactoryPlanProgramsNoIdentityAfterAFailedWrite) {
+  Phone phone;
+  phone.Do({"partition-hide", "Factory Info"});
+  const ToolResult result = phone.Run("factory.json", true, FactoryOptions());
+  EXPECT_EQ(result.status, 1) << result.errors;
+  std::map<std::string, std::string> failures = Failures(result.output);
+  const std::string& written = failures["Factory information is written"];
+  EXPECT_NE(written.find("the partition \"Factory Info\" is missing"), std::string::npos) << written;
+  EXPECT_EQ(failures["Identity is programmed"], "not run: the plan has ended");
+}
+
+TEST(SimulatedPhone, PlansRefuseAPhoneWithoutAnIdentity) {
+  Phone phone;
+  for (const bool service : {false, true}) {
+    const ToolResult result = phone.Run(service ? "service.json" : "quick.json", service);
+    EXPECT_EQ(result.status, 1) << result.errors;
+    const std::string wrong = "identity is 000000011234564, which is refused\n";
+    EXPECT_EQ(Listed(Failures(result.output)),
+              (service ? "Identity: " : "The identity has 15 digits: ") + wrong);
+  }
+}
+
 TEST(SimulatedPhone, ServiceAndQuickPlanFindSeededFaults) {
   TryFaults(
       "service.json", true,
@@ -176,6 +204,7 @@ TEST(SimulatedPhone, ThreePhonesRunThePlanAtTheSameTime) {
   Phone left("-left");
   Phone middle("-middle");
   Phone right("-right");
+  for (const Phone* phone : {&left, &middle, &right}) phone->Program();
   middle.Do({"card", "remove"});
   const ToolResult result = RunTool({"--port", left.Port(), "--port", middle.Port(), "--port", right.Port(),
                                      "--yes", "--json", "run", PLANS "/quick.json"});
