@@ -6,7 +6,8 @@ function(add_server_library name)
   cmake_parse_arguments(PARSE_ARGV 1 library "" "" "FAST;LINK")
   add_folder_library(${name} ${library_UNPARSED_ARGUMENTS} ${library_FAST} LINK ${library_LINK})
   target_compile_options(${name} PRIVATE -fno-exceptions -fno-rtti -fno-unwind-tables -fno-asynchronous-unwind-tables
-                                         -ffunction-sections -fdata-sections -Wsign-conversion)
+                                         -ffunction-sections -fdata-sections -Wsign-conversion
+                                         -Wcast-align=strict)
   if(NOT SANITIZE)
     set_source_files_properties(${library_UNPARSED_ARGUMENTS} PROPERTIES COMPILE_OPTIONS -Os)
   endif()

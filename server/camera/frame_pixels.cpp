@@ -38,7 +38,7 @@ static void TurnColumns(const uint16_t* in, Steps steps, size_t count, uint16_t*
       const uint16_t* pixel = in + i * steps.column;
       const uint64_t lower = PixelPair(pixel, steps.row);
       const uint64_t upper = PixelPair(pixel + 2 * steps.row, steps.row);
-      *reinterpret_cast<FourPixels*>(out + i * steps.out_row) = lower | upper << 32;
+      *static_cast<FourPixels*>(static_cast<void*>(out + i * steps.out_row)) = lower | upper << 32;
     }
   }
   while (count > 0) turn_one();
@@ -81,7 +81,7 @@ void RotateFrame(const uint16_t* in, uint32_t width, uint32_t height, int32_t de
 bool IsUniform(const uint16_t* frame, uint32_t count, uint16_t colour) {
   // The phone's processor loads two aligned words with one instruction.
   using FourAlignedPixels [[gnu::may_alias]] = uint64_t;
-  auto* pixels = reinterpret_cast<const FourAlignedPixels*>(frame);
+  auto* pixels = static_cast<const FourAlignedPixels*>(static_cast<const void*>(frame));
   const uint64_t expected = colour * uint64_t{0x0001000100010001};
   uint64_t differences = 0;
   for (uint32_t i = 0; i < count / 4; i += 2) {

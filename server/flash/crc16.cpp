@@ -35,7 +35,7 @@ static uint32_t TakeBytes(uint32_t crc, const uint8_t* data, size_t length) {
 }
 
 static inline uint32_t TakeWord(uint32_t crc, const uint8_t* aligned) {
-  crc ^= *reinterpret_cast<const Word*>(aligned);
+  crc ^= *static_cast<const Word*>(static_cast<const void*>(aligned));
   return TakeByte(TakeByte(TakeByte(TakeByte(crc))));
 }
 

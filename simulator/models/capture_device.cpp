@@ -23,12 +23,6 @@ namespace simulator {
 namespace {
 
 using Format = CaptureDevice::Format;
-static_assert(sizeof(Format) == 204 && offsetof(Format, image_size) == 28 && offsetof(Format, rest) == 36);
-
-struct Control {
-  uint32_t id;
-  int32_t value;
-};
 
 constexpr uint32_t GET_FORMAT = 0xC0CC5604;
 constexpr uint32_t SET_FORMAT = 0xC0CC5605;
@@ -134,7 +128,7 @@ RequestAnswer CaptureDevice::SetFormat(DriverRequest& request) {
 }
 
 RequestAnswer CaptureDevice::SetControl(DriverRequest& request) {
-  const auto control = request.ReadRecord<Control>();
+  const auto control = request.ReadRecord<CaptureControl>();
   if (!control) return RequestAnswer::Refusal(EFAULT);
   if (control->id == PREPARE && control->value == PREPARE_VALUE && step_ == Step::FormatSet) {
     step_ = Step::Prepared;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "posix/file_descriptor.h"
+#include "simulator/models/driver_records.h"
 #include "simulator/models/picture.h"
 #include "simulator/phone/device_model.h"
 
@@ -22,21 +23,7 @@ class CaptureDevice : public DeviceModel {
   static constexpr int32_t PATTERN_WHITE = 6;
   static constexpr int32_t PATTERN_BLACK = 7;
 
-  // struct v4l2_format of the early interface. Of its fields a caller sets width to pixel_format and
-  // image_size; the others are the driver's and must come back as they were read.
-  struct Format {
-    uint32_t type = 1;  // video capture
-    uint32_t width = 640;
-    uint32_t height = 480;
-    uint32_t depth = 16;                 // bits a pixel
-    uint32_t pixel_format = 0x50424752;  // "RGBP", RGB565
-    uint32_t flags = 0x00050001;
-    uint32_t bytes_per_line = 4096;  // of the sensor's own line memory, whatever the frame's width
-    uint32_t image_size = 640 * 480 * 2;
-    uint32_t priv = 0x534E5352;
-    uint8_t rest[168] = {};
-    bool operator==(const Format&) const = default;
-  };
+  using Format = CaptureFormat;
 
   // A pixel that has one colour always, or only in one test pattern.
   struct Defect {

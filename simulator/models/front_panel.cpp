@@ -49,14 +49,6 @@ std::vector<ModelCommand> Framebuffer::Commands() {
 
 namespace {
 
-// The kernel's struct input_event on a 32-bit machine.
-struct Event {
-  uint32_t seconds, microseconds;
-  uint16_t type, code;
-  uint32_t value;
-};
-static_assert(sizeof(Event) == 16);
-
 constexpr uint32_t DOWN = 1;
 
 uint32_t KeyDown(uint32_t number) {
@@ -103,7 +95,7 @@ OpenAnswer Keypad::Open(const OpenCall& call) {
 void Keypad::PutEvent(uint32_t value) {
   timespec now;
   clock_gettime(CLOCK_REALTIME, &now);
-  const Event event = {static_cast<uint32_t>(now.tv_sec), static_cast<uint32_t>(now.tv_nsec / 1000), EV_KEY,
+  const InputEvent event = {static_cast<uint32_t>(now.tv_sec), static_cast<uint32_t>(now.tv_nsec / 1000), EV_KEY,
                        static_cast<uint16_t>(value >> 16), value};
   if (write(writing_.Get(), &event, std::min(sizeof event, state.event_bytes)) < 0) {
     throw std::invalid_argument("The keypad's queue is full: nothing reads it.");

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "posix/file_descriptor.h"
+#include "simulator/models/driver_records.h"
 #include "simulator/phone/device_descriptors.h"
 #include "simulator/phone/device_model.h"
 
@@ -61,13 +62,6 @@ class Keypad : public DeviceModel {
 
   posix::FileDescriptor reading_, writing_;
 };
-
-// As the driver delivers it: readings of the panel's converter.
-struct TouchReading {
-  uint32_t x, y;
-  uint32_t pen;  // 0 up, 1 down
-};
-static_assert(sizeof(TouchReading) == 12);
 
 // Emulates the touch panel /dev/touchscreen/tsc2046: records of raw readings, delivered to every program that
 // has the device open at the time of the touch.

@@ -10,18 +10,13 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "simulator/models/driver_records.h"
 #include "simulator/phone/device_model.h"
 #include "simulator/phone/root_directory.h"
 
 namespace simulator {
 
 namespace {
-
-struct ControlRecord {
-  uint32_t code;
-  uint8_t data[12];
-};
-static_assert(sizeof(ControlRecord) == 16);
 
 constexpr uint32_t VALUES_REPLY = 0x1005;
 constexpr uint32_t LINE_STATUS_REPLY = 0x1043;

@@ -8,28 +8,11 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "simulator/models/driver_records.h"
 #include "simulator/phone/device_model.h"
 
 namespace simulator {
 namespace {
-
-// linux/videodev.h of kernel 2.4.
-struct AudioRecord {
-  int32_t audio;
-  uint16_t volume, bass, treble;
-  uint32_t flags;
-  char name[16];
-  uint16_t mode, balance, step;
-};
-static_assert(sizeof(AudioRecord) == 40);
-struct TunerRecord {
-  int32_t tuner;
-  char name[32];
-  uint32_t range_low, range_high;
-  uint32_t flags;
-  uint16_t mode, signal;
-};
-static_assert(sizeof(TunerRecord) == 52);
 
 constexpr uint32_t SET_FREQUENCY = 0x4004760F;
 constexpr uint32_t GET_FREQUENCY = 0x8004760E;

@@ -7,20 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "simulator/models/driver_records.h"
 #include "simulator/phone/device_descriptors.h"
 #include "simulator/phone/device_model.h"
 
 namespace simulator {
-
-// The driver's record (linux/rtc.h, struct rtc_time).
-struct RtcRecord {
-  int32_t second, minute, hour;
-  int32_t day;    // of the month, from 1
-  int32_t month;  // from 0
-  int32_t year;   // since 1900
-  int32_t weekday, day_of_year, daylight_saving;
-};
-static_assert(sizeof(RtcRecord) == 36);
 
 constexpr uint32_t RTC_READ_REQUEST = 0x80247009;
 constexpr uint32_t RTC_SET_REQUEST = 0x4024700A;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <ctime>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,6 +36,13 @@ struct StepResult {
   std::vector<Attachment> attachments = {};
 };
 
+// The server of a simulated phone, which says what was tested.
+struct Executable {
+  std::string path;
+  std::string processor;
+  std::string sha256;
+};
+
 struct PlanResult {
   std::string plan;
   std::string port;
@@ -44,6 +52,7 @@ struct PlanResult {
   std::chrono::microseconds waited{0};  // in the plan's own wait steps, questions and programs
   Verdict verdict = Verdict::Passed;
   std::vector<StepResult> steps = {};
+  std::optional<Executable> executable = {};  // of a simulated phone
 };
 
 // "passed", "INCOMPLETE", "FAILED", "NO LINK", "PLAN ERROR", "ABORTED", "skipped".

@@ -66,11 +66,16 @@ ordered_json StepJson(std::size_t number, const StepResult& step) {
 }
 
 ordered_json Head(const PlanResult& result) {
-  return {{"plan", result.plan},
-          {"port", result.port},
-          {"verdict", VerdictWord(result.verdict)},
-          {"started", TimeText(result.started)},
-          {"milliseconds", Milliseconds(result.took)}};
+  ordered_json head = {{"plan", result.plan},
+                       {"port", result.port},
+                       {"verdict", VerdictWord(result.verdict)},
+                       {"started", TimeText(result.started)},
+                       {"milliseconds", Milliseconds(result.took)}};
+  if (const auto& executable = result.executable) {
+    head["executable"] = {
+        {"path", executable->path}, {"processor", executable->processor}, {"sha256", executable->sha256}};
+  }
+  return head;
 }
 
 // Texts from programs and files may not be UTF-8.

@@ -14,6 +14,7 @@
 #include "station/plan/runner.h"
 #include "station/report/report.h"
 #include "station/tasks/terminal.h"
+#include "station/tool/simulated_executable.h"
 
 namespace station {
 
@@ -150,7 +151,13 @@ ExitStatus ExecutePlan(const PlanOrder& order) {
   NoteInterruptions();
   Operator person(order.always_yes);
   CheckOperator(phones.front().plan, person);
-  const std::vector<PlanResult> results = RunOnAllPhones(order, phones, person);
+  // Before the plan: its last step may switch the phone off.
+  std::vector<std::optional<Executable>> executables;
+  for (const std::string& port : order.ports) {
+    executables.push_back(SimulatedExecutable(PhonesimBesideTool(), port));
+  }
+  std::vector<PlanResult> results = RunOnAllPhones(order, phones, person);
+  for (std::size_t i = 0; i < results.size(); ++i) results[i].executable = executables[i];
   if (!order.report_folder.empty()) WriteReports(order.report_folder, results);
   ShowResults(order, results);
   Verdict verdict = Verdict::Passed;
