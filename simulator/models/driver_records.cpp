@@ -12,7 +12,8 @@ constexpr bool IS_LAID_OUT = sizeof(Record) == size && alignof(Record) <= 4;
 static_assert(IS_LAID_OUT<RtcRecord, 36> && offsetof(RtcRecord, day) == 12 &&
               offsetof(RtcRecord, daylight_saving) == 32);
 static_assert(IS_LAID_OUT<TouchReading, 12> && offsetof(TouchReading, pen) == 8);
-static_assert(IS_LAID_OUT<InputEvent, 16> && offsetof(InputEvent, type) == 8 && offsetof(InputEvent, value) == 12);
+static_assert(IS_LAID_OUT<InputEvent, 16> && offsetof(InputEvent, type) == 8 &&
+              offsetof(InputEvent, value) == 12);
 static_assert(IS_LAID_OUT<ControlRecord, 16> && offsetof(ControlRecord, data) == 4);
 static_assert(IS_LAID_OUT<AudioRecord, 40> && offsetof(AudioRecord, flags) == 12 &&
               offsetof(AudioRecord, mode) == 32);

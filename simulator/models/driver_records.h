@@ -1,6 +1,6 @@
-// The records that the phone's drivers take and deliver, laid out as on the phone. Every caller has them so: none has a
-// field of 8 bytes or a pointer, on whose place x86-64, i386 and the ARM EABI would differ. driver_records.cpp checks
-// it with all three compilers, so this file includes nothing of the project.
+// The records that the phone's drivers take and deliver, laid out as on the phone. Every caller has them so:
+// none has a field of 8 bytes or a pointer, on whose place x86-64, i386 and the ARM EABI would differ.
+// driver_records.cpp checks it with all three compilers, so this file includes nothing of the project.
 #pragma once
 
 #include <cstdint>

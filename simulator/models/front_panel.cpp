@@ -95,8 +95,8 @@ OpenAnswer Keypad::Open(const OpenCall& call) {
 void Keypad::PutEvent(uint32_t value) {
   timespec now;
   clock_gettime(CLOCK_REALTIME, &now);
-  const InputEvent event = {static_cast<uint32_t>(now.tv_sec), static_cast<uint32_t>(now.tv_nsec / 1000), EV_KEY,
-                       static_cast<uint16_t>(value >> 16), value};
+  const InputEvent event = {static_cast<uint32_t>(now.tv_sec), static_cast<uint32_t>(now.tv_nsec / 1000),
+                            EV_KEY, static_cast<uint16_t>(value >> 16), value};
   if (write(writing_.Get(), &event, std::min(sizeof event, state.event_bytes)) < 0) {
     throw std::invalid_argument("The keypad's queue is full: nothing reads it.");
   }
