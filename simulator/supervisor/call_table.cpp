@@ -3,28 +3,23 @@
 #include <asm/unistd_64.h>
 #include <linux/audit.h>
 
+#include "simulator/supervisor/call_rows.h"
+
 namespace simulator {
 namespace {
 
-constexpr CallNumber X86_64_CALLS[] = {
-    {__NR_open, Call::Open},
-    {__NR_openat, Call::OpenAt},
-    {__NR_openat2, Call::OpenAt2},
-    {__NR_creat, Call::Create},
-    {__NR_readlink, Call::ReadLink},
-    {__NR_readlinkat, Call::ReadLinkAt},
-    {__NR_execve, Call::Exec},
-    {__NR_execveat, Call::ExecAt},
-    {__NR_clock_nanosleep, Call::Sleep},
-    {__NR_settimeofday, Call::SetTimeOfDay},
-    {__NR_clock_settime, Call::SetClock},
-    {__NR_reboot, Call::Reboot},
-    {__NR_ioctl, Call::DeviceRequest},
-    {__NR_pread64, Call::CarriedRequest},
-    {__NR_clone, Call::Clone},
-    {__NR_clone3, Call::CloneWith},
-    {__NR_sendfile, Call::CopyBetween},
-    {__NR_splice, Call::CopyBetween},
+static_assert(__NR_read == 0, "the numbers of this word size");
+
+constexpr CallRow WIDE_ROWS[] = {
+    Allowed(__NR_newfstatat),
+    Allowed(__NR_mmap),
+    Allowed(__NR_fadvise64),
+    Allowed(__NR_utimensat),
+    Asked(__NR_pread64, Call::CarriedRequest).IfHighWordIs(3, CARRIED_REQUEST),
+    Allowed(__NR_pread64),
+    Asked(__NR_clock_nanosleep, Call::Sleep),
+    Asked(__NR_settimeofday, Call::SetTimeOfDay),
+    Asked(__NR_clock_settime, Call::SetClock),
 };
 
 }  // namespace
@@ -38,15 +33,17 @@ const Architecture* FindArchitecture(uint32_t audit_number) {
 
 std::span<const Architecture> Architectures() {
   static const Architecture ARCHITECTURES[] = {
-      {AUDIT_ARCH_X86_64, X86_64_CALLS, false},
+      {AUDIT_ARCH_X86_64, {COMMON_ROWS, WIDE_ROWS}, false},
       {AUDIT_ARCH_I386, NarrowCalls(), true},
   };
   return ARCHITECTURES;
 }
 
-const CallNumber* FindCall(const Architecture& architecture, int number) {
-  for (const CallNumber& call : architecture.calls) {
-    if (call.number == number) return &call;
+const CallRow* FindCall(const Architecture& architecture, int number) {
+  for (const std::span<const CallRow> rows : {architecture.rows.common, architecture.rows.own}) {
+    for (const CallRow& row : rows) {
+      if (row.number == number && row.verdict == Verdict::Ask) return &row;
+    }
   }
   return nullptr;
 }

@@ -45,7 +45,7 @@ Guardian::Guardian(std::string root, bool removes_root, int lock, std::string li
       removes_root_(removes_root),
       link_path_(std::move(link_path)),
       link_target_(std::move(link_target)),
-      filter_(MakeSystemCallFilter()) {
+      filters_(MakeSystemCallFilters()) {
   int link[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, link) != 0) {
     throw std::system_error(errno, std::generic_category(), "socketpair");
@@ -54,7 +54,7 @@ Guardian::Guardian(std::string root, bool removes_root, int lock, std::string li
   posix::FileDescriptor guardians_end(link[1]);
   process_ = fork();
   if (process_ == 0)
-    RunGuardian({root_.c_str(), removes_root_, lock, link_path_.c_str(), link_target_.c_str(), &filter_,
+    RunGuardian({root_.c_str(), removes_root_, lock, link_path_.c_str(), link_target_.c_str(), &filters_,
                  guardians_end.Get()});
   if (process_ < 0) throw std::system_error(errno, std::generic_category(), "fork");
 }

@@ -2,7 +2,6 @@
 // ends.
 #pragma once
 
-#include <linux/filter.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -15,6 +14,7 @@
 #include "posix/file_descriptor.h"
 #include "posix/message_socket.h"
 #include "simulator/supervisor/guardian_process.h"
+#include "simulator/supervisor/seccomp_filter.h"
 
 namespace simulator {
 
@@ -77,7 +77,7 @@ class Guardian {
   bool removes_root_;
   std::string link_path_;
   std::string link_target_;
-  std::vector<sock_filter> filter_;
+  SystemCallFilters filters_;
   posix::FileDescriptor link_;
   pid_t process_ = 0;
   uint32_t last_number_ = 0;

@@ -85,7 +85,7 @@ void StartProcess(const posix::Message& message) {
   const pid_t process = fork();
   if (process == 0) {
     RunPhoneProcess({guardian.duty.root,
-                     guardian.duty.filter,
+                     guardian.duty.filters,
                      self,
                      {message.descriptors[0], message.descriptors[1], message.descriptors[2]},
                      header.controls_terminal != 0,

@@ -2,11 +2,11 @@
 // them outlives the simulator, however that ends.
 #pragma once
 
-#include <linux/filter.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <vector>
+
+#include "simulator/supervisor/seccomp_filter.h"
 
 namespace simulator {
 
@@ -47,7 +47,7 @@ struct GuardianDuty {
   int lock;                 // a descriptor: the phone counts as living while it is open
   const char* link_path;    // a symbolic link to remove at the end, or empty
   const char* link_target;  // where it leads; a path that leads elsewhere by then is not ours
-  const std::vector<sock_filter>* filter;
+  const SystemCallFilters* filters;
   int link;  // to the simulator
 };
 

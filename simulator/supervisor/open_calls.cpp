@@ -1,11 +1,11 @@
 // Opening a path and reading a link.
 #include <fcntl.h>
-#include <linux/openat2.h>
+#include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
+#include <filesystem>
 #include <string_view>
 #include <utility>
 
@@ -16,6 +16,24 @@
 
 namespace simulator {
 namespace {
+
+// A directory of the phone's own that lists a process's threads. From the real one, a program would reach
+// the PC's files.
+posix::FileDescriptor ListThreads(const RootDirectory& root, const posix::FileDescriptor& process,
+                                  unsigned number) {
+  const std::string name = fmt::format(".threads-{}-{}", getpid(), number);
+  if (mkdirat(root.Descriptor(), name.c_str(), 0700) != 0) return {};
+  posix::FileDescriptor made(
+      openat(root.Descriptor(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  const posix::FileDescriptor tasks(openat(process.Get(), "task", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!made.IsOpen() || !tasks.IsOpen()) return {};
+  std::error_code gone;
+  for (const auto& thread :
+       std::filesystem::directory_iterator(fmt::format("/proc/self/fd/{}", tasks.Get()), gone)) {
+    mkdirat(made.Get(), thread.path().filename().c_str(), 0700);
+  }
+  return made;
+}
 
 // Opens of the dynamic loader, the C library and the emulator, which tell nothing about the phone.
 bool IsLibraryPath(std::string_view path) {
@@ -28,19 +46,17 @@ bool IsLibraryPath(std::string_view path) {
 
 }  // namespace
 
-void SystemCalls::OpenExtensible(const CallPointer& call) {
-  open_how how = {};
-  if (!ReadMemory(call->Thread(), call->Argument(2), &how, sizeof how)) return call->PassOn();
-  Open(call, call->IntArgument(0), call->Argument(1), static_cast<int>(how.flags));
-}
-
-void SystemCalls::Open(const CallPointer& call, int directory, uint64_t path_address, int flags) {
+void SystemCalls::Open(const CallPointer& call, int directory, uint64_t path_address, int flags,
+                       uint64_t mode) {
+  // A set-ID program in the phone's directory would work for every user of the PC.
+  if (((flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE) && (mode & (S_ISUID | S_ISGID)) != 0)
+    return call->Refuse(EPERM);
   const std::optional<std::string> text = ReadText(call->Thread(), path_address, PATH_MAX);
   if (!text || text->empty()) return call->PassOn();
   const std::optional<std::string> path = AbsolutePath(phone_.root, call->Thread(), directory, *text);
   if (!call->StillWaits()) return;
   if (!path) return call->Refuse(ENOENT);
-  if (OpenRealProcessFile(*call, *path, flags)) return;
+  if (OpenProcessFile(*call, *path, flags)) return;
 
   const ResolvedPath resolved = ResolvePath(phone_.root, *path, (flags & O_NOFOLLOW) == 0);
   FaultRule rule;
@@ -66,15 +82,26 @@ void SystemCalls::Open(const CallPointer& call, int directory, uint64_t path_add
   });
 }
 
-bool SystemCalls::OpenRealProcessFile(TrappedCall& call, const std::string& path, int flags) {
-  const std::optional<std::string> real = RealProcessFile(call.Thread(), path);
-  if (!real) return false;
-  // A sanitizer lists a process's threads in order to stop them, and none can be stopped while it waits for
-  // an answer. It does so from a process of its own.
-  int process = 0;
-  if (real->ends_with("/task") && sscanf(real->c_str(), "/proc/%d/", &process) == 1)
-    InterruptHeldCalls(process);
-  const posix::FileDescriptor file(open(real->c_str(), (flags & (O_ACCMODE | O_DIRECTORY)) | O_CLOEXEC));
+bool SystemCalls::OpenProcessFile(TrappedCall& call, const std::string& path, int flags) {
+  const std::optional<ProcessFile> wanted = FindProcessFile(call.Thread(), path);
+  if (!wanted) return false;
+  const posix::FileDescriptor process = HoldProcess(phone_.root, wanted->process);
+  if (!call.StillWaits()) return true;
+  if (!process.IsOpen()) {
+    call.Refuse(ENOENT);
+    return true;
+  }
+  posix::FileDescriptor file;
+  if (wanted->file == "task") {
+    // A sanitizer lists a process's threads in order to stop them, and none can be stopped while it waits for
+    // an answer. It does so from a process of its own.
+    InterruptHeldCalls(wanted->process);
+    file = ListThreads(phone_.root, process, ++thread_lists_);
+  } else if ((flags & O_ACCMODE) != O_RDONLY || (flags & (O_PATH | O_DIRECTORY)) != 0) {
+    errno = EACCES;
+  } else {
+    file.Reset(openat(process.Get(), wanted->file.c_str(), O_RDONLY | O_CLOEXEC));
+  }
   if (file.IsOpen()) {
     call.AnswerWithDescriptor(file.Get(), (flags & O_CLOEXEC) != 0);
   } else {
@@ -138,11 +165,14 @@ void SystemCalls::ReadLink(const CallPointer& call, int directory, size_t first)
   if (!text) return call->PassOn();
   const std::optional<std::string> path = AbsolutePath(phone_.root, call->Thread(), directory, *text);
   if (!call->StillWaits()) return;
-  const std::optional<std::string> real = path ? RealProcessFile(call->Thread(), *path) : std::nullopt;
-  if (!real || !real->ends_with("/exe")) return call->PassOn();
+  const std::optional<ProcessFile> wanted = path ? FindProcessFile(call->Thread(), *path) : std::nullopt;
+  if (!wanted || !wanted->file.ends_with("exe")) return call->PassOn();
 
+  const posix::FileDescriptor process = HoldProcess(phone_.root, wanted->process);
+  if (!process.IsOpen()) return call->Refuse(ENOENT);
   char target[PATH_MAX];
-  const ssize_t length = readlink(real->c_str(), target, sizeof target);
+  const ssize_t length = readlinkat(process.Get(), wanted->file.c_str(), target, sizeof target);
+  if (!call->StillWaits()) return;
   if (length < 0) return call->Refuse(errno);
   const std::string outside(target, static_cast<size_t>(length));
   const std::string answer = PhonePath(phone_.root, outside).value_or(outside);
@@ -150,6 +180,32 @@ void SystemCalls::ReadLink(const CallPointer& call, int directory, size_t first)
   if (!WriteMemory(call->Thread(), call->Argument(first + 1), answer.data(), size))
     return call->Refuse(EFAULT);
   call->Answer(static_cast<int64_t>(size));
+}
+
+// The mode or owner of an open file: only of files and directories of the phone. The devices that it has open
+// are the PC's.
+void SystemCalls::ChangeOpenFile(const CallPointer& call) {
+  const posix::FileDescriptor file(
+      open(fmt::format("/proc/{}/fd/{}", call->Thread(), call->IntArgument(0)).c_str(), O_PATH | O_CLOEXEC));
+  if (!call->StillWaits()) return;
+  struct stat status, root;
+  if (!file.IsOpen() || fstat(file.Get(), &status) != 0 || fstat(phone_.root.Descriptor(), &root) != 0) {
+    return call->Refuse(EBADF);
+  }
+  const bool changes = status.st_dev == root.st_dev && (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode));
+  const std::string path = fmt::format("/proc/self/fd/{}", file.Get());
+  const auto mode = static_cast<mode_t>(call->Argument(1));
+  if (!changes || (call->Kind() == Call::ChangeMode && (mode & (S_ISUID | S_ISGID)) != 0)) {
+    return call->Refuse(EPERM);
+  }
+  const auto user = static_cast<uid_t>(call->Argument(1));
+  const auto group = static_cast<gid_t>(call->Argument(2));
+  // The phone's root is the user who runs the simulator.
+  const int result = call->Kind() == Call::ChangeMode
+                         ? chmod(path.c_str(), mode)
+                         : chown(path.c_str(), user == 0 ? geteuid() : user, group == 0 ? getegid() : group);
+  if (result != 0) return call->Refuse(errno);
+  call->Answer(0);
 }
 
 }  // namespace simulator

@@ -6,7 +6,9 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <filesystem>
 #include <string_view>
 
@@ -48,12 +50,6 @@ std::optional<std::string> AbsolutePath(const RootDirectory& root, pid_t thread,
   const std::string outside =
       ReadLink(directory == AT_FDCWD ? fmt::format("/proc/{}/cwd", thread)
                                      : fmt::format("/proc/{}/fd/{}", thread, directory));
-  if (outside.starts_with("/proc/")) {
-    // A directory of the real /proc that the program got by way of RealProcessFile: what lies around it is
-    // the PC's.
-    const std::string file = outside + "/" + path;
-    return RealProcessFile(thread, file) ? std::optional(file) : std::nullopt;
-  }
   const std::optional<std::string> base = PhonePath(root, outside);
   if (!base) return std::nullopt;
   return *base + "/" + path;
@@ -68,27 +64,42 @@ ResolvedPath ResolvePath(const RootDirectory& root, const std::string& absolute_
   return {(std::filesystem::path(parent) / path.filename()).string(), false};
 }
 
-std::optional<std::string> RealProcessFile(pid_t thread, const std::string& absolute_path) {
+std::optional<ProcessFile> FindProcessFile(pid_t thread, const std::string& absolute_path) {
   static constexpr std::string_view READABLE[] = {"maps",    "smaps",   "status", "stat", "comm",
                                                   "environ", "cmdline", "exe",    "auxv", "task"};
   std::string path = std::filesystem::path(absolute_path).lexically_normal();
   if (!path.starts_with("/proc/")) return std::nullopt;
   if (path.ends_with('/')) path.pop_back();
-  const size_t name_end = std::min(path.find('/', 6), path.size());
-  const std::string process = path.substr(6, name_end - 6);
-  if (name_end == path.size()) return std::nullopt;
+  const size_t name_end = path.find('/', 6);
+  if (name_end == std::string::npos) return std::nullopt;
+  const std::string name = path.substr(6, name_end - 6);
   const std::string file = path.substr(name_end + 1);
-  const std::string first = file.substr(0, file.find('/'));
-  const bool below_task = first == "task" && file.find("/fd") == std::string::npos &&
-                          file.find("/root") == std::string::npos && file.find("/cwd") == std::string::npos &&
-                          file.find("/mem") == std::string::npos;
-  bool readable = below_task;
-  for (std::string_view name : READABLE) readable = readable || file == name;
-  if (!readable) return std::nullopt;
+  std::string_view last = file;
+  if (last.starts_with("task/")) {
+    last.remove_prefix(5);
+    const size_t digits = std::min(last.find_first_not_of("0123456789"), last.size());
+    if (digits == 0 || last.substr(digits, 1) != "/") return std::nullopt;
+    last.remove_prefix(digits + 1);
+    if (last == "task") return std::nullopt;
+  }
+  if (std::ranges::find(READABLE, last) == std::end(READABLE)) return std::nullopt;
 
-  const bool own = process == "self" || process == "thread-self";
-  if (!own && process.find_first_not_of("0123456789") != std::string::npos) return std::nullopt;
-  return fmt::format("/proc/{}/{}", own ? std::to_string(ProcessOf(thread)) : process, file);
+  if (name == "self" || name == "thread-self") return ProcessFile{ProcessOf(thread), file};
+  pid_t process = 0;
+  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), process);
+  if (error != std::errc() || end != name.data() + name.size() || process <= 0) return std::nullopt;
+  // A process that is just being started still has the simulator's own environment.
+  if (last == "environ" && process != ProcessOf(thread)) return std::nullopt;
+  return ProcessFile{process, file};
+}
+
+posix::FileDescriptor HoldProcess(const RootDirectory& root, pid_t process) {
+  posix::FileDescriptor held(
+      open(fmt::format("/proc/{}", process).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  char target[PATH_MAX];
+  const ssize_t size = held.IsOpen() ? readlinkat(held.Get(), "root", target, sizeof target) : -1;
+  if (size < 0 || std::string_view(target, static_cast<size_t>(size)) != root.Path()) held.Reset();
+  return held;
 }
 
 }  // namespace simulator

@@ -26,8 +26,18 @@ ResolvedPath ResolvePath(const RootDirectory& root, const std::string& absolute_
 // The phone's path of a file that the PC knows by `outside`; none when it is not the phone's.
 std::optional<std::string> PhonePath(const RootDirectory& root, const std::string& outside);
 
-// The PC's own path of a /proc file about the phone's processes that a program of the phone may read: the
-// sanitizers and the shell's tools need them. None for all others.
-std::optional<std::string> RealProcessFile(pid_t thread, const std::string& absolute_path);
+// A file of the real /proc about a process.
+struct ProcessFile {
+  pid_t process;
+  std::string file;  // below the process's own directory
+};
+
+// The /proc file that a path means, if it is one that a program of the phone may read about the phone's
+// processes: the sanitizers and the shell's tools need them. None for all others.
+std::optional<ProcessFile> FindProcessFile(pid_t thread, const std::string& absolute_path);
+
+// The real /proc directory of a process of the phone, which stands for this process alone: its number may be
+// another's later. Not open if it is not the phone's. No program of the phone may get this descriptor.
+posix::FileDescriptor HoldProcess(const RootDirectory& root, pid_t process);
 
 }  // namespace simulator

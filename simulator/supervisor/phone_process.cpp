@@ -95,10 +95,8 @@ void TakeStandardDescriptors(const PhoneProcessStart& start) {
 
 void RunPhoneProcess(const PhoneProcessStart& start) {
   ResetSignals();
-  if (start.controls_terminal) {
-    setsid();
-    ioctl(start.standard[0], TIOCSCTTY, 0);
-  }
+  setsid();  // so its process group is not the guardian's
+  if (start.controls_terminal) ioctl(start.standard[0], TIOCSCTTY, 0);
   TakeStandardDescriptors(start);
   umask(022);
   EnterRoot(start);
@@ -108,11 +106,13 @@ void RunPhoneProcess(const PhoneProcessStart& start) {
   prctl(PR_SET_DUMPABLE, 1);
   if (getppid() != start.guardian) _exit(127);
 
-  const int listener = InstallSystemCallFilter(*start.filter);
+  const int listener = InstallAskingFilter(*start.filters);
   if (listener < 0) Fail(start, StartStep::Filter);
   const LinkReport report = {LinkKind::Started, 0, 0, 0, StartStep::Filter, 0};
   posix::SendMessage(start.report, &report, sizeof report, &listener, 1);
   close(listener);
+  // Started has been said: what fails now ends the process as a program that cannot start.
+  if (!InstallConfiningFilter(*start.filters)) _exit(127);
 
   execve(start.program, start.arguments, start.environment);
   const char* reason = strerrordesc_np(errno);

@@ -2,16 +2,15 @@
 // system calls answered by the simulator. Runs between fork and exec: nothing here allocates.
 #pragma once
 
-#include <linux/filter.h>
 #include <sys/types.h>
 
-#include <vector>
+#include "simulator/supervisor/seccomp_filter.h"
 
 namespace simulator {
 
 struct PhoneProcessStart {
   const char* root;  // the root directory's path on the PC
-  const std::vector<sock_filter>* filter;
+  const SystemCallFilters* filters;
   pid_t guardian;
   int standard[3];         // descriptors of standard input, output and error
   bool controls_terminal;  // standard input becomes its controlling terminal

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <filesystem>
@@ -94,6 +95,10 @@ pid_t ProcessOf(pid_t thread) {
   return static_cast<pid_t>(NumberInFile(fmt::format("/proc/{}/status", thread), "Tgid:"));
 }
 
+pid_t ParentOf(pid_t thread) {
+  return static_cast<pid_t>(NumberInFile(fmt::format("/proc/{}/status", thread), "PPid:"));
+}
+
 bool IsEmulatorsOwn(pid_t thread, const std::string& emulator) {
   std::error_code gone;
   if (std::filesystem::read_symlink(fmt::format("/proc/{}/exe", thread), gone) != emulator) return false;
@@ -118,12 +123,19 @@ std::string NameOf(pid_t process) {
   return name;
 }
 
-bool IsIn(const std::string& root, pid_t process) {
+}  // namespace
+
+bool IsProcessIn(const std::string& root, pid_t process) {
   std::error_code ignored;
-  return std::filesystem::read_symlink(fmt::format("/proc/{}/root", process), ignored) == root;
+  return process > 0 && std::filesystem::read_symlink(fmt::format("/proc/{}/root", process), ignored) == root;
 }
 
-}  // namespace
+int SignalProcessIn(const std::string& root, pid_t process, int signal) {
+  // The descriptor stands for one process; its number may be another's by now.
+  const posix::FileDescriptor held(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
+  if (!held.IsOpen() || !IsProcessIn(root, process)) return ESRCH;
+  return syscall(SYS_pidfd_send_signal, held.Get(), signal, nullptr, 0) == 0 ? 0 : errno;
+}
 
 std::vector<pid_t> ProcessesIn(const std::string& root) {
   std::vector<pid_t> processes;
@@ -133,7 +145,7 @@ std::vector<pid_t> ProcessesIn(const std::string& root) {
     pid_t process = 0;
     const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), process);
     if (error != std::errc() || end != name.data() + name.size()) continue;
-    if (IsIn(root, process)) processes.push_back(process);
+    if (IsProcessIn(root, process)) processes.push_back(process);
   }
   return processes;
 }
@@ -142,12 +154,7 @@ void EndProcessesIn(const std::string& root) {
   const posix::Deadline deadline(std::chrono::seconds(5));
   // One that is ended may have started another meanwhile.
   for (std::vector<pid_t> processes; !(processes = ProcessesIn(root)).empty() && !deadline.HasPassed();) {
-    for (const pid_t process : processes) {
-      // The descriptor stands for one process; its number may be another's by now.
-      const posix::FileDescriptor held(static_cast<int>(syscall(SYS_pidfd_open, process, 0)));
-      if (held.IsOpen() && IsIn(root, process))
-        syscall(SYS_pidfd_send_signal, held.Get(), SIGKILL, nullptr, 0);
-    }
+    for (const pid_t process : processes) SignalProcessIn(root, process, SIGKILL);
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
 }

@@ -25,11 +25,16 @@ std::optional<struct stat> StatDescriptor(pid_t thread, int descriptor);
 int64_t DescriptorPosition(pid_t thread, int descriptor);
 // The process that a thread belongs to.
 pid_t ProcessOf(pid_t thread);
+pid_t ParentOf(pid_t thread);
 
 // The thread is one that the emulator started for itself in a process that runs the program at `emulator`, a
 // path on the PC: it sleeps in it now and then, unlike any program of the phone.
 bool IsEmulatorsOwn(pid_t thread, const std::string& emulator);
 
+// The process's root directory is this one.
+bool IsProcessIn(const std::string& root, pid_t process);
+// Signals it if it is there. Returns an errno value, or 0.
+int SignalProcessIn(const std::string& root, pid_t process, int signal);
 std::vector<pid_t> ProcessesIn(const std::string& root);
 // Kills them all and waits until they are gone, for some seconds at most.
 void EndProcessesIn(const std::string& root);

@@ -1,6 +1,5 @@
 // Starting programs and threads, sleeping, and setting the clock.
 #include <fmt/format.h>
-#include <sched.h>
 #include <time.h>
 
 #include <algorithm>
@@ -63,13 +62,6 @@ void SystemCalls::Exec(const CallPointer& call, int directory, size_t first) {
 }
 
 void SystemCalls::Clone(const CallPointer& call) {
-  uint64_t flags = CLONE_THREAD;
-  // clone3 takes the address of a record that begins with the flags, whatever the word size.
-  if (call->Kind() == Call::CloneWith &&
-      (!ReadMemory(call->Thread(), call->Argument(0), &flags, sizeof flags) || !call->StillWaits())) {
-    return call->PassOn();
-  }
-  if ((flags & CLONE_THREAD) == 0) return call->PassOn();
   const auto rule = faults_.Strike(FaultCall::Thread, "");
   if (!rule) return call->PassOn();
   After(*rule, call, [call, error = rule->error] { error != 0 ? call->Refuse(error) : call->PassOn(); });

@@ -1,8 +1,6 @@
 #include "simulator/supervisor/seccomp_filter.h"
 
-#include <linux/audit.h>
 #include <linux/seccomp.h>
-#include <sched.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -15,11 +13,6 @@
 namespace simulator {
 namespace {
 
-// A terminal's own requests are 0x54xx; the kernel answers them on the terminal devices that the phone gets.
-constexpr uint32_t REQUEST_TYPE_MASK = 0xFF00;
-constexpr uint32_t TERMINAL_REQUESTS = 0x5400;
-// The upper word of the place at which an ARM program's driver request is a read (phone/carried_request.c).
-constexpr uint32_t CARRIED_REQUEST = 0x70680000;
 // Calls of the 64-bit machine's third, 32-bit-pointer interface carry this bit; no program of the phone has
 // them.
 constexpr uint32_t X32_CALLS = 0x40000000;
@@ -49,36 +42,30 @@ constexpr size_t HighWord(size_t argument) {
   return LowWord(argument) + sizeof(uint32_t);
 }
 
-// Notifies of a call where the bits of an argument's word that the mask selects have (or have not) this
-// value.
-void AddArgumentCheck(std::vector<sock_filter>& filter, uint32_t number, size_t word, uint32_t mask,
-                      uint32_t value, bool notified) {
-  const uint32_t equal = notified ? SECCOMP_RET_USER_NOTIF : SECCOMP_RET_ALLOW;
-  const uint32_t other = notified ? SECCOMP_RET_ALLOW : SECCOMP_RET_USER_NOTIF;
+enum class Purpose { Asking, Confining };
+
+// Of several filters the strictest answer counts: the asking one lets pass what the confining one refuses.
+uint32_t ActionOf(const CallRow& row, Purpose purpose) {
+  const bool asking = purpose == Purpose::Asking;
+  if (row.verdict == Verdict::Ask && asking) return SECCOMP_RET_USER_NOTIF;
+  if (row.verdict == Verdict::Refuse && !asking) return SECCOMP_RET_ERRNO | static_cast<uint32_t>(row.error);
+  return SECCOMP_RET_ALLOW;
+}
+
+void AddRow(std::vector<sock_filter>& filter, const CallRow& row, uint32_t action) {
+  const auto number = static_cast<uint32_t>(row.number);
+  if (row.mask == 0) {
+    filter.insert(filter.end(), {UnlessEqualSkip(number, 1), Return(action)});
+    return;
+  }
+  const size_t word = row.high_word ? HighWord(row.argument) : LowWord(row.argument);
   filter.insert(filter.end(),
-                {UnlessEqualSkip(number, 5), Load(word), Statement(BPF_ALU | BPF_AND | BPF_K, mask),
-                 UnlessEqualSkip(value, 1), Return(equal), Return(other)});
+                {UnlessEqualSkip(number, 5), Load(word), Statement(BPF_ALU | BPF_AND | BPF_K, row.mask),
+                 UnlessEqualSkip(row.value, 1), Return(action), Load(offsetof(seccomp_data, nr))});
 }
 
-void AddCall(std::vector<sock_filter>& filter, const CallNumber& call) {
-  const auto number = static_cast<uint32_t>(call.number);
-  if (call.call == Call::DeviceRequest) {
-    return AddArgumentCheck(filter, number, LowWord(1), REQUEST_TYPE_MASK, TERMINAL_REQUESTS, false);
-  }
-  if (call.call == Call::CarriedRequest) {
-    return AddArgumentCheck(filter, number, HighWord(3), ~0U, CARRIED_REQUEST, true);
-  }
-  if (call.call == Call::Clone) {
-    return AddArgumentCheck(filter, number, LowWord(0), CLONE_THREAD, CLONE_THREAD, true);
-  }
-  const uint32_t action =
-      call.call == Call::CopyBetween ? SECCOMP_RET_ERRNO | EINVAL : SECCOMP_RET_USER_NOTIF;
-  filter.insert(filter.end(), {UnlessEqualSkip(number, 1), Return(action)});
-}
-
-}  // namespace
-
-std::vector<sock_filter> MakeSystemCallFilter() {
+std::vector<sock_filter> MakeFilter(Purpose purpose) {
+  const uint32_t other = purpose == Purpose::Asking ? SECCOMP_RET_ALLOW : SECCOMP_RET_ERRNO | ENOSYS;
   std::vector<sock_filter> filter = {Load(offsetof(seccomp_data, arch))};
   for (const Architecture& architecture : Architectures()) {
     std::vector<sock_filter> calls = {Load(offsetof(seccomp_data, nr))};
@@ -86,19 +73,35 @@ std::vector<sock_filter> MakeSystemCallFilter() {
       calls.push_back({BPF_JMP | BPF_JGE | BPF_K, 0, 1, X32_CALLS});
       calls.push_back(Return(SECCOMP_RET_ERRNO | ENOSYS));
     }
-    for (const CallNumber& call : architecture.calls) AddCall(calls, call);
-    calls.push_back(Return(SECCOMP_RET_ALLOW));
-    filter.push_back(UnlessEqualSkip(architecture.audit_number, static_cast<uint8_t>(calls.size())));
+    for (const std::span<const CallRow> rows : {architecture.rows.common, architecture.rows.own}) {
+      for (const CallRow& row : rows) AddRow(calls, row, ActionOf(row, purpose));
+    }
+    calls.push_back(Return(other));
+    // A conditional jump does not reach over so many statements.
+    filter.push_back({BPF_JMP | BPF_JEQ | BPF_K, 1, 0, architecture.audit_number});
+    filter.push_back(Statement(BPF_JMP | BPF_JA, static_cast<uint32_t>(calls.size())));
     filter.insert(filter.end(), calls.begin(), calls.end());
   }
   filter.push_back(Return(SECCOMP_RET_ERRNO | ENOSYS));
   return filter;
 }
 
-int InstallSystemCallFilter(const std::vector<sock_filter>& filter) {
+}  // namespace
+
+SystemCallFilters MakeSystemCallFilters() {
+  return {MakeFilter(Purpose::Asking), MakeFilter(Purpose::Confining)};
+}
+
+bool InstallConfiningFilter(const SystemCallFilters& filters) {
+  const sock_fprog program = {static_cast<unsigned short>(filters.confining.size()),
+                              const_cast<sock_filter*>(filters.confining.data())};
+  return syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, 0, &program) == 0;
+}
+
+int InstallAskingFilter(const SystemCallFilters& filters) {
   if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return -1;
-  const sock_fprog program = {static_cast<unsigned short>(filter.size()),
-                              const_cast<sock_filter*>(filter.data())};
+  const sock_fprog program = {static_cast<unsigned short>(filters.asking.size()),
+                              const_cast<sock_filter*>(filters.asking.data())};
   // Where the kernel can (5.19), a call that waits for its answer is interrupted by deadly signals only.
   const long listener =
       syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER,

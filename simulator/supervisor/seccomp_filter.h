@@ -1,4 +1,4 @@
-// The filter that sends the calls of the call table to the simulator and lets all others pass.
+// The filters that do what the call table says.
 #pragma once
 
 #include <linux/filter.h>
@@ -7,11 +7,18 @@
 
 namespace simulator {
 
+struct SystemCallFilters {
+  std::vector<sock_filter> asking;     // sends calls to the simulator
+  std::vector<sock_filter> confining;  // refuses what the phone does not need
+};
+
 // Made before the fork, since nothing may be allocated after it.
-std::vector<sock_filter> MakeSystemCallFilter();
+SystemCallFilters MakeSystemCallFilters();
 
 // Puts the filter on the calling process and returns the descriptor by which its calls are answered, or -1
-// with errno. Async-signal-safe.
-int InstallSystemCallFilter(const std::vector<sock_filter>& filter);
+// with errno. Async-signal-safe, as the next one.
+int InstallAskingFilter(const SystemCallFilters& filters);
+// The last thing before the program starts: sending the descriptor away is refused after it.
+bool InstallConfiningFilter(const SystemCallFilters& filters);
 
 }  // namespace simulator

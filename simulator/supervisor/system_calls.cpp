@@ -45,7 +45,7 @@ void SystemCalls::ServeNext(const std::shared_ptr<NotificationListener>& listene
   if (!notification) return;
   phone_.loop.ServeThrough(PollLoop::Turn::Output);
   const Architecture* architecture = FindArchitecture(notification->data.arch);
-  const CallNumber* number = architecture ? FindCall(*architecture, notification->data.nr) : nullptr;
+  const CallRow* number = architecture ? FindCall(*architecture, notification->data.nr) : nullptr;
   if (number == nullptr) {
     listener->PassOn(notification->id);
     return;
@@ -60,14 +60,14 @@ void SystemCalls::ServeNext(const std::shared_ptr<NotificationListener>& listene
 
 void SystemCalls::Dispatch(const CallPointer& call) {
   switch (call->Kind()) {
+    case Call::None:
+      return call->Refuse(ENOSYS);
     case Call::Open:
-      return Open(call, AT_FDCWD, call->Argument(0), call->IntArgument(1));
+      return Open(call, AT_FDCWD, call->Argument(0), call->IntArgument(1), call->Argument(2));
     case Call::OpenAt:
-      return Open(call, call->IntArgument(0), call->Argument(1), call->IntArgument(2));
-    case Call::OpenAt2:
-      return OpenExtensible(call);
+      return Open(call, call->IntArgument(0), call->Argument(1), call->IntArgument(2), call->Argument(3));
     case Call::Create:
-      return Open(call, AT_FDCWD, call->Argument(0), O_WRONLY | O_CREAT | O_TRUNC);
+      return Open(call, AT_FDCWD, call->Argument(0), O_WRONLY | O_CREAT | O_TRUNC, call->Argument(1));
     case Call::ReadLink:
       return ReadLink(call, AT_FDCWD, 0);
     case Call::ReadLinkAt:
@@ -89,10 +89,19 @@ void SystemCalls::Dispatch(const CallPointer& call) {
     case Call::CarriedRequest:
       return RequestDevice(call);
     case Call::Clone:
-    case Call::CloneWith:
       return Clone(call);
-    case Call::CopyBetween:
-      return call->Refuse(EINVAL);
+    case Call::Signal:
+      return Signal(call);
+    case Call::SignalThread:
+    case Call::SignalThreadAlone:
+      return SignalThread(call);
+    case Call::Trace:
+      return Trace(call);
+    case Call::AskAboutThread:
+      return AskAboutThread(call);
+    case Call::ChangeMode:
+    case Call::ChangeOwner:
+      return ChangeOpenFile(call);
   }
 }
 

@@ -75,13 +75,13 @@ class SystemCalls {
   void Dispatch(const CallPointer& call);
 
   // open_calls.cpp
-  void Open(const CallPointer& call, int directory, uint64_t path, int flags);
-  void OpenExtensible(const CallPointer& call);
-  bool OpenRealProcessFile(TrappedCall& call, const std::string& path, int flags);
+  void Open(const CallPointer& call, int directory, uint64_t path, int flags, uint64_t mode);
+  bool OpenProcessFile(TrappedCall& call, const std::string& path, int flags);
   void OpenDevice(TrappedCall& call, DeviceModel& model, const std::string& path, int flags);
   void OpenOrdinary(TrappedCall& call, const std::string& path, int flags, bool exists);
   void OpenShortened(TrappedCall& call, const std::string& path, int64_t size, int flags);
   void ReadLink(const CallPointer& call, int directory, size_t first);
+  void ChangeOpenFile(const CallPointer& call);
 
   // request_calls.cpp
   void RequestDevice(const CallPointer& call);
@@ -91,6 +91,12 @@ class SystemCalls {
   void Clone(const CallPointer& call);
   void Sleep(const CallPointer& call);
   void SetClock(const CallPointer& call);
+
+  // signal_calls.cpp
+  void Signal(const CallPointer& call);
+  void SignalThread(const CallPointer& call);
+  void Trace(const CallPointer& call);
+  void AskAboutThread(const CallPointer& call);
 
   // Keeps a call to answer it later. Until then a sanitizer that stops the caller's process can interrupt it.
   void Hold(const CallPointer& call);
@@ -108,6 +114,7 @@ class SystemCalls {
   std::map<std::string, DeviceModel*> folders_;
   DescriptorTable descriptors_;
   std::vector<std::weak_ptr<TrappedCall>> held_;
+  unsigned thread_lists_ = 0;
   std::atomic<bool> instant_sleeps_ = false;
   std::atomic<bool> emulated_ = false;
 };

@@ -45,7 +45,7 @@ class NotificationListener {
 class TrappedCall {
  public:
   TrappedCall(std::shared_ptr<NotificationListener> listener, const seccomp_notif& notification,
-              const Architecture& architecture, const CallNumber& call)
+              const Architecture& architecture, const CallRow& call)
       : listener_(std::move(listener)),
         notification_(notification),
         architecture_(architecture),
@@ -97,7 +97,7 @@ class TrappedCall {
   std::shared_ptr<NotificationListener> listener_;
   seccomp_notif notification_;
   const Architecture& architecture_;
-  const CallNumber& call_;
+  const CallRow& call_;
   bool answered_ = false;
 };
 

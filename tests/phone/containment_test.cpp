@@ -1,0 +1,126 @@
+// A hostile program in the phone reaches nothing of the PC, whoever runs the simulator. What it tries is in
+// programs/hostile_program.cpp.
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/shm.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "posix/file_descriptor.h"
+#include "tests/phone/phone_test.h"
+#include "tests/phone/processes.h"
+#include "tests/phone/rights.h"
+
+namespace {
+
+// What lies outside for the hostile program to reach.
+class Outside {
+ public:
+  Outside() {
+    std::filesystem::create_directory(directory_);
+    std::ofstream(Canary()) << "alive";
+    victim_ = fork();
+    if (victim_ == 0) {
+      prctl(PR_SET_PDEATHSIG, SIGKILL);
+      while (true) pause();
+    }
+    listener_.Reset(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    listen(listener_.Get(), 5);
+    sockaddr_in address = {};
+    socklen_t size = sizeof address;
+    getsockname(listener_.Get(), reinterpret_cast<sockaddr*>(&address), &size);
+    port_ = ntohs(address.sin_port);
+    memory_ = shmget(IPC_PRIVATE, 4096, 0600);
+  }
+
+  ~Outside() {
+    kill(victim_, SIGKILL);
+    waitpid(victim_, nullptr, 0);
+    shmctl(memory_, IPC_RMID, nullptr);
+    std::filesystem::remove_all(directory_);
+  }
+
+  std::string Canary() const {
+    return directory_ + "/canary";
+  }
+
+  std::vector<std::string> Arguments() const {
+    return {std::to_string(victim_), Canary(), std::to_string(port_), "canary-" + std::to_string(victim_),
+            std::to_string(memory_)};
+  }
+
+  // What has changed; empty when nothing has.
+  std::string Damage() const {
+    std::string text;
+    std::getline(std::ifstream(Canary()), text);
+    const auto files = std::distance(std::filesystem::directory_iterator(directory_), {});
+    if (text != "alive" || files != 1) return "the canary";
+    std::ifstream status("/proc/" + std::to_string(victim_) + "/stat");
+    std::string number, name, state;
+    status >> number >> name >> state;
+    if (state != "S" && state != "R") return "the victim is in state " + state;
+    if (accept(listener_.Get(), nullptr, nullptr) >= 0) return "the listener";
+    shmid_ds memory;
+    if (shmctl(memory_, IPC_STAT, &memory) != 0 || memory.shm_atime != 0) return "the shared memory";
+    return {};
+  }
+
+ private:
+  std::string directory_ = testing::TempDir() + "outside-" + std::to_string(getpid());
+  pid_t victim_ = 0;
+  posix::FileDescriptor listener_;
+  int port_ = 0;
+  int memory_ = -1;
+};
+
+}  // namespace
+
+class ContainmentTest : public PhoneTest {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can give up rights";
+    std::filesystem::copy_file(HOSTILE_PROGRAM, copy_, std::filesystem::copy_options::overwrite_existing);
+  }
+  void TearDown() override {
+    std::filesystem::remove(copy_);
+  }
+
+  // In a child, so a test can give up rights before it.
+  int TryToGetOut() {
+    const Outside outside;
+    options.server = copy_;
+    options.server_arguments = outside.Arguments();
+    Phone().Boot();
+    const auto end = Phone().WaitForEnd(std::chrono::minutes(5));
+    const std::string said = Phone().ConsoleText();
+    DiscardPhone();
+    const std::string damage = outside.Damage();
+    printf("%s%s%s\n", said.c_str(), damage.empty() ? "" : "damaged: ", damage.c_str());
+    fflush(stdout);
+    if (!end || end->reason != simulator::PhoneEnd::Reason::ServerExited) return 3;
+    return end->status != 0 || !damage.empty() ? 1 : 0;
+  }
+
+ private:
+  // The build directory may be closed to other users.
+  std::string copy_ = testing::TempDir() + "hostile-" + std::to_string(getpid());
+};
+
+TEST_F(ContainmentTest, NothingGetsOutOfRootsPhone) {
+  EXPECT_EQ(InChild([this] { return TryToGetOut(); }), 0);
+}
+
+TEST_F(ContainmentTest, NothingGetsOutOfAnOrdinaryUsersPhone) {
+  if (!UserNamespacesAreAllowed()) GTEST_SKIP() << "an ordinary user gets no user namespace here";
+  EXPECT_EQ(InChild([this] { return BecomeOrdinaryUser() ? TryToGetOut() : 2; }), 0);
+}
+
+TEST_F(ContainmentTest, NothingGetsOutOfAPlainContainersPhone) {
+  EXPECT_EQ(InChild([this] { return BecomeContainersRoot() ? TryToGetOut() : 2; }), 0);
+}
