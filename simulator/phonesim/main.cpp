@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "program_version.h"
 #include "simulator/phonesim/client.h"
 #include "simulator/phonesim/session.h"
 #include "simulator/phonesim/terminal.h"
@@ -74,8 +75,19 @@ int StartInBackground(const SessionOptions& options) {
   });
 }
 
-std::filesystem::path ServerBesidePhonesim() {
-  return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "phonetestd";
+// Beside phonesim after a build, in a folder of its own after an installation.
+std::filesystem::path ServerOfPhonesim() {
+  const std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+  const std::filesystem::path installed = (folder / SERVER_FOLDER / "phonetestd").lexically_normal();
+  const std::filesystem::path beside = folder / "phonetestd";
+  return !std::filesystem::exists(beside) && std::filesystem::exists(installed) ? installed : beside;
+}
+
+// Returns the exit status for what ended the reading of the command line: help, version or a mistake.
+int ShowEnd(const CLI::App& app, const CLI::ParseError& end) {
+  if (end.get_exit_code() == 0) return app.exit(end);
+  fmt::print(stderr, "phonesim: {}\nRun with --help for more information.\n", end.what());
+  return WRONG_USAGE;
 }
 
 // The arguments after "--" are the server's.
@@ -93,18 +105,20 @@ int RunProgram(int argc, char** argv) {
   SessionOptions options;
   bool no_server = false;
   options.phone.server_arguments = SplitServerArguments(argc, argv);
-  options.phone.server = ServerBesidePhonesim();
+  options.phone.server = ServerOfPhonesim();
 
   CLI::App app(
       "A simulated phone: boots the test-command server without hardware.\n"
       "Without a command it runs in the foreground until Ctrl-C; arguments after -- are the server's.\n"
       "A command that is not listed here goes to the running phone: `phonesim commands` shows them.");
   app.name("phonesim");
+  app.set_version_flag("--version", fmt::format("phonesim {}", PROGRAM_VERSION), "print the version");
   app.add_option("--name", options.name, "the name of the phone, if several run");
   std::string port;
   app.add_option("--port", port, "names the running phone by its serial port");
   app.add_option("--server", options.phone.server,
-                 "the server program, an ARM executable too (default: phonetestd beside phonesim)");
+                 "the server program, an ARM executable too (default: phonetestd beside phonesim, or the "
+                 "installed one)");
   app.add_option("--sysroot", options.phone.sysroot,
                  "a directory with the loader and libraries of an ARM server (default: the ARM compiler's)");
   app.add_option("--state", options.phone.state_directory,
@@ -132,7 +146,7 @@ int RunProgram(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& wrong) {
-    return app.exit(wrong) == 0 ? 0 : WRONG_USAGE;
+    return ShowEnd(app, wrong);
   }
 
   if (no_server) options.phone.server.clear();

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <map>
 
+#include "program_version.h"
 #include "station/commands/errors.h"
 #include "station/link/port_list.h"
 
@@ -133,6 +134,7 @@ CLI::App& Subcommand(CLI::App& app, const std::string& words, const std::string&
 }
 
 void AddGlobalOptions(CLI::App& app, Settings& settings) {
+  app.set_version_flag("--version", fmt::format("{} {}", PROGRAM, PROGRAM_VERSION), "print the version");
   app.add_option(
          "--port", settings.ports,
          "the phone's serial port, or tcp:HOST:PORT; not needed if exactly one USB serial port is plugged in")
@@ -259,7 +261,12 @@ std::variant<Invocation, ExitStatus> ParseCommandLine(int count, char** words) {
   try {
     app.parse(count, words);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? ExitStatus::Passed : ExitStatus::Usage;
+    if (error.get_exit_code() == 0) {  // help or version
+      app.exit(error);
+      return ExitStatus::Passed;
+    }
+    fmt::print(stderr, "{}: {}\nRun with --help for more information.\n", PROGRAM, error.what());
+    return ExitStatus::Usage;
   }
   return invocation;
 }

@@ -107,4 +107,16 @@ TEST(Link, UsageErrorsSendNothing) {
   EXPECT_EQ(RunTool({"--help"}).status, 0);
 }
 
+TEST(CommandLines, BothProgramsHaveAVersionAndNameThemselves) {
+  for (const std::string& program : std::vector<std::string>{PHONETEST_PROGRAM, PHONESIM_PROGRAM}) {
+    const std::string name = std::filesystem::path(program).filename();
+    const ToolResult version = RunProgram({program, "--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.output, name + " " + VERSION + "\n");
+    const ToolResult wrong = RunProgram({program, "--port"});
+    EXPECT_EQ(wrong.status, 2);
+    EXPECT_EQ(wrong.errors.find(name + ": "), 0U) << wrong.errors;
+  }
+}
+
 }  // namespace
