@@ -2,8 +2,8 @@
 
 #include <fmt/format.h>
 
-#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 
 #include "simulator/simulated_phone.h"
 
@@ -17,7 +17,7 @@ std::string OnPath(SimulatedPhone& phone, const Words& words,
   if (words.size() != 1) throw std::invalid_argument("The path of a device or file is wanted.");
   try {
     (phone.*work)(words[0]);
-  } catch (const std::filesystem::filesystem_error&) {
+  } catch (const std::system_error&) {
     throw std::invalid_argument(fmt::format("There is no {}.", words[0]));
   }
   return {};

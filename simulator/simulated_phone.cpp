@@ -264,13 +264,11 @@ posix::FileDescriptor SimulatedPhone::OpenShell() {
 }
 
 void SimulatedPhone::TakeAway(const std::string& path) {
-  const std::string kept = TAKEN_AWAY + path;
-  root_.MakeDirectory(std::filesystem::path(kept).parent_path().string());
-  std::filesystem::rename(root_.Outside(path), root_.Outside(kept));
+  root_.Move(path, TAKEN_AWAY + path);
 }
 
 void SimulatedPhone::PutBack(const std::string& path) {
-  std::filesystem::rename(root_.Outside(TAKEN_AWAY + path), root_.Outside(path));
+  root_.Move(TAKEN_AWAY + path, path);
 }
 
 }  // namespace simulator

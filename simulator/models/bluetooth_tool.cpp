@@ -150,9 +150,7 @@ void BluetoothTool::SetScenario(int function, const Scenario& scenario) {
 }
 
 void BluetoothTool::SetExecutable(bool executable) {
-  if (chmod(phone_.root.Outside(TOOL).c_str(), executable ? 0755 : 0644) != 0) {
-    throw std::system_error(errno, std::generic_category(), TOOL);
-  }
+  phone_.root.SetMode(TOOL, executable ? 0755 : 0644);
 }
 
 std::vector<ModelCommand> BluetoothTool::Commands() {

@@ -84,7 +84,8 @@ std::vector<std::string> CaptureDevice::Paths() const {
 OpenAnswer CaptureDevice::Open(const OpenCall& call) {
   step_ = Step::Opened;
   const std::string path = fmt::format("/proc/self/fd/{}", delivered_.Get());
-  posix::FileDescriptor opened(open(path.c_str(), call.ModeFlags() | O_CLOEXEC));
+  // Frames cannot be written, and memory that the phone's programs could enlarge would not count as theirs.
+  posix::FileDescriptor opened(open(path.c_str(), O_RDONLY | (call.flags & O_NONBLOCK) | O_CLOEXEC));
   if (!opened.IsOpen() || ftruncate(delivered_.Get(), 0) != 0) return OpenAnswer::Refusal(errno);
   return OpenAnswer::Descriptor(std::move(opened));
 }

@@ -128,7 +128,7 @@ OpenAnswer FlashPartitions::Open(const OpenCall& call) {
     if (content.find_first_not_of(static_cast<char>(ERASED)) != std::string::npos) ++state_.unerased_writes;
   }
   if ((call.flags & O_TRUNC) == 0) return OpenAnswer::OrdinaryFile();
-  posix::FileDescriptor device(open(phone_.root.Outside(call.path).c_str(), call.ModeFlags() | O_CLOEXEC));
+  posix::FileDescriptor device = phone_.root.Open(call.path, call.ModeFlags());
   if (!device.IsOpen()) return OpenAnswer::Refusal(errno);
   return OpenAnswer::PlainDescriptor(std::move(device));
 }
@@ -185,9 +185,11 @@ std::vector<std::string> OneTimeArea::Paths() const {
 
 void OneTimeArea::Furnish(RootDirectory& root) {
   root.PutFileIfAbsent(CharacterDevice(Partition()), BlankCells());
-  state_.cells = root.ReadFile(CharacterDevice(Partition()));
+  state_.cells = root.ReadFile(CharacterDevice(Partition()), Partition().size);
+  state_.cells.resize(Partition().size, static_cast<char>(ERASED));
   writes_.Reset(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-  inotify_add_watch(writes_.Get(), File().c_str(), IN_MODIFY);
+  const posix::FileDescriptor file = OpenFile(O_PATH);
+  inotify_add_watch(writes_.Get(), fmt::format("/proc/self/fd/{}", file.Get()).c_str(), IN_MODIFY);
   phone_.loop.Watch(writes_.Get(), POLLIN, [this](short) { Settled(); });
 }
 
@@ -199,7 +201,7 @@ OpenAnswer OneTimeArea::Open(const OpenCall&) {
 const OneTimeArea::State& OneTimeArea::Settled() {
   if (!TakeWrites()) return state_;
   ++state_.programmings;
-  const posix::FileDescriptor file(open(File().c_str(), O_RDONLY | O_CLOEXEC));
+  const posix::FileDescriptor file = OpenFile(O_RDONLY);
   std::string written = state_.cells;
   if (pread(file.Get(), written.data(), written.size(), 0) < 0) return state_;  // taken away
   for (size_t index = 0; index < written.size(); ++index) {
@@ -217,8 +219,8 @@ void OneTimeArea::MakeBlank() {
   WriteCells();
 }
 
-std::string OneTimeArea::File() const {
-  return phone_.root.Outside(CharacterDevice(Partition()));
+posix::FileDescriptor OneTimeArea::OpenFile(int flags) const {
+  return phone_.root.Open(CharacterDevice(Partition()), flags);
 }
 
 // Returns true if there were writes to the file since the last time.
@@ -238,7 +240,7 @@ bool OneTimeArea::TakeWrites() {
 
 // In place: the file has two names, and programs may hold it open.
 void OneTimeArea::WriteCells() {
-  const posix::FileDescriptor file(open(File().c_str(), O_WRONLY | O_CLOEXEC));
+  const posix::FileDescriptor file = OpenFile(O_WRONLY);
   [[maybe_unused]] const ssize_t written = pwrite(file.Get(), state_.cells.data(), state_.cells.size(), 0);
   TakeWrites();  // this write is not a programming
 }

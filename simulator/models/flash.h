@@ -95,7 +95,7 @@ class OneTimeArea : public DeviceModel {
   void MakeBlank();
 
  private:
-  std::string File() const;
+  posix::FileDescriptor OpenFile(int flags) const;
   bool TakeWrites();
   void WriteCells();
 

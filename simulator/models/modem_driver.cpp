@@ -118,7 +118,7 @@ std::string ModemImage() {
 void ModemMemory::Furnish(RootDirectory& root) {
   root.PutSparseFileIfAbsent("/dev/mem", MEMORY_END);
   const std::string image = ModemImage();
-  const posix::FileDescriptor memory(open(root.Outside("/dev/mem").c_str(), O_WRONLY | O_CLOEXEC));
+  const posix::FileDescriptor memory = root.Open("/dev/mem", O_WRONLY);
   if (pwrite(memory.Get(), image.data(), image.size(), MODEM_IMAGE_ADDRESS) != MODEM_IMAGE_SIZE) {
     throw std::runtime_error("the modem's image cannot be written to /dev/mem");
   }

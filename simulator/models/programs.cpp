@@ -122,9 +122,7 @@ std::vector<std::string> Launcher::Paths() const {
 
 void Launcher::Furnish(RootDirectory& root) {
   root.PutFile(LAUNCHER, fmt::format("#!/bin/sh\nread event <>{}\n", EVENTS), 0755);
-  if (mkfifo(root.Outside(EVENTS).c_str(), 0600) != 0 && errno != EEXIST) {
-    throw std::system_error(errno, std::generic_category(), EVENTS);
-  }
+  root.PutNamedPipe(EVENTS);
 }
 
 void Launcher::Start() {
@@ -170,10 +168,7 @@ std::vector<std::string> MediaPlayer::Paths() const {
 
 void MediaPlayer::Furnish(RootDirectory& root) {
   root.PutFile(PLAYER, PLAYER_SCRIPT, 0755);
-  root.Remove(WAITING_PLACE);
-  if (mkfifo(root.Outside(WAITING_PLACE).c_str(), 0600) != 0) {
-    throw std::system_error(errno, std::generic_category(), WAITING_PLACE);
-  }
+  root.PutNamedPipe(WAITING_PLACE);
   for (const char* clip : CLIPS) root.PutStandIn(clip);
 }
 

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <fstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -20,6 +21,7 @@ namespace simulator {
 namespace {
 
 constexpr char PCM[] = "/dev/sound/dsp";
+constexpr char RECORDINGS[] = "/var/recordings";
 constexpr char MIXER[] = "/dev/sound/mixer";
 
 // Open Sound System, each with an int that the driver writes back.
@@ -54,6 +56,10 @@ constexpr size_t UNPACED_STEP = 1 << 16;
 constexpr size_t KEPT_RECORDINGS = 32;
 constexpr uint32_t LONGEST_RECORDING = 256U << 20;  // 25 minutes of 44.1 kHz, stereo, 16 bits
 
+std::string PhonePath(const Sound::Recording& recording) {
+  return std::filesystem::path(RECORDINGS) / recording.file.filename();
+}
+
 double Seconds(const Sound::Recording& recording) {
   return static_cast<double>(recording.bytes) / recording.format.BytesPerSecond();
 }
@@ -65,9 +71,8 @@ std::vector<std::string> Sound::Paths() const {
 }
 
 void Sound::Furnish(RootDirectory& root) {
-  constexpr char RECORDINGS[] = "/var/recordings";
   root.Remove(RECORDINGS);
-  if (state.recordings.empty()) state.recordings = root.Outside(RECORDINGS);
+  root.MakeDirectory(RECORDINGS);
 }
 
 OpenAnswer Sound::Open(const OpenCall& call) {
@@ -121,10 +126,11 @@ void Sound::Record(Stream& stream, std::span<const uint8_t> samples) {
   if (!stream.recorded) return;
   try {
     if (!stream.record) {
-      const std::filesystem::path file =
-          state.recordings / fmt::format("sound-{:04}.wav", ++recording_count_);
-      stream.record = std::make_unique<WavFile>(file, *stream.format);
-      stream.recording = std::make_shared<Recording>(Recording{file, *stream.format, 0});
+      const std::string path = fmt::format("{}/sound-{:04}.wav", RECORDINGS, ++recording_count_);
+      posix::FileDescriptor file = phone_.root.Open(path, O_WRONLY | O_CREAT | O_EXCL, 0644);
+      if (!file.IsOpen()) posix::ThrowErrno(path);
+      stream.record = std::make_unique<WavFile>(std::move(file), *stream.format);
+      stream.recording = std::make_shared<Recording>(Recording{phone_.root.Outside(path), *stream.format, 0});
       KeepRecording(stream.recording);
     }
     stream.record->Append(samples);
@@ -139,8 +145,7 @@ void Sound::Record(Stream& stream, std::span<const uint8_t> samples) {
 void Sound::KeepRecording(std::shared_ptr<Recording> recording) {
   recordings_.push_back(std::move(recording));
   if (recordings_.size() <= KEPT_RECORDINGS) return;
-  std::error_code ignored;
-  std::filesystem::remove(recordings_.front()->file, ignored);
+  phone_.root.Remove(PhonePath(*recordings_.front()));
   recordings_.pop_front();
 }
 
@@ -219,10 +224,9 @@ std::string Sound::Command(const std::vector<std::string>& words) {
                                              : recordings_.back()->file.filename().string();
   for (const Recording& recording : Recordings()) {
     if (recording.file.filename() != name) continue;
-    std::error_code error;
-    std::filesystem::copy_file(recording.file, words[1], std::filesystem::copy_options::overwrite_existing,
-                               error);
-    if (error) throw std::invalid_argument(fmt::format("{} cannot be written.", words[1]));
+    std::ofstream copy(words[1], std::ios::binary);
+    copy << phone_.root.ReadFile(PhonePath(recording), LONGEST_RECORDING + 100);
+    if (!copy.flush()) throw std::invalid_argument(fmt::format("{} cannot be written.", words[1]));
     return fmt::format("{} written, {:.2f} s\n", words[1], Seconds(recording));
   }
   throw std::invalid_argument(fmt::format("There is no recording {}.", words[2]));
@@ -262,10 +266,8 @@ void WriteAt(int file, const void* bytes, size_t size, int64_t offset) {
 
 }  // namespace
 
-WavFile::WavFile(const std::filesystem::path& path, const SoundFormat& format) : format_(format) {
-  if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path());
-  file_.Reset(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-  if (!file_.IsOpen()) throw std::system_error(errno, std::generic_category(), path);
+WavFile::WavFile(posix::FileDescriptor file, const SoundFormat& format)
+    : format_(format), file_(std::move(file)) {
   WriteHeader();
 }
 

@@ -36,8 +36,8 @@ struct SoundFormat {
 // A WAV file (RIFF, plain PCM) that grows: whole and playable after every piece.
 class WavFile {
  public:
-  // Makes the file anew, with the directories above it. Throws std::system_error, as Append does.
-  WavFile(const std::filesystem::path& path, const SoundFormat& format);
+  // `file` is empty and open for writing. Throws std::system_error, as Append does.
+  WavFile(posix::FileDescriptor file, const SoundFormat& format);
   void Append(std::span<const uint8_t> samples);
   uint32_t SoundBytes() const {
     return sound_bytes_;
@@ -62,7 +62,6 @@ class Sound : public DeviceModel {
     SoundFormat format;    // of the PCM device; each opening goes back to 8 kHz, mono, 8 bits
     int32_t pcm_volume = 0;
     std::map<uint32_t, std::vector<uint8_t>> controls;  // the last argument of each private control
-    std::filesystem::path recordings;                   // a directory; one of the phone's files by default
   };
   struct Recording {
     std::filesystem::path file;

@@ -42,7 +42,7 @@ void PutUserland(RootDirectory& root) {
   for (const char* directory : DIRECTORIES) root.MakeDirectory(directory);
   root.Remove("/tmp");
   root.MakeDirectory("/tmp");
-  chmod(root.Outside("/tmp").c_str(), 01777);
+  root.SetMode("/tmp", 01777);
   root.PutFileIfAbsent("/etc/passwd", "root:x:0:0:root:/root:/bin/sh\n");
   root.PutFileIfAbsent("/etc/group", "root:x:0:\n");
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <system_error>
 
+#include "simulator/phone/removal.h"
 #include "simulator/phone/root_directory.h"
 #include "simulator/supervisor/phone_processes.h"
 

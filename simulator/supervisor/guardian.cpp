@@ -12,7 +12,7 @@
 #include <utility>
 
 #include "posix/message_socket.h"
-#include "simulator/phone/root_directory.h"
+#include "simulator/phone/removal.h"
 #include "simulator/supervisor/guardian_process.h"
 #include "simulator/supervisor/phone_processes.h"
 #include "simulator/supervisor/seccomp_filter.h"

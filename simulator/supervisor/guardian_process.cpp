@@ -14,7 +14,7 @@
 
 #include "posix/file_descriptor.h"
 #include "posix/message_socket.h"
-#include "simulator/phone/root_directory.h"
+#include "simulator/phone/removal.h"
 #include "simulator/supervisor/phone_process.h"
 
 namespace simulator {

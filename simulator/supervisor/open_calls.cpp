@@ -121,7 +121,8 @@ void SystemCalls::OpenDevice(TrappedCall& call, DeviceModel& model, const std::s
   }
   struct stat status;
   const bool ordinary = !answer.descriptor.IsOpen();
-  if (ordinary && stat(phone_.root.Outside(path).c_str(), &status) == 0) {
+  const posix::FileDescriptor file = ordinary ? phone_.root.Open(path, O_PATH) : posix::FileDescriptor();
+  if (file.IsOpen() && fstat(file.Get(), &status) == 0) {
     descriptors_.Add(status, {&model, path, {}});
   } else if (answer.takes_requests && fstat(answer.descriptor.Get(), &status) == 0) {
     descriptors_.Add(status, {&model, path, answer.object});

@@ -13,6 +13,7 @@
 #include <fstream>
 
 #include "posix/file_descriptor.h"
+#include "simulator/phone/root_directory.h"
 #include "tests/phone/phone_test.h"
 #include "tests/phone/processes.h"
 #include "tests/phone/rights.h"
@@ -123,4 +124,41 @@ TEST_F(ContainmentTest, NothingGetsOutOfAnOrdinaryUsersPhone) {
 
 TEST_F(ContainmentTest, NothingGetsOutOfAPlainContainersPhone) {
   EXPECT_EQ(InChild([this] { return BecomeContainersRoot() ? TryToGetOut() : 2; }), 0);
+}
+
+// The simulator's own accesses: the phone's programs may have put a link or a pipe at any path.
+TEST(SimulatorsOwnFiles, AreFoundInsideTheRootOnly) {
+  const std::string outside = testing::TempDir() + "own-files-" + std::to_string(getpid());
+  std::filesystem::create_directory(outside);
+  const std::string canary = outside + "/canary";
+  std::ofstream(canary) << "alive";
+  const auto permissions = std::filesystem::status(canary).permissions();
+  {
+    simulator::RootDirectory root{{}};
+    for (const char* path : {"/file", "/mode", "/copy", "/moved"}) root.PutLink(path, canary);
+    for (const char* path : {"/folder", "/list"}) root.PutLink(path, outside);
+    root.PutLink("/up", std::string(200, '/') + "../../../../../../../.." + canary);
+    for (const char* path : {"/pipe", "/other-pipe"}) root.PutNamedPipe(path);
+
+    for (const char* path : {"/file", "/folder/new", "/up", "/pipe"}) {
+      root.PutFile(path, "the phone's", 0600);
+      EXPECT_EQ(root.ReadFile(path), "the phone's") << path;
+    }
+    EXPECT_THROW(root.SetMode("/mode", 0777), std::system_error);
+    EXPECT_THROW(root.ReadFile("/mode"), std::runtime_error);
+    EXPECT_THROW(root.ReadFile("/other-pipe"), std::runtime_error) << "does not wait for a writer";
+    EXPECT_THROW(root.ListDirectory("/list"), std::system_error);
+    EXPECT_FALSE(root.Exists("/list/canary"));
+    root.Remove("/list/canary");
+    root.CopyIn(canary, "/copy");
+    root.PutFile("/copy", "the phone's");
+    root.Move("/moved", "/list/moved");
+    root.PutHardLink("/list/linked", "/file");
+  }
+  std::string text;
+  std::getline(std::ifstream(canary), text);
+  EXPECT_EQ(text, "alive");
+  EXPECT_EQ(std::filesystem::status(canary).permissions(), permissions);
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(outside), {}), 1);
+  std::filesystem::remove_all(outside);
 }
