@@ -124,7 +124,7 @@ int RunProgram(int argc, char** argv) {
   app.add_option("--state", options.phone.state_directory,
                  "a directory that keeps the phone's files between boots");
   app.add_option("--journal", options.journal_file,
-                 "a file for everything that happens, as JSON if its name ends in .json");
+                 "a file for everything that happens; a JSON object in each line if its name ends in .json");
   app.add_option("--link", options.phone.host_port_link,
                  "a symbolic link to the host's end of the serial port");
   app.add_option("--camera", options.camera_file, "a PNG or JPEG picture that the camera sees");
