@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include "station/commands/clean_text.h"
 #include "station/report/report.h"
 
 namespace station {
@@ -26,10 +27,10 @@ figcaption { color: var(--idle); font-size: .85rem; }
 summary { cursor: pointer; color: var(--idle); }
 )";
 
-// The five special characters become entities; control characters become question marks.
+// Clean text, with entities for the five special characters.
 std::string Escaped(std::string_view text) {
   std::string escaped;
-  for (const char character : text) {
+  for (const char character : CleanText(text)) {
     switch (character) {
       case '&':
         escaped += "&amp;";
@@ -46,11 +47,8 @@ std::string Escaped(std::string_view text) {
       case '\'':
         escaped += "&apos;";
         break;
-      default: {
-        const auto code = static_cast<unsigned char>(character);
-        const bool forbidden = code < 0x20 && character != '\n' && character != '\r' && character != '\t';
-        escaped += forbidden ? '?' : character;
-      }
+      default:
+        escaped += character;
     }
   }
   return escaped;

@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "station/commands/clean_text.h"
 #include "station/report/report.h"
 
 namespace station {
@@ -78,11 +79,6 @@ ordered_json Head(const PlanResult& result) {
   return head;
 }
 
-// Texts from programs and files may not be UTF-8.
-std::string Dump(const ordered_json& value) {
-  return value.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
-}
-
 }  // namespace
 
 std::string ReportJson(const PlanResult& result) {
@@ -93,7 +89,7 @@ std::string ReportJson(const PlanResult& result) {
   report["steps"] = ordered_json::array();
   for (std::size_t i = 0; i < result.steps.size(); ++i)
     report["steps"].push_back(StepJson(i + 1, result.steps[i]));
-  return Dump(report);
+  return JsonText(report) + "\n";
 }
 
 std::string SummaryJson(const std::vector<PlanResult>& results) {
@@ -103,7 +99,7 @@ std::string SummaryJson(const std::vector<PlanResult>& results) {
     line["report"] = PortFileName(result.port) + "/report.json";
     summary.push_back(std::move(line));
   }
-  return Dump(summary);
+  return JsonText(summary) + "\n";
 }
 
 }  // namespace station

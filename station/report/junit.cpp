@@ -1,29 +1,19 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
+#include <map>
 #include <pugixml.hpp>
 #include <sstream>
 
+#include "station/commands/clean_text.h"
 #include "station/report/report.h"
 
 namespace station {
 
 namespace {
 
-// XML 1.0 forbids control characters and what is not UTF-8, also as entities.
-std::string Allowed(const std::string& text) {
-  using nlohmann::json;
-  std::string allowed = json::parse(json(text).dump(-1, ' ', false, json::error_handler_t::replace));
-  for (char& character : allowed) {
-    const bool space = character == '\n' || character == '\r' || character == '\t';
-    if (static_cast<unsigned char>(character) < 0x20 && !space) character = '?';
-  }
-  return allowed;
-}
-
 void Set(pugi::xml_node node, const char* name, const std::string& value) {
-  node.append_attribute(name) = Allowed(value).c_str();
+  node.append_attribute(name) = CleanText(value).c_str();
 }
 
 void SetTime(pugi::xml_node node, std::chrono::microseconds time) {
@@ -54,12 +44,13 @@ void AddProblem(pugi::xml_node testcase, const char* kind, const char* type, con
   pugi::xml_node problem = testcase.append_child(kind);
   Set(problem, "message", message);
   Set(problem, "type", type);
-  problem.text() = Allowed(message).c_str();
+  problem.text() = CleanText(message).c_str();
 }
 
-void AddCase(pugi::xml_node suite, const PlanResult& result, std::size_t number, const StepResult& step) {
+void AddCase(pugi::xml_node suite, const PlanResult& result, const std::string& name,
+             const StepResult& step) {
   pugi::xml_node testcase = suite.append_child("testcase");
-  Set(testcase, "name", fmt::format("{:02} {}", number, step.name));
+  Set(testcase, "name", name);
   Set(testcase, "classname", result.plan);
   SetTime(testcase, step.took);
   if (step.verdict == Verdict::Skipped) Set(testcase.append_child("skipped"), "message", step.message);
@@ -68,7 +59,7 @@ void AddCase(pugi::xml_node suite, const PlanResult& result, std::size_t number,
   if (step.verdict == Verdict::PlanWrong) AddProblem(testcase, "error", "plan", step.message);
   if (step.verdict == Verdict::Aborted) AddProblem(testcase, "error", "aborted", step.message);
   const std::string output = SystemOut(step);
-  if (!output.empty()) testcase.append_child("system-out").text() = Allowed(output).c_str();
+  if (!output.empty()) testcase.append_child("system-out").text() = CleanText(output).c_str();
 }
 
 }  // namespace
@@ -92,7 +83,12 @@ std::string ReportJunit(const PlanResult& result) {
   pugi::xml_node properties = suite.append_child("properties");
   AddProperty(properties, "port", result.port);
   for (const auto& [name, value] : result.variables) AddProperty(properties, name, value);
-  for (std::size_t i = 0; i < result.steps.size(); ++i) AddCase(suite, result, i + 1, result.steps[i]);
+  // Without the step's number, so that a case keeps its history when a step is inserted before it.
+  std::map<std::string, int> seen;
+  for (const StepResult& step : result.steps) {
+    const int times = ++seen[step.name];
+    AddCase(suite, result, times == 1 ? step.name : fmt::format("{} ({})", step.name, times), step);
+  }
   std::ostringstream text;
   document.save(text, "  ");
   return text.str();

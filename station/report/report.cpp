@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "station/commands/clean_text.h"
 #include "station/commands/errors.h"
 
 namespace station {
@@ -77,8 +78,9 @@ std::string ReportTable(const PlanResult& result) {
     if (ran && !step.message.empty()) table += fmt::format("{:{}}{}\n", "", INDENT, step.message);
     if (step.attempts > 1) table += fmt::format("{:{}}in {} attempts\n", "", INDENT, step.attempts);
   }
-  return table + fmt::format("{}: {} in {}\n", VerdictText(result.verdict), CountsText(result),
-                             DurationText(result.took));
+  table += fmt::format("{}: {} in {}\n", VerdictText(result.verdict), CountsText(result),
+                       DurationText(result.took));
+  return CleanText(table);
 }
 
 std::string SummaryTable(const std::vector<PlanResult>& results) {
@@ -92,7 +94,7 @@ std::string SummaryTable(const std::vector<PlanResult>& results) {
     if (broken != result.steps.end()) line += fmt::format("; first: {}: {}", broken->name, broken->message);
     table += line + "\n";
   }
-  return table;
+  return CleanText(table);
 }
 
 std::string PortFileName(const std::string& port) {

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 
+#include "station/commands/clean_text.h"
 #include "station/link/interruption.h"
 
 namespace station {
@@ -25,7 +26,7 @@ Progress::~Progress() {
 
 void Progress::Show(const std::string& line) {
   if (!shown_ || line == last_) return;
-  fmt::print(stderr, "{}{}", FRESH_LINE, line);
+  fmt::print(stderr, "{}{}", FRESH_LINE, CleanText(line));
   std::fflush(stderr);
   last_ = line;
   dirty_ = true;
@@ -48,7 +49,7 @@ Operator::Reply Operator::Ask(const std::string& question, std::chrono::millisec
   CheckInterruption();
   // Input from before the question does not answer it.
   tcflush(STDIN_FILENO, TCIFLUSH);
-  fmt::print(stderr, "{}{} [Y/n] ", FRESH_LINE, question);
+  fmt::print(stderr, "{}{} [Y/n] ", FRESH_LINE, CleanText(question));
   std::fflush(stderr);
   std::array<pollfd, 2> waiting = {{{STDIN_FILENO, POLLIN, 0}, {InterruptionDescriptor(), POLLIN, 0}}};
   poll(waiting.data(), waiting.size(), static_cast<int>(time_limit.count()));

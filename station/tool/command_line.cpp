@@ -6,6 +6,7 @@
 #include <map>
 
 #include "program_version.h"
+#include "station/commands/clean_text.h"
 #include "station/commands/errors.h"
 #include "station/link/port_list.h"
 
@@ -265,7 +266,7 @@ std::variant<Invocation, ExitStatus> ParseCommandLine(int count, char** words) {
       app.exit(error);
       return ExitStatus::Passed;
     }
-    fmt::print(stderr, "{}: {}\nRun with --help for more information.\n", PROGRAM, error.what());
+    fmt::print(stderr, "{}: {}\nRun with --help for more information.\n", PROGRAM, CleanText(error.what()));
     return ExitStatus::Usage;
   }
   return invocation;

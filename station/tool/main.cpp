@@ -6,6 +6,7 @@
 #include <iostream>
 #include <memory>
 
+#include "station/commands/clean_text.h"
 #include "station/commands/errors.h"
 #include "station/tool/command_line.h"
 #include "station/tool/output.h"
@@ -56,7 +57,7 @@ ExitStatus Run(int count, char** words) {
 }
 
 ExitStatus Fail(const std::exception& error, ExitStatus status) {
-  fmt::print(stderr, "phonetest: {}\n", error.what());
+  fmt::print(stderr, "phonetest: {}\n", CleanText(error.what()));
   return status;
 }
 

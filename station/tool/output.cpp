@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "station/commands/clean_text.h"
+
 namespace station {
 
 namespace {
@@ -30,7 +32,7 @@ void ShowJson(const Operation& operation, Session& session, const Outcome& outco
     result["sent"] = HexText(transcript.kept.back().sent, "");
     result["received"] = HexText(transcript.kept.back().received, "");
   }
-  fmt::print("{}\n", result.dump(2));
+  fmt::print("{}\n", JsonText(result));
 }
 
 }  // namespace
@@ -41,24 +43,24 @@ void ShowOutcome(const Operation& operation, Session& session, const Outcome& ou
     return;
   }
   if (!outcome.failure.empty()) {
-    fmt::print(stderr, "phonetest: {} failed: {}\n", operation.words, outcome.failure);
+    fmt::print(stderr, "phonetest: {} failed: {}\n", operation.words, CleanText(outcome.failure));
     return;
   }
-  if (!outcome.readings.empty()) fmt::print("{}", ReadingsText(outcome.readings));
-  if (!outcome.remark.empty()) fmt::print("{}\n", outcome.remark);
+  if (!outcome.readings.empty()) fmt::print("{}", CleanText(ReadingsText(outcome.readings)));
+  if (!outcome.remark.empty()) fmt::print("{}\n", CleanText(outcome.remark));
   if (outcome.readings.empty() && outcome.remark.empty() && !outcome.silent) fmt::print("ok\n");
 }
 
 void ShowLinkFailure(const Operation& operation, const std::string& port, const std::string& failure,
                      bool json) {
   if (!json) {
-    fmt::print(stderr, "phonetest: {}\n", failure);
+    fmt::print(stderr, "phonetest: {}\n", CleanText(failure));
     return;
   }
   ordered_json result = Describe(operation, port);
   result["result"] = "link failure";
   result["failure"] = failure;
-  fmt::print("{}\n", result.dump(2));
+  fmt::print("{}\n", JsonText(result));
 }
 
 }  // namespace station

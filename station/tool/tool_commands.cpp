@@ -3,6 +3,7 @@
 
 #include <charconv>
 
+#include "station/commands/clean_text.h"
 #include "station/link/port_list.h"
 #include "station/tool/command_line.h"
 #include "station/tool/protocol_page.h"
@@ -67,11 +68,11 @@ ExitStatus RunReplay(const Settings& settings, Given& given) {
                                    {"bytes-sent", result.sent},
                                    {"bytes-received", result.received}};
     if (!same) json["difference"] = result.difference;
-    fmt::print("{}\n", json.dump(2));
+    fmt::print("{}\n", JsonText(json));
   } else if (same) {
     fmt::print("{} bytes sent, {} bytes received: no difference\n", result.sent, result.received);
   } else {
-    fmt::print(stderr, "phonetest: {}\n", result.difference);
+    fmt::print(stderr, "phonetest: {}\n", CleanText(result.difference));
   }
   return same ? ExitStatus::Passed : ExitStatus::DeviceFailure;
 }
@@ -79,7 +80,7 @@ ExitStatus RunReplay(const Settings& settings, Given& given) {
 ExitStatus ShowPorts(const Settings& settings, Given&) {
   const std::vector<PortDescription> ports = ListPorts();
   if (!settings.json) {
-    fmt::print("{}", ports.empty() ? "no serial port\n" : PortTable(ports));
+    fmt::print("{}", ports.empty() ? "no serial port\n" : CleanText(PortTable(ports)));
     return ExitStatus::Passed;
   }
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
@@ -87,7 +88,7 @@ ExitStatus ShowPorts(const Settings& settings, Given&) {
     list.push_back(
         {{"port", port.path}, {"usb", port.usb}, {"name", port.name}, {"serial-number", port.serial_number}});
   }
-  fmt::print("{}\n", list.dump(2));
+  fmt::print("{}\n", JsonText(list));
   return ExitStatus::Passed;
 }
 

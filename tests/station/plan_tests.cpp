@@ -483,7 +483,7 @@ TEST(Plans, ReportsHoldEverything) {
       {"name": "Server\u0001", "command": "ping"},
       {"name": "Blemish", "command": "camera capture", "arguments": {"picture": "blemish", "size": "8x8"}},
       {"name": "Card", "command": "memory-card"},
-      {"name": "Never", "command": "ping"}]})");
+      {"name": "Card", "command": "ping"}]})");
   const fs::path folder = fs::path(TemporaryFolder()) / "report";
   const ToolResult result =
       RunTool({"--port", phone.Port(), "run", plan, "--set", "identity=123", "--report", folder, "--json"});
@@ -533,11 +533,34 @@ TEST(Plans, ReportsHoldEverything) {
     sum += took;
     names.push_back(at(testcase, "name"));
   }
-  EXPECT_EQ(names, (std::vector<std::string>{"01 Server?", "02 Blemish", "03 Card", "04 Never"}));
+  EXPECT_EQ(names, (std::vector<std::string>{"Server?", "Blemish", "Card", "Card (2)"}));
   EXPECT_GE(whole, sum);
   EXPECT_GE(whole, 0.05);  // the phone's first answer took as long
   EXPECT_LE(whole, result.took.count());
-  EXPECT_NE(suite.find_child_by_attribute("testcase", "name", "03 Card").child("failure"), nullptr);
+  EXPECT_NE(suite.find_child_by_attribute("testcase", "name", "Card").child("failure"), nullptr);
+}
+
+// Every byte, broken UTF-8, and what XML 1.0 forbids.
+TEST(Plans, WhateverAProgramPrintsStaysHarmless) {
+  const std::string script =
+      R"(printf '\\033]0;x\\007\\001\\177\\302\\233\\303(\\357\\277\\277\\355\\240\\200\\377 end'; exit 3)";
+  const std::string folder = TemporaryFolder() + "/bytes";
+  const std::string plan =
+      Steps(R"({"name": "\u001b[31mred", "program": ["sh", "-c", ")" + script + R"("]})");
+  const std::string clean = "?]0;x????\xEF\xBF\xBD(?\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD end";
+  const ToolResult shown = Try({"a person", plan, {"--report", folder}, {}, 1, clean});
+  const ToolResult json =
+      Try({"a program", plan, {"--json"}, {}, 1, "\\u001b]0;x\\u0007\\u0001\\u007f\\u009b"});
+  EXPECT_NO_THROW(nlohmann::json::parse(json.output));
+  const std::string xml = folder + "/report.xml";
+  const std::string html = folder + "/report.html";
+  for (const std::string& text : {shown.output, json.output, ReadFile(html), ReadFile(xml)}) {
+    EXPECT_EQ(text.find_first_of("\x1B\x7F\x07\xFF"), std::string::npos) << text;
+    EXPECT_EQ(text.find("\xC2\x9B"), std::string::npos) << text;
+  }
+  EXPECT_NE(ReadFile(html).find(clean), std::string::npos);
+  const ToolResult valid = RunProgram({"xmllint", "--noout", "--schema", JUNIT_SCHEMA, xml});
+  EXPECT_EQ(valid.status, 0) << valid.errors;
 }
 
 TEST(Plans, PhonesRunAtTheSameTime) {
