@@ -90,10 +90,14 @@ done < <(cd "$sources" && awk '/^```sh/ {f = 1; next} /^```/ {f = 0} f' README.m
   sed 's/ *#.*//; /^$/d')
 for line in "${!not_run[@]}"; do [ -n "${shown[$line]:-}" ] || fail "listed, but shown nowhere: $line"; done
 
-# The text says `phonetest WORDS`: there is such a command. What begins with a capital or a dash is an argument.
+# The text says `phonetest WORDS`: there is such a command, and WORDS begin with its name. For a word that it does not know,
+# the tool shows the help of what came before.
 while IFS= read -r words; do
   read -ra split <<<"$words"
-  phonetest "${split[@]}" --help >output 2>&1 || fail "phonetest $words: $(cat output)"
+  usage=$(phonetest "${split[@]}" --help 2>&1 | grep '^Usage:') || true
+  command=${usage#Usage: phonetest }
+  command=${command%%" [OPTIONS]"*}
+  [[ $usage != *SUBCOMMAND* && -n $command && "$words " == "$command "* ]] || fail "phonetest $words: ${usage:-no such command}"
 done < <(cd "$sources" && grep -ohE '`(build/desk/)?phonetest [a-z][^`]*`' README.md CONTRIBUTING.md docs/*.md |
   sed -E 's/`//g; s,^(build/desk/)?phonetest ,,; s/ [-A-Z./…].*//' | sort -u)
 
