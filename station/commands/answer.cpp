@@ -51,7 +51,7 @@ void ReadCrosses(std::uint32_t crosses, std::vector<Reading>& readings) {
 void ReadField(const protocol::Field& field, std::span<const std::uint8_t> bytes,
                std::vector<Reading>& readings) {
   const auto add = [&](nlohmann::ordered_json value, std::string text) {
-    readings.push_back({field.name, std::move(value), std::move(text)});
+    readings.push_back({field.name, std::move(value), std::move(text), field.range.unit});
   };
   switch (field.form) {
     case Form::Status: {

@@ -18,6 +18,7 @@ struct Reading {
   std::string name;
   nlohmann::ordered_json value;
   std::string text;
+  std::string unit = {};  // of the value; empty if the protocol states none
 };
 
 std::size_t AnswerSize(const std::vector<protocol::Field>& layout);

@@ -67,7 +67,8 @@ HostProgram::HostProgram(const std::vector<std::string>& words) {
 HostProgram::HostProgram(HostProgram&& other) noexcept
     : process_(std::exchange(other.process_, -1)),
       descriptor_(std::move(other.descriptor_)),
-      output_(std::move(other.output_)) {}
+      output_(std::move(other.output_)),
+      wait_status_(other.wait_status_) {}
 
 HostProgram::~HostProgram() {
   Kill();
@@ -104,6 +105,7 @@ std::string HostProgram::Wait(std::chrono::milliseconds limit) {
     if (waitpid(process_, &status, WNOHANG) == process_) {
       RemoveProgramGroup(process_);
       process_ = -1;
+      wait_status_ = status;
       while (output_.size() < LONGEST_OUTPUT && ReadSome(std::chrono::milliseconds(0))) {
       }
       while (output_.ends_with('\n')) output_.pop_back();

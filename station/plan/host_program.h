@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,11 @@ class HostProgram {
   // Waits for the program's end. Returns what went wrong, or nothing if it ended with exit status 0 in time.
   std::string Wait(std::chrono::milliseconds limit);
 
+  // How it ended, as waitpid tells it; nothing if it was killed after its time.
+  std::optional<int> WaitStatus() const {
+    return wait_status_;
+  }
+
   const std::string& Output() const {
     return output_;
   }
@@ -38,6 +44,7 @@ class HostProgram {
   pid_t process_ = -1;
   posix::FileDescriptor descriptor_;
   std::string output_;
+  std::optional<int> wait_status_;
 };
 
 }  // namespace station

@@ -62,6 +62,7 @@ bool Equal(const json& wanted, const json& value) {
 Limit ParseLimit(const std::string& reading, const json& description) {
   Limit limit;
   limit.reading = reading;
+  limit.stated = description;
   if (!description.is_object() || description.empty()) {
     throw PlanError(
         fmt::format("limit on \"{}\": it needs equals, differs, minimum, maximum, mask or pattern", reading));
@@ -97,6 +98,17 @@ Limit ParseLimit(const std::string& reading, const json& description) {
                                 limit.expression->error()));
   }
   return limit;
+}
+
+std::string LimitText(const Limit& limit) {
+  std::vector<std::string> parts;
+  const std::string masked = limit.mask ? fmt::format("under mask 0x{:X} ", *limit.mask) : "";
+  if (limit.equals) parts.push_back(fmt::format("{}equal to {}", masked, AsText(*limit.equals)));
+  if (limit.differs) parts.push_back("not " + AsText(*limit.differs));
+  if (limit.minimum) parts.push_back(fmt::format("at least {}", *limit.minimum));
+  if (limit.maximum) parts.push_back(fmt::format("at most {}", *limit.maximum));
+  if (limit.expression) parts.push_back("matches " + limit.pattern);
+  return fmt::format("{}", fmt::join(parts, ", "));
 }
 
 std::string JudgeLimit(const Limit& limit, const json& value) {

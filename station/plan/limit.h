@@ -15,6 +15,7 @@ namespace station {
 
 struct Limit {
   std::string reading;
+  nlohmann::json stated;  // as the plan has it
   std::optional<nlohmann::json> equals;
   std::optional<nlohmann::json> differs;  // a value that is refused
   std::optional<double> minimum;
@@ -26,6 +27,9 @@ struct Limit {
 
 // Throws PlanError.
 Limit ParseLimit(const std::string& reading, const nlohmann::json& description);
+
+// "at least 40960, at most 50000".
+std::string LimitText(const Limit& limit);
 
 // Returns what is wrong with the value, or nothing if it is within the limit. Throws PlanError if the limit
 // does not fit such a value.

@@ -1,6 +1,7 @@
 #include "station/plan/plan.h"
 
 #include <fmt/format.h>
+#include <nettle/sha2.h>
 
 #include <algorithm>
 #include <cmath>
@@ -151,15 +152,23 @@ Step ParseStep(const json& description, bool stops) {
   return step;
 }
 
-json ReadPlanFile(const std::string& path) {
-  constexpr std::size_t LARGEST = 4u << 20;
+std::string Sha256(const std::string& content) {
+  sha256_ctx context;
+  sha256_init(&context);
+  sha256_update(&context, content.size(), reinterpret_cast<const std::uint8_t*>(content.data()));
+  Bytes digest(SHA256_DIGEST_SIZE);
+  sha256_digest(&context, digest.size(), digest.data());
+  return fmt::format("{:02x}", fmt::join(digest, ""));
+}
+
+json ParsePlan(const std::string& content) {
   static constexpr int DEEPEST = 20;
   const auto check_depth = [](int depth, json::parse_event_t, json&) {
     if (depth > DEEPEST) throw PlanError(fmt::format("it is nested more than {} deep", DEEPEST));
     return true;
   };
   try {
-    return json::parse(ReadFile(path, LARGEST), check_depth, true, /*ignore_comments=*/true);
+    return json::parse(content, check_depth, true, /*ignore_comments=*/true);
   } catch (const json::parse_error& error) {
     // The library's text tells the place: "... parse error at line 3, column 5: ...".
     const std::string text = error.what();
@@ -192,11 +201,15 @@ std::vector<Step> ParseSteps(json plan, const Variables& variables) {
 
 Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>& given,
               const std::map<std::string, std::string>& built_in) {
+  constexpr std::size_t LARGEST = 4u << 20;
   try {
-    const json description = ReadPlanFile(path);
+    const std::string content = ReadFile(path, LARGEST);
+    const json description = ParsePlan(content);
     if (!description.is_object()) throw PlanError("a plan must be an object with \"steps\"");
     CheckKeys(description, {"name", "description", "variables", "on-failure", "steps"});
     Plan plan;
+    plan.file = path;
+    plan.sha256 = Sha256(content);
     plan.name = TextAt(description, "name");
     if (plan.name.empty()) plan.name = path;
     plan.variables = SettleVariables(description.value("variables", json::object()), given);

@@ -42,6 +42,8 @@ struct Step {
 
 struct Plan {
   std::string name;
+  std::string file;
+  std::string sha256;  // of the file, in hexadecimal
   std::vector<Step> steps;
   // In the plan's order, with their values.
   std::vector<std::pair<std::string, std::string>> variables;

@@ -1,6 +1,7 @@
 #include "station/plan/runner.h"
 
 #include <fmt/format.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -22,25 +23,48 @@ std::chrono::microseconds Since(Clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
 }
 
+// Compares one limit with its reading, which `judged` then has.
+Judgement JudgeOne(const Limit& limit, const Outcome& outcome, const std::vector<Reading>& readings,
+                   JudgedLimit& judged) {
+  const bool status = limit.reading == "status" && outcome.status;
+  const auto reading = std::ranges::find(readings, limit.reading, &Reading::name);
+  if (!status && reading == readings.end()) {
+    return {Verdict::PlanWrong, fmt::format("the answer has no \"{}\"", limit.reading)};
+  }
+  judged.value = status ? nlohmann::ordered_json(*outcome.status) : reading->value;
+  judged.unit = status ? "" : reading->unit;
+  try {
+    const std::string wrong = JudgeLimit(limit, judged.value);
+    if (wrong.empty()) return {};
+    return {Verdict::Failed, status && !outcome.failure.empty() ? outcome.failure : wrong};
+  } catch (const PlanError& error) {
+    return {Verdict::PlanWrong, error.what()};
+  }
+}
+
+std::vector<JudgedLimit> Unjudged(const Step& step) {
+  std::vector<JudgedLimit> limits;
+  for (const Limit& limit : step.limits) {
+    limits.push_back({.reading = limit.reading, .stated = limit.stated, .text = LimitText(limit)});
+  }
+  return limits;
+}
+
 // A limit on the status decides about it. Without one, a failure of the operation is a failure of the step.
-Judgement JudgeOutcome(const Step& step, const Outcome& outcome, const std::vector<Reading>& readings) {
+// All limits are judged; the first broken one decides.
+Judgement JudgeOutcome(const Step& step, const Outcome& outcome, StepResult& done) {
   const bool status_limited = std::ranges::find(step.limits, "status", &Limit::reading) != step.limits.end();
   if (!outcome.failure.empty() && !(status_limited && outcome.status))
     return {Verdict::Failed, outcome.failure};
-  for (const Limit& limit : step.limits) {
-    if (limit.reading == "status" && outcome.status) {
-      const std::string wrong = JudgeLimit(limit, *outcome.status);
-      if (!wrong.empty()) return {Verdict::Failed, outcome.failure.empty() ? wrong : outcome.failure};
-      continue;
-    }
-    const auto reading = std::ranges::find(readings, limit.reading, &Reading::name);
-    if (reading == readings.end()) {
-      return {Verdict::PlanWrong, fmt::format("the answer has no \"{}\"", limit.reading)};
-    }
-    const std::string wrong = JudgeLimit(limit, reading->value);
-    if (!wrong.empty()) return {Verdict::Failed, wrong};
+  Judgement first;
+  for (std::size_t i = 0; i < step.limits.size(); ++i) {
+    Judgement one = JudgeOne(step.limits[i], outcome, done.readings, done.limits[i]);
+    // A failed answer has no readings, which is not the plan's mistake.
+    if (one.verdict == Verdict::PlanWrong && first.verdict == Verdict::Failed) continue;
+    done.limits[i].verdict = one.verdict;
+    if (first.verdict == Verdict::Passed) first = std::move(one);
   }
-  return {};
+  return first;
 }
 
 std::string CommandText(const Step& step) {
@@ -48,6 +72,29 @@ std::string CommandText(const Step& step) {
   std::string text = step.operation->words;
   for (const auto& [name, value] : step.arguments) text += fmt::format(" {}={}", name, TextOf(value));
   return text;
+}
+
+// A step's result before it has run.
+StepResult Begun(const Step& step) {
+  StepResult result{.name = step.name, .command = CommandText(step), .question = step.question};
+  if (step.operation != nullptr) result.operation = step.operation->words;
+  if (!step.program.empty()) result.program = {.words = step.program};
+  result.limits = Unjudged(step);
+  return result;
+}
+
+PlanResult BegunPlan(const Plan& plan, const std::string& port) {
+  PlanResult result{.plan = plan.name, .plan_file = plan.file, .plan_sha256 = plan.sha256, .port = port};
+  result.variables = plan.variables;
+  result.started = result.ended = std::time(nullptr);
+  return result;
+}
+
+void NoteEnding(StepResult& result, const HostProgram& program) {
+  const auto status = program.WaitStatus();
+  if (!status) return;
+  if (WIFEXITED(*status)) result.program->exit_status = WEXITSTATUS(*status);
+  if (WIFSIGNALED(*status)) result.program->signal = WTERMSIG(*status);
 }
 
 void AttachPicture(StepResult& result, const std::string& path) {
@@ -64,14 +111,13 @@ class Run {
       : plan_(plan), session_(session), person_(person) {}
 
   PlanResult All(const StepStarted& started) {
-    PlanResult result{.plan = plan_.name, .port = session_.Port(), .variables = plan_.variables};
-    result.started = std::time(nullptr);
+    PlanResult result = BegunPlan(plan_, session_.Port());
     const Clock::time_point start = Clock::now();
     bool ended = false;
     bool aborted = false;
     for (std::size_t i = 0; i < plan_.steps.size(); ++i) {
       const Step& step = plan_.steps[i];
-      StepResult done{.name = step.name, .command = CommandText(step)};
+      StepResult done = Begun(step);
       if (step.wanted && Interrupted()) {
         // Between two steps: this one would have been the next.
         CleanUpFromHere();
@@ -99,6 +145,7 @@ class Run {
     if (aborted) result.verdict = Verdict::Aborted;
     if (!aborted) FinishBackground(result);
     result.took = Since(start);
+    result.ended = std::time(nullptr);
     result.waited = waited_;
     return result;
   }
@@ -133,6 +180,7 @@ class Run {
     Judgement judgement;
     done.readings.clear();
     done.attachments.clear();
+    done.limits = Unjudged(step);
     try {
       for (int i = 0; i < step.repeat && judgement.verdict == Verdict::Passed; ++i)
         judgement = Work(step, done);
@@ -168,7 +216,7 @@ class Run {
     for (Picture& picture : outcome.pictures) {
       done.attachments.push_back({picture.name + ".jpg", "image/jpeg", std::move(picture.jpeg)});
     }
-    return JudgeOutcome(step, outcome, done.readings);
+    return JudgeOutcome(step, outcome, done);
   }
 
   Judgement Question(const Step& step) {
@@ -190,6 +238,7 @@ class Run {
       return {};
     }
     const std::string failure = program.Wait(step.time_limit);
+    NoteEnding(done, program);
     if (!program.Output().empty()) done.readings = {{"output", program.Output(), program.Output()}};
     if (!failure.empty()) return {Verdict::Failed, failure};
     return {};
@@ -201,6 +250,7 @@ class Run {
       StepResult& done = result.steps[background.step];
       try {
         const std::string failure = background.program.Wait(plan_.steps[background.step].time_limit);
+        NoteEnding(done, background.program);
         if (failure.empty()) continue;
         done.verdict = Verdict::Failed;
         done.message = failure;
@@ -231,11 +281,11 @@ PlanResult RunPlan(const Plan& plan, Session& session, Operator& person, const S
 }
 
 PlanResult UnstartedPlan(const Plan& plan, const std::string& port, const std::string& failure) {
-  PlanResult result{.plan = plan.name, .port = port, .variables = plan.variables};
-  result.started = std::time(nullptr);
+  PlanResult result = BegunPlan(plan, port);
   result.verdict = Verdict::NoLink;
   for (const Step& step : plan.steps) {
-    result.steps.push_back({.name = step.name, .command = CommandText(step), .message = "not run: no link"});
+    result.steps.push_back(Begun(step));
+    result.steps.back().message = "not run: no link";
   }
   result.steps.front().verdict = Verdict::NoLink;
   result.steps.front().message = failure;

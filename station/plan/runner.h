@@ -24,14 +24,35 @@ struct Attachment {
   Bytes content;
 };
 
+// A limit with the value that it was compared with. Its verdict is Skipped, and its value null, if it was
+// not.
+struct JudgedLimit {
+  std::string reading;
+  nlohmann::json stated;  // as the plan has it
+  std::string text;       // the same for a person
+  nlohmann::ordered_json value = nullptr;
+  std::string unit = {};
+  Verdict verdict = Verdict::Skipped;
+};
+
+struct ProgramRecord {
+  std::vector<std::string> words;  // its command line
+  std::optional<int> exit_status = {};
+  std::optional<int> signal = {};  // that ended it
+};
+
 struct StepResult {
   std::string name;
-  std::string command;  // the operation's words with the arguments; empty for other steps
+  std::string operation = {};  // its words; empty for other steps
+  std::string command = {};    // the words with the arguments
+  std::string question = {};
+  std::optional<ProgramRecord> program = {};
   Verdict verdict = Verdict::Skipped;
   std::string message = {};  // why it did not pass
   int attempts = 0;
   std::chrono::microseconds took{0};
   std::vector<Reading> readings = {};
+  std::vector<JudgedLimit> limits = {};
   Transcript transcript = {};
   std::vector<Attachment> attachments = {};
 };
@@ -43,15 +64,26 @@ struct Executable {
   std::string sha256;
 };
 
+// Who tests, where and with what.
+struct Origin {
+  std::string station;
+  std::string person;  // the operator; empty if not told
+  std::string tool_version;
+};
+
 struct PlanResult {
   std::string plan;
+  std::string plan_file = {};
+  std::string plan_sha256 = {};
   std::string port;
   std::vector<std::pair<std::string, std::string>> variables;
   std::time_t started = 0;
+  std::time_t ended = 0;
   std::chrono::microseconds took{0};
   std::chrono::microseconds waited{0};  // in the plan's own wait steps, questions and programs
   Verdict verdict = Verdict::Passed;
   std::vector<StepResult> steps = {};
+  Origin origin = {};
   std::optional<Executable> executable = {};  // of a simulated phone
 };
 

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include "station/commands/clean_text.h"
+#include "station/report/phone_facts.h"
 #include "station/report/report.h"
 
 namespace station {

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "station/commands/clean_text.h"
+#include "station/report/phone_facts.h"
 #include "station/report/report.h"
 
 namespace station {
@@ -48,17 +49,46 @@ ordered_json ExchangesJson(const std::deque<Exchange>& exchanges) {
   return list;
 }
 
+ordered_json LimitsJson(const std::vector<JudgedLimit>& limits) {
+  ordered_json list = ordered_json::array();
+  for (const JudgedLimit& limit : limits) {
+    ordered_json object = {{"reading", limit.reading}, {"limit", limit.stated}, {"value", limit.value}};
+    if (!limit.unit.empty()) object["unit"] = limit.unit;
+    object["verdict"] = VerdictWord(limit.verdict);
+    list.push_back(std::move(object));
+  }
+  return list;
+}
+
+ordered_json ProgramJson(const ProgramRecord& program) {
+  ordered_json object = {{"words", program.words}};
+  if (program.exit_status) object["exit-status"] = *program.exit_status;
+  if (program.signal) object["signal"] = *program.signal;
+  return object;
+}
+
+ordered_json PhoneJson(const PlanResult& result) {
+  const PhoneFacts facts = FactsOfPhone(result);
+  ordered_json object = ordered_json::object();
+  if (!facts.identity.empty()) object["identity"] = facts.identity;
+  for (const auto& [name, text] : facts.versions) object["versions"][name] = text;
+  return object;
+}
+
 ordered_json StepJson(std::size_t number, const StepResult& step) {
   ordered_json pictures = ordered_json::array();
   for (const Attachment& attachment : step.attachments)
     pictures.push_back(AttachmentFileName(number, attachment));
   ordered_json object = {{"name", step.name}};
   if (!step.command.empty()) object["command"] = step.command;
+  if (!step.question.empty()) object["question"] = step.question;
+  if (step.program) object["program"] = ProgramJson(*step.program);
   object["verdict"] = VerdictWord(step.verdict);
   if (!step.message.empty()) object["message"] = step.message;
   object["attempts"] = step.attempts;
   object["milliseconds"] = Milliseconds(step.took);
   object["readings"] = ReadingsJson(step.readings);
+  object["limits"] = LimitsJson(step.limits);
   object["pictures"] = std::move(pictures);
   object["exchanges"] = ExchangesJson(step.transcript.kept);
   const std::size_t left_out = step.transcript.count - step.transcript.kept.size();
@@ -68,9 +98,16 @@ ordered_json StepJson(std::size_t number, const StepResult& step) {
 
 ordered_json Head(const PlanResult& result) {
   ordered_json head = {{"plan", result.plan},
+                       {"plan-file", result.plan_file},
+                       {"plan-sha256", result.plan_sha256},
+                       {"station", result.origin.station},
+                       {"operator", result.origin.person},
+                       {"tool-version", result.origin.tool_version},
                        {"port", result.port},
+                       {"phone", PhoneJson(result)},
                        {"verdict", VerdictWord(result.verdict)},
                        {"started", TimeText(result.started)},
+                       {"ended", TimeText(result.ended)},
                        {"milliseconds", Milliseconds(result.took)}};
   if (const auto& executable = result.executable) {
     head["executable"] = {
@@ -79,17 +116,27 @@ ordered_json Head(const PlanResult& result) {
   return head;
 }
 
+ordered_json RecordJson(const PlanResult& result) {
+  ordered_json record = Head(result);
+  record["milliseconds-waited"] = Milliseconds(result.waited);
+  record["variables"] = ordered_json::object();
+  for (const auto& [name, value] : result.variables) record["variables"][name] = value;
+  record["steps"] = ordered_json::array();
+  for (std::size_t i = 0; i < result.steps.size(); ++i)
+    record["steps"].push_back(StepJson(i + 1, result.steps[i]));
+  return record;
+}
+
 }  // namespace
 
 std::string ReportJson(const PlanResult& result) {
-  ordered_json report = Head(result);
-  report["milliseconds-waited"] = Milliseconds(result.waited);
-  report["variables"] = ordered_json::object();
-  for (const auto& [name, value] : result.variables) report["variables"][name] = value;
-  report["steps"] = ordered_json::array();
-  for (std::size_t i = 0; i < result.steps.size(); ++i)
-    report["steps"].push_back(StepJson(i + 1, result.steps[i]));
-  return JsonText(report) + "\n";
+  return JsonText(RecordJson(result)) + "\n";
+}
+
+std::string ReportsJson(const std::vector<PlanResult>& results) {
+  ordered_json records = ordered_json::array();
+  for (const PlanResult& result : results) records.push_back(RecordJson(result));
+  return JsonText(records) + "\n";
 }
 
 std::string SummaryJson(const std::vector<PlanResult>& results) {

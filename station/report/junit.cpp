@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "station/commands/clean_text.h"
+#include "station/report/phone_facts.h"
 #include "station/report/report.h"
 
 namespace station {
@@ -25,6 +26,9 @@ std::string SystemOut(const StepResult& step) {
   constexpr std::size_t MOST_EXCHANGES = 20;
   constexpr std::size_t MOST_BYTES = 64;
   std::string text = step.readings.empty() ? "" : ReadingsText(step.readings);
+  for (const JudgedLimit& limit : step.limits) {
+    text += fmt::format("{} must be {}: {}\n", limit.reading, limit.text, VerdictText(limit.verdict));
+  }
   for (std::size_t i = 0; i < step.transcript.kept.size() && i < MOST_EXCHANGES; ++i) {
     const Exchange& exchange = step.transcript.kept[i];
     const bool longer = exchange.received.size() > MOST_BYTES;
@@ -38,6 +42,25 @@ void AddProperty(pugi::xml_node properties, const std::string& name, const std::
   pugi::xml_node property = properties.append_child("property");
   Set(property, "name", name);
   Set(property, "value", value);
+}
+
+void AddProperties(pugi::xml_node properties, const PlanResult& result) {
+  const auto add = [&](const std::string& name, const std::string& value) {
+    if (!value.empty()) AddProperty(properties, name, value);
+  };
+  const PhoneFacts facts = FactsOfPhone(result);
+  add("verdict", VerdictText(result.verdict));
+  add("phone-identity", facts.identity);
+  for (const auto& [name, text] : facts.versions) add("phone-version-" + name, text);
+  add("station", result.origin.station);
+  add("operator", result.origin.person);
+  add("tool-version", result.origin.tool_version);
+  add("plan-file", result.plan_file);
+  add("plan-sha256", result.plan_sha256);
+  add("started", TimeText(result.started));
+  add("ended", TimeText(result.ended));
+  add("port", result.port);
+  for (const auto& [name, value] : result.variables) AddProperty(properties, "variable-" + name, value);
 }
 
 void AddProblem(pugi::xml_node testcase, const char* kind, const char* type, const std::string& message) {
@@ -79,10 +102,8 @@ std::string ReportJunit(const PlanResult& result) {
   count("skipped", CountVerdict(result, Verdict::Skipped));
   SetTime(suite, result.took);
   Set(suite, "timestamp", fmt::format("{:%Y-%m-%dT%H:%M:%S}", fmt::gmtime(result.started)));
-  Set(suite, "hostname", PortFileName(result.port));
-  pugi::xml_node properties = suite.append_child("properties");
-  AddProperty(properties, "port", result.port);
-  for (const auto& [name, value] : result.variables) AddProperty(properties, name, value);
+  Set(suite, "hostname", result.origin.station);
+  AddProperties(suite.append_child("properties"), result);
   // Without the step's number, so that a case keeps its history when a step is inserted before it.
   std::map<std::string, int> seen;
   for (const StepResult& step : result.steps) {

@@ -11,8 +11,10 @@ namespace station {
 // For a person at a terminal.
 std::string ReportTable(const PlanResult& result);
 
-// Everything, including the raw bytes of each exchange. Pictures are named, but not included.
+// Everything, including the raw bytes of each exchange, as docs/report.schema.json has it. Pictures are
+// named, but not included. The second form is a list for several phones.
 std::string ReportJson(const PlanResult& result);
+std::string ReportsJson(const std::vector<PlanResult>& results);
 
 // JUnit's XML: one test suite with a test case for each step.
 std::string ReportJunit(const PlanResult& result);

@@ -61,8 +61,8 @@ Outcome FetchPicture(Session& session, const std::string& picture) {
   if (!outcome.failure.empty()) return outcome;
   const JpegCheck check = CheckJpeg(reading.bytes);
   if (!check.fault.empty()) outcome.failure = "the picture is not whole: " + check.fault;
-  outcome.readings = {{"width", check.width, std::to_string(check.width)},
-                      {"height", check.height, std::to_string(check.height)},
+  outcome.readings = {{"width", check.width, std::to_string(check.width), "pixels"},
+                      {"height", check.height, std::to_string(check.height), "pixels"},
                       {"bytes", reading.bytes.size(), std::to_string(reading.bytes.size())}};
   outcome.pictures = {{picture, reading.bytes}};
   return outcome;

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <thread>
 
+#include "program_version.h"
 #include "station/link/interruption.h"
 #include "station/plan/runner.h"
 #include "station/report/report.h"
@@ -134,7 +135,7 @@ void CheckPorts(const std::vector<std::string>& ports) {
 
 void ShowResults(const PlanOrder& order, const std::vector<PlanResult>& results) {
   if (order.json) {
-    fmt::print("{}", results.size() == 1 ? ReportJson(results.front()) : SummaryJson(results));
+    fmt::print("{}", results.size() == 1 ? ReportJson(results.front()) : ReportsJson(results));
     return;
   }
   for (const PlanResult& result : results)
@@ -157,7 +158,10 @@ ExitStatus ExecutePlan(const PlanOrder& order) {
     executables.push_back(SimulatedExecutable(PhonesimBesideTool(), port));
   }
   std::vector<PlanResult> results = RunOnAllPhones(order, phones, person);
-  for (std::size_t i = 0; i < results.size(); ++i) results[i].executable = executables[i];
+  for (std::size_t i = 0; i < results.size(); ++i) {
+    results[i].executable = executables[i];
+    results[i].origin = {order.station, order.person, PROGRAM_VERSION};
+  }
   if (!order.report_folder.empty()) WriteReports(order.report_folder, results);
   ShowResults(order, results);
   Verdict verdict = Verdict::Passed;

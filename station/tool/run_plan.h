@@ -16,6 +16,8 @@ struct PlanOrder {
   std::vector<std::string> ports;
   std::map<std::string, std::string> variables;
   std::string report_folder;  // empty for no report files
+  std::string station;        // where it is run
+  std::string person;         // the operator; may be empty
   std::string trace_file;     // empty for no trace; each of several phones has its own
   std::optional<std::chrono::milliseconds> answer_time;
   bool always_yes = false;

@@ -1,7 +1,10 @@
 // The subcommands that are not about one command of the phone.
 #include <fmt/format.h>
+#include <unistd.h>
 
+#include <array>
 #include <charconv>
+#include <cstdlib>
 
 #include "station/commands/clean_text.h"
 #include "station/link/port_list.h"
@@ -33,11 +36,23 @@ std::map<std::string, std::string> ParseAssignments(const std::vector<std::strin
   return values;
 }
 
+std::string FromEnvironment(const char* name, const std::string& fallback) {
+  const char* value = std::getenv(name);
+  return value != nullptr && *value != '\0' ? value : fallback;
+}
+
+std::string HostName() {
+  std::array<char, 256> name{};
+  return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
+}
+
 ExitStatus Run(const Settings& settings, Given& given) {
   return ExecutePlan({.plan_file = OnlyText(given, "plan"),
                       .ports = ChosenPorts(settings),
                       .variables = ParseAssignments(given["set"]),
                       .report_folder = OnlyText(given, "report"),
+                      .station = OnlyText(given, "station", FromEnvironment("PHONETEST_STATION", HostName())),
+                      .person = OnlyText(given, "operator", FromEnvironment("PHONETEST_OPERATOR", "")),
                       .trace_file = settings.trace_file,
                       .answer_time = settings.answer_time,
                       .always_yes = settings.yes,
@@ -114,7 +129,10 @@ const std::vector<ToolCommand>& ToolCommands() {
        {{Kind::Positional, "plan", "plan file, JSON with comments", "FILE"},
         {Kind::Repeated, "set", "set a variable of the plan", "NAME=VALUE"},
         {Kind::Text, "report",
-         "write report.html, report.json, report.xml (JUnit) and pictures into this folder", "FOLDER"}},
+         "write report.html, report.json, report.xml (JUnit) and pictures into this folder", "FOLDER"},
+        {Kind::Text, "station",
+         "name of this station for the report [PHONETEST_STATION, or this computer's name]", "NAME"},
+        {Kind::Text, "operator", "name of the operator for the report [PHONETEST_OPERATOR]", "NAME"}},
        Run},
       {"replay",
        "send again what --trace recorded, and report the first different answer",

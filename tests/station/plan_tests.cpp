@@ -464,6 +464,40 @@ TEST(Plans, TheOperatorIsAsked) {
   EXPECT_EQ(phone.Difference(), "");
 }
 
+void ExpectRecord(const std::string& file) {
+  const char* script =
+      "import json, jsonschema, sys\n"
+      "jsonschema.validate(json.load(open(sys.argv[2])), json.load(open(sys.argv[1])))";
+  const ToolResult valid = RunProgram({"python3", "-c", script, DOCUMENTS "/report.schema.json", file});
+  EXPECT_EQ(valid.status, 0) << valid.errors;
+}
+
+// The identity, the versions, each limit and a program's end, of one phone and of several, also without link.
+TEST(Plans, RecordsSayWhatWasTested) {
+  const Turn identity = {"0B00000000000000", ZERO + "313233343536373839303132333435"};
+  const std::string plan = TemporaryFile("plan.json", Steps(R"(
+    {"command": "identity read", "on-failure": "continue", "limits": {"identity": {"pattern": "^9"}, "identity-2": {"equals": 1}}},
+    {"program": ["sh", "-c", "kill -9 $$"], "on-failure": "continue"},
+    {"program": ["sh", "-c", "exit 3"]}, {"question": "Does it shine?"})"));
+  ScriptedPhone phone({identity});
+  const ToolResult both =
+      RunTool({"--port", phone.Port(), "--port", "/dev/null", "--yes", "--json", "run", plan});
+  EXPECT_EQ(phone.Difference(), "");
+  const auto records = nlohmann::json::parse(both.output);
+  ExpectRecord(TemporaryFile("records.json", both.output));
+  ASSERT_EQ(records.size(), 2u);
+  const auto& record = records[0];
+  EXPECT_EQ(record["phone"]["identity"], "123456789012345");
+  const auto limits = nlohmann::json::parse(R"([
+    {"reading": "identity", "limit": {"pattern": "^9"}, "value": "123456789012345", "verdict": "device failure"},
+    {"reading": "identity-2", "limit": {"equals": 1}, "value": null, "verdict": "skipped"}])");
+  EXPECT_EQ(record["steps"][0]["limits"], limits);
+  EXPECT_EQ(record["steps"][1]["program"]["signal"], 9);
+  EXPECT_EQ(record["steps"][2]["program"]["exit-status"], 3);
+  EXPECT_EQ(record["steps"][3]["question"], "Does it shine?");
+  EXPECT_EQ(records[1]["verdict"], "link failure");
+}
+
 TEST(Plans, ReportsHoldEverything) {
   const std::string picture = GreyJpeg(8, 8);
   const std::size_t size = picture.size() / 2;
@@ -481,12 +515,13 @@ TEST(Plans, ReportsHoldEverything) {
     "variables": {"identity": {}},
     "steps": [
       {"name": "Server\u0001", "command": "ping"},
-      {"name": "Blemish", "command": "camera capture", "arguments": {"picture": "blemish", "size": "8x8"}},
+      {"name": "Blemish", "command": "camera capture", "arguments": {"picture": "blemish", "size": "8x8"},
+       "limits": {"width": {"equals": 8}, "height": {"minimum": 4, "maximum": 8}}},
       {"name": "Card", "command": "memory-card"},
       {"name": "Card", "command": "ping"}]})");
   const fs::path folder = fs::path(TemporaryFolder()) / "report";
-  const ToolResult result =
-      RunTool({"--port", phone.Port(), "run", plan, "--set", "identity=123", "--report", folder, "--json"});
+  const ToolResult result = RunTool({"--port", phone.Port(), "run", plan, "--set", "identity=123", "--report",
+                                     folder, "--json", "--station", "Line 3", "--operator", "Ada"});
   EXPECT_EQ(result.status, 1) << result.errors;
   EXPECT_EQ(phone.Difference(), "");
 
@@ -494,6 +529,14 @@ TEST(Plans, ReportsHoldEverything) {
   EXPECT_EQ(report, nlohmann::json::parse(result.output));
   EXPECT_EQ(report["verdict"], "device failure");
   EXPECT_EQ(report["variables"]["identity"], "123");
+  EXPECT_EQ(report["station"], "Line 3");
+  EXPECT_EQ(report["operator"], "Ada");
+  EXPECT_EQ(report["plan-sha256"], RunProgram({"sha256sum", plan}).output.substr(0, 64));
+  const auto limits = nlohmann::json::parse(R"([
+    {"reading": "height", "limit": {"minimum": 4, "maximum": 8}, "value": 8, "unit": "pixels", "verdict": "passed"},
+    {"reading": "width", "limit": {"equals": 8}, "value": 8, "unit": "pixels", "verdict": "passed"}])");
+  EXPECT_EQ(report["steps"][1]["limits"], limits);
+  ExpectRecord(folder / "report.json");
   EXPECT_EQ(report["steps"][0]["exchanges"][0]["sent"], "0000000000000000");
   EXPECT_EQ(report["steps"][1]["exchanges"].size(), 4u);
   EXPECT_EQ(report["steps"][1]["readings"]["width"], 8);
