@@ -86,7 +86,11 @@ class ContainmentTest : public PhoneTest {
  protected:
   void SetUp() override {
     if (geteuid() != 0) GTEST_SKIP() << "only root can give up rights";
-    std::filesystem::copy_file(HOSTILE_PROGRAM, copy_, std::filesystem::copy_options::overwrite_existing);
+    // The one for the phone's processor is built beside the phone's own executable.
+    const std::filesystem::path program =
+        IsEmulated() ? options.server.parent_path() / "hostile_program" : HOSTILE_PROGRAM;
+    if (!std::filesystem::exists(program)) GTEST_SKIP() << program << " is not built";
+    std::filesystem::copy_file(program, copy_, std::filesystem::copy_options::overwrite_existing);
   }
   void TearDown() override {
     std::filesystem::remove(copy_);

@@ -90,7 +90,7 @@ void TryDirectory(const char* from, int directory, const Targets& targets) {
   }
   open_how how = {};
   Try(way("openat2").c_str(), SYS_openat2, directory, canary, &how, sizeof how);
-  Try(way("newfstatat").c_str(), SYS_newfstatat, directory, canary, &status, 0);
+  Report(way("fstatat").c_str(), fstatat(directory, canary, &status, 0) == 0);
   Try(way("faccessat").c_str(), SYS_faccessat, directory, canary, R_OK);
   Try(way("faccessat2").c_str(), SYS_faccessat2, directory, canary, R_OK, 0);
   Try(way("readlinkat").c_str(), SYS_readlinkat, directory, (path + "-link").c_str(), bytes, sizeof bytes);
