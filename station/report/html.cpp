@@ -1,5 +1,8 @@
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <map>
+
 #include "station/commands/clean_text.h"
 #include "station/report/phone_facts.h"
 #include "station/report/report.h"
@@ -7,6 +10,8 @@
 namespace station {
 
 namespace {
+
+constexpr auto REPLACE = nlohmann::ordered_json::error_handler_t::replace;
 
 constexpr const char* STYLE = R"(
 :root { color-scheme: light dark; --line: #8884; --good: #1a7f37; --bad: #cf222e; --idle: #777; }
@@ -26,6 +31,17 @@ figure { display: inline-block; margin: .5rem .8rem .3rem 0; }
 figure img { max-width: 20rem; max-height: 20rem; border: 1px solid var(--line); }
 figcaption { color: var(--idle); font-size: .85rem; }
 summary { cursor: pointer; color: var(--idle); }
+table.limits { width: auto; margin: .3rem 0; } .limits td, .limits th { padding: .1rem .8rem .1rem 0; }
+.broken { color: var(--bad); font-weight: 600; }
+@media print {
+  :root { color-scheme: light; }
+  body { font-size: 10pt; max-width: none; margin: 0; padding: 0; }
+  .verdict { color: inherit; background: none; padding: 0; }
+  tr.step, figure, .failures li { break-inside: avoid; }
+  thead { display: table-header-group; }
+  details { display: none; }
+  a { color: inherit; text-decoration: none; }
+}
 )";
 
 // Clean text, with entities for the five special characters.
@@ -82,27 +98,66 @@ std::string Badge(Verdict verdict) {
   return fmt::format("<span class=\"verdict {}\">{}</span>", Colour(verdict), VerdictText(verdict));
 }
 
-std::string ReadingsList(const std::vector<Reading>& readings) {
-  if (readings.empty()) return "";
-  std::string html = "<dl>";
-  for (const Reading& reading : readings) {
+// Every limit with the value that it was compared with.
+std::string LimitsTable(const std::vector<JudgedLimit>& limits, const std::vector<Reading>& readings) {
+  if (limits.empty()) return "";
+  std::string html = "<table class=\"limits\"><tr><th>reading</th><th>value</th><th>limit</th><th></th></tr>";
+  for (const JudgedLimit& limit : limits) {
+    const auto reading = std::ranges::find(readings, limit.reading, &Reading::name);
+    const std::string raw = limit.value.is_null() ? "" : limit.value.dump(-1, ' ', false, REPLACE);
+    const std::string value = reading != readings.end() && !limit.value.is_null() ? reading->text : raw;
+    const bool broken = limit.verdict != Verdict::Passed && limit.verdict != Verdict::Skipped;
+    html += fmt::format("<tr{}><td>{}</td><td>{} {}</td><td>{}</td><td>{}</td></tr>",
+                        broken ? " class=\"broken\"" : "", Escaped(limit.reading), Escaped(value),
+                        Escaped(limit.unit), Escaped(limit.text),
+                        limit.verdict == Verdict::Skipped ? "not judged" : VerdictText(limit.verdict));
+  }
+  return html + "</table>";
+}
+
+// The readings without those that stand in the table of limits.
+std::string ReadingsList(const StepResult& step) {
+  std::string html;
+  for (const Reading& reading : step.readings) {
+    if (std::ranges::find(step.limits, reading.name, &JudgedLimit::reading) != step.limits.end()) continue;
     const std::string text = reading.text.starts_with('\n') ? reading.text.substr(1) : reading.text;
     const bool drawing = text.find('\n') != std::string::npos;
     const std::string shown = drawing ? "<pre>" + Escaped(text) + "</pre>" : Escaped(text);
-    html += fmt::format("<dt>{}</dt><dd>{}</dd>", Escaped(reading.name), shown);
+    html += fmt::format("<dt>{}</dt><dd>{} {}</dd>", Escaped(reading.name), shown, Escaped(reading.unit));
   }
-  return html + "</dl>";
+  return html.empty() ? "" : "<dl>" + html + "</dl>";
 }
 
-std::string Figures(const std::vector<Attachment>& attachments) {
-  std::string html;
-  for (const Attachment& attachment : attachments) {
-    html += fmt::format(
-        "<figure><img alt=\"{0}\" src=\"data:{1};base64,{2}\"><figcaption>{0}, {3} bytes</figcaption>"
-        "</figure>",
-        Escaped(attachment.name), attachment.type, Base64(attachment.content), attachment.content.size());
+// The pictures of a whole plan, each shown where it comes first.
+class Gallery {
+ public:
+  std::string Show(std::size_t number, const std::vector<Attachment>& attachments) {
+    std::string html;
+    for (const Attachment& attachment : attachments) {
+      const auto [first, fresh] = shown_.emplace(attachment.content, number);
+      if (!fresh) {
+        html += fmt::format(
+            "<div class=\"facts\">{}: the same picture as in <a href=\"#step-{}\">step {}</a></div>",
+            Escaped(attachment.name), first->second, first->second);
+        continue;
+      }
+      html += fmt::format(
+          "<figure><img alt=\"{0}\" src=\"data:{1};base64,{2}\"><figcaption>{0}, {3} bytes</figcaption>"
+          "</figure>",
+          Escaped(attachment.name), attachment.type, Base64(attachment.content), attachment.content.size());
+    }
+    return html;
   }
-  return html;
+
+ private:
+  std::map<Bytes, std::size_t> shown_;  // the step's number, from 1
+};
+
+std::string ProgramLine(const ProgramRecord& program) {
+  std::string line = fmt::format("{}", fmt::join(program.words, " "));
+  if (program.exit_status) line += fmt::format(" (exit status {})", *program.exit_status);
+  if (program.signal) line += fmt::format(" (ended by signal {})", *program.signal);
+  return line;
 }
 
 std::string ExchangesList(const Transcript& transcript) {
@@ -119,21 +174,62 @@ std::string ExchangesList(const Transcript& transcript) {
   return html + "</details>";
 }
 
-std::string Row(std::size_t number, const StepResult& step) {
-  std::string html =
-      fmt::format("<tr><td class=\"number\">{}</td><td>{}</td><td class=\"time\">{}</td><td>{}", number,
-                  Badge(step.verdict), step.verdict == Verdict::Skipped ? "" : DurationText(step.took),
-                  Escaped(step.name));
+std::string Facts(const std::string& text) {
+  return text.empty() ? "" : fmt::format("<div class=\"facts\">{}</div>", Escaped(text));
+}
+
+std::string Row(std::size_t number, const StepResult& step, Gallery& gallery) {
+  const bool skipped = step.verdict == Verdict::Skipped;
+  std::string html = fmt::format(
+      "<tr class=\"step\" id=\"step-{0}\"><td class=\"number\">{0}</td><td>{1}</td><td "
+      "class=\"time\">{2}</td><td>{3}",
+      number, Badge(step.verdict), skipped ? "" : DurationText(step.took), Escaped(step.name));
   if (!step.message.empty()) {
-    html += fmt::format("<div class=\"{}\">{}</div>", step.verdict == Verdict::Skipped ? "facts" : "message",
-                        Escaped(step.message));
+    html += fmt::format("<div class=\"{}\">{}</div>", skipped ? "facts" : "message", Escaped(step.message));
   }
-  if (!step.command.empty() && step.command != step.name) {
-    html += fmt::format("<div class=\"facts\">{}</div>", Escaped(step.command));
-  }
-  if (step.attempts > 1) html += fmt::format("<div class=\"facts\">{} attempts</div>", step.attempts);
-  html += ReadingsList(step.readings) + Figures(step.attachments) + ExchangesList(step.transcript);
+  if (step.command != step.name) html += Facts(step.command);
+  if (step.question != step.name) html += Facts(step.question);
+  if (step.program) html += Facts(ProgramLine(*step.program));
+  if (step.attempts > 1) html += Facts(fmt::format("{} attempts", step.attempts));
+  html += LimitsTable(step.limits, step.readings) + ReadingsList(step);
+  html += gallery.Show(number, step.attachments) + ExchangesList(step.transcript);
   return html + "</td></tr>\n";
+}
+
+// What did not pass, with links to the steps; nothing if all did.
+std::string Failures(const PlanResult& result) {
+  std::string html;
+  for (std::size_t i = 0; i < result.steps.size(); ++i) {
+    const StepResult& step = result.steps[i];
+    if (step.verdict == Verdict::Passed || step.verdict == Verdict::Skipped) continue;
+    html += fmt::format("<li>{0} <a href=\"#step-{1}\">step {1}, {2}</a>: {3}</li>\n", Badge(step.verdict),
+                        i + 1, Escaped(step.name), Escaped(step.message));
+  }
+  return html.empty() ? "" : "<h2>What did not pass</h2>\n<ul class=\"failures\">\n" + html + "</ul>\n";
+}
+
+std::string RunFacts(const PlanResult& result) {
+  std::string html;
+  const auto add = [&html](const std::string& name, const std::string& value) {
+    if (!value.empty()) html += fmt::format("<dt>{}</dt><dd>{}</dd>", Escaped(name), Escaped(value));
+  };
+  const PhoneFacts facts = FactsOfPhone(result);
+  add("identity", facts.identity);
+  for (const auto& [name, text] : facts.versions) add(name + " version", text);
+  add("station", result.origin.station);
+  add("operator", result.origin.person);
+  add("port", result.port);
+  if (result.executable)
+    add("simulated phone", result.executable->path + ", " + result.executable->processor);
+  add("plan", fmt::format("{}, SHA-256 {}", result.plan_file, result.plan_sha256));
+  add("tool", "phonetest " + result.origin.tool_version);
+  add("started", TimeText(result.started));
+  add("ended", TimeText(result.ended));
+  add("took", DurationText(result.took));
+  add("steps", fmt::format("{} passed of {}, {} not run", CountVerdict(result, Verdict::Passed),
+                           result.steps.size(), CountVerdict(result, Verdict::Skipped)));
+  for (const auto& [name, value] : result.variables) add("variable " + name, value);
+  return "<dl>" + html + "</dl>\n";
 }
 
 }  // namespace
@@ -145,16 +241,11 @@ std::string ReportHtml(const PlanResult& result) {
       "{1}</title>\n<style>{2}</style>\n</head>\n"
       "<body>\n<h1>{0}</h1>\n<p>{3}</p>\n",
       Escaped(result.plan), VerdictText(result.verdict), STYLE, Badge(result.verdict));
-  html += fmt::format("<dl><dt>port</dt><dd>{}</dd><dt>started</dt><dd>{}</dd><dt>took</dt><dd>{}</dd>",
-                      Escaped(result.port), TimeText(result.started), DurationText(result.took));
-  html += fmt::format("<dt>steps</dt><dd>{} passed of {}</dd>", CountVerdict(result, Verdict::Passed),
-                      result.steps.size());
-  for (const auto& [name, value] : result.variables) {
-    if (!value.empty()) html += fmt::format("<dt>{}</dt><dd>{}</dd>", Escaped(name), Escaped(value));
-  }
-  html += "</dl>\n<table>\n<tr><th></th><th>verdict</th><th>time</th><th>step</th></tr>\n";
-  for (std::size_t i = 0; i < result.steps.size(); ++i) html += Row(i + 1, result.steps[i]);
-  return html + "</table>\n</body>\n</html>\n";
+  html += Failures(result) + RunFacts(result);
+  html += "<table>\n<thead><tr><th></th><th>verdict</th><th>time</th><th>step</th></tr></thead>\n<tbody>\n";
+  Gallery gallery;
+  for (std::size_t i = 0; i < result.steps.size(); ++i) html += Row(i + 1, result.steps[i], gallery);
+  return html + "</tbody>\n</table>\n</body>\n</html>\n";
 }
 
 }  // namespace station

@@ -83,6 +83,26 @@ struct PhonePlan {
   Plan plan;
 };
 
+void ReplaceAll(std::string& text, const std::string& from, const std::string& to) {
+  for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+    text.replace(at, from.size(), to);
+  }
+}
+
+// The folder is gone when someone reads the result: its name becomes the plan's word for it.
+PlanResult WithoutScratch(PlanResult result, const std::string& scratch) {
+  const auto forget = [&scratch](std::string& text) { ReplaceAll(text, scratch, "${scratch}"); };
+  for (StepResult& step : result.steps) {
+    for (std::string* text : {&step.name, &step.command, &step.question, &step.message}) forget(*text);
+    if (step.program) std::ranges::for_each(step.program->words, forget);
+    for (Reading& reading : step.readings) {
+      forget(reading.text);
+      if (reading.value.is_string()) forget(reading.value.get_ref<std::string&>());
+    }
+  }
+  return result;
+}
+
 PlanResult RunOnPhone(const PlanOrder& order, const PhonePlan& phone, Operator& person,
                       const StepStarted& started) {
   const bool alone = order.ports.size() == 1;
@@ -94,9 +114,9 @@ PlanResult RunOnPhone(const PlanOrder& order, const PhonePlan& phone, Operator& 
     }
     Link link(phone.port, trace.get());
     Session session(link, {order.answer_time, alone && isatty(STDERR_FILENO) != 0});
-    return RunPlan(phone.plan, session, person, started);
+    return WithoutScratch(RunPlan(phone.plan, session, person, started), phone.scratch.Path());
   } catch (const std::exception& failure) {
-    return UnstartedPlan(phone.plan, phone.port, failure.what());
+    return WithoutScratch(UnstartedPlan(phone.plan, phone.port, failure.what()), phone.scratch.Path());
   }
 }
 

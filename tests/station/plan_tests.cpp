@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <pugixml.hpp>
+#include <regex>
 #include <thread>
 
 #include "station/commands/bytes.h"
@@ -546,6 +547,10 @@ TEST(Plans, ReportsHoldEverything) {
   EXPECT_EQ(ReadFile(folder / "02-blemish.jpg").size(), size);
 
   const std::string html = ReadFile(folder / "report.html");
+  // The failure stands before the facts and the steps, and a limit beside its value.
+  EXPECT_LT(html.find("step 3, Card</a>: -9995 NO_CARD"), html.find("<dt>station</dt><dd>Line 3</dd>"));
+  EXPECT_NE(html.find("<td>height</td><td>8 pixels</td><td>at least 4, at most 8</td><td>passed</td>"),
+            std::string::npos);
   EXPECT_NE(html.find("A &lt;small&gt; plan &amp; &quot;more&quot;"), std::string::npos);
   EXPECT_NE(html.find("src=\"data:image/jpeg;base64,/9j//gAC/9sAQwAB"), std::string::npos);
   EXPECT_NE(html.find("&lt; F5 D8 FF FF"), std::string::npos);
@@ -581,6 +586,19 @@ TEST(Plans, ReportsHoldEverything) {
   EXPECT_GE(whole, 0.05);  // the phone's first answer took as long
   EXPECT_LE(whole, result.took.count());
   EXPECT_NE(suite.find_child_by_attribute("testcase", "name", "Card").child("failure"), nullptr);
+}
+
+TEST(Plans, APageShowsAPictureOnceAndNoPathThatIsGone) {
+  const std::string make =
+      R"({"program": ["cp", "/dev/stdin", "${scratch}/a.png"], "picture": "${scratch}/a.png"})";
+  const std::string folder = TemporaryFolder() + "/pictures";
+  const ToolResult shown = Try({"", Steps(make + "," + make), {"--report", folder}, {}, 0, "passed"});
+  const std::string html = ReadFile(folder + "/report.html");
+  EXPECT_EQ(html.find("<figure>"), html.rfind("<figure>"));
+  EXPECT_NE(html.find("a.png: the same picture as in <a href=\"#step-1\">step 1</a>"), std::string::npos);
+  EXPECT_NE(html.find("cp /dev/stdin ${scratch}/a.png (exit status 0)"), std::string::npos);
+  for (const std::string& text : {html, ReadFile(folder + "/report.json")})
+    EXPECT_FALSE(std::regex_search(text, std::regex("[^}]/a\\.png"))) << text;
 }
 
 // Every byte, broken UTF-8, and what XML 1.0 forbids.
