@@ -314,8 +314,8 @@ class ConversationFuzzTest : public PhoneTest {
 };
 
 TEST_F(ConversationFuzzTest, ServesWhateverComes) {
-  const size_t count = NumberFrom("EXCHANGES", 150);
-  const uint64_t seed = NumberFrom("SEED", std::random_device()());
+  const size_t count = EnvironmentNumber("EXCHANGES", 150);
+  const uint64_t seed = EnvironmentNumber("SEED", std::random_device()());
   RecordProperty("seed", std::to_string(seed));
   SCOPED_TRACE(fmt::format("SEED={} EXCHANGES={}", seed, count));
   std::cout << fmt::format("SEED={} EXCHANGES={}\n", seed, count) << std::flush;

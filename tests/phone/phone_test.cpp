@@ -26,11 +26,6 @@ Lines operator+(Lines left, const Lines& right) {
   return left;
 }
 
-uint64_t NumberFrom(const char* variable, uint64_t otherwise) {
-  const char* text = getenv(variable);
-  return text != nullptr ? std::stoull(text) : otherwise;
-}
-
 PhoneTest::PhoneTest() {
   const char* server = getenv("PHONETESTD");
   options.server = server != nullptr ? server : NativeServer();
@@ -46,8 +41,21 @@ bool PhoneTest::IsEmulated() const {
   return simulator::IdentifyExecutable(options.server).processor == "ARM";
 }
 
+// Where a server that is built to count what it executes keeps the counts (tools/coverage). It maps the file,
+// which is also in the folder that $COVERAGE_COUNTS names: it stays when the phone goes.
+static void KeepCounts(simulator::SimulatedPhone& phone, const char* folder) {
+  static int number = 0;
+  const auto file = std::filesystem::path(folder) / fmt::format("phone-{}-{}.profraw", getpid(), ++number);
+  std::ofstream(file).close();
+  std::filesystem::create_hard_link(file, phone.Root().Outside("/counts"));
+}
+
 simulator::SimulatedPhone& PhoneTest::Phone() {
-  if (!phone_) phone_ = std::make_unique<simulator::SimulatedPhone>(options);
+  if (phone_) return *phone_;
+  const char* counts = getenv("COVERAGE_COUNTS");
+  if (counts != nullptr) options.environment.emplace_back("LLVM_PROFILE_FILE=/counts%c");
+  phone_ = std::make_unique<simulator::SimulatedPhone>(options);
+  if (counts != nullptr) KeepCounts(*phone_, counts);
   return *phone_;
 }
 

@@ -29,14 +29,11 @@ constexpr bool SANITIZED = false;
 // Whether a program has 32-bit words, whose calls have other numbers.
 bool IsNarrow(const std::filesystem::path& program);
 
-// The number in an environment variable.
+// The number in an environment variable, such as $SEED.
 uint64_t EnvironmentNumber(const char* name, uint64_t otherwise);
 
 using Lines = std::vector<std::string>;
 Lines operator+(Lines left, const Lines& right);
-
-// A number from the environment, such as $SEED.
-uint64_t NumberFrom(const char* variable, uint64_t otherwise);
 
 class PhoneTest : public testing::Test {
  protected:
