@@ -46,6 +46,8 @@ std::string PhoneEnd::Text() const {
       return fmt::format("server killed by signal {} ({})", status, strsignal(status));
     case Reason::PoweredOff:
       return "powered off";
+    case Reason::OverLimit:
+      return "ended: " + excess;
     case Reason::Stopped:
       break;
   }
@@ -65,7 +67,9 @@ SimulatedPhone::SimulatedPhone(PhoneOptions phone_options)
                 }},
       console_(loop_, journal_, options_.echo_console),
       calls_(std::make_unique<SystemCalls>(services_, faults_)),
-      models_(MakeModels(services_)) {
+      models_(MakeModels(services_)),
+      limit_watch_(root_, options_.limits) {
+  calls_->SetStarting([this] { EndIfOver(limit_watch_.LookAtStart(guardian_->Process())); });
   calls_->SetInstantSleeps(options_.instant_sleeps);
   calls_->SetModels(models_);
   Furnish();
@@ -94,7 +98,7 @@ void SimulatedPhone::Boot() {
   LinkHostPort();
   // The guardian is forked before the loop's thread is there.
   guardian_ = std::make_unique<Guardian>(root_.Path(), root_.IsTemporary(), root_.Lock(),
-                                         options_.host_port_link, HostPort());
+                                         options_.host_port_link, HostPort(), options_.limits.disk);
   root_.LeaveRemovalToGuardian();
   guardian_watch_ = loop_.Watch(guardian_->Descriptor(), POLLIN, [this](short) { TakeEnds(); });
   if (!options_.server.empty()) StartServer();
@@ -102,6 +106,7 @@ void SimulatedPhone::Boot() {
     const std::lock_guard lock(mutex_);
     running_ = true;
   }
+  WatchLimits();
   loop_.Start();
 }
 
@@ -189,6 +194,22 @@ void SimulatedPhone::TakeEnds() {
   } while (guardian_->HasEnd());
 }
 
+void SimulatedPhone::WatchLimits() {
+  constexpr auto PACE = std::chrono::milliseconds(200);
+  loop_.After(PACE, [this] {
+    if (!guardian_ || !IsRunning()) return;
+    EndIfOver(limit_watch_.Look(guardian_->Process()));
+    WatchLimits();
+  });
+}
+
+// Starts of processes wait for this thread's answer, so none is made while all are killed.
+void SimulatedPhone::EndIfOver(const std::string& excess) {
+  if (excess.empty() || !IsRunning()) return;
+  guardian_->KillAll();
+  End(PhoneEnd::Reason::OverLimit, 0, excess);
+}
+
 void SimulatedPhone::PowerOff() {
   if (std::exchange(powered_off_, true)) return;
   journal_.Add({.kind = JournalKind::Event, .text = "power off"});
@@ -199,9 +220,9 @@ void SimulatedPhone::PowerOff() {
   });
 }
 
-void SimulatedPhone::End(PhoneEnd::Reason reason, int status) {
+void SimulatedPhone::End(PhoneEnd::Reason reason, int status, const std::string& excess) {
   if (powered_off_) reason = PhoneEnd::Reason::PoweredOff;
-  const PhoneEnd end = {reason, status};
+  const PhoneEnd end = {reason, status, excess};
   std::function<void(const PhoneEnd&)> on_end;
   {
     const std::lock_guard lock(mutex_);

@@ -26,6 +26,7 @@
 #include "simulator/phone/root_directory.h"
 #include "simulator/phone/server_program.h"
 #include "simulator/supervisor/guardian.h"
+#include "simulator/supervisor/limits.h"
 
 namespace simulator {
 
@@ -38,12 +39,14 @@ struct PhoneOptions {
   bool echo_console = false;                  // the server's output also goes to our standard output
   std::vector<std::string> environment;       // "NAME=value" for the server, beside the phone's own
   std::string host_port_link;                 // a symbolic link to the host's end of the serial port
+  PhoneLimits limits;                         // above one of them the phone ends
 };
 
 struct PhoneEnd {
-  enum class Reason { ServerExited, ServerKilled, PoweredOff, Stopped };
+  enum class Reason { ServerExited, ServerKilled, PoweredOff, Stopped, OverLimit };
   Reason reason;
-  int status = 0;  // the server's exit status, or the signal that killed it
+  int status = 0;        // the server's exit status, or the signal that killed it
+  std::string excess{};  // of OverLimit: what the phone had too much of
 
   std::string Text() const;  // "server ended with status 247"
 };
@@ -130,7 +133,9 @@ class SimulatedPhone {
   void StartServer();
   void TakeEnds();
   void PowerOff();
-  void End(PhoneEnd::Reason reason, int status);
+  void WatchLimits();
+  void EndIfOver(const std::string& excess);
+  void End(PhoneEnd::Reason reason, int status, const std::string& excess = {});
 
   PhoneOptions options_;
   ServerStart server_start_;
@@ -145,6 +150,7 @@ class SimulatedPhone {
 
   std::unique_ptr<Guardian> guardian_;
   PollLoop::Id guardian_watch_ = 0;
+  LimitWatch limit_watch_;
   uint32_t server_number_ = 0;
   bool powered_off_ = false;
 

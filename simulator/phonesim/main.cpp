@@ -37,6 +37,7 @@ void PrepareStart() {
 
 int ExitStatus(const PhoneEnd& end) {
   const bool server_failed = end.reason == PhoneEnd::Reason::ServerKilled ||
+                             end.reason == PhoneEnd::Reason::OverLimit ||
                              (end.reason == PhoneEnd::Reason::ServerExited && end.status != 0);
   return server_failed ? SERVER_FAILED : 0;
 }
@@ -62,6 +63,12 @@ int RunShellOnly(const SessionOptions& options) {
   fmt::print("{}", Greeting(session));
   fflush(stdout);
   simulator::RelayTerminal(session.Phone().OpenShell());
+  session.Phone().OnLoop([] {});  // the shell may be gone before the phone's end is stated
+  const auto end = session.Phone().WaitForEnd(std::chrono::milliseconds(0));
+  if (end && end->reason == PhoneEnd::Reason::OverLimit) {
+    fmt::print("{}\n", end->Text());
+    return SERVER_FAILED;
+  }
   return 0;
 }
 
@@ -130,6 +137,18 @@ int RunProgram(int argc, char** argv) {
   app.add_option("--camera", options.camera_file, "a PNG or JPEG picture that the camera sees");
   app.add_option("--lcd", options.lcd_file,
                  "a PNG file for the LCD's last picture, written when the phone ends");
+  constexpr uint64_t MIB = 1 << 20;
+  auto& limits = options.phone.limits;
+  app.add_option("--most-tasks", limits.tasks, "the phone ends above so many processes and threads")
+      ->capture_default_str();
+  uint64_t memory = limits.memory / MIB;
+  app.add_option("--most-memory", memory, "the phone ends above so many MiB of memory in use")
+      ->check(CLI::Range(1, 1 << 20))
+      ->capture_default_str();
+  uint64_t disk = limits.disk / MIB;
+  app.add_option("--most-disk", disk, "the phone ends above so many MiB of files")
+      ->check(CLI::Range(1, 1 << 20))
+      ->capture_default_str();
   app.add_flag("--no-waiting", options.phone.instant_sleeps, "the phone's sleeps take no time");
   app.add_flag("--no-server", no_server, "starts a shell in the phone instead of the server");
   app.add_flag("--verbose,-v", options.prints_journal, "prints everything that happens");
@@ -149,6 +168,8 @@ int RunProgram(int argc, char** argv) {
     return ShowEnd(app, wrong);
   }
 
+  limits.memory = memory * MIB;
+  limits.disk = disk * MIB;
   if (no_server) options.phone.server.clear();
   options.phone.echo_console = !*start && !no_server;
   if (!port.empty()) options.name = simulator::PhoneAtPort(port);

@@ -194,7 +194,8 @@ std::string Session::Status() const {
                                  options_.name, phone_.IsRunning() ? "running" : "ended", phone_.HostPort(),
                                  phone_.ServerProcess(), getpid());
   if (executable_) text += fmt::format(", executable {} ({})", executable_->path, executable_->processor);
-  return text + ", confined by a root directory and a list of allowed system calls\n";
+  return text + ", confined by a root directory and a list of allowed system calls, limited to " +
+         options_.phone.limits.Text() + "\n";
 }
 
 std::string Session::StatusAsJson() const {

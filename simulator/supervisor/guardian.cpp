@@ -40,11 +40,12 @@ std::string Refusal(const LinkReport& report) {
 }  // namespace
 
 Guardian::Guardian(std::string root, bool removes_root, int lock, std::string link_path,
-                   std::string link_target)
+                   std::string link_target, uint64_t largest_file)
     : root_(std::move(root)),
       removes_root_(removes_root),
       link_path_(std::move(link_path)),
       link_target_(std::move(link_target)),
+      largest_file_(largest_file),
       filters_(MakeSystemCallFilters()) {
   int link[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, link) != 0) {
@@ -55,7 +56,7 @@ Guardian::Guardian(std::string root, bool removes_root, int lock, std::string li
   process_ = fork();
   if (process_ == 0)
     RunGuardian({root_.c_str(), removes_root_, lock, link_path_.c_str(), link_target_.c_str(), &filters_,
-                 guardians_end.Get()});
+                 largest_file_, guardians_end.Get()});
   if (process_ < 0) throw std::system_error(errno, std::generic_category(), "fork");
 }
 

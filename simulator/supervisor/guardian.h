@@ -46,8 +46,10 @@ class Guardian {
  public:
   // Forks the guardian. At its end it removes the root directory, if it is told to, and the link, if there is
   // one. It keeps `lock` as long as it lives.
+  // No file of the phone grows above `largest_file` bytes by one write.
   // `link_path` is a symbolic link to `link_target` that goes with the phone, or empty.
-  Guardian(std::string root, bool removes_root, int lock, std::string link_path, std::string link_target);
+  Guardian(std::string root, bool removes_root, int lock, std::string link_path, std::string link_target,
+           uint64_t largest_file);
   ~Guardian();
   Guardian(const Guardian&) = delete;
   Guardian& operator=(const Guardian&) = delete;
@@ -64,6 +66,9 @@ class Guardian {
   bool HasEnd() const {
     return !ends_.empty();
   }
+  pid_t Process() const {
+    return process_;
+  }
   // Ends every process of the phone now.
   void KillAll();
   // Kills every process of the phone and waits until the last is gone, and the temporary files too.
@@ -77,6 +82,7 @@ class Guardian {
   bool removes_root_;
   std::string link_path_;
   std::string link_target_;
+  uint64_t largest_file_;
   SystemCallFilters filters_;
   posix::FileDescriptor link_;
   pid_t process_ = 0;

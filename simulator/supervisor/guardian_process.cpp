@@ -86,6 +86,7 @@ void StartProcess(const posix::Message& message) {
   if (process == 0) {
     RunPhoneProcess({guardian.duty.root,
                      guardian.duty.filters,
+                     guardian.duty.largest_file,
                      self,
                      {message.descriptors[0], message.descriptors[1], message.descriptors[2]},
                      header.controls_terminal != 0,

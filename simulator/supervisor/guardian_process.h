@@ -48,7 +48,8 @@ struct GuardianDuty {
   const char* link_path;    // a symbolic link to remove at the end, or empty
   const char* link_target;  // where it leads; a path that leads elsewhere by then is not ours
   const SystemCallFilters* filters;
-  int link;  // to the simulator
+  uint64_t largest_file;  // bytes that one of the phone's files can have
+  int link;               // to the simulator
 };
 
 // The body of the forked guardian. Never returns.

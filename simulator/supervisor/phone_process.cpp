@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -75,6 +76,23 @@ void KeepHarmlessCapabilities() {
   syscall(SYS_capset, &header, data);
 }
 
+void Limit(__rlimit_resource resource, rlim_t value) {
+  rlimit limit;
+  if (getrlimit(resource, &limit) != 0) return;
+  limit.rlim_max = value < limit.rlim_max ? value : limit.rlim_max;
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(resource, &limit);
+}
+
+// The simulator counts everything now and then. These hold between two counts.
+void SetLimits(const PhoneProcessStart& start) {
+  // If the PC's memory runs out, a process of the phone goes first.
+  WriteWholeFile("/proc/self/oom_score_adj", "1000");
+  Limit(RLIMIT_FSIZE, start.largest_file);
+  // 1 keeps the kernel from handing a crash to a program of the PC; 0 would not.
+  Limit(RLIMIT_CORE, 1);
+}
+
 void ResetSignals() {
   struct sigaction action = {};
   action.sa_handler = SIG_DFL;
@@ -99,6 +117,7 @@ void RunPhoneProcess(const PhoneProcessStart& start) {
   if (start.controls_terminal) ioctl(start.standard[0], TIOCSCTTY, 0);
   TakeStandardDescriptors(start);
   umask(022);
+  SetLimits(start);
   EnterRoot(start);
   KeepHarmlessCapabilities();
   // After the changes of rights, which undo this setting.

@@ -4,6 +4,8 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
+
 #include "simulator/supervisor/seccomp_filter.h"
 
 namespace simulator {
@@ -11,6 +13,7 @@ namespace simulator {
 struct PhoneProcessStart {
   const char* root;  // the root directory's path on the PC
   const SystemCallFilters* filters;
+  uint64_t largest_file;  // bytes
   pid_t guardian;
   int standard[3];         // descriptors of standard input, output and error
   bool controls_terminal;  // standard input becomes its controlling terminal

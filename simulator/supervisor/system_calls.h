@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "simulator/phone/device_model.h"
@@ -60,6 +61,10 @@ class SystemCalls {
   void SetModels(const Models& models);
   // Answers what comes by this listener until its last process is gone.
   void Serve(posix::FileDescriptor listener);
+  // Called before a process of the phone starts a process or a thread.
+  void SetStarting(std::function<void()> starting) {
+    starting_ = std::move(starting);
+  }
   void SetInstantSleeps(bool instant) {
     instant_sleeps_ = instant;
   }
@@ -115,6 +120,7 @@ class SystemCalls {
   DescriptorTable descriptors_;
   std::vector<std::weak_ptr<TrappedCall>> held_;
   unsigned thread_lists_ = 0;
+  std::function<void()> starting_ = [] {};
   std::atomic<bool> instant_sleeps_ = false;
   std::atomic<bool> emulated_ = false;
 };

@@ -86,7 +86,8 @@ class PhonesimTest : public testing::Test {
 
 TEST_F(PhonesimTest, RunsPhonesInTheBackgroundByName) {
   const std::string link = directory_ + "/port";
-  const Outcome started = Run("--link " + link + " start");
+  const Outcome started =
+      Run("--most-tasks 77 --most-memory 333 --most-disk 222 --link " + link + " start");
   ASSERT_EQ(started.status, 0) << started.output;
   EXPECT_EQ(fs::read_symlink(link), PortIn(started.output));
   const Outcome again = Run("start");
@@ -97,6 +98,8 @@ TEST_F(PhonesimTest, RunsPhonesInTheBackgroundByName) {
   const Outcome status = Run("status");
   EXPECT_TRUE(status.Says(name_ + ": running, host port " + PortIn(started.output))) << status.output;
   EXPECT_TRUE(status.Says(name_ + "-b: running")) << status.output;
+  EXPECT_TRUE(status.Says("limited to 77 processes and threads, 333 MiB of memory, 222 MiB and"))
+      << status.output;
   HostLine host(link);
   host.Send(Words({0x00, 0}));
   EXPECT_EQ(host.Receive(4), Words({1}));

@@ -1,0 +1,211 @@
+#include "simulator/supervisor/limits.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <set>
+#include <utility>
+
+#include "posix/file_descriptor.h"
+
+namespace simulator {
+namespace {
+
+constexpr uint64_t MIB = 1 << 20;
+constexpr int DEEPEST = 64;  // directories inside each other
+// The files are counted every so many looks, and at once when the PC's file system has lost so many bytes.
+constexpr unsigned LOOKS_BETWEEN = 10;
+constexpr uint64_t NOTABLE_BYTES = 8 * MIB;
+
+using Directory = std::unique_ptr<DIR, int (*)(DIR*)>;
+
+// A directory that is closed even to its owner is opened for a moment: its files count too.
+Directory OpenListing(int parent, const char* name) {
+  constexpr int FLAGS = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  int opened = openat(parent, name, FLAGS);
+  if (opened < 0 && errno == EACCES) {
+    // This descriptor is the phone's directory, whatever has its name by now.
+    const posix::FileDescriptor closed(openat(parent, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const std::string path = fmt::format("/proc/self/fd/{}", closed.Get());
+    struct stat status;
+    if (fstat(closed.Get(), &status) == 0 && chmod(path.c_str(), 0700) == 0) {
+      opened = openat(closed.Get(), ".", FLAGS);
+      chmod(path.c_str(), status.st_mode & 07777);
+    }
+  }
+  return {opened < 0 ? nullptr : fdopendir(opened), closedir};
+}
+
+// Calls `use(name)` for each entry but the two that every directory has.
+template <typename Use>
+void ForEachEntry(const Directory& directory, Use use) {
+  while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
+    if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) use(entry->d_name);
+  }
+}
+
+struct FileUsage {
+  uint64_t bytes = 0;
+  unsigned files = 0;
+  bool too_deep = false;
+  // Files that have another name or several openers count once.
+  std::set<std::pair<dev_t, ino_t>> seen{};
+
+  void Add(const struct stat& status) {
+    if (status.st_nlink != 1 && !S_ISDIR(status.st_mode) &&
+        !seen.insert({status.st_dev, status.st_ino}).second) {
+      return;
+    }
+    bytes += static_cast<uint64_t>(status.st_blocks) * 512;
+    ++files;
+  }
+  void AddTree(int parent, const char* name, unsigned most_files, int depth = 0) {
+    too_deep = too_deep || depth > DEEPEST;
+    if (too_deep) return;
+    const Directory directory = OpenListing(parent, name);
+    ForEachEntry(directory, [&](const char* entry) {
+      struct stat status;
+      if (files > most_files || fstatat(dirfd(directory.get()), entry, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return;
+      }
+      Add(status);
+      if (S_ISDIR(status.st_mode)) AddTree(dirfd(directory.get()), entry, most_files, depth + 1);
+    });
+  }
+  // Files that are open and have no name any more still take their place.
+  void AddNameless(pid_t process) {
+    const Directory directory = OpenListing(AT_FDCWD, fmt::format("/proc/{}/fd", process).c_str());
+    ForEachEntry(directory, [&](const char* entry) {
+      struct stat status;
+      if (fstatat(dirfd(directory.get()), entry, &status, 0) != 0) return;
+      if (S_ISREG(status.st_mode) && status.st_nlink == 0) Add(status);
+    });
+  }
+};
+
+// One of the kernel's files about a process; empty when that is gone.
+std::string ReadProcessFile(pid_t process, const std::string& name) {
+  const posix::FileDescriptor file(
+      open(fmt::format("/proc/{}/{}", process, name).c_str(), O_RDONLY | O_CLOEXEC));
+  std::string text;
+  char piece[4096];
+  ssize_t size;
+  while ((size = read(file.Get(), piece, sizeof piece)) > 0) text.append(piece, static_cast<size_t>(size));
+  return text;
+}
+
+// Bytes in memory, those that it shares with other processes too.
+uint64_t ResidentMemory(pid_t process) {
+  unsigned long pages = 0;
+  sscanf(ReadProcessFile(process, "statm").c_str(), "%*u %lu", &pages);
+  return uint64_t{pages} * static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+}
+
+// The process's own share of what is in memory and in no file. Much slower to read than the above.
+uint64_t OwnMemory(pid_t process) {
+  const std::string text = ReadProcessFile(process, "smaps_rollup");
+  // A program can close this file to an ordinary user. All that it has in memory counts then.
+  if (text.empty()) return ResidentMemory(process);
+  uint64_t kilobytes = 0;
+  for (const std::string word : {"Pss_Anon:", "Pss_Shmem:"}) {
+    const size_t place = text.find(word);
+    if (place != std::string::npos) kilobytes += std::strtoull(&text[place + word.size()], nullptr, 10);
+  }
+  return kilobytes * 1024;
+}
+
+}  // namespace
+
+std::string PhoneLimits::Text() const {
+  return fmt::format("{} processes and threads, {} MiB of memory, {} MiB and {} files on the disk", tasks,
+                     memory / MIB, disk / MIB, files);
+}
+
+LimitWatch::Usage LimitWatch::Count(pid_t guardian) const {
+  Usage usage;
+  std::vector<pid_t> waiting = {guardian};
+  while (!waiting.empty() && usage.tasks <= 2 * limits_.tasks) {
+    const pid_t process = waiting.back();
+    waiting.pop_back();
+    if (process != guardian) usage.processes.push_back(process);
+    ForEachEntry(
+        OpenListing(AT_FDCWD, fmt::format("/proc/{}/task", process).c_str()), [&](const char* thread) {
+          if (process != guardian) ++usage.tasks;
+          const std::string children = ReadProcessFile(process, fmt::format("task/{}/children", thread));
+          char* rest = nullptr;
+          for (const char* next = children.c_str();; next = rest) {
+            const long child = std::strtol(next, &rest, 10);
+            if (rest == next) break;
+            waiting.push_back(static_cast<pid_t>(child));
+          }
+        });
+  }
+  return usage;
+}
+
+std::string LimitWatch::JudgeTasks(const Usage& usage) {
+  tasks_ = usage.tasks;
+  if (usage.tasks <= limits_.tasks) return {};
+  return fmt::format("the phone had {} processes and threads, and {} are its limit", usage.tasks,
+                     limits_.tasks);
+}
+
+std::string LimitWatch::JudgeMemory(const Usage& usage) const {
+  uint64_t memory = 0;
+  for (const pid_t process : usage.processes) memory += ResidentMemory(process);
+  if (memory <= limits_.memory) return {};
+  memory = 0;
+  for (const pid_t process : usage.processes) memory += OwnMemory(process);
+  if (memory <= limits_.memory) return {};
+  return fmt::format("the phone's programs used {} MiB of memory, and {} MiB are their limit", memory / MIB,
+                     limits_.memory / MIB);
+}
+
+std::string LimitWatch::LookAtStart(pid_t guardian) {
+  if (++tasks_ <= limits_.tasks) return {};
+  Usage usage = Count(guardian);
+  ++usage.tasks;
+  return JudgeTasks(usage);
+}
+
+std::string LimitWatch::Look(pid_t guardian) {
+  const Usage usage = Count(guardian);
+  for (std::string excess : {JudgeTasks(usage), JudgeMemory(usage)}) {
+    if (!excess.empty()) return excess;
+  }
+  return DiskIsDue() ? JudgeDisk(usage) : "";
+}
+
+bool LimitWatch::DiskIsDue() {
+  struct statvfs system;
+  if (fstatvfs(root_.Descriptor(), &system) != 0) return true;
+  const uint64_t free_bytes = uint64_t{system.f_bavail} * system.f_frsize;
+  // What others gave back must not hide what the phone takes.
+  free_bytes_ = std::max(free_bytes_, free_bytes);
+  if (free_bytes_ - free_bytes < NOTABLE_BYTES && looks_++ % LOOKS_BETWEEN != 0) return false;
+  free_bytes_ = free_bytes;
+  return true;
+}
+
+std::string LimitWatch::JudgeDisk(const Usage& usage) {
+  FileUsage files;
+  files.AddTree(root_.Descriptor(), ".", limits_.files);
+  for (const pid_t process : usage.processes) files.AddNameless(process);
+  if (files.too_deep) return fmt::format("the phone's directories were more than {} deep", DEEPEST);
+  if (files.files > limits_.files) return fmt::format("the phone had more than {} files", limits_.files);
+  if (files.bytes <= limits_.disk) return {};
+  return fmt::format("the phone's files took {} MiB of the disk, and {} MiB are their limit",
+                     files.bytes / MIB, limits_.disk / MIB);
+}
+
+}  // namespace simulator

@@ -1,0 +1,103 @@
+// A phone that takes more of the PC than its limits ends, with everything in it.
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+
+#include "simulator/supervisor/phone_processes.h"
+#include "tests/phone/phone_test.h"
+#include "tests/phone/processes.h"
+#include "tests/phone/rights.h"
+
+namespace {
+
+constexpr uint64_t MIB = 1 << 20;
+
+#define MEBIBYTES_IN_X "x=0123456789abcdef; while [ ${#x} -lt 10000000 ]; do x=$x$x; done; "
+
+struct Taker {
+  const char* name;
+  const char* script;
+  const char* sentence;  // the start of the phone's end
+};
+
+const Taker TAKERS[] = {
+    {"Bomb", "bomb() { bomb | bomb & bomb; }; bomb", "ended: the phone had "},
+    {"Sleepers", "while :; do sleep 1000 & done", "ended: the phone had "},
+    {"Memory", MEBIBYTES_IN_X "y=$x; while :; do x=$x$y; done", "ended: the phone's programs used "},
+    {"Copies", MEBIBYTES_IN_X "for n in 1 2 3 4 5 6; do (x=$x$n; sleep 1000) & done",
+     "ended: the phone's programs used "},
+    {"Disk", "echo 0123456789abcdef > /a; n=0; while :; do cat /a /a > /b; cat /b /b > /a; done",
+     "ended: the phone's files took "},
+    {"Nameless", "exec 3> /a 4> /b; rm /a /b; while :; do echo 0123456789abcdef >&3; cat /bin/sh >&4; done",
+     "ended: the phone's files took "},
+    {"Deep", "while mkdir d && cd d; do :; done", "ended: the phone's directories were more than 64 deep"},
+};
+
+constexpr simulator::PhoneLimits SMALL = {.tasks = 40, .memory = 96 * MIB, .disk = 64 * MIB};
+
+class LimitsTest : public PhoneTest, public testing::WithParamInterface<Taker> {};
+
+}  // namespace
+
+TEST_P(LimitsTest, EndThePhoneThatIsOverThem) {
+  simulator::SimulatedPhone other(options);
+  other.Boot();
+  options.limits = SMALL;
+  Boot();
+  const std::string root = Phone().Root().Path();
+  Phone().RunShell(GetParam().script);
+  const auto end = Phone().WaitForEnd(std::chrono::minutes(2));
+  ASSERT_TRUE(end);
+  EXPECT_TRUE(end->Text().starts_with(GetParam().sentence)) << end->Text();
+  EXPECT_TRUE(simulator::ProcessesIn(root).empty());
+  HostLine others_host(other.HostPort());
+  others_host.Send(Words({0x00, 0}));
+  EXPECT_EQ(others_host.Receive(4), Words({1}));
+  DiscardPhone();
+  EXPECT_FALSE(std::filesystem::exists(root));
+}
+
+INSTANTIATE_TEST_SUITE_P(Takers, LimitsTest, testing::ValuesIn(TAKERS),
+                         [](const auto& taker) { return std::string(taker.param.name); });
+
+// Ten processes have the same 16 MiB in memory, and the same file without a name.
+TEST_F(PhoneTest, CountsOnceWhatItsProgramsShare) {
+  options.limits = SMALL;
+  Boot();
+  Phone().RunShell(
+      MEBIBYTES_IN_X
+      "while [ $((n += 1)) -lt 20 ]; do cat /bin/sh; done > /a; exec 3< /a 4< /a; rm /a;"
+      "for n in 1 2 3 4 5 6 7 8 9 10; do (while :; do sleep 1; done) & done; sleep 4; echo passed");
+  EXPECT_TRUE(Eventually([&] { return Phone().ConsoleText().find("passed") != std::string::npos; }));
+  EXPECT_TRUE(Phone().IsRunning());
+}
+
+TEST_F(PhoneTest, HoldsOneWriteToTheLimitOfTheDisk) {
+  options.limits = SMALL;
+  Boot();
+  std::ifstream file(fmt::format("/proc/{}/limits", Phone().ServerProcess()));
+  const std::string text(std::istreambuf_iterator<char>(file), {});
+  EXPECT_TRUE(std::regex_search(text, std::regex("Max file size +67108864 +67108864"))) << text;
+  EXPECT_TRUE(std::regex_search(text, std::regex("Max core file size +1 +1 "))) << text;
+}
+
+TEST_F(PhoneTest, CountsADirectoryThatIsClosedToAnOrdinaryUser) {
+  if (geteuid() != 0 || !UserNamespacesAreAllowed()) GTEST_SKIP() << "only root can give up rights";
+  EXPECT_EQ(InChild([this] {
+              if (!BecomeOrdinaryUser()) return 2;
+              options.server.clear();
+              options.limits = SMALL;
+              Phone().Boot();
+              Phone().RunShell(
+                  "mkdir /d; while :; do n=$n.; chmod 700 /d; cat /bin/busybox > /d/$n; chmod 0 /d; sleep "
+                  "0.1; done");
+              const auto end = Phone().WaitForEnd(std::chrono::minutes(2));
+              DiscardPhone();
+              return end && end->Text().starts_with("ended: the phone's files took ") ? 0 : 1;
+            }),
+            0);
+}
