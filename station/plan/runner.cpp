@@ -204,7 +204,7 @@ class Run {
     const Clock::time_point start = Clock::now();
     Judgement judgement;
     if (step.kind == Step::Kind::Wait) SleepUnlessInterrupted(step.wait);
-    if (step.kind == Step::Kind::Question) judgement = Question(step);
+    if (step.kind == Step::Kind::Question) judgement = Question(step, done);
     if (step.kind == Step::Kind::Program) judgement = Program(step, done);
     waited_ += Since(start);
     return judgement;
@@ -219,16 +219,12 @@ class Run {
     return JudgeOutcome(step, outcome, done);
   }
 
-  Judgement Question(const Step& step) {
-    switch (person_.Ask(fmt::format("{}: {}", session_.Port(), step.question), step.time_limit)) {
-      case Operator::Reply::Yes:
-        return {};
-      case Operator::Reply::No:
-        return {Verdict::Failed, "the operator says no"};
-      case Operator::Reply::Silence:
-        break;
-    }
-    return {Verdict::Failed, "the operator did not answer"};
+  Judgement Question(const Step& step, StepResult& done) {
+    done.answer = Answer{.question = step.question};
+    person_.Ask(session_.Port(), step.name, step.time_limit, *done.answer);
+    if (done.answer->reply == Answer::Reply::Pass) return {};
+    if (done.answer->reply == Answer::Reply::Silence) return {Verdict::Failed, "the operator did not answer"};
+    return {Verdict::Failed, fmt::format("answered with fail ({})", done.answer->by)};
   }
 
   Judgement Program(const Step& step, StepResult& done) {

@@ -55,6 +55,7 @@ struct StepResult {
   std::vector<JudgedLimit> limits = {};
   Transcript transcript = {};
   std::vector<Attachment> attachments = {};
+  std::optional<Answer> answer = {};  // of a question that was asked
 };
 
 // The server of a simulated phone, which says what was tested.

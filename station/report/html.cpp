@@ -189,6 +189,10 @@ std::string Row(std::size_t number, const StepResult& step, Gallery& gallery) {
   }
   if (step.command != step.name) html += Facts(step.command);
   if (step.question != step.name) html += Facts(step.question);
+  if (step.answer && !step.answer->by.empty()) {
+    html += Facts(fmt::format("answered {}, {}, {}", ReplyWord(*step.answer), step.answer->by,
+                              TimeText(step.answer->at)));
+  }
   if (step.program) html += Facts(ProgramLine(*step.program));
   if (step.attempts > 1) html += Facts(fmt::format("{} attempts", step.attempts));
   html += LimitsTable(step.limits, step.readings) + ReadingsList(step);

@@ -49,6 +49,10 @@ ordered_json ExchangesJson(const std::deque<Exchange>& exchanges) {
   return list;
 }
 
+ordered_json AnswerJson(const Answer& answer) {
+  return {{"reply", ReplyWord(answer)}, {"by", answer.by}, {"at", TimeText(answer.at)}};
+}
+
 ordered_json LimitsJson(const std::vector<JudgedLimit>& limits) {
   ordered_json list = ordered_json::array();
   for (const JudgedLimit& limit : limits) {
@@ -82,6 +86,7 @@ ordered_json StepJson(std::size_t number, const StepResult& step) {
   ordered_json object = {{"name", step.name}};
   if (!step.command.empty()) object["command"] = step.command;
   if (!step.question.empty()) object["question"] = step.question;
+  if (step.answer && !step.answer->by.empty()) object["answer"] = AnswerJson(*step.answer);
   if (step.program) object["program"] = ProgramJson(*step.program);
   object["verdict"] = VerdictWord(step.verdict);
   if (!step.message.empty()) object["message"] = step.message;

@@ -3,7 +3,10 @@
 
 #include <chrono>
 #include <cstddef>
+#include <ctime>
+#include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 
 namespace station {
@@ -28,21 +31,40 @@ class Progress {
   std::string last_;
 };
 
-// Answers a plan's questions. Several phones may ask at the same time; they take turns.
+// What was asked in a step, and who answered what and when.
+struct Answer {
+  enum class Reply { Pass, Fail, Silence };
+
+  std::string question;
+  Reply reply = Reply::Silence;
+  std::string by = {};  // "operator at the terminal" or "--answers pass"; empty without a reply
+  std::time_t at = 0;
+};
+
+// "pass" or "fail".
+const char* ReplyWord(const Answer& answer);
+
+// Answers a plan's questions. Several phones may ask at the same time; they take turns, and no progress is
+// shown meanwhile.
 class Operator {
  public:
-  enum class Reply { Yes, No, Silence };
+  // `answers` is empty if a person answers at the terminal, "pass" or "fail" for that answer to every
+  // question, or a JSON file with an object of these words by the steps' names. Throws UsageError.
+  explicit Operator(const std::string& answers);
 
-  // With `always_yes` no one is asked.
-  explicit Operator(bool always_yes) : always_yes_(always_yes) {}
+  // Whether the step's question can be answered.
+  bool Answers(const std::string& step) const;
 
-  // Whether a question can be asked: there is a terminal, or every reply is yes.
-  bool Present() const;
-
-  Reply Ask(const std::string& question, std::chrono::milliseconds time_limit);
+  // Fills in who answers `answer.question`, and what and when. Throws Aborted.
+  void Ask(const std::string& phone, const std::string& step, std::chrono::milliseconds time_limit,
+           Answer& answer);
 
  private:
-  bool always_yes_;
+  Answer::Reply AskAtTerminal(const std::string& question, std::chrono::milliseconds time_limit);
+
+  std::string source_;
+  std::optional<Answer::Reply> every_;
+  std::map<std::string, Answer::Reply> by_step_;
   std::mutex mutex_;
 };
 

@@ -135,13 +135,17 @@ std::vector<PlanResult> RunOnAllPhones(const PlanOrder& order, const std::list<P
   return results;
 }
 
-void CheckOperator(const Plan& plan, const Operator& person) {
-  if (person.Present()) return;
+void CheckOperator(const Plan& plan, const Operator& person, const std::string& answers) {
   for (std::size_t i = 0; i < plan.steps.size(); ++i) {
     if (plan.steps[i].kind != Step::Kind::Question || !plan.steps[i].wanted) continue;
+    if (person.Answers(plan.steps[i].name)) continue;
+    if (!answers.empty()) {
+      throw UsageError(
+          fmt::format("{} has no answer for step {} \"{}\"", answers, i + 1, plan.steps[i].name));
+    }
     throw PlanError(
-        fmt::format("step {} \"{}\" asks the operator, and there is no terminal: use --yes to answer every "
-                    "question with yes",
+        fmt::format("step {} \"{}\" asks the operator, and there is no terminal: use --answers to "
+                    "say what is answered",
                     i + 1, plan.steps[i].name));
   }
 }
@@ -170,8 +174,8 @@ ExitStatus ExecutePlan(const PlanOrder& order) {
   std::list<PhonePlan> phones;
   for (const std::string& port : order.ports) phones.emplace_back(order, port);
   NoteInterruptions();
-  Operator person(order.always_yes);
-  CheckOperator(phones.front().plan, person);
+  Operator person(order.answers);
+  CheckOperator(phones.front().plan, person, order.answers);
   // Before the plan: its last step may switch the phone off.
   std::vector<std::optional<Executable>> executables;
   for (const std::string& port : order.ports) {

@@ -20,7 +20,7 @@ struct PlanOrder {
   std::string person;         // the operator; may be empty
   std::string trace_file;     // empty for no trace; each of several phones has its own
   std::optional<std::chrono::milliseconds> answer_time;
-  bool always_yes = false;
+  std::string answers;  // of --answers; empty if the operator answers
   bool json = false;
 };
 

@@ -55,7 +55,7 @@ ExitStatus Run(const Settings& settings, Given& given) {
                       .person = OnlyText(given, "operator", FromEnvironment("PHONETEST_OPERATOR", "")),
                       .trace_file = settings.trace_file,
                       .answer_time = settings.answer_time,
-                      .always_yes = settings.yes,
+                      .answers = OnlyText(given, "answers"),
                       .json = settings.json});
 }
 
@@ -128,6 +128,9 @@ const std::vector<ToolCommand>& ToolCommands() {
        "run a test plan on all given ports at the same time",
        {{Kind::Positional, "plan", "plan file, JSON with comments", "FILE"},
         {Kind::Repeated, "set", "set a variable of the plan", "NAME=VALUE"},
+        {Kind::Text, "answers",
+         "answer the plan's questions for a script: pass, fail, or a JSON file of these by the steps' names",
+         "pass|fail|FILE"},
         {Kind::Text, "report",
          "write report.html, report.json, report.xml (JUnit) and pictures into this folder", "FOLDER"},
         {Kind::Text, "station",

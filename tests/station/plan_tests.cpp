@@ -191,10 +191,22 @@ TEST(Plans, StepsFollowEachOther) {
        "FAILED: 0 passed, 1 failed, 1 not run"},
       {"an answered question",
        Steps(R"({"question": "Does it shine?"})"),
-       {"--yes"},
+       {"--answers", "pass"},
        {},
        0,
        "Does it shine?"},
+      {"a question answered with fail",
+       Steps(R"({"question": "Does it shine?"})"),
+       {"--answers", "fail"},
+       {},
+       1,
+       "answered with fail (--answers fail)"},
+      {"an answer for each step",
+       Steps(R"({"name": "A", "question": "?", "on-failure": "continue"}, {"name": "B", "question": "?"})"),
+       {"--answers", TemporaryFile("answers.json", R"({"A": "fail", "B": "pass"})")},
+       {},
+       1,
+       "FAILED: 1 passed, 1 failed"},
   };
   for (const PlanCase& tried : cases) Try(tried);
 }
@@ -431,6 +443,24 @@ TEST(Plans, MistakesAreFoundBeforeAnythingIsSent) {
        {},
        4,
        "step 2 \"Does it shine?\" asks the operator, and there is no terminal"},
+      {"a question that --yes does not answer",
+       Steps(R"({"question": "Does it shine?"})"),
+       {"--yes"},
+       {},
+       4,
+       "there is no terminal: use --answers"},
+      {"a question without its answer",
+       Steps(ping + R"({"question": "Does it shine?"})"),
+       {"--answers", TemporaryFile("answers.json", "{}")},
+       {},
+       2,
+       "has no answer for step 2"},
+      {"an answer that is none",
+       Steps(R"({"command": "ping"})"),
+       {"--answers", TemporaryFile("wrong.json", R"({"A": "perhaps"})")},
+       {},
+       2,
+       "is not pass or fail"},
       {"a terminal's command", Steps(R"({"command": "modem pass-through"})"), {}, {}, 4, "needs a person"},
       {"a wrong option", Steps(R"({"command": "ping"})"), {"--set", "id"}, {}, 2, "not NAME=VALUE"},
   };
@@ -454,9 +484,16 @@ TEST(Plans, TheOperatorIsAsked) {
   ScriptedPhone phone({Turn{"0200000000000000", ""}});
   const ToolResult no = RunToolAtTerminal({"--port", phone.Port(), "run", plan}, "n\n");
   EXPECT_EQ(no.status, 1);
-  EXPECT_NE(no.errors.find(phone.Port() + ": Does it shine? [Y/n]"), std::string::npos) << no.errors;
-  EXPECT_NE(no.output.find("the operator says no"), std::string::npos) << no.output;
-  EXPECT_EQ(RunToolAtTerminal({"--port", phone.Port(), "run", plan}, "\n").status, 0);
+  EXPECT_NE(no.errors.find(phone.Port() + ": Does it shine? [p/f]"), std::string::npos) << no.errors;
+  EXPECT_NE(no.output.find("answered with fail (operator at the terminal)"), std::string::npos) << no.output;
+  // Neither Enter nor another letter is an answer.
+  const ToolResult yes = RunToolAtTerminal({"--port", phone.Port(), "--json", "run", plan}, "\nx\np\n");
+  EXPECT_EQ(yes.status, 0);
+  EXPECT_NE(yes.errors.find("Type p (pass, yes) or f (fail, no)"), std::string::npos) << yes.errors;
+  const auto asked = nlohmann::json::parse(yes.output)["steps"][0]["answer"];
+  EXPECT_EQ(asked["reply"], "pass");
+  EXPECT_EQ(asked["by"], "operator at the terminal");
+  EXPECT_TRUE(asked.contains("at"));
 
   const ToolResult kept = RunToolAtTerminal({"--port", phone.Port(), "power-off"}, "\n");
   EXPECT_EQ(kept.status, 2);

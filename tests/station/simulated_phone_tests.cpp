@@ -52,6 +52,7 @@ class Phone {
   // With `simulated` the plan's steps play the tester too.
   ToolResult Run(const std::string& plan, bool simulated, std::vector<std::string> options = {}) const {
     options.insert(options.begin(), {"--port", port_, "--yes", "--json", "run", PLANS "/" + plan});
+    options.insert(options.end(), {"--answers", "pass"});
     if (simulated) options.insert(options.end(), {"--set", "phonesim=" + program_});
     return RunTool(options);
   }
