@@ -519,7 +519,7 @@ TEST(Plans, RecordsSayWhatWasTested) {
     {"program": ["sh", "-c", "exit 3"]}, {"question": "Does it shine?"})"));
   ScriptedPhone phone({identity});
   const ToolResult both =
-      RunTool({"--port", phone.Port(), "--port", "/dev/null", "--yes", "--json", "run", plan});
+      RunTool({"--port", phone.Port(), "--port", "/dev/null", "--json", "run", plan, "--answers", "pass"});
   EXPECT_EQ(phone.Difference(), "");
   const auto records = nlohmann::json::parse(both.output);
   ExpectRecord(TemporaryFile("records.json", both.output));
