@@ -86,8 +86,7 @@ class PhonesimTest : public testing::Test {
 
 TEST_F(PhonesimTest, RunsPhonesInTheBackgroundByName) {
   const std::string link = directory_ + "/port";
-  const Outcome started =
-      Run("--most-tasks 77 --most-memory 333 --most-disk 222 --link " + link + " start");
+  const Outcome started = Run("--most-tasks 77 --most-memory 333 --most-disk 222 --link " + link + " start");
   ASSERT_EQ(started.status, 0) << started.output;
   EXPECT_EQ(fs::read_symlink(link), PortIn(started.output));
   const Outcome again = Run("start");
