@@ -211,7 +211,15 @@ TEST(SimulatedPhone, ThreePhonesRunThePlanAtTheSameTime) {
                                      "--yes", "--json", "run", PLANS "/quick.json"});
   EXPECT_EQ(result.status, 1) << result.errors;
   std::vector<std::string> verdicts;
-  for (const auto& phone : nlohmann::json::parse(result.output)) verdicts.push_back(phone["verdict"]);
+  for (const auto& phone : nlohmann::json::parse(result.output)) {
+    verdicts.push_back(phone["verdict"]);
+    // Which executable was tested.
+    const auto& executable = phone["executable"];
+    EXPECT_EQ(fs::path(executable["path"].get<std::string>()).filename(), "phonetestd");
+    EXPECT_EQ(executable["processor"], "x86-64");
+    const ToolResult sum = RunProgram({"sha256sum", executable["path"]});
+    EXPECT_EQ(sum.output.substr(0, sum.output.find(' ')), executable["sha256"]);
+  }
   EXPECT_EQ(verdicts, (std::vector<std::string>{"passed", "device failure", "passed"}));
 }
 
