@@ -74,10 +74,12 @@ void Session::Record(const JournalEntry& entry) {
 
 void Session::AwaitServer() {
   if (options_.phone.server.empty()) return;
-  phone_.GetJournal().WaitFor(
+  const auto seen = phone_.GetJournal().WaitFor(
       (OfKind({JournalKind::Value}) && AtPath("/proc/backlight/lcd")) || (OfKind({JournalKind::Event})), 0,
       std::chrono::seconds(5));
-  const auto end = phone_.WaitForEnd(std::chrono::milliseconds(0));
+  // The journal tells of the end a moment before it is one.
+  const bool may_end = seen && seen->kind == JournalKind::Event;
+  const auto end = phone_.WaitForEnd(std::chrono::seconds(may_end ? 1 : 0));
   if (end && end->reason != PhoneEnd::Reason::PoweredOff) {
     throw std::runtime_error(fmt::format("The phone does not serve: {}.", end->Text()));
   }

@@ -28,7 +28,7 @@ const Taker TAKERS[] = {
     {"Bomb", "bomb() { bomb | bomb & bomb; }; bomb", "ended: the phone had "},
     {"Sleepers", "while :; do sleep 1000 & done", "ended: the phone had "},
     {"Memory", MEBIBYTES_IN_X "y=$x; while :; do x=$x$y; done", "ended: the phone's programs used "},
-    {"Copies", MEBIBYTES_IN_X "for n in 1 2 3 4 5 6; do (x=$x$n; sleep 1000) & done",
+    {"Copies", MEBIBYTES_IN_X "for n in 1 2 3 4 5 6; do (x=$x$n; sleep 1000; :) & done",
      "ended: the phone's programs used "},
     {"Disk", "echo 0123456789abcdef > /a; n=0; while :; do cat /a /a > /b; cat /b /b > /a; done",
      "ended: the phone's files took "},
@@ -82,7 +82,7 @@ TEST_F(PhoneTest, HoldsOneWriteToTheLimitOfTheDisk) {
   std::ifstream file(fmt::format("/proc/{}/limits", Phone().ServerProcess()));
   const std::string text(std::istreambuf_iterator<char>(file), {});
   EXPECT_TRUE(std::regex_search(text, std::regex("Max file size +67108864 +67108864"))) << text;
-  EXPECT_TRUE(std::regex_search(text, std::regex("Max core file size +1 +1 "))) << text;
+  EXPECT_TRUE(std::regex_search(text, std::regex("Max core file size +[01] +1 "))) << text;
 }
 
 TEST_F(PhoneTest, CountsADirectoryThatIsClosedToAnOrdinaryUser) {
