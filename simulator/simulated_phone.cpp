@@ -203,7 +203,7 @@ void SimulatedPhone::WatchLimits() {
   });
 }
 
-// Starts of processes wait for this thread's answer, so none is made while all are killed.
+// Starts of threads and of programs wait for this thread's answer, so none is made while all are killed.
 void SimulatedPhone::EndIfOver(const std::string& excess) {
   if (excess.empty() || !IsRunning()) return;
   guardian_->KillAll();

@@ -84,22 +84,25 @@ constexpr CallRow COMMON_ROWS[] = {
 
     // Programs, processes and threads.
     Asked(__NR_execve, Call::Exec), Asked(__NR_execveat, Call::ExecAt),
-    Asked(__NR_clone, Call::Clone).If(0, REFUSED_CLONE_FLAGS, 0), Refused(__NR_clone, EPERM),
+    // The start of a process is not asked about: a signal would interrupt the call before the simulator has
+    // it,
+    // and the shell, whose signals do not restart calls, would take that for a failure.
+    Asked(__NR_clone, Call::Clone).If(0, REFUSED_CLONE_FLAGS | CLONE_THREAD, CLONE_THREAD),
+    Allowed(__NR_clone).If(0, REFUSED_CLONE_FLAGS | CLONE_THREAD, 0), Refused(__NR_clone, EPERM),
     // Its flags are in memory. The C libraries then use clone.
-    Refused(__NR_clone3, ENOSYS), Asked(__NR_fork, Call::Fork), Asked(__NR_vfork, Call::Fork),
-    Allowed(__NR_exit), Allowed(__NR_exit_group), Allowed(__NR_wait4), Allowed(__NR_waitid),
-    Allowed(__NR_set_tid_address), Allowed(__NR_set_robust_list), Allowed(__NR_rseq),
-    Allowed(__NR_membarrier), Allowed(__NR_futex), Allowed(__NR_sched_yield),
-    Allowed(__NR_sched_getaffinity).IfIs(0, 0), Asked(__NR_sched_getaffinity, Call::AskAboutThread),
-    Asked(__NR_sched_getparam, Call::AskAboutThread), Asked(__NR_sched_getscheduler, Call::AskAboutThread),
-    Allowed(__NR_sched_get_priority_max), Allowed(__NR_sched_get_priority_min), Allowed(__NR_getcpu),
-    Allowed(__NR_eventfd2), Allowed(__NR_prctl).IfIs(0, PR_SET_PDEATHSIG),
-    Allowed(__NR_prctl).IfIs(0, PR_GET_DUMPABLE), Refused(__NR_prctl, 0).IfIs(0, PR_SET_DUMPABLE),
-    Allowed(__NR_prctl).IfIs(0, PR_SET_NAME), Allowed(__NR_prctl).IfIs(0, PR_GET_NAME),
-    Allowed(__NR_prctl).IfIs(0, PR_SET_NO_NEW_PRIVS), Allowed(__NR_prctl).IfIs(0, PR_GET_NO_NEW_PRIVS),
-    Refused(__NR_prctl, 0).IfIs(0, SET_POINTER_TRACER), Allowed(__NR_prctl).IfIs(0, SET_MEMORY_NAME),
-    Allowed(__NR_prctl).IfIs(0, PR_CAPBSET_READ), Refused(__NR_prctl, EINVAL), Allowed(__NR_arch_prctl),
-    Allowed(__NR_personality),
+    Refused(__NR_clone3, ENOSYS), Allowed(__NR_fork), Allowed(__NR_vfork), Allowed(__NR_exit),
+    Allowed(__NR_exit_group), Allowed(__NR_wait4), Allowed(__NR_waitid), Allowed(__NR_set_tid_address),
+    Allowed(__NR_set_robust_list), Allowed(__NR_rseq), Allowed(__NR_membarrier), Allowed(__NR_futex),
+    Allowed(__NR_sched_yield), Allowed(__NR_sched_getaffinity).IfIs(0, 0),
+    Asked(__NR_sched_getaffinity, Call::AskAboutThread), Asked(__NR_sched_getparam, Call::AskAboutThread),
+    Asked(__NR_sched_getscheduler, Call::AskAboutThread), Allowed(__NR_sched_get_priority_max),
+    Allowed(__NR_sched_get_priority_min), Allowed(__NR_getcpu), Allowed(__NR_eventfd2),
+    Allowed(__NR_prctl).IfIs(0, PR_SET_PDEATHSIG), Allowed(__NR_prctl).IfIs(0, PR_GET_DUMPABLE),
+    Refused(__NR_prctl, 0).IfIs(0, PR_SET_DUMPABLE), Allowed(__NR_prctl).IfIs(0, PR_SET_NAME),
+    Allowed(__NR_prctl).IfIs(0, PR_GET_NAME), Allowed(__NR_prctl).IfIs(0, PR_SET_NO_NEW_PRIVS),
+    Allowed(__NR_prctl).IfIs(0, PR_GET_NO_NEW_PRIVS), Refused(__NR_prctl, 0).IfIs(0, SET_POINTER_TRACER),
+    Allowed(__NR_prctl).IfIs(0, SET_MEMORY_NAME), Allowed(__NR_prctl).IfIs(0, PR_CAPBSET_READ),
+    Refused(__NR_prctl, EINVAL), Allowed(__NR_arch_prctl), Allowed(__NR_personality),
 
     // Signals: one's own handling of them, and sending them within the phone.
     Allowed(__NR_rt_sigaction), Allowed(__NR_rt_sigprocmask), Allowed(__NR_rt_sigreturn),

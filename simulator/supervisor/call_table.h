@@ -28,8 +28,7 @@ enum class Call : uint8_t {
   DeviceRequest,  // ioctl, except the terminal's own requests
   // pread64 at a place that no file reaches: an ARM program's ioctl (phone/carried_request.c).
   CarriedRequest,
-  Clone,  // of a thread or a process
-  Fork,
+  Clone,         // of a new thread only
   Signal,        // to a process or a group
   SignalThread,  // of a process
   SignalThreadAlone,

@@ -1,6 +1,5 @@
 // Starting programs and threads, sleeping, and setting the clock.
 #include <fmt/format.h>
-#include <sched.h>
 #include <time.h>
 
 #include <algorithm>
@@ -64,8 +63,7 @@ void SystemCalls::Exec(const CallPointer& call, int directory, size_t first) {
 
 void SystemCalls::Clone(const CallPointer& call) {
   starting_();
-  const bool of_a_thread = (call->Argument(0) & CLONE_THREAD) != 0;
-  const auto rule = of_a_thread ? faults_.Strike(FaultCall::Thread, "") : std::nullopt;
+  const auto rule = faults_.Strike(FaultCall::Thread, "");
   if (!rule) return call->PassOn();
   After(*rule, call, [call, error = rule->error] { error != 0 ? call->Refuse(error) : call->PassOn(); });
 }

@@ -90,9 +90,6 @@ void SystemCalls::Dispatch(const CallPointer& call) {
       return RequestDevice(call);
     case Call::Clone:
       return Clone(call);
-    case Call::Fork:
-      starting_();
-      return call->PassOn();
     case Call::Signal:
       return Signal(call);
     case Call::SignalThread:

@@ -61,7 +61,7 @@ class SystemCalls {
   void SetModels(const Models& models);
   // Answers what comes by this listener until its last process is gone.
   void Serve(posix::FileDescriptor listener);
-  // Called before a process of the phone starts a process or a thread.
+  // Called before a process of the phone starts a thread.
   void SetStarting(std::function<void()> starting) {
     starting_ = std::move(starting);
   }

@@ -25,7 +25,6 @@ struct Taker {
 };
 
 const Taker TAKERS[] = {
-    {"Bomb", "bomb() { bomb | bomb & bomb; }; bomb", "ended: the phone had "},
     {"Sleepers", "while :; do sleep 1000 & done", "ended: the phone had "},
     {"Memory", MEBIBYTES_IN_X "y=$x; while :; do x=$x$y; done", "ended: the phone's programs used "},
     {"Copies", MEBIBYTES_IN_X "for n in 1 2 3 4 5 6; do (x=$x$n; sleep 1000; :) & done",
