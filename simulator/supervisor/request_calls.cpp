@@ -93,8 +93,8 @@ void SystemCalls::RequestDevice(const CallPointer& call) {
   if (!call->StillWaits()) return;
   if (!words) return call->Refuse(EFAULT);
   const DescriptorTable::Device* device = status ? descriptors_.Find(*status) : nullptr;
-  if (device == nullptr && call->Kind() == Call::CarriedRequest) return call->Refuse(status ? ENOTTY : EBADF);
-  if (device == nullptr) return call->PassOn();
+  // Never passed on: a socket, which some devices are, would take an owner whom the kernel then signals.
+  if (device == nullptr) return call->Refuse(status ? ENOTTY : EBADF);
 
   auto request = std::make_shared<PhoneRequest>(call, *words, device->path, phone_.journal);
   FaultRule rule;

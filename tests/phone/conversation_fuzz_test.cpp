@@ -1,7 +1,7 @@
-// Whole conversations made at random: commands with requests of their size and any content, several in one
-// write, in pieces, late, cut short, with answers that nobody reads, and noise between them. After each
-// exchange a ping is answered, and by the same process. Built with sanitizers, it is they who look: their
-// report ends the server and is printed here.
+// Random conversations. A command's request has its size and any content. It may come in pieces, late or cut
+// short, or together with other commands. Some answers are not read, and some bytes are noise. After each
+// exchange the same process must answer a ping. In a build with sanitizers, their report ends the server and
+// is printed here.
 //
 // $EXCHANGES is how many, and $SEED repeats a run.
 #include <fmt/format.h>

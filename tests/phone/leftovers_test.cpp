@@ -78,7 +78,7 @@ TEST_F(LeftoversTest, NoneAfterTheGuardianIsKilled) {
   EXPECT_TRUE(IsGone(root));
 }
 
-// When both are killed at the same moment, nobody is left to clean up: the next start does it.
+// If the simulator and its guardian are killed together, the next start removes what they left.
 TEST_F(LeftoversTest, NoneAfterTheNextStartWhenSimulatorAndGuardianWereKilled) {
   const WaitingChild simulator = StartChild([this] {
     Boot();

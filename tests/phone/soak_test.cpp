@@ -1,7 +1,6 @@
-// Many commands of all kinds, in a random order, one after the other. Memory, descriptors, threads and
-// processes of the server and of the simulator stay what they were, but for what docs/on-purpose.md lists as
-// leaks: that is counted exactly. The first part of the commands is not looked at: buffers and the journal
-// grow to their size.
+// Many commands of all kinds in a random order. The server and the simulator must not need more memory,
+// descriptors, threads or processes at the end than at the start. The leaks that docs/on-purpose.md lists are
+// counted exactly. The first commands do not count, because buffers and the journal still grow then.
 //
 // $SOAK is the number of commands, and $SEED repeats a run.
 #include <fmt/format.h>

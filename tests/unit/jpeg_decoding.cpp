@@ -63,15 +63,20 @@ jpeg_error_mgr* Strict(jpeg_error_mgr* errors) {
   return errors;
 }
 
+void StartReading(const std::vector<uint8_t>& picture, jpeg_decompress_struct* codec,
+                  jpeg_error_mgr* errors) {
+  codec->err = Strict(errors);
+  jpeg_create_decompress(codec);
+  jpeg_mem_src(codec, picture.data(), picture.size());
+  jpeg_read_header(codec, TRUE);
+}
+
 Rounding CompareCoefficients(const std::vector<uint8_t>& picture, const std::vector<uint16_t>& frame,
                              int width, int height) {
   Rounding rounding;
   jpeg_decompress_struct codec{};
   jpeg_error_mgr errors{};
-  codec.err = Strict(&errors);
-  jpeg_create_decompress(&codec);
-  jpeg_mem_src(&codec, picture.data(), picture.size());
-  jpeg_read_header(&codec, TRUE);
+  StartReading(picture, &codec, &errors);
   jvirt_barray_ptr* components = jpeg_read_coefficients(&codec);
   for (int component = 0; component < 3; ++component) {
     const int size = component == 0 ? 8 : 16;

@@ -10,6 +10,9 @@
 // Error handling that ends the program with the library's message.
 jpeg_error_mgr* Strict(jpeg_error_mgr* errors);
 
+// Reads the picture up to its first pixels. An error ends the program in the same way.
+void StartReading(const std::vector<uint8_t>& picture, jpeg_decompress_struct* codec, jpeg_error_mgr* errors);
+
 struct Rgb {
   int red, green, blue;
 };

@@ -26,10 +26,7 @@ Decoded Decode(const std::vector<uint8_t>& picture, J_COLOR_SPACE space) {
   Decoded decoded;
   jpeg_decompress_struct codec{};
   jpeg_error_mgr errors{};
-  codec.err = Strict(&errors);
-  jpeg_create_decompress(&codec);
-  jpeg_mem_src(&codec, picture.data(), picture.size());
-  jpeg_read_header(&codec, TRUE);
+  StartReading(picture, &codec, &errors);
   codec.out_color_space = space;
   codec.dct_method = JDCT_ISLOW;
   decoded.jfif = codec.saw_JFIF_marker != 0;

@@ -36,36 +36,6 @@
 
 namespace {
 
-unsigned tried = 0;
-unsigned got_out = 0;
-
-void Report(const char* way, bool out) {
-  ++tried;
-  if (!out) return;
-  ++got_out;
-  printf("got out: %s\n", way);
-}
-
-// A system call that must not succeed.
-template <typename... Arguments>
-void Try(const char* way, long number, Arguments... arguments) {
-  Report(way, syscall(number, arguments...) >= 0);
-}
-
-// By the entry for 32-bit programs.
-long Call32(long number, long first = 0, long second = 0, long third = 0, long fourth = 0) {
-#ifdef __x86_64__
-  long result;
-  asm volatile("int $0x80"
-               : "=a"(result)
-               : "a"(number), "b"(first), "c"(second), "d"(third), "S"(fourth)
-               : "memory", "r8", "r9", "r10", "r11");
-  return static_cast<int>(result);
-#else
-  return syscall(number, first, second, third, fourth);
-#endif
-}
-
 struct Targets {
   pid_t victim;
   std::string canary;
@@ -74,8 +44,7 @@ struct Targets {
   int shared_memory;
 };
 
-// --- Files
-// --------------------------------------------------------------------------------------------------------
+// Files.
 
 // From a directory up to the PC's root and down to the canary.
 void TryDirectory(const char* from, int directory, const Targets& targets) {
@@ -201,8 +170,7 @@ void TryPaths(const Targets& targets) {
   Try("inotify", SYS_inotify_init1, 0);
 }
 
-// --- What is the PC's, although the phone holds it open
-// -----------------------------------------------------------------
+// What is the PC's, although the phone holds it open.
 
 void TryHeldFiles() {
   for (const char* path : {"/dev/null", "/dev/zero", "/dev/urandom", "/dev/usb/tts/0", "/proc/self/status"}) {
@@ -326,10 +294,7 @@ int main(int, char** arguments) {
   TryHeldFiles();
   TrySetId();
   TryRaces(targets);
-  const WayCount others =
-      TryProcessesAndKernel(targets.victim, targets.port, targets.socket_name.c_str(), targets.shared_memory);
-  tried += others.tried;
-  got_out += others.got_out;
-  printf("tried %u ways, %u got out\n", tried, got_out);
-  return got_out == 0 ? 0 : 1;
+  TryProcessesAndKernel(targets.victim, targets.port, targets.socket_name.c_str(), targets.shared_memory);
+  printf("tried %u ways, %u got out\n", ways_tried, ways_out);
+  return ways_out == 0 ? 0 : 1;
 }

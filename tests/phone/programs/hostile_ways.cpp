@@ -25,33 +25,6 @@
 
 namespace {
 
-WayCount count = {0, 0};
-
-void Report(const char* way, bool out) {
-  ++count.tried;
-  if (!out) return;
-  ++count.got_out;
-  printf("got out: %s\n", way);
-}
-
-template <typename... Arguments>
-void Try(const char* way, long number, Arguments... arguments) {
-  Report(way, syscall(number, arguments...) >= 0);
-}
-
-long Call32(long number, long first = 0, long second = 0, long third = 0, long fourth = 0) {
-#ifdef __x86_64__
-  long result;
-  asm volatile("int $0x80"
-               : "=a"(result)
-               : "a"(number), "b"(first), "c"(second), "d"(third), "S"(fourth)
-               : "memory", "r8", "r9", "r10", "r11");
-  return static_cast<int>(result);
-#else
-  return syscall(number, first, second, third, fourth);
-#endif
-}
-
 void TryProcess(const char* who, pid_t process) {
   const auto way = [who](const char* call) { return std::string(call) + " of " + who; };
   char bytes[256] = {};
@@ -162,6 +135,12 @@ void TrySockets(int port, const char* socket_name) {
   mmsghdr messages = {message, 0};
   Try("sendmmsg", SYS_sendmmsg, touch, &messages, 1, 0);
   Try("shutdown", SYS_shutdown, touch, 2);
+  // The kernel would signal the owner of a socket.
+  const int owner = getppid();
+  for (const int socket : {touch, open("/dev/sound/dsp", O_WRONLY)}) {
+    for (const long request : {0x8901, 0x8902})
+      Try("the owner of a socket", SYS_ioctl, socket, request, &owner);
+  }
 }
 
 void TrySharedObjects(int shared_memory) {
@@ -251,7 +230,7 @@ void TryKernel() {
 
 }  // namespace
 
-WayCount TryProcessesAndKernel(pid_t victim, int port, const char* socket_name, int shared_memory) {
+void TryProcessesAndKernel(pid_t victim, int port, const char* socket_name, int shared_memory) {
   signal(SIGUSR1, SIG_IGN);
   TryProcess("the victim", victim);
   TryProcess("the parent", getppid());
@@ -260,5 +239,4 @@ WayCount TryProcessesAndKernel(pid_t victim, int port, const char* socket_name, 
   TrySockets(port, socket_name);
   TrySharedObjects(shared_memory);
   TryKernel();
-  return count;
 }
