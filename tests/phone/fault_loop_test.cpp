@@ -348,7 +348,10 @@ TEST_P(FaultLoop, LeavesAServerThatAnswers) {
   Start();
   size_t faults = 0;
   size_t nth = 0;
-  for (bool more = true; more && !HasFailure(); ++nth) {
+  // A command with many calls makes the same ones again and again. The default run then leaves most of them
+  // out.
+  constexpr size_t FIRST_CALLS = 12;
+  for (bool more = true; more && !HasFailure(); nth += all || nth < FIRST_CALLS ? 1 : 4) {
     more = false;
     size_t choices = 1;
     for (size_t which = 0; which < choices && !HasFailure(); ++which) {
@@ -367,7 +370,7 @@ TEST_P(FaultLoop, LeavesAServerThatAnswers) {
   }
   EXPECT_GT(faults, 0u) << "nothing was tried";
   RecordProperty("faults", static_cast<int>(faults));
-  std::cout << fmt::format("{}: {} faults in {} calls\n", GetParam().name, faults, nth - 1);
+  std::cout << fmt::format("{}: {} faults\n", GetParam().name, faults);
 }
 
 INSTANTIATE_TEST_SUITE_P(Command, FaultLoop, testing::ValuesIn(CommandsThatReturn()),
