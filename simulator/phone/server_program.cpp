@@ -2,31 +2,22 @@
 
 #include <elf.h>
 #include <fmt/format.h>
-#include <nettle/sha2.h>
 
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
 
+#include "posix/sha256.h"
 #include "simulator/phone/emulator.h"
 #include "simulator/phone/shared_libraries.h"
 
 namespace simulator {
 namespace {
 
-std::string Sha256(const std::filesystem::path& path) {
+std::string ContentOf(const std::filesystem::path& path) {
   std::ifstream file(path, std::ios::binary);
   if (!file) throw std::runtime_error(fmt::format("{} cannot be read.", path.string()));
-  sha256_ctx state;
-  sha256_init(&state);
-  char bytes[1 << 16];
-  while (file.read(bytes, sizeof bytes), file.gcount() > 0) {
-    sha256_update(&state, static_cast<size_t>(file.gcount()), reinterpret_cast<const uint8_t*>(bytes));
-  }
-  uint8_t digest[SHA256_DIGEST_SIZE];
-  sha256_digest(&state, sizeof digest, digest);
-  std::string text;
-  for (const uint8_t byte : digest) text += fmt::format("{:02x}", byte);
-  return text;
+  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 std::string ProcessorName(unsigned machine) {
@@ -46,7 +37,7 @@ std::string ProcessorName(unsigned machine) {
 
 ExecutableIdentity IdentifyExecutable(const std::filesystem::path& executable) {
   const std::filesystem::path path = std::filesystem::canonical(executable);
-  return {path, ProcessorName(MachineOf(path)), Sha256(path)};
+  return {path, ProcessorName(MachineOf(path)), posix::Sha256(ContentOf(path))};
 }
 
 ServerStart PutServer(RootDirectory& root, const std::filesystem::path& server,

@@ -1,12 +1,12 @@
 #include "station/plan/plan.h"
 
 #include <fmt/format.h>
-#include <nettle/sha2.h>
 
 #include <algorithm>
 #include <cmath>
 #include <set>
 
+#include "posix/sha256.h"
 #include "station/commands/errors.h"
 #include "station/plan/variables.h"
 
@@ -152,15 +152,6 @@ Step ParseStep(const json& description, bool stops) {
   return step;
 }
 
-std::string Sha256(const std::string& content) {
-  sha256_ctx context;
-  sha256_init(&context);
-  sha256_update(&context, content.size(), reinterpret_cast<const std::uint8_t*>(content.data()));
-  Bytes digest(SHA256_DIGEST_SIZE);
-  sha256_digest(&context, digest.size(), digest.data());
-  return fmt::format("{:02x}", fmt::join(digest, ""));
-}
-
 json ParsePlan(const std::string& content) {
   static constexpr int DEEPEST = 20;
   const auto check_depth = [](int depth, json::parse_event_t, json&) {
@@ -209,7 +200,7 @@ Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>&
     CheckKeys(description, {"name", "description", "variables", "on-failure", "steps"});
     Plan plan;
     plan.file = path;
-    plan.sha256 = Sha256(content);
+    plan.sha256 = posix::Sha256(content);
     plan.name = TextAt(description, "name");
     if (plan.name.empty()) plan.name = path;
     plan.variables = SettleVariables(description.value("variables", json::object()), given);

@@ -78,7 +78,7 @@ void Progress::ShowBar(const std::string& label, std::size_t done, std::size_t t
   Show(fmt::format("[{:#<{}}{:.<{}}] {:3} %  {}", "", filled, "", WIDTH - filled, percent, label));
 }
 
-Operator::Operator(const std::string& answers) : source_(answers) {
+Operator::Operator(const std::string& answers, const std::string& name) : source_(answers), name_(name) {
   constexpr std::size_t LARGEST = 1u << 20;
   if (answers.empty()) return;
   every_ = ReplyOf(answers);
@@ -101,7 +101,7 @@ void Operator::Ask(const std::string& phone, const std::string& step, std::chron
                    Answer& answer) {
   if (source_.empty()) {
     answer.reply = AskAtTerminal(fmt::format("{}: {}", phone, answer.question), time_limit);
-    answer.by = "operator at the terminal";
+    answer.by = name_.empty() ? "operator at the terminal" : name_;
   } else {
     answer.reply = every_ ? *every_ : by_step_.at(step);
     answer.by = "--answers " + source_;

@@ -37,7 +37,8 @@ struct Answer {
 
   std::string question;
   Reply reply = Reply::Silence;
-  std::string by = {};  // "operator at the terminal" or "--answers pass"; empty without a reply
+  std::string by =
+      {};  // the operator's name, "operator at the terminal", or "--answers pass"; empty without a reply
   std::time_t at = 0;
 };
 
@@ -49,8 +50,9 @@ const char* ReplyWord(const Answer& answer);
 class Operator {
  public:
   // `answers` is empty if a person answers at the terminal, "pass" or "fail" for that answer to every
-  // question, or a JSON file with an object of these words by the steps' names. Throws UsageError.
-  explicit Operator(const std::string& answers);
+  // question, or a JSON file with an object of these words by the steps' names. `name` is the person's; it
+  // may be empty. Throws UsageError.
+  Operator(const std::string& answers, const std::string& name);
 
   // Whether the step's question can be answered.
   bool Answers(const std::string& step) const;
@@ -63,6 +65,7 @@ class Operator {
   Answer::Reply AskAtTerminal(const std::string& question, std::chrono::milliseconds time_limit);
 
   std::string source_;
+  std::string name_;
   std::optional<Answer::Reply> every_;
   std::map<std::string, Answer::Reply> by_step_;
   std::mutex mutex_;

@@ -174,7 +174,7 @@ ExitStatus ExecutePlan(const PlanOrder& order) {
   std::list<PhonePlan> phones;
   for (const std::string& port : order.ports) phones.emplace_back(order, port);
   NoteInterruptions();
-  Operator person(order.answers);
+  Operator person(order.answers, order.person);
   CheckOperator(phones.front().plan, person, order.answers);
   // Before the plan: its last step may switch the phone off.
   std::vector<std::optional<Executable>> executables;

@@ -487,12 +487,13 @@ TEST(Plans, TheOperatorIsAsked) {
   EXPECT_NE(no.errors.find(phone.Port() + ": Does it shine? [p/f]"), std::string::npos) << no.errors;
   EXPECT_NE(no.output.find("answered with fail (operator at the terminal)"), std::string::npos) << no.output;
   // Neither Enter nor another letter is an answer.
-  const ToolResult yes = RunToolAtTerminal({"--port", phone.Port(), "--json", "run", plan}, "\nx\np\n");
+  const ToolResult yes =
+      RunToolAtTerminal({"--port", phone.Port(), "--json", "run", plan, "--operator", "Ada"}, "\nx\np\n");
   EXPECT_EQ(yes.status, 0);
   EXPECT_NE(yes.errors.find("Type p (pass, yes) or f (fail, no)"), std::string::npos) << yes.errors;
   const auto asked = nlohmann::json::parse(yes.output)["steps"][0]["answer"];
   EXPECT_EQ(asked["reply"], "pass");
-  EXPECT_EQ(asked["by"], "operator at the terminal");
+  EXPECT_EQ(asked["by"], "Ada");
   EXPECT_TRUE(asked.contains("at"));
 
   const ToolResult kept = RunToolAtTerminal({"--port", phone.Port(), "power-off"}, "\n");
