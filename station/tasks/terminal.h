@@ -53,14 +53,13 @@ class Operator {
   // question, or a JSON file with an object of these words by the steps' names. `name` is the person's; it
   // may be empty. Throws UsageError.
   Operator(const std::string& answers, const std::string& name);
-  virtual ~Operator() = default;
 
   // Whether the step's question can be answered.
   bool Answers(const std::string& step) const;
 
   // Fills in who answers `answer.question`, and what and when. Throws Aborted.
-  virtual void Ask(const std::string& phone, const std::string& step, std::chrono::milliseconds time_limit,
-                   Answer& answer);
+  void Ask(const std::string& phone, const std::string& step, std::chrono::milliseconds time_limit,
+           Answer& answer);
 
  private:
   Answer::Reply AskAtTerminal(const std::string& question, std::chrono::milliseconds time_limit);

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -11,7 +12,6 @@
 
 #include "program_version.h"
 #include "station/link/interruption.h"
-#include "station/plan/phone_plan.h"
 #include "station/plan/runner.h"
 #include "station/report/report.h"
 #include "station/tasks/terminal.h"
@@ -20,6 +20,8 @@
 namespace station {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 // The progress of all phones in one line.
 class ProgressLine {
@@ -49,20 +51,73 @@ class ProgressLine {
   Progress progress_;
 };
 
+// A folder for files that one step of a plan leaves for another. It is removed at the end.
+class ScratchFolder {
+ public:
+  ScratchFolder() : path_(fs::temp_directory_path() / "phonetest-XXXXXX") {
+    if (mkdtemp(path_.data()) == nullptr) throw UsageError(fmt::format("cannot make the folder {}", path_));
+  }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  ~ScratchFolder() {
+    std::error_code error;
+    fs::remove_all(path_, error);
+  }
+
+  const std::string& Path() const {
+    return path_;
+  }
+
+ private:
+  std::string path_;
+};
+
+// The plan for one phone, with the phone's port and folder in the steps' texts.
+struct PhonePlan {
+  PhonePlan(const PlanOrder& order, const std::string& phone_port)
+      : port(phone_port),
+        plan(LoadPlan(order.plan_file, order.variables, {{"port", port}, {"scratch", scratch.Path()}})) {}
+
+  std::string port;
+  ScratchFolder scratch;
+  Plan plan;
+};
+
+void ReplaceAll(std::string& text, const std::string& from, const std::string& to) {
+  for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
+    text.replace(at, from.size(), to);
+  }
+}
+
+// The folder is gone when someone reads the result: its name becomes the plan's word for it.
+PlanResult WithoutScratch(PlanResult result, const std::string& scratch) {
+  const auto forget = [&scratch](std::string& text) { ReplaceAll(text, scratch, "${scratch}"); };
+  for (StepResult& step : result.steps) {
+    for (std::string* text : {&step.name, &step.command, &step.question, &step.message}) forget(*text);
+    if (step.program) std::ranges::for_each(step.program->words, forget);
+    for (Reading& reading : step.readings) {
+      forget(reading.text);
+      if (reading.value.is_string()) forget(reading.value.get_ref<std::string&>());
+    }
+  }
+  return result;
+}
+
 PlanResult RunOnPhone(const PlanOrder& order, const PhonePlan& phone, Operator& person,
                       const StepStarted& started) {
   const bool alone = order.ports.size() == 1;
-  std::unique_ptr<Trace> trace;
   try {
+    std::unique_ptr<Trace> trace;
     if (!order.trace_file.empty()) {
       const std::string file = alone ? order.trace_file : order.trace_file + "." + PortFileName(phone.port);
       trace = std::make_unique<Trace>(file, phone.port);
     }
+    Link link(phone.port, trace.get());
+    Session session(link, {order.answer_time, alone && isatty(STDERR_FILENO) != 0});
+    return WithoutScratch(RunPlan(phone.plan, session, person, started), phone.scratch.Path());
   } catch (const std::exception& failure) {
-    return UnstartedPlan(phone.plan, phone.port, failure.what());
+    return WithoutScratch(UnstartedPlan(phone.plan, phone.port, failure.what()), phone.scratch.Path());
   }
-  return RunOnPhone(phone, trace.get(), {order.answer_time, alone && isatty(STDERR_FILENO) != 0}, person,
-                    started);
 }
 
 std::vector<PlanResult> RunOnAllPhones(const PlanOrder& order, const std::list<PhonePlan>& phones,
@@ -117,7 +172,7 @@ void ShowResults(const PlanOrder& order, const std::vector<PlanResult>& results)
 ExitStatus ExecutePlan(const PlanOrder& order) {
   CheckPorts(order.ports);
   std::list<PhonePlan> phones;
-  for (const std::string& port : order.ports) phones.emplace_back(order.plan_file, order.variables, port);
+  for (const std::string& port : order.ports) phones.emplace_back(order, port);
   NoteInterruptions();
   Operator person(order.answers, order.person);
   CheckOperator(phones.front().plan, person, order.answers);
