@@ -1,6 +1,7 @@
 #include "station/link/interruption.h"
 
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <utility>
 
 #include "station/commands/errors.h"
 
@@ -21,6 +23,7 @@ std::atomic<int> wake_descriptor = -1;
 std::array<std::atomic<pid_t>, 256> program_groups;
 std::atomic<int> programs_starting = 0;
 thread_local bool cleaning_up = false;
+thread_local const StoppableRun* current_run = nullptr;
 
 [[noreturn]] void EndAtOnce() {
   for (const std::atomic<pid_t>& group : program_groups) {
@@ -38,6 +41,16 @@ void Note(int) {
   errno = saved;
 }
 
+posix::FileDescriptor MakeEvent() {
+  return posix::FileDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+}
+
+// `set` is readable while `descriptor` is.
+void Watch(const posix::FileDescriptor& set, int descriptor) {
+  epoll_event event{.events = EPOLLIN, .data = {}};
+  if (descriptor >= 0) epoll_ctl(set.Get(), EPOLL_CTL_ADD, descriptor, &event);
+}
+
 void ReplaceGroup(pid_t from, pid_t to) {
   for (std::atomic<pid_t>& group : program_groups) {
     pid_t expected = from;
@@ -47,8 +60,32 @@ void ReplaceGroup(pid_t from, pid_t to) {
 
 }  // namespace
 
+Aborted::Aborted()
+    : std::runtime_error(signal_count > 0 ? "ended by Ctrl-C or a signal" : "the run was stopped") {}
+
+StoppableRun::StoppableRun(std::stop_token stop) : stop_(std::move(stop)) {
+  cleaning_up = false;
+  current_run = this;
+  if (!stop_.stop_possible()) return;
+  wake_ = MakeEvent();
+  either_ = posix::FileDescriptor(epoll_create1(EPOLL_CLOEXEC));
+  Watch(either_, wake_.Get());
+  Watch(either_, wake_descriptor);
+  on_stop_.emplace(stop_, Wake{wake_.Get()});
+}
+
+StoppableRun::~StoppableRun() {
+  current_run = nullptr;
+  cleaning_up = false;
+}
+
+void StoppableRun::Wake::operator()() const {
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const ssize_t written = write(descriptor, &one, sizeof one);
+}
+
 void NoteInterruptions() {
-  wake_descriptor = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  wake_descriptor = MakeEvent().Release();
   struct sigaction action {};
   action.sa_handler = Note;
   sigemptyset(&action.sa_mask);
@@ -57,7 +94,8 @@ void NoteInterruptions() {
 }
 
 bool Interrupted() {
-  return signal_count > 0 && !cleaning_up;
+  const bool stopped = current_run != nullptr && current_run->IsStopped();
+  return (signal_count > 0 || stopped) && !cleaning_up;
 }
 
 void CheckInterruption() {
@@ -65,7 +103,9 @@ void CheckInterruption() {
 }
 
 int InterruptionDescriptor() {
-  return cleaning_up ? -1 : wake_descriptor.load();
+  if (cleaning_up) return -1;
+  const int of_run = current_run != nullptr ? current_run->Descriptor() : -1;
+  return of_run >= 0 ? of_run : wake_descriptor.load();
 }
 
 void SleepUnlessInterrupted(std::chrono::milliseconds time) {

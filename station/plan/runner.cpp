@@ -107,10 +107,11 @@ void AttachPicture(StepResult& result, const std::string& path) {
 
 class Run {
  public:
-  Run(const Plan& plan, Session& session, Operator& person)
-      : plan_(plan), session_(session), person_(person) {}
+  Run(const Plan& plan, Session& session, Operator& person, const RunControl& control)
+      : plan_(plan), session_(session), person_(person), control_(control) {}
 
-  PlanResult All(const StepStarted& started) {
+  PlanResult All() {
+    const StoppableRun stoppable(control_.stop);
     PlanResult result = BegunPlan(plan_, session_.Port());
     const Clock::time_point start = Clock::now();
     bool ended = false;
@@ -126,7 +127,7 @@ class Run {
         done.message = "not run: the plan was aborted";
       }
       if (step.wanted && (!ended || step.always)) {
-        started(i, step.name);
+        if (control_.started) control_.started(i, step.name);
         Attempts(step, done);
         ended = ended || (step.stops && done.verdict != Verdict::Passed);
         if (done.verdict == Verdict::Aborted) {
@@ -140,6 +141,7 @@ class Run {
       }
       if (step.missed) result.verdict = std::max(result.verdict, Verdict::Incomplete);
       result.verdict = std::max(result.verdict, done.verdict);
+      if (control_.finished) control_.finished(i, done);
       result.steps.push_back(std::move(done));
     }
     if (aborted) result.verdict = Verdict::Aborted;
@@ -255,6 +257,7 @@ class Run {
         done.message = aborted.what();
       }
       result.verdict = std::max(result.verdict, done.verdict);
+      if (control_.finished) control_.finished(background.step, done);
     }
   }
 
@@ -266,14 +269,15 @@ class Run {
   const Plan& plan_;
   Session& session_;
   Operator& person_;
+  const RunControl& control_;
   std::chrono::microseconds waited_{0};
   std::list<Background> background_;
 };
 
 }  // namespace
 
-PlanResult RunPlan(const Plan& plan, Session& session, Operator& person, const StepStarted& started) {
-  return Run(plan, session, person).All(started);
+PlanResult RunPlan(const Plan& plan, Session& session, Operator& person, const RunControl& control) {
+  return Run(plan, session, person, control).All();
 }
 
 PlanResult UnstartedPlan(const Plan& plan, const std::string& port, const std::string& failure) {

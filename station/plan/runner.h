@@ -5,6 +5,7 @@
 #include <ctime>
 #include <functional>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -95,11 +96,21 @@ ExitStatus VerdictStatus(Verdict verdict);
 
 std::size_t CountVerdict(const PlanResult& result, Verdict verdict);
 
-// Called before each step with its number, from 0, and its name.
-using StepStarted = std::function<void(std::size_t, const std::string&)>;
+// How a run is watched and ended from outside. The functions may be left out; they are called in the run's
+// own thread.
+struct RunControl {
+  // Before each step that is run, with its number, from 0, and its name.
+  std::function<void(std::size_t, const std::string&)> started = {};
+  // With each step's result, also if it was not run; a second time for a program in the background that has
+  // failed.
+  std::function<void(std::size_t, const StepResult&)> finished = {};
+  // Ends this run as the first Ctrl-C ends all: the step is ended, the plan cleans up, its verdict is
+  // Aborted.
+  std::stop_token stop = {};
+};
 
 // Runs all steps and judges them; a step that fails throws nothing.
-PlanResult RunPlan(const Plan& plan, Session& session, Operator& person, const StepStarted& started);
+PlanResult RunPlan(const Plan& plan, Session& session, Operator& person, const RunControl& control);
 
 // The result of a plan that could not start because the port cannot be used.
 PlanResult UnstartedPlan(const Plan& plan, const std::string& port, const std::string& failure);

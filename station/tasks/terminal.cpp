@@ -78,7 +78,8 @@ void Progress::ShowBar(const std::string& label, std::size_t done, std::size_t t
   Show(fmt::format("[{:#<{}}{:.<{}}] {:3} %  {}", "", filled, "", WIDTH - filled, percent, label));
 }
 
-Operator::Operator(const std::string& answers, const std::string& name) : source_(answers), name_(name) {
+TerminalOperator::TerminalOperator(const std::string& answers, const std::string& name)
+    : source_(answers), name_(name) {
   constexpr std::size_t LARGEST = 1u << 20;
   if (answers.empty()) return;
   every_ = ReplyOf(answers);
@@ -92,13 +93,13 @@ Operator::Operator(const std::string& answers, const std::string& name) : source
   }
 }
 
-bool Operator::Answers(const std::string& step) const {
+bool TerminalOperator::Answers(const std::string& step) const {
   if (source_.empty()) return isatty(STDIN_FILENO) != 0;
   return every_ || by_step_.contains(step);
 }
 
-void Operator::Ask(const std::string& phone, const std::string& step, std::chrono::milliseconds time_limit,
-                   Answer& answer) {
+void TerminalOperator::Ask(const std::string& phone, const std::string& step,
+                           std::chrono::milliseconds time_limit, Answer& answer) {
   if (source_.empty()) {
     answer.reply = AskAtTerminal(fmt::format("{}: {}", phone, answer.question), time_limit);
     answer.by = name_.empty() ? "operator at the terminal" : name_;
@@ -111,7 +112,8 @@ void Operator::Ask(const std::string& phone, const std::string& step, std::chron
 }
 
 // Nothing is taken for an answer but its letter or word: the Enter key alone asks again.
-Answer::Reply Operator::AskAtTerminal(const std::string& question, std::chrono::milliseconds time_limit) {
+Answer::Reply TerminalOperator::AskAtTerminal(const std::string& question,
+                                              std::chrono::milliseconds time_limit) {
   const std::lock_guard<std::mutex> turn(mutex_);
   CheckInterruption();
   const HeldProgress held;

@@ -45,21 +45,35 @@ struct Answer {
 // "pass" or "fail".
 const char* ReplyWord(const Answer& answer);
 
-// Answers a plan's questions. Several phones may ask at the same time; they take turns, and no progress is
-// shown meanwhile.
+// Answers a plan's questions. Several phones may ask at the same time, each in its own thread.
 class Operator {
+ public:
+  Operator() = default;
+  Operator(const Operator&) = delete;
+  Operator& operator=(const Operator&) = delete;
+  virtual ~Operator() = default;
+
+  // Whether the step's question can be answered.
+  virtual bool Answers(const std::string& step) const = 0;
+
+  // Fills in who answers `answer.question`, and what and when. Waits for a reply within the time limit, and
+  // watches InterruptionDescriptor() meanwhile. Throws Aborted.
+  virtual void Ask(const std::string& phone, const std::string& step, std::chrono::milliseconds time_limit,
+                   Answer& answer) = 0;
+};
+
+// The person at the terminal, or the answers that the command line has. Phones that ask at the same time take
+// turns, and no progress is shown meanwhile.
+class TerminalOperator : public Operator {
  public:
   // `answers` is empty if a person answers at the terminal, "pass" or "fail" for that answer to every
   // question, or a JSON file with an object of these words by the steps' names. `name` is the person's; it
   // may be empty. Throws UsageError.
-  Operator(const std::string& answers, const std::string& name);
+  TerminalOperator(const std::string& answers, const std::string& name);
 
-  // Whether the step's question can be answered.
-  bool Answers(const std::string& step) const;
-
-  // Fills in who answers `answer.question`, and what and when. Throws Aborted.
+  bool Answers(const std::string& step) const override;
   void Ask(const std::string& phone, const std::string& step, std::chrono::milliseconds time_limit,
-           Answer& answer);
+           Answer& answer) override;
 
  private:
   Answer::Reply AskAtTerminal(const std::string& question, std::chrono::milliseconds time_limit);

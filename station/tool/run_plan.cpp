@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -12,7 +11,7 @@
 
 #include "program_version.h"
 #include "station/link/interruption.h"
-#include "station/plan/runner.h"
+#include "station/plan/phone_run.h"
 #include "station/report/report.h"
 #include "station/tasks/terminal.h"
 #include "station/tool/simulated_executable.h"
@@ -20,8 +19,6 @@
 namespace station {
 
 namespace {
-
-namespace fs = std::filesystem;
 
 // The progress of all phones in one line.
 class ProgressLine {
@@ -51,84 +48,22 @@ class ProgressLine {
   Progress progress_;
 };
 
-// A folder for files that one step of a plan leaves for another. It is removed at the end.
-class ScratchFolder {
- public:
-  ScratchFolder() : path_(fs::temp_directory_path() / "phonetest-XXXXXX") {
-    if (mkdtemp(path_.data()) == nullptr) throw UsageError(fmt::format("cannot make the folder {}", path_));
-  }
-  ScratchFolder(const ScratchFolder&) = delete;
-  ScratchFolder& operator=(const ScratchFolder&) = delete;
-  ~ScratchFolder() {
-    std::error_code error;
-    fs::remove_all(path_, error);
-  }
-
-  const std::string& Path() const {
-    return path_;
-  }
-
- private:
-  std::string path_;
-};
-
-// The plan for one phone, with the phone's port and folder in the steps' texts.
-struct PhonePlan {
-  PhonePlan(const PlanOrder& order, const std::string& phone_port)
-      : port(phone_port),
-        plan(LoadPlan(order.plan_file, order.variables, {{"port", port}, {"scratch", scratch.Path()}})) {}
-
-  std::string port;
-  ScratchFolder scratch;
-  Plan plan;
-};
-
-void ReplaceAll(std::string& text, const std::string& from, const std::string& to) {
-  for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
-    text.replace(at, from.size(), to);
-  }
-}
-
-// The folder is gone when someone reads the result: its name becomes the plan's word for it.
-PlanResult WithoutScratch(PlanResult result, const std::string& scratch) {
-  const auto forget = [&scratch](std::string& text) { ReplaceAll(text, scratch, "${scratch}"); };
-  for (StepResult& step : result.steps) {
-    for (std::string* text : {&step.name, &step.command, &step.question, &step.message}) forget(*text);
-    if (step.program) std::ranges::for_each(step.program->words, forget);
-    for (Reading& reading : step.readings) {
-      forget(reading.text);
-      if (reading.value.is_string()) forget(reading.value.get_ref<std::string&>());
-    }
-  }
-  return result;
-}
-
-PlanResult RunOnPhone(const PlanOrder& order, const PhonePlan& phone, Operator& person,
-                      const StepStarted& started) {
+PhoneRun::Options OptionsOf(const PlanOrder& order, const std::string& port) {
   const bool alone = order.ports.size() == 1;
-  try {
-    std::unique_ptr<Trace> trace;
-    if (!order.trace_file.empty()) {
-      const std::string file = alone ? order.trace_file : order.trace_file + "." + PortFileName(phone.port);
-      trace = std::make_unique<Trace>(file, phone.port);
-    }
-    Link link(phone.port, trace.get());
-    Session session(link, {order.answer_time, alone && isatty(STDERR_FILENO) != 0});
-    return WithoutScratch(RunPlan(phone.plan, session, person, started), phone.scratch.Path());
-  } catch (const std::exception& failure) {
-    return WithoutScratch(UnstartedPlan(phone.plan, phone.port, failure.what()), phone.scratch.Path());
-  }
+  const std::string suffix = alone ? "" : "." + PortFileName(port);
+  return {.trace_file = order.trace_file.empty() ? "" : order.trace_file + suffix,
+          .session = {order.answer_time, alone && isatty(STDERR_FILENO) != 0}};
 }
 
-std::vector<PlanResult> RunOnAllPhones(const PlanOrder& order, const std::list<PhonePlan>& phones,
+std::vector<PlanResult> RunOnAllPhones(const PlanOrder& order, const std::list<PhoneRun>& phones,
                                        Operator& person) {
   std::vector<PlanResult> results(phones.size());
-  ProgressLine line(phones.front().plan.steps.size(), order.ports);
+  ProgressLine line(phones.front().GetPlan().steps.size(), order.ports);
   std::vector<std::jthread> threads;
-  for (const PhonePlan& phone : phones) {
+  for (const PhoneRun& phone : phones) {
     threads.emplace_back([&, number = threads.size()] {
       const auto show = [&](std::size_t step, const std::string& name) { line.Show(number, step, name); };
-      results[number] = RunOnPhone(order, phone, person, show);
+      results[number] = phone.Run(OptionsOf(order, phone.Port()), person, {.started = show});
     });
   }
   threads.clear();  // waits for all
@@ -171,11 +106,11 @@ void ShowResults(const PlanOrder& order, const std::vector<PlanResult>& results)
 
 ExitStatus ExecutePlan(const PlanOrder& order) {
   CheckPorts(order.ports);
-  std::list<PhonePlan> phones;
-  for (const std::string& port : order.ports) phones.emplace_back(order, port);
+  std::list<PhoneRun> phones;
+  for (const std::string& port : order.ports) phones.emplace_back(order.plan_file, order.variables, port);
   NoteInterruptions();
-  Operator person(order.answers, order.person);
-  CheckOperator(phones.front().plan, person, order.answers);
+  TerminalOperator person(order.answers, order.person);
+  CheckOperator(phones.front().GetPlan(), person, order.answers);
   // Before the plan: its last step may switch the phone off.
   std::vector<std::optional<Executable>> executables;
   for (const std::string& port : order.ports) {

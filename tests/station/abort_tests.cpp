@@ -3,10 +3,12 @@
 
 #include <csignal>
 #include <filesystem>
+#include <future>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <thread>
 
+#include "station/plan/phone_run.h"
 #include "tests/station/scripted_phone.h"
 
 namespace {
@@ -127,6 +129,40 @@ TEST(Abort, EndsAQuestion) {
   EXPECT_EQ(result.status, 6) << result.output;
   EXPECT_EQ(result.output.find("did not answer"), std::string::npos) << result.output;
   EXPECT_EQ(phone.Difference(), "");
+}
+
+// As a page ends one run of several. The same thread's next run and the other thread's run are not concerned.
+TEST(Abort, AStopEndsOneRunOfSeveral) {
+  using station::Verdict;
+  const std::string waiting = Plan(R"({"wait": 300})");
+  const std::string prompt = TemporaryFile("prompt.json", std::string(R"({"steps": [)") + CLEAN_UP);
+  ScriptedPhone left({MOTOR, PING, MOTOR});
+  ScriptedPhone right({PING, MOTOR});
+  station::TerminalOperator person("pass", "");
+  const auto run = [&](const std::string& plan, ScriptedPhone& phone, station::RunControl control) {
+    return station::PhoneRun(plan, {}, phone.Port()).Run({}, person, control);
+  };
+  std::stop_source stop;
+  std::promise<void> in_the_wait;
+  std::thread elsewhere([&] {
+    in_the_wait.get_future().wait();
+    EXPECT_EQ(run(prompt, right, {.stop = std::stop_source().get_token()}).verdict, Verdict::Passed);
+    stop.request_stop();
+  });
+  std::vector<Verdict> verdicts;
+  const station::PlanResult result = run(
+      waiting, left,
+      {.started =
+           [&](std::size_t step, const std::string&) {
+             if (step == 0) in_the_wait.set_value();
+           },
+       .finished = [&](std::size_t, const station::StepResult& step) { verdicts.push_back(step.verdict); },
+       .stop = stop.get_token()});
+  elsewhere.join();
+  EXPECT_EQ(result.verdict, Verdict::Aborted);
+  EXPECT_EQ(verdicts, (std::vector{Verdict::Aborted, Verdict::Skipped, Verdict::Passed}));
+  EXPECT_EQ(run(prompt, left, {}).verdict, Verdict::Passed);
+  EXPECT_EQ(left.Difference() + right.Difference(), "");
 }
 
 }  // namespace
