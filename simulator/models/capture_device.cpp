@@ -45,8 +45,8 @@ Format Accepted(const Format& own, const Format& wanted) {
 }
 
 // The sensor's noise at a pixel, up to 4 levels of 255 either way, mostly little.
-int NoiseAt(uint32_t pixel, uint32_t exposure) {
-  uint32_t random = (pixel ^ exposure * 0x9E3779B9U) * 0x7FEB352DU;
+int NoiseAt(uint32_t pixel, uint32_t exposure, uint32_t seed) {
+  uint32_t random = (pixel ^ exposure * 0x9E3779B9U ^ seed * 0x85EBCA6BU) * 0x7FEB352DU;
   random = (random ^ random >> 15) * 0x846CA68BU;
   return (static_cast<int>(random >> 24) + static_cast<int>(random >> 16 & 0xFF) - 255) / 60;
 }
@@ -69,10 +69,23 @@ Picture PictureFile(const std::string& path) {
   }
 }
 
+constexpr char CAMERA_USAGE[] =
+    "[scene [SEED] | card [SEED] | picture FILE | defect COLUMN ROW COLOUR | row ROW [COLOUR] | dust COUNT "
+    "[SEED] | blur RADIUS | shading PERCENT | tint RED GREEN BLUE | short NTH [BYTES] | good]";
+
+// A number from 0 to `most`.
+int64_t NumberWithin(const std::string& word, int64_t most) {
+  const int64_t number = NumberWord(word);
+  if (number < 0 || number > most) {
+    throw std::invalid_argument(fmt::format("\"{}\" is out of range: 0 to {}.", word, most));
+  }
+  return number;
+}
+
 }  // namespace
 
 CaptureDevice::CaptureDevice(PhoneServices& phone)
-    : DeviceModel(phone), delivered_(memfd_create("frame", MFD_CLOEXEC)) {
+    : DeviceModel(phone), delivered_(memfd_create("frame", MFD_CLOEXEC)), drawing_(DrawCameraScene) {
   if (!delivered_.IsOpen()) throw std::system_error(errno, std::generic_category(), "memfd");
 }
 
@@ -153,11 +166,7 @@ RequestAnswer CaptureDevice::Deliver(const DriverRequest& request, int32_t patte
   const size_t count = size_t{frame_.width} * frame_.height;
   frame_.pixels =
       pattern == 0 ? Expose() : std::vector<uint16_t>(count, pattern == PATTERN_WHITE ? 0xFFFF : 0);
-  for (const Defect& defect : state.defects) {
-    if (defect.column >= frame_.width || defect.row >= frame_.height) continue;
-    if (defect.pattern != 0 && defect.pattern != pattern) continue;
-    frame_.pixels[size_t{defect.row} * frame_.width + defect.column] = defect.colour;
-  }
+  ApplyDefects(pattern);
   size_t bytes = count * sizeof(uint16_t);
   const off_t position = request.FilePosition();
   if (bytes != 0 && position / static_cast<off_t>(bytes) + 1 == state.short_frame) {
@@ -169,10 +178,25 @@ RequestAnswer CaptureDevice::Deliver(const DriverRequest& request, int32_t patte
   return delivered ? RequestAnswer::Success() : RequestAnswer::Refusal(EIO);
 }
 
+void CaptureDevice::ApplyDefects(int32_t pattern) {
+  for (const Defect& defect : state.defects) {
+    if (defect.column >= frame_.width || defect.row >= frame_.height) continue;
+    if (defect.pattern != 0 && defect.pattern != pattern) continue;
+    frame_.pixels[size_t{defect.row} * frame_.width + defect.column] = defect.colour;
+  }
+  for (const DeadRow& dead : state.dead_rows) {
+    if (dead.row >= frame_.height) continue;
+    std::fill_n(frame_.pixels.begin() + static_cast<ptrdiff_t>(size_t{dead.row} * frame_.width), frame_.width,
+                dead.colour);
+  }
+}
+
 const Picture& CaptureDevice::View() {
   const auto [width, height] = std::pair(state.format.width, state.format.height);
-  if (view_.width != width || view_.height != height) {
-    view_ = shown_ ? Resize(*shown_, width, height) : DrawCameraScene(width, height);
+  if (view_.width != width || view_.height != height || view_optics_ != state.optics) {
+    view_ = shown_ ? Resize(*shown_, width, height) : drawing_(width, height, seed_);
+    view_optics_ = state.optics;
+    PassThrough(view_optics_, view_);
   }
   return view_;
 }
@@ -183,7 +207,7 @@ std::vector<uint16_t> CaptureDevice::Expose() {
   ++exposures_;
   std::vector<uint16_t> pixels(levels.size() / 3);
   for (size_t pixel = 0; pixel < pixels.size(); ++pixel) {
-    const int noise = shown_ ? 0 : NoiseAt(static_cast<uint32_t>(pixel), exposures_);
+    const int noise = shown_ ? 0 : NoiseAt(static_cast<uint32_t>(pixel), exposures_, seed_);
     const uint8_t* level = &levels[pixel * 3];
     pixels[pixel] = Pack(level[0] + noise, level[1] + noise, level[2] + noise);
   }
@@ -191,16 +215,32 @@ std::vector<uint16_t> CaptureDevice::Expose() {
 }
 
 void CaptureDevice::Show(std::optional<Picture> picture) {
-  if (picture && picture->levels.empty()) throw std::invalid_argument("The picture is empty.");
+  if (!picture) return ShowScene(0);
+  if (picture->levels.empty()) throw std::invalid_argument("The picture is empty.");
   shown_ = std::move(picture);
   view_ = {};
 }
 
+void CaptureDevice::Show(Drawing drawing, uint32_t seed) {
+  shown_.reset();
+  drawing_ = drawing;
+  seed_ = seed;
+  view_ = {};
+}
+
+void CaptureDevice::ShowScene(uint32_t seed) {
+  Show(DrawCameraScene, seed);
+}
+
+void CaptureDevice::ShowCard(uint32_t seed) {
+  Show(DrawCameraCard, seed);
+}
+
 std::vector<ModelCommand> CaptureDevice::Commands() {
   return {
-      {"camera", "[scene | picture FILE | defect COLUMN ROW COLOUR | short NTH [BYTES] | good]",
-       "tells how the camera is, puts a PNG or JPEG picture before it, gives it a defective pixel, makes its "
-       "frames short, or repairs it",
+      {"camera", CAMERA_USAGE,
+       "tells how the camera is, puts its test scene, an even grey card or a PNG or JPEG picture before it, "
+       "gives it a fault, makes its frames short, or repairs it",
        [this](const std::vector<std::string>& words) { return Command(words); }},
       {"frame", "FILE", "the camera's latest frame as a PNG picture",
        [this](const std::vector<std::string>&) {
@@ -212,33 +252,60 @@ std::vector<ModelCommand> CaptureDevice::Commands() {
 
 std::string CaptureDevice::Command(const std::vector<std::string>& words) {
   const std::string word = words.empty() ? "" : words[0];
-  const auto number = [&](size_t index) { return NumberWord(words[index]); };
-  if (word == "scene" && words.size() == 1) {
-    Show(std::nullopt);
-  } else if (word == "picture" && words.size() == 2) {
+  const size_t count = words.size();
+  const auto number = [&](size_t index, int64_t most = UINT32_MAX) {
+    return static_cast<uint32_t>(NumberWithin(words[index], most));
+  };
+  const auto percent = [&](size_t index) { return static_cast<int>(number(index, Optics::MOST_TINT)); };
+  if (word == "scene" && count <= 2) {
+    ShowScene(count == 2 ? number(1) : 0);
+  } else if (word == "card" && count <= 2) {
+    ShowCard(count == 2 ? number(1) : 0);
+  } else if (word == "picture" && count == 2) {
     Show(PictureFile(words[1]));
-  } else if (word == "defect" && words.size() == 4) {
-    state.defects.push_back({static_cast<uint32_t>(number(1)), static_cast<uint32_t>(number(2)),
-                             static_cast<uint16_t>(number(3))});
-  } else if (word == "short" && (words.size() == 2 || words.size() == 3)) {
-    state.short_frame = static_cast<int>(number(1));
-    if (words.size() == 3) state.missing_bytes = static_cast<uint32_t>(number(2));
-  } else if (word == "good" && words.size() == 1) {
+  } else if (word == "defect" && count == 4) {
+    state.defects.push_back({number(1), number(2), static_cast<uint16_t>(number(3, UINT16_MAX))});
+  } else if (word == "row" && (count == 2 || count == 3)) {
+    state.dead_rows.push_back({number(1), static_cast<uint16_t>(count == 3 ? number(2, UINT16_MAX) : 0)});
+  } else if (word == "dust" && (count == 2 || count == 3)) {
+    state.optics.dust = static_cast<int>(number(1, Optics::MOST_DUST));
+    state.optics.dust_seed = count == 3 ? number(2) : 0;
+  } else if (word == "blur" && count == 2) {
+    state.optics.blur = static_cast<int>(number(1, Optics::MOST_BLUR));
+  } else if (word == "shading" && count == 2) {
+    state.optics.shading = static_cast<int>(number(1, 100));
+  } else if (word == "tint" && count == 4) {
+    state.optics.tint = {percent(1), percent(2), percent(3)};
+  } else if (word == "short" && (count == 2 || count == 3)) {
+    state.short_frame = CountWord(words[1]);
+    if (count == 3) state.missing_bytes = number(2);
+  } else if (word == "good" && count == 1) {
     const Format format = state.format;
     state = {};
     state.format = format;
   } else if (!word.empty()) {
-    throw std::invalid_argument(
-        "camera takes scene, picture FILE, defect COLUMN ROW COLOUR, short NTH [BYTES] or good.");
+    throw std::invalid_argument(fmt::format("camera takes {}.", CAMERA_USAGE));
   }
   return Describe();
 }
 
 std::string CaptureDevice::Describe() const {
-  std::string text = fmt::format("{}, frames of {} x {}, {} exposed\n", shown_ ? "picture" : "scene",
-                                 state.format.width, state.format.height, exposures_);
+  const std::string view = shown_                       ? "picture"
+                           : drawing_ == DrawCameraCard ? fmt::format("card {}", seed_)
+                           : seed_ == 0                 ? "scene"
+                                                        : fmt::format("scene {}", seed_);
+  std::string text = fmt::format("{}, frames of {} x {}, {} exposed\n", view, state.format.width,
+                                 state.format.height, exposures_);
+  const Optics& optics = state.optics;
+  if (optics.dust != 0) text += fmt::format("{} grains of dust, seed {}\n", optics.dust, optics.dust_seed);
+  if (optics.blur != 0) text += fmt::format("out of focus by {} pixels\n", optics.blur);
+  if (optics.shading != 0) text += fmt::format("corners {} % darker\n", optics.shading);
+  if (optics.tint != Optics().tint) text += fmt::format("tint {}\n", fmt::join(optics.tint, " "));
   for (const Defect& defect : state.defects) {
     text += fmt::format("defect at {} {}: 0x{:04X}\n", defect.column, defect.row, defect.colour);
+  }
+  for (const DeadRow& dead : state.dead_rows) {
+    text += fmt::format("dead row {}: 0x{:04X}\n", dead.row, dead.colour);
   }
   if (state.short_frame != 0) {
     text += fmt::format("frame {} of each opening lacks {} bytes\n", state.short_frame, state.missing_bytes);

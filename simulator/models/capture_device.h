@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "posix/file_descriptor.h"
+#include "simulator/models/camera_optics.h"
 #include "simulator/models/driver_records.h"
 #include "simulator/models/picture.h"
 #include "simulator/phone/device_model.h"
@@ -32,9 +33,17 @@ class CaptureDevice : public DeviceModel {
     int32_t pattern = 0;  // 0: in every frame
   };
 
+  // A row of the sensor that delivers one colour always.
+  struct DeadRow {
+    uint32_t row;
+    uint16_t colour;
+  };
+
   struct State {
     Format format;
+    Optics optics;
     std::vector<Defect> defects;
+    std::vector<DeadRow> dead_rows;
     int short_frame = 0;            // the n-th frame read of each opening lacks its end; 0: none does
     uint32_t missing_bytes = 2;     // of that frame
     bool takes_any_extent = false;  // also a width or height of 0
@@ -55,6 +64,8 @@ class CaptureDevice : public DeviceModel {
 
   // Puts a picture before the camera in place of the scene, resized to the format; nothing: the scene again.
   void Show(std::optional<Picture> picture);
+  void ShowScene(uint32_t seed);
+  void ShowCard(uint32_t seed);
   const Frame& LastFrame() const {
     return frame_;
   }
@@ -65,10 +76,15 @@ class CaptureDevice : public DeviceModel {
   // How far the caller of this opening has come.
   enum class Step { Opened, FormatSet, Prepared, Started };
 
+  // Draws a view in any size.
+  using Drawing = Picture (*)(unsigned width, unsigned height, uint32_t seed);
+
   RequestAnswer GetFormat(DriverRequest& request);
   RequestAnswer SetFormat(DriverRequest& request);
   RequestAnswer SetControl(DriverRequest& request);
   RequestAnswer Deliver(const DriverRequest& request, int32_t pattern);
+  void ApplyDefects(int32_t pattern);
+  void Show(Drawing drawing, uint32_t seed);
   const Picture& View();
   std::vector<uint16_t> Expose();
   std::string Command(const std::vector<std::string>& words);
@@ -76,8 +92,11 @@ class CaptureDevice : public DeviceModel {
 
   posix::FileDescriptor delivered_;  // memory that holds one frame where the caller's next read takes place
   Step step_ = Step::Opened;
-  std::optional<Picture> shown_;
-  Picture view_;  // the scene or the picture in the size of the latest frame
+  std::optional<Picture> shown_;  // in place of a drawing
+  Drawing drawing_;
+  uint32_t seed_ = 0;  // of the drawing and of the sensor's noise
+  Picture view_;       // what the sensor gets of it, in the size of the latest frame
+  Optics view_optics_;
   Frame frame_;
   uint32_t exposures_ = 0;
 };
