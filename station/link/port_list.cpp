@@ -22,14 +22,25 @@ std::string FirstLine(const fs::path& path) {
   return line;
 }
 
-// The folder of the port's USB device: the first one above the port's folder that has a vendor number.
-fs::path UsbDevice(fs::path device) {
+// The folder of the port's USB interface: the first one above the port's folder that stands in one with a
+// vendor number, which is the USB device's.
+fs::path UsbInterface(fs::path device) {
   std::error_code error;
   for (device = fs::canonical(device, error); !error && device.has_relative_path();
        device = device.parent_path()) {
-    if (fs::exists(device / "idVendor")) return device;
+    if (fs::exists(device.parent_path() / "idVendor")) return device;
   }
   return {};
+}
+
+void DescribeUsb(PortDescription& port, const fs::path& interface) {
+  const fs::path device = interface.parent_path();
+  const std::string maker = FirstLine(device / "manufacturer");
+  const std::string product = FirstLine(device / "product");
+  port.name = maker + (maker.empty() || product.empty() ? "" : " ") + product;
+  port.serial_number = FirstLine(device / "serial");
+  port.usb_socket = device.filename();
+  port.usb_interface = interface.filename();
 }
 
 bool IsFitted(const fs::path& port) {
@@ -46,15 +57,10 @@ std::vector<PortDescription> ListPorts(const std::string& sysfs) {
   for (const fs::directory_entry& entry : fs::directory_iterator(fs::path(sysfs) / "class/tty", error)) {
     if (!fs::exists(entry.path() / "device")) continue;
     PortDescription port{.path = "/dev/" + entry.path().filename().string()};
-    const fs::path usb = UsbDevice(entry.path() / "device");
+    const fs::path usb = UsbInterface(entry.path() / "device");
     port.usb = !usb.empty();
     if (!port.usb && !IsFitted(entry.path())) continue;
-    if (port.usb) {
-      const std::string maker = FirstLine(usb / "manufacturer");
-      const std::string product = FirstLine(usb / "product");
-      port.name = maker + (maker.empty() || product.empty() ? "" : " ") + product;
-      port.serial_number = FirstLine(usb / "serial");
-    }
+    if (port.usb) DescribeUsb(port, usb);
     ports.push_back(std::move(port));
   }
   std::ranges::sort(ports, {}, &PortDescription::path);
@@ -64,9 +70,12 @@ std::vector<PortDescription> ListPorts(const std::string& sysfs) {
 std::string PortTable(const std::vector<PortDescription>& ports) {
   std::string table;
   for (const PortDescription& port : ports) {
-    const std::string name = port.usb ? "USB: " + port.name : "on board";
-    const std::string serial = port.serial_number.empty() ? "" : ", serial number " + port.serial_number;
-    table += fmt::format("{:<16}  {}{}\n", port.path, name, serial);
+    const bool on_board = !port.usb && port.path.starts_with('/');
+    std::string about = port.usb ? "USB: " + port.name : on_board ? "on board" : "on the network";
+    if (!port.serial_number.empty()) about += ", serial number " + port.serial_number;
+    if (port.usb) about += ", socket " + port.usb_socket;
+    if (!port.slot.empty()) about += ", slot " + port.slot;
+    table += fmt::format("{:<16}  {}\n", port.path, about);
   }
   return table;
 }

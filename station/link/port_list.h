@@ -11,6 +11,9 @@ struct PortDescription {
   bool usb = false;
   std::string name = {};  // manufacturer and product, empty if there is none
   std::string serial_number = {};
+  std::string usb_socket = {};     // "1-4.2": socket 2 of the hub in socket 4 of bus 1
+  std::string usb_interface = {};  // "1-4.2:1.0"
+  std::string slot = {};           // the configuration's name for it, if any
 };
 
 // Looks in the kernel's /sys, or in a folder like it.

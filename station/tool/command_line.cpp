@@ -8,7 +8,7 @@
 #include "program_version.h"
 #include "station/commands/clean_text.h"
 #include "station/commands/errors.h"
-#include "station/link/port_list.h"
+#include "station/configuration/slots.h"
 
 namespace station {
 
@@ -138,7 +138,8 @@ void AddGlobalOptions(CLI::App& app, Settings& settings) {
   app.set_version_flag("--version", fmt::format("{} {}", PROGRAM, PROGRAM_VERSION), "print the version");
   app.add_option(
          "--port", settings.ports,
-         "the phone's serial port, or tcp:HOST:PORT; not needed if exactly one USB serial port is plugged in")
+         "the phone's serial port, a configured slot, or tcp:HOST:PORT; not needed if one is configured "
+         "(PHONETEST_PORT) or exactly one USB serial port is plugged in")
       ->type_name("PORT")
       ->allow_extra_args(false);
   app.add_option_function<long>(
@@ -242,8 +243,14 @@ complete -o default -F _phonetest phonetest
 }  // namespace
 
 std::vector<std::string> ChosenPorts(const Settings& settings) {
-  if (!settings.ports.empty()) return settings.ports;
-  return {OnlyPort(ListPorts())};
+  std::vector<PortDescription> plugged_in = ListPorts();
+  std::vector<std::string> ports = settings.ports;
+  const std::string configured = settings.configuration.Text("port");
+  if (ports.empty() && !configured.empty()) ports.push_back(configured);
+  for (std::string& port : ports) port = NamedPort(port, settings.configuration, plugged_in);
+  if (!ports.empty()) return ports;
+  NameSlots(plugged_in, settings.configuration);
+  return {OnlyPort(plugged_in)};
 }
 
 std::string ChosenPort(const Settings& settings) {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "station/commands/errors.h"
+#include "station/configuration/configuration.h"
 #include "station/tasks/operation.h"
 
 namespace station {
@@ -21,6 +22,7 @@ struct Settings {
   std::string trace_file;
   bool json = false;
   bool yes = false;
+  Configuration configuration;
 };
 
 // A subcommand that is not about one command of the phone: plans, traces, ports and the tool's descriptions.
@@ -38,6 +40,7 @@ struct ToolCommand {
   std::string help;
   std::vector<Option> options;
   std::function<ExitStatus(const Settings&, Given&)> run;
+  bool configured = true;  // false for what works the same on every station
 };
 
 const std::vector<ToolCommand>& ToolCommands();
@@ -54,10 +57,10 @@ struct Invocation {
 // Returns an exit status if there is nothing more to do, after help or an error message.
 std::variant<Invocation, ExitStatus> ParseCommandLine(int count, char** words);
 
-// The ports given, or the only one that exists. Throws UsageError.
+// The ports given, or else configured, or else the only one that exists. Throws UsageError and LinkFailure.
 std::vector<std::string> ChosenPorts(const Settings& settings);
 
-// The port for a command that goes to one phone. Throws UsageError.
+// The port for a command that goes to one phone. Throws UsageError and LinkFailure.
 std::string ChosenPort(const Settings& settings);
 
 // The trace that the settings ask for, if any.

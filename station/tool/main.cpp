@@ -52,6 +52,9 @@ ExitStatus Run(int count, char** words) {
   if (const auto* status = std::get_if<ExitStatus>(&parsed)) return *status;
   auto& invocation = std::get<Invocation>(parsed);
   const ToolCommand* tool_command = invocation.tool_command;
+  if (tool_command == nullptr || tool_command->configured) {
+    invocation.settings.configuration = LoadConfiguration();
+  }
   if (tool_command != nullptr) return tool_command->run(invocation.settings, invocation.given);
   return RunOperation(invocation);
 }

@@ -13,6 +13,7 @@
 #include "station/link/interruption.h"
 #include "station/plan/phone_run.h"
 #include "station/report/report.h"
+#include "station/report/run_folder.h"
 #include "station/tasks/terminal.h"
 #include "station/tool/simulated_executable.h"
 
@@ -92,6 +93,15 @@ void CheckPorts(const std::vector<std::string>& ports) {
   }
 }
 
+void WriteReportFiles(const PlanOrder& order, const std::vector<PlanResult>& results) {
+  std::string folder = order.report_folder;
+  if (folder.empty() && !order.reports_folder.empty()) {
+    folder = MakeRunFolder(order.reports_folder, order.plan_file);
+    fmt::print(stderr, "report: {}\n", folder);
+  }
+  if (!folder.empty()) WriteReports(folder, results);
+}
+
 void ShowResults(const PlanOrder& order, const std::vector<PlanResult>& results) {
   if (order.json) {
     fmt::print("{}", results.size() == 1 ? ReportJson(results.front()) : ReportsJson(results));
@@ -121,7 +131,7 @@ ExitStatus ExecutePlan(const PlanOrder& order) {
     results[i].executable = executables[i];
     results[i].origin = {order.station, order.person, PROGRAM_VERSION};
   }
-  if (!order.report_folder.empty()) WriteReports(order.report_folder, results);
+  WriteReportFiles(order, results);
   ShowResults(order, results);
   Verdict verdict = Verdict::Passed;
   for (const PlanResult& result : results) verdict = std::max(verdict, result.verdict);

@@ -15,10 +15,12 @@ struct PlanOrder {
   std::string plan_file;
   std::vector<std::string> ports;
   std::map<std::string, std::string> variables;
-  std::string report_folder;  // empty for no report files
-  std::string station;        // where it is run
-  std::string person;         // the operator; may be empty
-  std::string trace_file;     // empty for no trace; each of several phones has its own
+  std::string report_folder;  // empty for none
+  std::string
+      reports_folder;   // without a report folder: gets a new folder for this run; empty for no report files
+  std::string station;  // where it is run
+  std::string person;   // the operator; may be empty
+  std::string trace_file;  // empty for no trace; each of several phones has its own
   std::optional<std::chrono::milliseconds> answer_time;
   std::string answers;  // of --answers; empty if the operator answers
   bool json = false;

@@ -4,14 +4,13 @@
 
 #include <array>
 #include <charconv>
-#include <cstdlib>
 
 #include "station/commands/clean_text.h"
-#include "station/link/port_list.h"
 #include "station/tool/command_line.h"
 #include "station/tool/protocol_page.h"
 #include "station/tool/replay.h"
 #include "station/tool/run_plan.h"
+#include "station/tool/show_configuration.h"
 
 namespace station {
 
@@ -36,23 +35,21 @@ std::map<std::string, std::string> ParseAssignments(const std::vector<std::strin
   return values;
 }
 
-std::string FromEnvironment(const char* name, const std::string& fallback) {
-  const char* value = std::getenv(name);
-  return value != nullptr && *value != '\0' ? value : fallback;
-}
-
 std::string HostName() {
   std::array<char, 256> name{};
   return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
 }
 
 ExitStatus Run(const Settings& settings, Given& given) {
+  const Configuration& configuration = settings.configuration;
+  const std::string station = configuration.Text("station");
   return ExecutePlan({.plan_file = OnlyText(given, "plan"),
                       .ports = ChosenPorts(settings),
                       .variables = ParseAssignments(given["set"]),
                       .report_folder = OnlyText(given, "report"),
-                      .station = OnlyText(given, "station", FromEnvironment("PHONETEST_STATION", HostName())),
-                      .person = OnlyText(given, "operator", FromEnvironment("PHONETEST_OPERATOR", "")),
+                      .reports_folder = configuration.Text("reports"),
+                      .station = OnlyText(given, "station", station.empty() ? HostName() : station),
+                      .person = OnlyText(given, "operator", configuration.Text("operator")),
                       .trace_file = settings.trace_file,
                       .answer_time = settings.answer_time,
                       .answers = OnlyText(given, "answers"),
@@ -92,21 +89,6 @@ ExitStatus RunReplay(const Settings& settings, Given& given) {
   return same ? ExitStatus::Passed : ExitStatus::DeviceFailure;
 }
 
-ExitStatus ShowPorts(const Settings& settings, Given&) {
-  const std::vector<PortDescription> ports = ListPorts();
-  if (!settings.json) {
-    fmt::print("{}", ports.empty() ? "no serial port\n" : CleanText(PortTable(ports)));
-    return ExitStatus::Passed;
-  }
-  nlohmann::ordered_json list = nlohmann::ordered_json::array();
-  for (const PortDescription& port : ports) {
-    list.push_back(
-        {{"port", port.path}, {"usb", port.usb}, {"name", port.name}, {"serial-number", port.serial_number}});
-  }
-  fmt::print("{}\n", JsonText(list));
-  return ExitStatus::Passed;
-}
-
 ExitStatus ShowCommands(const Settings&, Given& given) {
   const bool markdown = !given["markdown"].empty();
   const bool manual = !given["manual"].empty();
@@ -132,10 +114,12 @@ const std::vector<ToolCommand>& ToolCommands() {
          "answer the plan's questions for a script: pass, fail, or a JSON file of these by the steps' names",
          "pass|fail|FILE"},
         {Kind::Text, "report",
-         "write report.html, report.json, report.xml (JUnit) and pictures into this folder", "FOLDER"},
+         "write report.html, report.json, report.xml (JUnit) and pictures into this folder [a new one in the "
+         "configured folder]",
+         "FOLDER"},
         {Kind::Text, "station",
-         "name of this station for the report [PHONETEST_STATION, or this computer's name]", "NAME"},
-        {Kind::Text, "operator", "name of the operator for the report [PHONETEST_OPERATOR]", "NAME"}},
+         "name of this station for the report [as configured, or this computer's name]", "NAME"},
+        {Kind::Text, "operator", "name of the operator for the report [as configured]", "NAME"}},
        Run},
       {"replay",
        "send again what --trace recorded, and report the first different answer",
@@ -144,13 +128,15 @@ const std::vector<ToolCommand>& ToolCommands() {
          "longest pause between two commands, in seconds; longer recorded pauses are shortened [10]",
          "SECONDS"}},
        RunReplay},
-      {"ports", "list this computer's serial ports", {}, ShowPorts},
+      {"ports", "list this computer's serial ports, with their USB serial numbers and slots", {}, ShowPorts},
+      {"configuration", "show what is configured and where each value comes from", {}, ShowConfiguration},
       {"commands",
        "list all commands with their codes",
        {{Kind::Flag, "markdown", "print the whole protocol page"},
         {Kind::Flag, "manual", "print the list in the manual page's form"}},
-       ShowCommands},
-      {"completion", "print the completion script for bash", {}, ShowCompletion},
+       ShowCommands,
+       /*configured=*/false},
+      {"completion", "print the completion script for bash", {}, ShowCompletion, false},
   };
   return commands;
 }

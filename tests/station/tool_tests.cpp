@@ -129,7 +129,7 @@ TEST(Ports, AreListedWithTheirUsbNames) {
   std::ofstream(sysfs / "devices/usb1/1-2/product") << "Serial Function\n";
   std::ofstream(sysfs / "devices/usb1/1-2/serial") << "12345\n";
   EXPECT_EQ(station::PortTable(station::ListPorts(sysfs)),
-            "/dev/ttyACM0      USB: Linux 2.4 Serial Function, serial number 12345\n"
+            "/dev/ttyACM0      USB: Linux 2.4 Serial Function, serial number 12345, socket 1-2\n"
             "/dev/ttyS0        on board\n");
   EXPECT_EQ(station::OnlyPort(station::ListPorts(sysfs)), "/dev/ttyACM0");
 

@@ -1,0 +1,12 @@
+// What the station is configured to, and where each value comes from.
+#pragma once
+
+#include "station/tool/command_line.h"
+
+namespace station {
+
+ExitStatus ShowConfiguration(const Settings& settings, ToolCommand::Given& given);
+
+ExitStatus ShowPorts(const Settings& settings, ToolCommand::Given& given);
+
+}  // namespace station
