@@ -28,7 +28,37 @@ double Varied(uint32_t seed, uint32_t which) {
   return seed == 0 ? 0 : 2 * Random(seed * 0x9E3779B9U + which) - 1;
 }
 
-enum Variation : uint32_t { WALL_RED, WALL_GREEN, WALL_BLUE, SPOKES, STAR, SLANT, LIGHT, WARMTH, DIRECTION };
+double Radians(double degrees) {
+  return degrees * std::numbers::pi / 180;
+}
+
+// All that a seed decides, but for the grain of cloth and card.
+struct Variation {
+  explicit Variation(uint32_t of)
+      : seed(of),
+        wall{0.06 * Varied(of, 0), 0.06 * Varied(of, 1), 0.06 * Varied(of, 2)},
+        spokes(24 + std::round(4 * Varied(of, 3))),
+        corner_spokes(8 + std::round(Varied(of, 3))),
+        star_across(0.5 + 0.03 * Varied(of, 4)),
+        slant(Radians(5 + 2 * Varied(of, 5))),
+        light(0.7 + 0.08 * Varied(of, 6)),
+        warmth(0.02 * Varied(of, 7)),
+        to_light(std::numbers::pi * Varied(of, 8)) {}
+
+  // As the pixels need it.
+  struct Direction {
+    explicit Direction(double angle) : cosine(std::cos(angle)), sine(std::sin(angle)) {}
+    double cosine, sine;
+  };
+
+  uint32_t seed;
+  Colour wall;  // added to the wall's own
+  double spokes, corner_spokes;
+  double star_across;
+  Direction slant;
+  double light, warmth;
+  Direction to_light;
+};
 
 // A pixel, and where its middle lies in the view: from 0 to 1 across and down.
 struct Place {
@@ -36,11 +66,7 @@ struct Place {
   double across, down;
   unsigned width, height;
   double shorter_side;  // pixels
-  uint32_t seed;
-
-  double PixelsFrom(double across_there, double down_there) const {
-    return std::hypot((across - across_there) * width, (down - down_there) * height);
-  }
+  const Variation& varied;
 };
 
 // An element of the scene has a colour where it covers the wall.
@@ -74,49 +100,55 @@ std::optional<Colour> Lines(const Place& place) {
 }
 
 std::optional<Colour> StarAt(const Place& place, double across, double down, double radius, double spokes) {
-  if (place.PixelsFrom(across, down) > radius * place.shorter_side) return std::nullopt;
-  const double angle = std::atan2((place.down - down) * place.height, (place.across - across) * place.width);
+  const double right = (place.across - across) * place.width;
+  const double below = (place.down - down) * place.height;
+  const double pixels = radius * place.shorter_side;
+  if (right * right + below * below > pixels * pixels) return std::nullopt;
+  const double angle = std::atan2(below, right);
   return std::sin(angle * spokes) < 0 ? BLACK : WHITE;
 }
 
 std::optional<Colour> Star(const Place& place) {
   constexpr double RADIUS = 0.2;
-  const double spokes = 24 + std::round(4 * Varied(place.seed, SPOKES));
-  return StarAt(place, 0.5 + 0.03 * Varied(place.seed, STAR), 0.42, RADIUS, spokes);
+  return StarAt(place, place.varied.star_across, 0.42, RADIUS, place.varied.spokes);
 }
 
 // One at the inner side of each corner's mark.
 std::optional<Colour> CornerStars(const Place& place) {
   constexpr double FROM_SIDES = 0.12, RADIUS = 0.035;
-  const double spokes = 8 + std::round(Varied(place.seed, SPOKES));
   const double across = FROM_SIDES * place.shorter_side / place.width;
   const double down = FROM_SIDES * place.shorter_side / place.height;
   return StarAt(place, place.across < 0.5 ? across : 1 - across, place.down < 0.5 ? down : 1 - down, RADIUS,
-                spokes);
+                place.varied.corner_spokes);
 }
 
 std::optional<Colour> SlantedSquare(const Place& place) {
   constexpr double DOWN = 0.42, HALF_SIDE = 0.1;
-  const double slant = (5 + 2 * Varied(place.seed, SLANT)) * std::numbers::pi / 180;
+  const auto [cosine, sine] = place.varied.slant;
   for (const double middle : {0.15, 0.85}) {
     const double right = (place.across - middle) * place.width;
     const double below = (place.down - DOWN) * place.height;
-    const double along = std::abs(right * std::cos(slant) + below * std::sin(slant));
-    const double over = std::abs(below * std::cos(slant) - right * std::sin(slant));
+    const double along = std::abs(right * cosine + below * sine);
+    const double over = std::abs(below * cosine - right * sine);
     if (std::max(along, over) < HALF_SIDE * place.shorter_side) return BLACK;
   }
   return std::nullopt;
 }
 
 std::optional<Colour> Patches(const Place& place) {
-  constexpr Colour PATCHES[] = {{0.45, 0.32, 0.27}, {0.76, 0.58, 0.51}, {0.85, 0.1, 0.1},
-                                {0.1, 0.6, 0.2},    {0.1, 0.15, 0.8},   {0.9, 0.8, 0.1},
-                                {0.7, 0.1, 0.6},    {0, 0.55, 0.65},    WHITE,
-                                {0.6, 0.6, 0.6},    {0.3, 0.3, 0.3},    BLACK};
+  static constexpr Colour PATCHES[] = {{0.45, 0.32, 0.27}, {0.76, 0.58, 0.51}, {0.85, 0.1, 0.1},
+                                       {0.1, 0.6, 0.2},    {0.1, 0.15, 0.8},   {0.9, 0.8, 0.1},
+                                       {0.7, 0.1, 0.6},    {0, 0.55, 0.65},    WHITE,
+                                       {0.6, 0.6, 0.6},    {0.3, 0.3, 0.3},    BLACK};
   constexpr double LEFT = 0.14, RIGHT = 0.86, TOP = 0.82, BOTTOM = 0.92;
   if (!IsWithin(place.across, LEFT, RIGHT) || !IsWithin(place.down, TOP, BOTTOM)) return std::nullopt;
   const auto patch = static_cast<size_t>((place.across - LEFT) / (RIGHT - LEFT) * std::size(PATCHES));
-  return PATCHES[(patch + place.seed) % std::size(PATCHES)];
+  return PATCHES[(patch + place.varied.seed) % std::size(PATCHES)];
+}
+
+// std::lerp judges special values first, which takes most of the time of a cloth.
+double Mix(double from, double to, double part) {
+  return from + part * (to - from);
 }
 
 // Random values at whole numbers, and smooth between them.
@@ -127,8 +159,8 @@ double Noise(double x, double y, uint32_t seed) {
   const double right = smooth(x - column);
   const double below = smooth(y - row);
   const auto corner = [seed](uint32_t c, uint32_t r) { return Random(c + r * 65599U + seed * 7919U); };
-  return std::lerp(std::lerp(corner(column, row), corner(column + 1, row), right),
-                   std::lerp(corner(column, row + 1), corner(column + 1, row + 1), right), below);
+  return Mix(Mix(corner(column, row), corner(column + 1, row), right),
+             Mix(corner(column, row + 1), corner(column + 1, row + 1), right), below);
 }
 
 std::optional<Colour> Cloth(const Place& place) {
@@ -139,7 +171,7 @@ std::optional<Colour> Cloth(const Place& place) {
   double light = 0;
   double weight = 0.5;
   for (const double threads : {20.0, 40.0, 80.0, 160.0, 320.0}) {
-    light += weight * Noise(x * threads, y * threads, place.seed);
+    light += weight * Noise(x * threads, y * threads, place.varied.seed);
     weight /= 2;
   }
   return Colour{0.15 + 0.6 * light, 0.1 + 0.45 * light, 0.3 * light};
@@ -147,13 +179,12 @@ std::optional<Colour> Cloth(const Place& place) {
 
 Colour Wall(const Place& place) {
   const double t = (place.across + place.down) / 2;
-  const auto varied = [&](uint32_t which) { return 0.06 * Varied(place.seed, which); };
-  return {std::lerp(0.62, 0.85, t) + varied(WALL_RED), std::lerp(0.75, 0.66, t) + varied(WALL_GREEN),
-          std::lerp(0.92, 0.5, t) + varied(WALL_BLUE)};
+  const Colour& added = place.varied.wall;
+  return {Mix(0.62, 0.85, t) + added.red, Mix(0.75, 0.66, t) + added.green, Mix(0.92, 0.5, t) + added.blue};
 }
 
 Colour SceneColour(const Place& place) {
-  constexpr Element ELEMENTS[] = {Corner, CornerStars, Lines, Star, SlantedSquare, Patches, Cloth};
+  static constexpr Element ELEMENTS[] = {Corner, CornerStars, Lines, Star, SlantedSquare, Patches, Cloth};
   for (const Element element : ELEMENTS) {
     if (const auto colour = element(place)) return *colour;
   }
@@ -162,34 +193,34 @@ Colour SceneColour(const Place& place) {
 
 Colour CardColour(const Place& place) {
   constexpr double GRAINS = 90;  // along the shorter side
-  const double direction = std::numbers::pi * Varied(place.seed, DIRECTION);
-  const double towards_light =
-      (place.across - 0.5) * std::cos(direction) + (place.down - 0.5) * std::sin(direction);
+  const auto [cosine, sine] = place.varied.to_light;
+  const double towards_light = (place.across - 0.5) * cosine + (place.down - 0.5) * sine;
   const double x = place.across * place.width / place.shorter_side;
   const double y = place.down * place.height / place.shorter_side;
-  const double grain = Noise(x * GRAINS, y * GRAINS, place.seed) - 0.5;
-  const double light = 0.7 + 0.08 * Varied(place.seed, LIGHT) + 0.04 * towards_light + 0.012 * grain;
-  const double warmth = 0.02 * Varied(place.seed, WARMTH);
+  const double grain = Noise(x * GRAINS, y * GRAINS, place.varied.seed) - 0.5;
+  const double light = place.varied.light + 0.04 * towards_light + 0.012 * grain;
+  const double warmth = place.varied.warmth;
   return {light * (1 + warmth), light, light * (1 - warmth)};
 }
 
 uint8_t Level(double light) {
-  return static_cast<uint8_t>(std::lround(std::clamp(light, 0.0, 1.0) * 255));
+  return static_cast<uint8_t>(std::clamp(light, 0.0, 1.0) * 255 + 0.5);
 }
 
 // Each pixel with its colour, under a light that falls off towards the corners.
 Picture Draw(unsigned width, unsigned height, uint32_t seed, Colour (*colour_at)(const Place&)) {
-  Picture picture = {width, height, {}};
-  picture.levels.reserve(size_t{width} * height * 3);
+  Picture picture = {width, height, std::vector<uint8_t>(size_t{width} * height * 3)};
+  auto level = picture.levels.begin();
+  const Variation varied(seed);
   for (unsigned y = 0; y < height; ++y) {
     for (unsigned x = 0; x < width; ++x) {
       const double across = (x + 0.5) / width;
       const double down = (y + 0.5) / height;
       const auto shorter_side = static_cast<double>(std::min(width, height));
-      const Colour colour = colour_at({x, y, across, down, width, height, shorter_side, seed});
+      const Colour colour = colour_at({x, y, across, down, width, height, shorter_side, varied});
       const double fall_off = 1 - 0.5 * ((across - 0.5) * (across - 0.5) + (down - 0.5) * (down - 0.5));
       for (const double light : {colour.red, colour.green, colour.blue}) {
-        picture.levels.push_back(Level(light * fall_off));
+        *level++ = Level(light * fall_off);
       }
     }
   }
