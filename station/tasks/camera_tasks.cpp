@@ -6,6 +6,7 @@
 #include "station/commands/errors.h"
 #include "station/tasks/jpeg_check.h"
 #include "station/tasks/operation.h"
+#include "station/tasks/picture_measures.h"
 #include "station/tasks/terminal.h"
 
 namespace station {
@@ -45,6 +46,17 @@ ArgumentValues CameraAction(std::int64_t action, Size size = {}, std::int64_t ro
   return {{"action", action}, {"width", size.width}, {"height", size.height}, {"rotation", rotation}};
 }
 
+void AddMeasures(Outcome& outcome, const std::string& picture, const Bytes& jpeg) {
+  try {
+    const Pixels pixels = DecodeJpeg(jpeg);
+    const std::vector<Reading> measures =
+        picture == "blemish" ? MeasureBlemishes(pixels) : MeasureFocus(pixels);
+    outcome.readings.insert(outcome.readings.end(), measures.begin(), measures.end());
+  } catch (const std::runtime_error& error) {
+    outcome.failure = fmt::format("the picture cannot be measured: {}", error.what());
+  }
+}
+
 // An earlier reading of this or the other picture may have been interrupted, so the phone's reader is stopped
 // first.
 Outcome FetchPicture(Session& session, const std::string& picture) {
@@ -64,6 +76,7 @@ Outcome FetchPicture(Session& session, const std::string& picture) {
   outcome.readings = {{"width", check.width, std::to_string(check.width), "pixels"},
                       {"height", check.height, std::to_string(check.height), "pixels"},
                       {"bytes", reading.bytes.size(), std::to_string(reading.bytes.size())}};
+  if (check.fault.empty()) AddMeasures(outcome, picture, reading.bytes);
   outcome.pictures = {{picture, reading.bytes}};
   return outcome;
 }
@@ -121,7 +134,8 @@ std::vector<Operation> CameraTasks() {
   return {
       {
           .words = "camera capture",
-          .help = "take a test picture, fetch it, check that it is whole and delete it on the phone",
+          .help =
+              "take a test picture, fetch it, check that it is whole, measure it and delete it on the phone",
           .arguments = {WhichPicture(),
                         Word("size", "WIDTHxHEIGHT in pixels, at most 1200x1600").Optional("240x320"),
                         Number("rotate", "turn the picture clockwise")
@@ -134,7 +148,7 @@ std::vector<Operation> CameraTasks() {
       },
       {
           .words = "camera fetch",
-          .help = "fetch a test picture that is on the phone and check that it is whole",
+          .help = "fetch a test picture that is on the phone, check that it is whole and measure it",
           .arguments = {WhichPicture(), Word("output", "file to keep the picture in").Named()},
           .run = FetchAndKeep,
           .codes = {protocol::READ_PICTURE},

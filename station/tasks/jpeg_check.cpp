@@ -5,6 +5,7 @@
 #include <csetjmp>
 #include <cstdio>
 #include <cstring>
+#include <stdexcept>
 #include <vector>
 
 // The library's header needs <cstdio> before it.
@@ -23,8 +24,8 @@ struct Decoder {
   std::size_t rest;  // bytes after the picture
 };
 
-// More than the camera has. A damaged or hostile header must not cost memory or time.
-constexpr std::size_t MOST_PIXELS = 16u << 20;
+// The camera has 1200 x 1600. A damaged or hostile header must not cost memory or time.
+constexpr std::size_t MOST_PIXELS = 2u << 20;
 
 void Fail(j_common_ptr jpeg) {
   auto* decoder = static_cast<Decoder*>(jpeg->client_data);
@@ -38,8 +39,15 @@ void Warn(j_common_ptr jpeg, int level) {
   if (level < 0 && decoder->fault[0] == '\0') jpeg->err->format_message(jpeg, decoder->fault);
 }
 
-// `row` has room for a line of the largest picture.
-void Decode(Decoder& decoder, std::span<const std::uint8_t> file, std::uint8_t* row) {
+// Where the decoded lines go.
+struct Lines {
+  std::uint8_t* first;
+  std::size_t step;  // from one line to the next; 0: all go to the same place
+};
+
+// Without a step, the line has room for one of the largest picture, in the file's own colours; with a step,
+// they are red, green and blue.
+void Decode(Decoder& decoder, std::span<const std::uint8_t> file, const Lines& lines) {
   jpeg_decompress_struct& jpeg = decoder.jpeg;
   jpeg.err = jpeg_std_error(&decoder.errors);
   decoder.errors.error_exit = Fail;
@@ -55,9 +63,12 @@ void Decode(Decoder& decoder, std::span<const std::uint8_t> file, std::uint8_t* 
                                        : "it is progressive, and no camera picture is");
       Fail(reinterpret_cast<j_common_ptr>(&jpeg));
     }
-    jpeg.out_color_space = jpeg.jpeg_color_space;
+    jpeg.out_color_space = lines.step == 0 ? jpeg.jpeg_color_space : JCS_RGB;
     jpeg_start_decompress(&jpeg);
-    while (jpeg.output_scanline < jpeg.output_height) jpeg_read_scanlines(&jpeg, &row, 1);
+    while (jpeg.output_scanline < jpeg.output_height) {
+      std::uint8_t* line = lines.first + jpeg.output_scanline * lines.step;
+      jpeg_read_scanlines(&jpeg, &line, 1);
+    }
     jpeg_finish_decompress(&jpeg);
     decoder.rest = jpeg.src->bytes_in_buffer;
   }
@@ -70,12 +81,24 @@ JpegCheck CheckJpeg(std::span<const std::uint8_t> file) {
   constexpr std::size_t MOST_COMPONENTS = 4;
   std::vector<std::uint8_t> row(MOST_COMPONENTS * JPEG_MAX_DIMENSION);
   Decoder decoder{};
-  Decode(decoder, file, row.data());
+  Decode(decoder, file, {row.data(), 0});
   JpegCheck check{decoder.fault, decoder.jpeg.image_width, decoder.jpeg.image_height};
   if (check.fault.empty() && decoder.rest != 0) {
     check.fault = fmt::format("{} bytes follow the picture", decoder.rest);
   }
   return check;
+}
+
+Pixels DecodeJpeg(std::span<const std::uint8_t> file) {
+  constexpr std::size_t COLOURS = 3;
+  const JpegCheck check = CheckJpeg(file);
+  if (!check.fault.empty()) throw std::runtime_error(check.fault);
+  Pixels pixels{check.width, check.height, {}};
+  pixels.levels.resize(pixels.width * pixels.height * COLOURS);
+  Decoder decoder{};
+  Decode(decoder, file, {pixels.levels.data(), pixels.width * COLOURS});
+  if (decoder.fault[0] != '\0') throw std::runtime_error(decoder.fault);
+  return pixels;
 }
 
 }  // namespace station

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -50,8 +52,12 @@ class Phone {
   }
 
   // With `simulated` the plan's steps play the tester too.
-  ToolResult Run(const std::string& plan, bool simulated, std::vector<std::string> options = {}) const {
-    options.insert(options.begin(), {"--port", port_, "--yes", "--json", "run", PLANS "/" + plan});
+  ToolResult Run(const std::string& plan, bool simulated,
+                 const std::vector<std::string>& options = {}) const {
+    return RunFile(PLANS "/" + plan, simulated, options);
+  }
+  ToolResult RunFile(const std::string& file, bool simulated, std::vector<std::string> options = {}) const {
+    options.insert(options.begin(), {"--port", port_, "--yes", "--json", "run", file});
     options.insert(options.end(), {"--answers", "pass"});
     if (simulated) options.insert(options.end(), {"--set", "phonesim=" + program_});
     return RunTool(options);
@@ -152,7 +158,8 @@ TEST(SimulatedPhone, FactoryPlanFindsSeededFaults) {
       {{"radio", "silence"},
        {{"Radio hears the station", "signal is 1200, below 20000"},
         {"Radio band", "signal is 1200, below 20000"}}},
-      {{"camera", "defect", "100", "200", "0xF800"}, {{"Camera sensor", "the sensor is defective"}}},
+      {{"camera", "defect", "100", "200", "0xF800"},
+       {{"Camera sensor", "the sensor is defective"}, {"Blemish picture", "dark-spots is 1, above 0"}}},
       {{"card", "remove"}, {{"Memory card", "no card (it tells no serial number)"}}},
       {{"modem", "sim", "off"}, {{"SIM", "no SIM, or not ready"}}},
       {{"bluetooth", "not-executable"}, {{"Bluetooth chip", "the Bluetooth test tool could not be run"}}},
@@ -193,12 +200,65 @@ TEST(SimulatedPhone, ServiceAndQuickPlanFindSeededFaults) {
        {{"missing", "/dev/misc/omap730_gpio"}, {{"Modem state", "the GPIO device could not be opened"}}},
        {{"missing", "/dev/v4l2/capture0"},
         {{"Camera sensor", "the camera could not be opened"},
-         {"Blemish picture", "the camera could not be opened"}}},
+         {"Blemish picture", "the camera could not be opened"},
+         {"Focus picture", "the camera could not be opened"}}},
        {{"card", "read-only"}, {{"Memory card", "the test file on it could not be opened"}}}});
   TryFaults("quick.json", false,
             {{{"missing", "/etc/version"}, {{"System version", "version is , which does not match"}}},
              {{"modem", "silent", "on"}, {{"Modem answers", "no \"OK\" or \"ERROR\" came"}}},
              {{"bluetooth", "2", "none"}, {{"Bluetooth chip", "printed no status"}}}});
+}
+
+// The camera steps of the factory plan alone, with what stands before the camera.
+std::string CameraPlan(const std::string& card, const std::string& scene) {
+  std::ifstream file(PLANS "/factory.json");
+  nlohmann::json plan = nlohmann::json::parse(file, nullptr, true, true);
+  nlohmann::json steps = nlohmann::json::array();
+  for (nlohmann::json& step : plan["steps"]) {
+    if (step.value("command", "") == "camera capture") steps.push_back(step);
+    const bool holds = step["name"].get<std::string>().ends_with("before the camera");
+    if (!holds) continue;
+    step["program"].push_back(step["program"].back() == "card" ? card : scene);
+    steps.push_back(step);
+  }
+  EXPECT_EQ(steps.size(), 4u);
+  plan["steps"] = steps;
+  plan["variables"] = {{"phonesim", {{"default", ""}}}};
+  return TemporaryFile("camera.json", plan.dump());
+}
+
+TEST(SimulatedPhone, PlansJudgePicturesByLimits) {
+  Phone phone;
+  const auto failures = [&](const std::string& card, const std::string& scene) {
+    return Listed(Failures(phone.RunFile(CameraPlan(card, scene), true).output));
+  };
+  for (const char* seed : {"1", "2", "77", "4000000000"}) EXPECT_EQ(failures(seed, seed), "") << seed;
+
+  struct Case {
+    std::vector<std::string> defect;
+    std::string found;  // how what is said begins
+  };
+  const Case cases[] = {
+      {{"dust", "1", "1"}, "Blemish picture: dark-spots is 1, above 0\n"},
+      {{"dust", "5", "9"}, "Blemish picture: dark-spots is 5, above 0\n"},
+      {{"defect", "600", "800", "0"}, "Blemish picture: dark-spots is 1, above 0\n"},
+      {{"defect", "1190", "9", "0xFFFF"}, "Blemish picture: bright-spots is 1, above 0\n"},
+      {{"row", "1599"}, "Blemish picture: dead-lines is 1, above 0\n"},
+      {{"row", "64", "0xFFFF"}, "Blemish picture: dead-lines is 1, above 0\n"},
+      {{"shading", "20"}, "Blemish picture: shading is "},
+      {{"tint", "115", "100", "100"}, "Blemish picture: red-balance is "},
+      {{"tint", "100", "100", "85"}, "Blemish picture: blue-balance is "},
+      {{"blur", "1"}, "Focus picture: sharpness-bottom-left is "},
+  };
+  for (const Case& one : cases) {
+    phone.Do({"camera", "good"});
+    std::vector<std::string> words = {"camera"};
+    words.insert(words.end(), one.defect.begin(), one.defect.end());
+    phone.Do(words);
+    const std::string found = failures("3", "3");
+    EXPECT_EQ(found.substr(0, one.found.size()), one.found) << words[1];
+    EXPECT_EQ(std::ranges::count(found, '\n'), 1) << found;
+  }
 }
 
 TEST(SimulatedPhone, ThreePhonesRunThePlanAtTheSameTime) {
