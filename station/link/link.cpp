@@ -54,18 +54,25 @@ void Trace::Line(char direction, const std::string& text) {
   file_ << fmt::format("{:.6f} {} {}\n", since.count(), direction, text) << std::flush;
 }
 
-Link::Link(const std::string& port, Trace* trace) : port_(port), trace_(trace), descriptor_(OpenPort(port)) {}
+Link::Link(const std::string& port, Trace* trace) : port_(port), trace_(trace) {
+  if (port.starts_with(RFC2217_PREFIX)) {
+    server_.emplace(port.substr(std::strlen(RFC2217_PREFIX)));
+  } else {
+    descriptor_ = OpenPort(port);
+  }
+}
 
 bool Link::WaitFor(short events, Clock::time_point deadline) {
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
   if (left <= 0 || Interrupted()) return false;
-  std::array<pollfd, 2> waiting = {{{descriptor_.Get(), events, 0}, {InterruptionDescriptor(), POLLIN, 0}}};
+  std::array<pollfd, 2> waiting = {{{Number(), events, 0}, {InterruptionDescriptor(), POLLIN, 0}}};
   poll(waiting.data(), waiting.size(), static_cast<int>(std::min<long>(left, 60'000)));
   return true;
 }
 
 std::size_t Link::SendSome(std::span<const std::uint8_t> bytes) {
-  const ssize_t written = write(descriptor_.Get(), bytes.data(), bytes.size());
+  const ssize_t written =
+      server_ ? server_->Write(bytes) : write(descriptor_.Get(), bytes.data(), bytes.size());
   if (written < 0 && !MayTryAgain()) {
     throw LinkFailure(fmt::format("cannot send to {}: {}", port_, std::strerror(errno)));
   }
@@ -85,7 +92,7 @@ void Link::Send(std::span<const std::uint8_t> bytes, Clock::time_point deadline)
 }
 
 std::size_t Link::ReceiveWaiting(std::span<std::uint8_t> room) {
-  const ssize_t count = read(descriptor_.Get(), room.data(), room.size());
+  const ssize_t count = server_ ? server_->Read(room) : read(descriptor_.Get(), room.data(), room.size());
   if (count < 0 && MayTryAgain()) return 0;
   if (count <= 0) {
     throw LinkFailure(fmt::format("{} has hung up{}{}", port_, count < 0 ? ": " : "",

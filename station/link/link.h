@@ -1,14 +1,16 @@
-// The byte link to a phone: a serial port, raw and non-blocking, or a raw TCP connection to a serial server;
-// and the trace of what goes over it. Nothing here waits without a deadline.
+// The byte link to a phone: a serial port, raw and non-blocking, or a connection to a serial server, raw or
+// by RFC 2217; and the trace of what goes over it. Nothing here waits without a deadline.
 #pragma once
 
 #include <chrono>
 #include <cstdint>
 #include <fstream>
+#include <optional>
 #include <span>
 #include <string>
 
 #include "posix/file_descriptor.h"
+#include "station/link/serial_server.h"
 
 namespace station {
 
@@ -34,7 +36,8 @@ class Trace {
 
 class Link {
  public:
-  // Opens "/dev/..." or "tcp:HOST:PORT". The trace, if any, must outlive the link. Throws LinkFailure.
+  // Opens "/dev/...", "tcp:HOST:PORT" or "rfc2217:HOST:PORT". The trace, if any, must outlive the link.
+  // Throws LinkFailure.
   explicit Link(const std::string& port, Trace* trace = nullptr);
 
   const std::string& Port() const {
@@ -43,7 +46,7 @@ class Link {
 
   // For relays that wait for several descriptors at once.
   int Number() const {
-    return descriptor_.Get();
+    return server_ ? server_->Number() : descriptor_.Get();
   }
 
   // Sends all bytes, in one write if the port takes them. Throws LinkFailure if it does not take them in
@@ -71,7 +74,8 @@ class Link {
 
   std::string port_;
   Trace* trace_;
-  posix::FileDescriptor descriptor_;
+  posix::FileDescriptor descriptor_;  // not open if there is a server
+  std::optional<SerialServer> server_;
 };
 
 }  // namespace station

@@ -137,10 +137,10 @@ constexpr int CONNECT_MILLISECONDS = 5000;
 using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
 // Splits "HOST:PORT"; the last colon is the one before the port.
-std::pair<std::string, std::string> SplitAddress(const std::string& address) {
+std::pair<std::string, std::string> SplitAddress(const std::string& address, const char* prefix) {
   const std::size_t colon = address.rfind(':');
   if (colon == std::string::npos || colon == 0 || colon + 1 == address.size()) {
-    throw LinkFailure(fmt::format("'{}{}' is not tcp:HOST:PORT", TCP_PREFIX, address));
+    throw LinkFailure(fmt::format("'{0}{1}' is not {0}HOST:PORT", prefix, address));
   }
   std::string host = address.substr(0, colon);
   if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
@@ -181,8 +181,8 @@ posix::FileDescriptor OpenSerialPort(const std::string& path) {
   return port;
 }
 
-posix::FileDescriptor OpenTcpPort(const std::string& address) {
-  const auto [host, port] = SplitAddress(address);
+posix::FileDescriptor OpenTcpPort(const std::string& address, const char* prefix) {
+  const auto [host, port] = SplitAddress(address, prefix);
   const AddressList found = Resolve(host, port);
   int error = 0;
   for (const addrinfo* to = found.get(); to != nullptr; to = to->ai_next) {

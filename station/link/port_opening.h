@@ -8,11 +8,12 @@
 namespace station {
 
 constexpr const char* TCP_PREFIX = "tcp:";
+constexpr const char* RFC2217_PREFIX = "rfc2217:";
 
 // A serial port: raw, 8 data bits, 115200 baud, locked against other programs. Throws LinkFailure.
 posix::FileDescriptor OpenSerialPort(const std::string& path);
 
-// "HOST:PORT", with an IPv6 address in brackets. Throws LinkFailure.
-posix::FileDescriptor OpenTcpPort(const std::string& address);
+// "HOST:PORT", with an IPv6 address in brackets. The prefix is for messages. Throws LinkFailure.
+posix::FileDescriptor OpenTcpPort(const std::string& address, const char* prefix = TCP_PREFIX);
 
 }  // namespace station

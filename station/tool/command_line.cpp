@@ -136,10 +136,10 @@ CLI::App& Subcommand(CLI::App& app, const std::string& words, const std::string&
 
 void AddGlobalOptions(CLI::App& app, Settings& settings) {
   app.set_version_flag("--version", fmt::format("{} {}", PROGRAM, PROGRAM_VERSION), "print the version");
-  app.add_option(
-         "--port", settings.ports,
-         "the phone's serial port, a configured slot, or tcp:HOST:PORT; not needed if one is configured "
-         "(PHONETEST_PORT) or exactly one USB serial port is plugged in")
+  app.add_option("--port", settings.ports,
+                 "the phone's serial port, a configured slot, tcp:HOST:PORT or rfc2217:HOST:PORT; not needed "
+                 "if one is configured "
+                 "(PHONETEST_PORT) or exactly one USB serial port is plugged in")
       ->type_name("PORT")
       ->allow_extra_args(false);
   app.add_option_function<long>(

@@ -1,20 +1,18 @@
 // Traces and replays, TCP ports, the list of ports, held ports, and the generated documents.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 
 #include "station/commands/errors.h"
 #include "station/link/port_list.h"
 #include "station/tasks/operation.h"
+#include "tests/station/background.h"
 #include "tests/station/scripted_phone.h"
 
 namespace {
@@ -25,34 +23,6 @@ const std::string ZERO = "00000000";
 const Turn PING = {"0000000000000000", "01000000"};
 const Turn NOTHING = {"0100000000000000", ""};
 const Turn KEY = {"2700000000000000", "00110000"};
-
-// Runs a program in the background and ends it.
-class Background {
- public:
-  explicit Background(std::vector<std::string> words, const std::string& input = "/dev/null") {
-    std::vector<char*> arguments;
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, input.c_str(), O_RDWR | O_NOCTTY, 0);
-    if (posix_spawnp(&process_, arguments[0], &actions, nullptr, arguments.data(), environ) != 0)
-      process_ = -1;
-    posix_spawn_file_actions_destroy(&actions);
-  }
-  ~Background() {
-    if (process_ <= 0) return;
-    kill(process_, SIGKILL);
-    waitpid(process_, nullptr, 0);
-  }
-
-  pid_t Process() const {
-    return process_;
-  }
-
- private:
-  pid_t process_ = -1;
-};
 
 std::string Record(const std::string& name) {
   const std::string file = TemporaryFile(name, "");

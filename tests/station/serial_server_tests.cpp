@@ -1,0 +1,97 @@
+// Ports at servers that speak RFC 2217: a real one, and refusals.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/station/background.h"
+#include "tests/station/scripted_phone.h"
+
+namespace {
+
+// A loopback address that no other test has, so that the port is free.
+std::string OwnAddress() {
+  const int process = getpid();
+  return "127." + std::to_string(process >> 16 & 255) + "." + std::to_string(process >> 8 & 255) + "." +
+         std::to_string(process & 255);
+}
+
+// Runs the tool until the server listens.
+ToolResult RunWhenListening(const std::vector<std::string>& arguments) {
+  const auto until = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+  for (;;) {
+    ToolResult result = RunTool(arguments);
+    const bool refused = result.errors.find("Connection refused") != std::string::npos;
+    if (!refused || std::chrono::steady_clock::now() > until) return result;
+    usleep(20'000);
+  }
+}
+
+TEST(SerialServer, EveryByteSurvivesARealOne) {
+  if (RunProgram({"ser2net", "-v"}).status != 0) GTEST_SKIP() << "there is no ser2net";
+  constexpr std::size_t SIZE = 60'000;
+  std::string all;
+  for (int byte = 0; byte < 256; ++byte)
+    all += "FF" + std::string(1, "0123456789ABCDEF"[byte / 16]) + "0123456789ABCDEF"[byte % 16];
+  ScriptedPhone phone({{"07000000" + all, all}, {"07000000" + Repeat("FF", 4000), Repeat("FF", SIZE)}});
+  const std::string address = OwnAddress() + ",7000";
+  const std::string configuration =
+      TemporaryFile("ser2net.yaml", "connection: &phone\n  accepter: telnet(rfc2217),tcp," + address +
+                                        "\n  connector: serialdev," + phone.Port() + ",9600n81,local\n");
+  const Background server({"ser2net", "-n", "-u", "-c", configuration});
+  const std::string port = "rfc2217:" + OwnAddress() + ":7000";
+  const auto received = [](const ToolResult& result) {
+    EXPECT_EQ(result.status, 0) << result.errors;
+    return nlohmann::json::parse(result.output).value("received", "");
+  };
+  const ToolResult first =
+      RunWhenListening({"--json", "--port", port, "raw", "7", "--request", all, "--answer", "512"});
+  EXPECT_EQ(received(first), all);
+  const ToolResult second = RunTool({"--json", "--port", port, "raw", "7", "--request", Repeat("FF", 4000),
+                                     "--answer", std::to_string(SIZE)});
+  EXPECT_TRUE(received(second) == Repeat("FF", SIZE));
+  EXPECT_EQ(phone.Difference(), "");
+}
+
+TEST(SerialServer, ThatRefusesIsNotUsed) {
+  const std::string offer =
+      "FFFB2C"
+      "FFFB00"
+      "FFFB03"
+      "FFFD00"
+      "FFFD03";
+  const std::string agreed =
+      "FFFD2C"
+      "FFFD00"
+      "FFFB00";
+  const std::string settings =
+      "FFFA2C010001C200FFF0"
+      "FFFA2C0208FFF0"
+      "FFFA2C0301FFF0"
+      "FFFA2C0401FFF0"
+      "FFFA2C0501FFF0";
+  const std::string others =
+      "FFFA2C6608FFF0"
+      "FFFA2C6701FFF0"
+      "FFFA2C6801FFF0"
+      "FFFA2C6901FFF0";
+  const std::vector<std::pair<std::vector<Turn>, std::string>> servers = {
+      {{{offer, "FFFE2C"}}, "does not let its port be set up"},
+      {{{offer, "FFFD2CFFFE00"}}, "refuses binary transfer"},
+      {{{.expected = offer, .answer = "5265616C6C7920627573790D0A", .hangs_up = true}},
+       "has hung up: Really busy\n"},
+      {{{offer, agreed}, {settings, "FFFA2C6500002580FFF0" + others}},
+       "does not set 115200 baud; it says 00 00 25 80"},
+      // An unknown option is refused, once.
+      {{{offer, "FFFB01FFFB01"}, {"FFFE01", ""}}, "does not answer as RFC 2217 has it"},
+  };
+  for (const auto& [script, message] : servers) {
+    ScriptedPhone server(script, ScriptedPhone::Kind::TcpPort);
+    const ToolResult result = RunTool({"--port", "rfc2217" + server.Port().substr(3), "ping"});
+    EXPECT_EQ(result.status, 3);
+    EXPECT_NE(result.errors.find(message), std::string::npos) << result.errors;
+    EXPECT_EQ(server.Difference(), "") << message;
+  }
+}
+
+}  // namespace
