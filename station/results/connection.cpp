@@ -1,0 +1,257 @@
+// The only source that sees SOCI's headers, which take long to compile.
+#include "station/results/connection.h"
+
+#include <fmt/format.h>
+#include <soci/postgresql/soci-postgresql.h>
+#include <soci/soci.h>
+#include <soci/sqlite3/soci-sqlite3.h>
+
+#include <deque>
+#include <filesystem>
+#include <unordered_map>
+
+#include "station/commands/bytes.h"
+#include "station/commands/clean_text.h"
+#include "station/commands/errors.h"
+
+namespace station {
+
+namespace {
+
+// "?" becomes ":v0", ":v1", as SOCI wants its places named.
+std::string WithNames(const std::string& statement) {
+  std::string named;
+  int count = 0;
+  for (const char character : statement) {
+    if (character == '?') {
+      named += fmt::format(":v{}", count++);
+    } else {
+      named += character;
+    }
+  }
+  return named;
+}
+
+// Appends parameters to a server's address: no attempt to connect may hang a line, and a server whose machine
+// is gone is noticed.
+std::string ServerParameters(const std::string& address) {
+  const char* link = address.find('?') == std::string::npos ? "?" : "&";
+  return address + link + "connect_timeout=5&tcp_user_timeout=10000&application_name=phonetest";
+}
+
+std::string QuotedFile(const std::string& path) {
+  if (path.find('"') != std::string::npos) throw UsageError("--results: a file's name must not hold a '\"'");
+  return "db=\"" + path + "\" timeout=20";
+}
+
+void MakeFolderOf(const std::string& file) {
+  std::error_code error;
+  const auto folder = std::filesystem::path(file).parent_path();
+  if (!folder.empty()) std::filesystem::create_directories(folder, error);
+}
+
+// A failure's text on one line.
+std::string OneLine(std::string text) {
+  for (char& character : text) {
+    if (character == '\n') character = ' ';
+  }
+  while (!text.empty() && (text.back() == ' ' || text.back() == '.')) text.pop_back();
+  return text;
+}
+
+// A statement with the places that its values are read from.
+struct Prepared {
+  Prepared(soci::session& session, const std::string& text, std::size_t count)
+      : statement(session), values(count), present(count) {
+    statement.alloc();
+    for (std::size_t i = 0; i < count; ++i) statement.exchange(soci::use(values[i], present[i]));
+    statement.prepare(WithNames(text));
+  }
+
+  void Fill(const std::vector<SqlValue>& given) {
+    for (std::size_t i = 0; i < given.size(); ++i) {
+      present[i] = given[i].Text() ? soci::i_ok : soci::i_null;
+      values[i] = given[i].Text().value_or("");
+    }
+  }
+
+  soci::statement statement;
+  std::deque<std::string> values;
+  std::deque<soci::indicator> present;
+};
+
+}  // namespace
+
+SqlValue::SqlValue(const std::string& text) : text_(CleanText(text)) {}
+
+SqlValue::SqlValue(double number) : text_(fmt::format("{}", number)) {}
+
+struct Connection::Session {
+  explicit Session(const ResultsAddress& address)
+      : session(address.kind == ResultsAddress::Kind::Server
+                    ? soci::connection_parameters(soci::postgresql, ServerParameters(address.text))
+                    : soci::connection_parameters(soci::sqlite3, QuotedFile(address.text))) {}
+
+  soci::session session;
+  std::unordered_map<std::string, std::unique_ptr<Prepared>> statements = {};
+};
+
+Connection::Connection(const ResultsAddress& address) : address_(address) {
+  try {
+    if (address.kind == ResultsAddress::Kind::File) MakeFolderOf(address.text);
+    session_ = std::make_unique<Session>(address);
+    if (address.kind == ResultsAddress::Kind::Server) {
+      session_->session << "SET client_min_messages = warning";
+      return;
+    }
+    // Each commit is on the disk before it returns, and readers do not wait for writers.
+    std::string mode;
+    session_->session << "PRAGMA journal_mode = WAL", soci::into(mode);
+    session_->session << "PRAGMA synchronous = FULL";
+    session_->session << "PRAGMA foreign_keys = ON";
+  } catch (const soci::soci_error& error) {
+    throw ResultsError(fmt::format("the database {} cannot be opened: {}", address.text,
+                                   OneLine(error.get_error_message())));
+  }
+}
+
+Connection::Connection(Connection&&) noexcept = default;
+Connection::~Connection() = default;
+
+// Does some work with the database; its failure becomes a sentence of ours.
+template <typename Work>
+auto Connection::Guarded(const Work& work) {
+  try {
+    return work();
+  } catch (const soci::soci_error& error) {
+    throw ResultsError(fmt::format("the database {}: {}", address_.text, OneLine(error.get_error_message())));
+  }
+}
+
+std::int64_t Connection::Run(const std::string& statement, const std::vector<SqlValue>& values) {
+  try {
+    return Guarded([&] {
+      auto& prepared = session_->statements[statement];
+      if (!prepared) {
+        prepared = std::make_unique<Prepared>(session_->session, statement, values.size());
+        prepared->statement.define_and_bind();
+      }
+      prepared->Fill(values);
+      prepared->statement.execute(true);
+      return static_cast<std::int64_t>(prepared->statement.get_affected_rows());
+    });
+  } catch (const ResultsError&) {
+    session_->statements.erase(statement);
+    throw;
+  }
+}
+
+std::vector<SqlRow> Connection::Ask(const std::string& query, std::string_view columns,
+                                    const std::vector<SqlValue>& values) {
+  return Guarded([&] {
+    Prepared prepared(session_->session, query, values.size());
+    prepared.Fill(values);
+    SqlRow row(columns.size());
+    std::vector<soci::indicator> found(columns.size());
+    std::vector<long long> numbers(columns.size());
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+      if (columns[i] == 'i') prepared.statement.exchange(soci::into(numbers[i], found[i]));
+      if (columns[i] == 'd') prepared.statement.exchange(soci::into(row[i].real, found[i]));
+      if (columns[i] == 't') prepared.statement.exchange(soci::into(row[i].text, found[i]));
+    }
+    prepared.statement.define_and_bind();
+    std::vector<SqlRow> rows;
+    for (prepared.statement.execute(); prepared.statement.fetch();) {
+      for (std::size_t i = 0; i < columns.size(); ++i) {
+        row[i].null = found[i] == soci::i_null;
+        row[i].number = row[i].null ? 0 : numbers[i];
+        if (row[i].null) row[i].text.clear();
+      }
+      rows.push_back(row);
+    }
+    return rows;
+  });
+}
+
+void Connection::StoreContent(const std::string& sha256, const std::string& content) {
+  static constexpr char DIGITS[] = "0123456789abcdef";
+  if (!Ask("SELECT size FROM contents WHERE sha256 = ?", "i", {sha256}).empty()) return;
+  const std::string into = "INSERT INTO contents (sha256, size, content) VALUES (?, ?, ";
+  const auto size = static_cast<std::int64_t>(content.size());
+  if (address_.kind == ResultsAddress::Kind::Server) {
+    std::string digits;
+    digits.reserve(content.size() * 2);
+    for (const char byte : content) {
+      digits += DIGITS[static_cast<unsigned char>(byte) >> 4];
+      digits += DIGITS[static_cast<unsigned char>(byte) & 0xF];
+    }
+    Run(into + "decode(?, 'hex')) ON CONFLICT DO NOTHING", {sha256, size, digits});
+    return;
+  }
+  Guarded([&] {
+    soci::blob blob(session_->session);
+    if (!content.empty()) blob.write_from_start(content.data(), content.size());
+    const long long bytes = size;
+    session_->session << into + ":v2) ON CONFLICT DO NOTHING", soci::use(sha256), soci::use(bytes),
+        soci::use(blob);
+  });
+}
+
+std::optional<std::string> Connection::Content(const std::string& sha256) {
+  if (address_.kind == ResultsAddress::Kind::Server) {
+    const auto rows = Ask("SELECT encode(content, 'hex') FROM contents WHERE sha256 = ?", "t", {sha256});
+    if (rows.empty()) return std::nullopt;
+    const Bytes bytes = BytesFromHex(rows[0][0].text);
+    return std::string(bytes.begin(), bytes.end());
+  }
+  return Guarded([&]() -> std::optional<std::string> {
+    soci::blob blob(session_->session);
+    soci::indicator found = soci::i_null;
+    session_->session << "SELECT content FROM contents WHERE sha256 = :v0", soci::into(blob, found),
+        soci::use(sha256);
+    if (!session_->session.got_data()) return std::nullopt;
+    std::string content(blob.get_len(), '\0');
+    if (!content.empty()) blob.read_from_start(content.data(), content.size());
+    return content;
+  });
+}
+
+const char* Connection::CountedKey() const {
+  const bool server = address_.kind == ResultsAddress::Kind::Server;
+  return server ? "BIGINT GENERATED BY DEFAULT AS IDENTITY PRIMARY KEY" : "INTEGER PRIMARY KEY";
+}
+
+const char* Connection::BytesType() const {
+  return address_.kind == ResultsAddress::Kind::Server ? "BYTEA" : "BLOB";
+}
+
+const char* Connection::OrderedByKey() const {
+  return address_.kind == ResultsAddress::Kind::Server ? "" : " WITHOUT ROWID";
+}
+
+const char* Connection::Now() const {
+  const bool server = address_.kind == ResultsAddress::Kind::Server;
+  return server ? "CAST(extract(epoch FROM clock_timestamp()) * 1000 AS BIGINT)"
+                : "CAST((julianday('now') - 2440587.5) * 86400000 AS INTEGER)";
+}
+
+Transaction::Transaction(Connection& connection) : connection_(connection) {
+  const bool server = connection.Address().kind == ResultsAddress::Kind::Server;
+  connection_.Guarded([&] { connection_.session_->session << (server ? "BEGIN" : "BEGIN IMMEDIATE"); });
+}
+
+Transaction::~Transaction() {
+  if (!open_) return;
+  try {
+    connection_.session_->session << "ROLLBACK";
+  } catch (const std::exception&) {
+    // The connection is gone, and the transaction with it.
+  }
+}
+
+void Transaction::Commit() {
+  connection_.Guarded([&] { connection_.session_->session << "COMMIT"; });
+  open_ = false;
+}
+
+}  // namespace station

@@ -1,0 +1,21 @@
+// The tables of a database of results. docs/results.md describes them for everyone who writes queries.
+#pragma once
+
+#include "station/results/connection.h"
+
+namespace station {
+
+// The version that this program makes and expects.
+int NewestSchema();
+
+// 0 for a database without tables.
+int SchemaVersion(Connection& connection);
+
+// Brings the tables to the newest version, whole or not at all. Throws ResultsError, also if the tables are a
+// newer program's.
+void Migrate(Connection& connection);
+
+// Connects and migrates. Throws ResultsError.
+Connection OpenResults(const ResultsAddress& address);
+
+}  // namespace station

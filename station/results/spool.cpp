@@ -1,0 +1,120 @@
+#include "station/results/spool.h"
+
+#include <fmt/format.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <fstream>
+
+#include "station/commands/errors.h"
+#include "station/results/spool_format.h"
+
+namespace station {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* SUFFIX = ".jsonl";
+
+[[noreturn]] void ThrowLost(const fs::path& path) {
+  throw OutputLost(fmt::format("the run cannot be spooled in {}: {}", path.string(),
+                               std::generic_category().message(errno)));
+}
+
+std::vector<fs::path> FilesIn(const fs::path& folder) {
+  std::vector<fs::path> files;
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(folder, error)) {
+    if (entry.path().extension() == SUFFIX) files.push_back(entry.path());
+  }
+  // The names are the runs' UUIDs, which begin with the time.
+  std::ranges::sort(files);
+  return files;
+}
+
+void SyncFolder(const fs::path& folder) {
+  const posix::FileDescriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!descriptor.IsOpen() || fsync(descriptor.Get()) != 0) ThrowLost(folder);
+}
+
+// All of a file's whole lines. The last one is cut if the program was killed while it wrote.
+void Store(RunStore& store, Connection& connection, const fs::path& path) {
+  std::ifstream file(path);
+  Transaction transaction(connection);
+  std::optional<RunStore::Keys> keys;
+  for (std::string line; std::getline(file, line) && !file.eof();) {
+    const SpooledLine spooled = ParseSpoolLine(line);
+    if (spooled.start) keys = store.Start(*spooled.start);
+    if (!keys) break;
+    if (spooled.step) store.Step(*keys, *spooled.step);
+    if (spooled.end) store.End(*keys, *spooled.end);
+  }
+  transaction.Commit();
+}
+
+}  // namespace
+
+SpoolFile::SpoolFile(const fs::path& folder, const RunStart& start) : path_(folder / (start.uuid + SUFFIX)) {
+  std::error_code error;
+  fs::create_directories(folder, error);
+  descriptor_.Reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+  if (!descriptor_.IsOpen()) ThrowLost(path_);
+  flock(descriptor_.Get(), LOCK_EX);
+  Write(SpoolLine(start));
+  SyncFolder(folder);
+}
+
+void SpoolFile::Add(const StoredStep& step) {
+  Write(SpoolLine(step));
+}
+
+void SpoolFile::Add(const RunEnd& end) {
+  Write(SpoolLine(end));
+}
+
+void SpoolFile::Write(const std::string& line) {
+  const std::string text = line + "\n";
+  std::size_t written = 0;
+  while (written < text.size()) {
+    const ssize_t count = write(descriptor_.Get(), text.data() + written, text.size() - written);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) ThrowLost(path_);
+    written += static_cast<std::size_t>(count);
+  }
+  if (fdatasync(descriptor_.Get()) != 0) ThrowLost(path_);
+}
+
+std::size_t SpooledRuns(const fs::path& folder) {
+  return FilesIn(folder).size();
+}
+
+std::size_t HandIn(RunStore& store, Connection& connection, std::size_t most) {
+  std::size_t count = 0;
+  std::string failure;
+  for (const fs::path& path : FilesIn(connection.Address().SpoolFolder())) {
+    if (count == most) break;
+    const posix::FileDescriptor descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!descriptor.IsOpen() || flock(descriptor.Get(), LOCK_EX | LOCK_NB) != 0) continue;
+    // Removed by another process between the listing and the lock.
+    struct stat found {};
+    if (fstat(descriptor.Get(), &found) != 0 || found.st_nlink == 0) continue;
+    try {
+      Store(store, connection, path);
+    } catch (const ResultsError& error) {
+      // One that the database refuses must not keep the others back.
+      store.Forget();
+      connection.Ask("SELECT 1", "i");
+      failure = error.what();
+      continue;
+    }
+    std::error_code error;
+    fs::remove(path, error);
+    ++count;
+  }
+  if (!failure.empty()) throw ResultsError(failure);
+  return count;
+}
+
+}  // namespace station
