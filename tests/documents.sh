@@ -30,7 +30,7 @@ declare -A not_run=(
 endless='^phonesim( --no-server| -- -g|)$|--follow$'
 
 scratch=$(mktemp -d)
-export PHONESIM_GROUP=documents-$$
+export PHONESIM_GROUP=documents-$$ XDG_DATA_HOME=$scratch/data
 stop_phones() { # every phone of this test
   local name
   phonesim status | sed -n 's/^\([^:]*\): running.*/\1/p' | while read -r name; do phonesim --name "$name" stop; done

@@ -190,7 +190,7 @@ void Connection::StoreContent(const std::string& sha256, const std::string& cont
   }
   Guarded([&] {
     soci::blob blob(session_->session);
-    if (!content.empty()) blob.write_from_start(content.data(), content.size());
+    if (!content.empty()) blob.write(0, content.data(), content.size());
     const long long bytes = size;
     session_->session << into + ":v2) ON CONFLICT DO NOTHING", soci::use(sha256), soci::use(bytes),
         soci::use(blob);
@@ -211,7 +211,7 @@ std::optional<std::string> Connection::Content(const std::string& sha256) {
         soci::use(sha256);
     if (!session_->session.got_data()) return std::nullopt;
     std::string content(blob.get_len(), '\0');
-    if (!content.empty()) blob.read_from_start(content.data(), content.size());
+    if (!content.empty()) blob.read(0, content.data(), content.size());
     return content;
   });
 }

@@ -110,6 +110,9 @@ RunStart StartOf(const Plan& plan, const std::string& port, const Origin& origin
 StoredStep StepOf(std::size_t index, const StepResult& step);
 RunEnd EndOf(const PlanResult& result);
 
+// Adds a file of this computer; one that cannot be read is noted in its place.
+void AttachFile(RunEnd& end, const std::string& path);
+
 // Stores runs in one database. Remembers the keys of the plan's steps and readings, which are the same for
 // many runs. Each function throws ResultsError.
 class RunStore {

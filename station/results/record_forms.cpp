@@ -149,4 +149,14 @@ RunEnd EndOf(const PlanResult& result) {
   return end;
 }
 
+void AttachFile(RunEnd& end, const std::string& path) {
+  constexpr std::size_t LARGEST = 64u << 20;
+  const std::string name = path.substr(path.rfind('/') + 1);
+  try {
+    end.files.push_back({name, "text/plain", ReadFile(path, LARGEST)});
+  } catch (const UsageError& error) {
+    end.files.push_back({name, "text/plain", error.what()});
+  }
+}
+
 }  // namespace station

@@ -10,10 +10,12 @@
 #include <thread>
 
 #include "program_version.h"
+#include "station/commands/clean_text.h"
 #include "station/link/interruption.h"
 #include "station/plan/phone_run.h"
 #include "station/report/report.h"
 #include "station/report/run_folder.h"
+#include "station/results/run_recorder.h"
 #include "station/tasks/terminal.h"
 #include "station/tool/simulated_executable.h"
 
@@ -56,15 +58,62 @@ PhoneRun::Options OptionsOf(const PlanOrder& order, const std::string& port) {
           .session = {order.answer_time, alone && isatty(STDERR_FILENO) != 0}};
 }
 
-std::vector<PlanResult> RunOnAllPhones(const PlanOrder& order, const std::list<PhoneRun>& phones,
-                                       Operator& person) {
-  std::vector<PlanResult> results(phones.size());
-  ProgressLine line(phones.front().GetPlan().steps.size(), order.ports);
+// One phone of an order.
+struct OnePhone {
+  const PhoneRun& phone;
+  std::optional<Executable> executable;
+  std::unique_ptr<RunRecorder> recorder = nullptr;
+};
+
+PlanResult RunOnPhone(const PlanOrder& order, OnePhone& one, Operator& person, RunControl control) {
+  const Origin origin = {order.station, order.person, PROGRAM_VERSION};
+  std::size_t recorded = 0;
+  if (order.results) {
+    one.recorder =
+        std::make_unique<RunRecorder>(*order.results, StartOf(one.phone.GetPlan(), one.phone.Port(), origin));
+    control.finished = [&](std::size_t step, const StepResult& done) {
+      one.recorder->Add(StepOf(step, done));
+      recorded = step + 1;
+    };
+  }
+  const PhoneRun::Options options = OptionsOf(order, one.phone.Port());
+  PlanResult result = one.phone.Run(options, person, control);
+  result.executable = one.executable;
+  result.origin = origin;
+  if (!one.recorder) return result;
+  // Of a run that could not start, no step has been told.
+  for (std::size_t i = recorded; i < result.steps.size(); ++i) one.recorder->Add(StepOf(i, result.steps[i]));
+  RunEnd end = EndOf(result);
+  if (!options.trace_file.empty()) AttachFile(end, options.trace_file);
+  for (const std::string& file : order.attached) AttachFile(end, file);
+  one.recorder->Finish(std::move(end));
+  return result;
+}
+
+// Says what did not get into the database. Throws OutputLost if it is nowhere.
+void TellProblems(const std::list<OnePhone>& ones) {
+  std::string lost;
+  for (const OnePhone& one : ones) {
+    if (!one.recorder || one.recorder->Problem().empty()) continue;
+    const std::string problem = CleanText(one.recorder->Problem());
+    if (one.recorder->IsLost()) {
+      lost = "the run's record is lost: " + problem;
+    } else {
+      fmt::print(stderr, "phonetest: {}; the run is kept in the spool and is handed in by a later run\n",
+                 problem);
+    }
+  }
+  if (!lost.empty()) throw OutputLost(lost);
+}
+
+std::vector<PlanResult> RunOnAllPhones(const PlanOrder& order, std::list<OnePhone>& ones, Operator& person) {
+  std::vector<PlanResult> results(ones.size());
+  ProgressLine line(ones.front().phone.GetPlan().steps.size(), order.ports);
   std::vector<std::jthread> threads;
-  for (const PhoneRun& phone : phones) {
+  for (OnePhone& one : ones) {
     threads.emplace_back([&, number = threads.size()] {
       const auto show = [&](std::size_t step, const std::string& name) { line.Show(number, step, name); };
-      results[number] = phone.Run(OptionsOf(order, phone.Port()), person, {.started = show});
+      results[number] = RunOnPhone(order, one, person, {.started = show});
     });
   }
   threads.clear();  // waits for all
@@ -121,18 +170,15 @@ ExitStatus ExecutePlan(const PlanOrder& order) {
   NoteInterruptions();
   TerminalOperator person(order.answers, order.person);
   CheckOperator(phones.front().GetPlan(), person, order.answers);
-  // Before the plan: its last step may switch the phone off.
-  std::vector<std::optional<Executable>> executables;
-  for (const std::string& port : order.ports) {
-    executables.push_back(SimulatedExecutable(PhonesimBesideTool(), port));
+  std::list<OnePhone> ones;
+  for (const PhoneRun& phone : phones) {
+    // Before the plan: its last step may switch the phone off.
+    ones.push_back({phone, SimulatedExecutable(PhonesimBesideTool(), phone.Port())});
   }
-  std::vector<PlanResult> results = RunOnAllPhones(order, phones, person);
-  for (std::size_t i = 0; i < results.size(); ++i) {
-    results[i].executable = executables[i];
-    results[i].origin = {order.station, order.person, PROGRAM_VERSION};
-  }
+  const std::vector<PlanResult> results = RunOnAllPhones(order, ones, person);
   WriteReportFiles(order, results);
   ShowResults(order, results);
+  TellProblems(ones);
   Verdict verdict = Verdict::Passed;
   for (const PlanResult& result : results) verdict = std::max(verdict, result.verdict);
   return VerdictStatus(verdict);

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "station/commands/errors.h"
+#include "station/results/address.h"
 
 namespace station {
 
@@ -24,9 +25,12 @@ struct PlanOrder {
   std::optional<std::chrono::milliseconds> answer_time;
   std::string answers;  // of --answers; empty if the operator answers
   bool json = false;
+  std::optional<ResultsAddress> results;  // the database that the runs are stored in
+  std::vector<std::string> attached;      // files that are stored with each run when it has ended
 };
 
-// Throws PlanError and UsageError before anything is sent.
+// Throws PlanError and UsageError before anything is sent, and OutputLost at the end if a run could be kept
+// neither in the database nor in its spool.
 ExitStatus ExecutePlan(const PlanOrder& order);
 
 }  // namespace station

@@ -9,6 +9,7 @@
 #include "station/tool/command_line.h"
 #include "station/tool/protocol_page.h"
 #include "station/tool/replay.h"
+#include "station/tool/results_commands.h"
 #include "station/tool/run_plan.h"
 #include "station/tool/show_configuration.h"
 
@@ -53,7 +54,9 @@ ExitStatus Run(const Settings& settings, Given& given) {
                       .trace_file = settings.trace_file,
                       .answer_time = settings.answer_time,
                       .answers = OnlyText(given, "answers"),
-                      .json = settings.json});
+                      .json = settings.json,
+                      .results = GivenResults(settings, given),
+                      .attached = given["attach"]});
 }
 
 std::chrono::milliseconds ParsePause(const std::string& text) {
@@ -105,39 +108,52 @@ ExitStatus ShowCompletion(const Settings&, Given&) {
 }  // namespace
 
 const std::vector<ToolCommand>& ToolCommands() {
-  static const std::vector<ToolCommand> commands = {
-      {"run",
-       "run a test plan on all given ports at the same time",
-       {{Kind::Positional, "plan", "plan file, JSON with comments", "FILE"},
-        {Kind::Repeated, "set", "set a variable of the plan", "NAME=VALUE"},
-        {Kind::Text, "answers",
-         "answer the plan's questions for a script: pass, fail, or a JSON file of these by the steps' names",
-         "pass|fail|FILE"},
-        {Kind::Text, "report",
-         "write report.html, report.json, report.xml (JUnit) and pictures into this folder [a new one in the "
-         "configured folder]",
-         "FOLDER"},
-        {Kind::Text, "station",
-         "name of this station for the report [as configured, or this computer's name]", "NAME"},
-        {Kind::Text, "operator", "name of the operator for the report [as configured]", "NAME"}},
-       Run},
-      {"replay",
-       "send again what --trace recorded, and report the first different answer",
-       {{Kind::Positional, "trace", "trace file", "FILE"},
-        {Kind::Text, "longest-pause",
-         "longest pause between two commands, in seconds; longer recorded pauses are shortened [10]",
-         "SECONDS"}},
-       RunReplay},
-      {"ports", "list this computer's serial ports, with their USB serial numbers and slots", {}, ShowPorts},
-      {"configuration", "show what is configured and where each value comes from", {}, ShowConfiguration},
-      {"commands",
-       "list all commands with their codes",
-       {{Kind::Flag, "markdown", "print the whole protocol page"},
-        {Kind::Flag, "manual", "print the list in the manual page's form"}},
-       ShowCommands,
-       /*configured=*/false},
-      {"completion", "print the completion script for bash", {}, ShowCompletion, false},
-  };
+  static const std::vector<ToolCommand> commands = [] {
+    std::vector<ToolCommand> all = {
+        {"run",
+         "run a test plan on all given ports at the same time",
+         {{Kind::Positional, "plan", "plan file, JSON with comments", "FILE"},
+          {Kind::Repeated, "set", "set a variable of the plan", "NAME=VALUE"},
+          {Kind::Text, "answers",
+           "answer the plan's questions for a script: pass, fail, or a JSON file of these by the steps' "
+           "names",
+           "pass|fail|FILE"},
+          {Kind::Text, "report",
+           "write report.html, report.json, report.xml (JUnit) and pictures into this folder [a new one in "
+           "the "
+           "configured folder]",
+           "FOLDER"},
+          {Kind::Text, "station",
+           "name of this station for the report [as configured, or this computer's name]", "NAME"},
+          {Kind::Text, "operator", "name of the operator for the report [as configured]", "NAME"},
+          ResultsOption(),
+          {Kind::Flag, "no-results", "do not store the run in a database"},
+          {Kind::Repeated, "attach", "store this file with the run when it has ended", "FILE"}},
+         Run},
+        {"replay",
+         "send again what --trace recorded, and report the first different answer",
+         {{Kind::Positional, "trace", "trace file", "FILE"},
+          {Kind::Text, "longest-pause",
+           "longest pause between two commands, in seconds; longer recorded pauses are shortened [10]",
+           "SECONDS"}},
+         RunReplay},
+        {"ports",
+         "list this computer's serial ports, with their USB serial numbers and slots",
+         {},
+         ShowPorts},
+        {"configuration", "show what is configured and where each value comes from", {}, ShowConfiguration},
+        {"commands",
+         "list all commands with their codes",
+         {{Kind::Flag, "markdown", "print the whole protocol page"},
+          {Kind::Flag, "manual", "print the list in the manual page's form"}},
+         ShowCommands,
+         /*configured=*/false},
+        {"completion", "print the completion script for bash", {}, ShowCompletion, false},
+    };
+    const auto more = ResultsCommands();
+    all.insert(all.begin() + 1, more.begin(), more.end());
+    return all;
+  }();
   return commands;
 }
 

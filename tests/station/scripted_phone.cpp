@@ -231,6 +231,10 @@ std::string GreyJpeg(std::size_t width, std::size_t height, std::size_t padding)
          "10" + single_code + "FFDA0008010100003F00" + data + "FFD9";
 }
 
+// The tool's runs are stored in a database there, not in the user's own.
+[[maybe_unused]] static const int data_is_our_own =
+    setenv("XDG_DATA_HOME", (TemporaryFolder() + "/data").c_str(), 1);
+
 const std::string& TemporaryFolder() {
   static const struct Folder {
     Folder() {
