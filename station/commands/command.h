@@ -19,9 +19,10 @@ struct Verb {
   std::string words;  // "radio play"
   std::string help;   // one line
   ArgumentValues settled = {};
-  std::string leads = {};     // an argument that has a default elsewhere and must be given here
-  bool status_only = false;   // the first word is a mere status here, whatever it is to the other verbs
-  std::string question = {};  // asked before it is sent; empty for a command that may simply be done
+  std::string leads = {};    // an argument that has a default elsewhere and must be given here
+  bool status_only = false;  // the first word is a mere status here, whatever it is to the other verbs
+  std::string question =
+      {};  // asked before it is sent: it can be done only once, or what it ends is not restored
 };
 
 // How a field of a request is given, if not as the next argument of the command line.

@@ -21,6 +21,8 @@ Command Row(std::vector<Verb> verbs, milliseconds answer_time = PROMPT,
   return MakeCommand(Describe<code>(), answer_time, presentations, std::move(verbs));
 }
 
+constexpr const char* OVERWRITE_BLUETOOTH = "Overwrite the phone's Bluetooth settings?";
+
 // For commands that tasks send, with words of their own.
 constexpr std::initializer_list<Verb> NO_VERBS = {};
 
@@ -34,8 +36,10 @@ std::vector<Command> LinkRows() {
 
 std::vector<Command> FlashRows() {
   return {
-      Row<SET_PARTITION_WORD>(
-          {{"partition-word", "set the word in the partition information and its backup"}}, FLASH_WRITE),
+      Row<SET_PARTITION_WORD>({{.words = "partition-word",
+                                .help = "set the word in the partition information and its backup",
+                                .question = "Overwrite the word in the phone's partition information?"}},
+                              FLASH_WRITE),
       Row<READ_FIRST_FIELD>(
           {{"factory-field read-first", "read the first 10-byte field of the factory information"}}),
       Row<WRITE_FIRST_FIELD>(
@@ -45,21 +49,25 @@ std::vector<Command> FlashRows() {
       Row<WRITE_SECOND_FIELD>(
           {{"factory-field write-second", "ask to write the second field, which the phone always refuses"}}),
       Row<READ_IDENTITY>({{"identity read", "read the phone's 15-digit identity number"}}),
-      Row<WRITE_IDENTITY>({{"identity write", "program the identity number, which can be done only once"}},
-                          FLASH_WRITE),
+      Row<WRITE_IDENTITY>(NO_VERBS, FLASH_WRITE),
       Row<CHECK_IDENTITY_BLANK>(
           {{"identity check-blank", "check that no identity number has been programmed yet"}}),
-      Row<WRITE_BLUETOOTH_ADDRESS>(
-          {{"bluetooth-address write", "store the phone's Bluetooth device address in flash"}}, FLASH_WRITE),
+      Row<WRITE_BLUETOOTH_ADDRESS>({{.words = "bluetooth-address write",
+                                     .help = "store the phone's Bluetooth device address in flash",
+                                     .question = OVERWRITE_BLUETOOTH}},
+                                   FLASH_WRITE),
       Row<WRITE_BLUETOOTH_ADDRESS_EXTENDED>(
-          {{"bluetooth-address write-extended", "store the Bluetooth device address by its extended code"}},
+          {{.words = "bluetooth-address write-extended",
+            .help = "store the Bluetooth device address by its extended code",
+            .question = OVERWRITE_BLUETOOTH}},
           FLASH_WRITE),
       Row<READ_FACTORY_INFO>(NO_VERBS),
       Row<READ_FACTORY_INFO_EXTENDED>(
           {{"factory-info read-extended", "read the factory information by its extended code"}}),
-      Row<WRITE_FACTORY_INFO>({{"factory-info write", "write the 128-byte factory information from a file"}},
-                              FLASH_WRITE, {FromFile("block", "file")}),
-      Row<SAVE_MODEM_IMAGE>({{"modem-image save", "copy the modem's file-system image into flash"}},
+      Row<WRITE_FACTORY_INFO>(NO_VERBS, FLASH_WRITE, {FromFile("block", "file")}),
+      Row<SAVE_MODEM_IMAGE>({{.words = "modem-image save",
+                              .help = "copy the modem's file-system image into flash",
+                              .question = "Overwrite the modem's file-system image in the phone's flash?"}},
                             FLASH_WRITE),
       Row<READ_MODEM_IMAGE>(
           {{"modem-image chunk", "read the next 1024 bytes of the modem's file-system image"}}),
@@ -68,14 +76,19 @@ std::vector<Command> FlashRows() {
 
 std::vector<Command> MaintenanceRows() {
   return {
-      Row<POWER_OFF>({{"power-off", "power the phone off", {}, {}, false, "Power the phone off?"}}),
-      Row<FACTORY_RESET>({{"factory-reset", "bring the user's settings back to what they were at delivery"}},
+      Row<POWER_OFF>(
+          {{.words = "power-off", .help = "power the phone off", .question = "Power the phone off?"}}),
+      Row<FACTORY_RESET>({{.words = "factory-reset",
+                           .help = "bring the user's settings back to what they were at delivery",
+                           .question = "Reset the phone? The user's settings are lost."}},
                          milliseconds{60'000}),
       Row<READ_SYSTEM_VERSION>({{"version system", "read the version of the system"}}),
       Row<READ_CONFIG_VERSION>({{"version configuration", "read the version of the configuration"}}),
       Row<READ_RESOURCE_VERSION>({{"version resources", "read the version of the resources"}}),
       Row<STOP_USER_INTERFACE>(
-          {{"stop-ui", "stop the user interface; the phone takes no command until it is restarted"}}),
+          {{.words = "stop-ui",
+            .help = "stop the user interface; the phone takes no command until it is restarted",
+            .question = "Stop the user interface? The phone takes no command until it is restarted."}}),
       Row<TEST_MEMORY_CARD>({{"memory-card", "test the memory card"}}, milliseconds{15'000}),
       Row<READ_CLOCK>({{"clock get", "read the real-time clock"}}),
       Row<SET_CLOCK>(NO_VERBS),
@@ -99,9 +112,11 @@ std::vector<Command> ModemRows() {
       Row<PASS_THROUGH>(NO_VERBS),
       Row<CHECK_MODEM_STATE>({{"modem state", "check that the modem's state word is 1"}}),
       Row<SET_MODEM_LINES>({{"modem lines", "switch the three modem lines on or off"}}),
-      Row<CONTROL_MODEM>(
-          {{"modem control", "send the modem its control request and save its file-system image"}},
-          FLASH_WRITE),
+      Row<CONTROL_MODEM>({{.words = "modem control",
+                           .help = "send the modem its control request and save its file-system image",
+                           .question = "Send the control request and overwrite the modem's file-system image "
+                                       "in the phone's flash?"}},
+                         FLASH_WRITE),
       Row<READ_MODEM_LINE>({{"modem line", "read the modem's line status byte"}}),
   };
 }
@@ -137,7 +152,9 @@ std::vector<Command> SoundRows() {
             {{"mode", RADIO_OFF}, {"frequency", 0}, {"volume", 0}, {"extra", 0}, {"extra-flag", 0}}}},
           SOUND, {Default("volume", 32768), Default("extra", 0), Default("extra-flag", 0)}),
       Row<RUN_IN>(
-          {{"run-in", "start the endless run-in cycle; the phone takes no command until it is restarted"}}),
+          {{.words = "run-in",
+            .help = "start the endless run-in cycle; the phone takes no command until it is restarted",
+            .question = "Start the run-in cycle? The phone takes no command until it is restarted."}}),
       Row<PLAY_MEDIA>({{"play", "play a media clip on the phone, or stop it"}}, SOUND,
                       {Default("path", 2), Default("argument", 0)}),
   };

@@ -5,6 +5,7 @@
 
 #include <charconv>
 
+#include "station/commands/check_digit.h"
 #include "station/commands/errors.h"
 
 namespace station {
@@ -12,24 +13,6 @@ namespace station {
 namespace {
 
 using nlohmann::json;
-
-// Numbers may be written as text, so that they can be hexadecimal or come from a variable.
-std::optional<double> AsNumber(const json& value) {
-  if (value.is_number()) return value.get<double>();
-  if (!value.is_string()) return std::nullopt;
-  std::string_view text = value.get_ref<const std::string&>();
-  const char* end = text.data() + text.size();
-  if (text.starts_with("0x")) {
-    std::uint64_t number = 0;
-    const auto parsed = std::from_chars(text.data() + 2, end, number, 16);
-    if (parsed.ec == std::errc{} && parsed.ptr == end) return static_cast<double>(number);
-    return std::nullopt;
-  }
-  double number = 0;
-  const auto parsed = std::from_chars(text.data(), end, number);
-  if (parsed.ec == std::errc{} && parsed.ptr == end) return number;
-  return std::nullopt;
-}
 
 double NeedNumber(const std::string& reading, const json& value) {
   const auto number = AsNumber(value);
@@ -59,13 +42,30 @@ bool Equal(const json& wanted, const json& value) {
 
 }  // namespace
 
+std::optional<double> AsNumber(const json& value) {
+  if (value.is_number()) return value.get<double>();
+  if (!value.is_string()) return std::nullopt;
+  std::string_view text = value.get_ref<const std::string&>();
+  const char* end = text.data() + text.size();
+  if (text.starts_with("0x")) {
+    std::uint64_t number = 0;
+    const auto parsed = std::from_chars(text.data() + 2, end, number, 16);
+    if (parsed.ec == std::errc{} && parsed.ptr == end) return static_cast<double>(number);
+    return std::nullopt;
+  }
+  double number = 0;
+  const auto parsed = std::from_chars(text.data(), end, number);
+  if (parsed.ec == std::errc{} && parsed.ptr == end) return number;
+  return std::nullopt;
+}
+
 Limit ParseLimit(const std::string& reading, const json& description) {
   Limit limit;
   limit.reading = reading;
   limit.stated = description;
   if (!description.is_object() || description.empty()) {
-    throw PlanError(
-        fmt::format("limit on \"{}\": it needs equals, differs, minimum, maximum, mask or pattern", reading));
+    throw PlanError(fmt::format(
+        "limit on \"{}\": it needs equals, differs, minimum, maximum, mask, luhn or pattern", reading));
   }
   for (const auto& [key, value] : description.items()) {
     if (key == "equals") {
@@ -78,6 +78,8 @@ Limit ParseLimit(const std::string& reading, const json& description) {
       limit.maximum = NeedNumber(reading, value);
     } else if (key == "mask") {
       limit.mask = NeedMask(reading, value);
+    } else if (key == "luhn" && value.is_boolean()) {
+      limit.luhn = value;
     } else if (key == "pattern" && value.is_string()) {
       limit.pattern = value;
     } else {
@@ -107,6 +109,7 @@ std::string LimitText(const Limit& limit) {
   if (limit.differs) parts.push_back("not " + AsText(*limit.differs));
   if (limit.minimum) parts.push_back(fmt::format("at least {}", *limit.minimum));
   if (limit.maximum) parts.push_back(fmt::format("at most {}", *limit.maximum));
+  if (limit.luhn) parts.push_back("with a right check digit");
   if (limit.expression) parts.push_back("matches " + limit.pattern);
   return fmt::format("{}", fmt::join(parts, ", "));
 }
@@ -135,6 +138,8 @@ std::string JudgeLimit(const Limit& limit, const json& value) {
   if (limit.maximum && value.get<double>() > *limit.maximum) {
     return fmt::format("{}, above {}", is, *limit.maximum);
   }
+  if (const std::string fault = limit.luhn ? CheckDigitFault(AsText(value)) : ""; !fault.empty())
+    return fmt::format("{}: {}", is, fault);
   if (limit.expression && !re2::RE2::PartialMatch(AsText(value), *limit.expression)) {
     return fmt::format("{}, which does not match {}", is, limit.pattern);
   }

@@ -21,12 +21,16 @@ struct Limit {
   std::optional<double> minimum;
   std::optional<double> maximum;
   std::optional<std::uint64_t> mask;  // applied before the comparison
+  bool luhn = false;  // the last digit must be the check digit
   std::string pattern;
   std::shared_ptr<const re2::RE2> expression;  // the pattern, compiled
 };
 
 // Throws PlanError.
 Limit ParseLimit(const std::string& reading, const nlohmann::json& description);
+
+// A number, which may be written as text, also hexadecimal ("0x10").
+std::optional<double> AsNumber(const nlohmann::json& value);
 
 // "at least 40960, at most 50000".
 std::string LimitText(const Limit& limit);

@@ -70,17 +70,10 @@ void CheckKeys(const json& holder, const std::set<std::string, std::less<>>& kno
 
 void ParseArguments(Step& step, const json& arguments) {
   if (!arguments.is_object()) throw PlanError("\"arguments\" is not an object");
-  const std::vector<Argument>& known = step.operation->arguments;
   for (const auto& [name, value] : arguments.items()) {
-    const auto argument = std::ranges::find(known, name, &Argument::name);
-    if (argument == known.end()) {
-      throw PlanError(fmt::format("\"{}\" has no argument \"{}\"", step.operation->words, name));
-    }
-    const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
-    CheckArgument(*argument, text);
-    step.arguments[name] = text;
+    step.arguments[name] = value.is_string() ? value.get<std::string>() : value.dump();
   }
-  for (const Argument& argument : known) ValueOf(known, argument, step.arguments);
+  CheckArguments(*step.operation, step.arguments);
 }
 
 void ParseCommand(Step& step, const json& description) {

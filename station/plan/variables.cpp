@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "station/commands/errors.h"
+#include "station/plan/variable_checks.h"
 
 namespace station {
 
@@ -48,11 +49,21 @@ void CheckDeclaration(const std::string& name, const json& declaration) {
   constexpr std::string_view KNOWN[] = {"help", "default", "required", "optional"};
   if (!declaration.is_object()) throw PlanError(fmt::format("variable \"{}\" is not an object", name));
   for (const auto& [key, value] : declaration.items()) {
-    if (std::ranges::find(KNOWN, key) == std::end(KNOWN)) {
+    if (std::ranges::find(KNOWN, key) == std::end(KNOWN) && !IsVariableCheck(key)) {
       throw PlanError(fmt::format("variable \"{}\": unknown key \"{}\"", name, key));
     }
   }
   IsTrue(name, declaration, "optional");
+}
+
+void CheckValue(const std::string& name, const json& declaration, const std::string& value) {
+  std::string fault;
+  try {
+    fault = VariableFault(declaration, value);
+  } catch (const PlanError& error) {
+    throw PlanError(fmt::format("variable \"{}\": {}", name, error.what()));
+  }
+  if (!fault.empty()) throw PlanError(fmt::format("variable \"{}\": {}: {}", name, value, fault));
 }
 
 std::string Settled(const std::string& name, const json& declaration,
@@ -64,6 +75,7 @@ std::string Settled(const std::string& name, const json& declaration,
     std::string value = found != given.end()   ? found->second
                         : fallback.is_string() ? fallback.get<std::string>()
                                                : fallback.dump();
+    if (!value.empty()) CheckValue(name, declaration, value);
     if (!value.empty() || !IsTrue(name, declaration, "required")) return value;
   }
   const std::string help = declaration.value("help", "");

@@ -39,7 +39,7 @@ std::vector<Operation> AllOperations() {
   for (const Command& command : CommandTable()) {
     for (const Verb& verb : command.verbs) all.push_back(VerbOperation(command, verb));
   }
-  for (const auto& tasks : {ServiceTasks(), ModemTasks(), DeviceTasks(), CameraTasks()}) {
+  for (const auto& tasks : {ServiceTasks(), ProductionTasks(), ModemTasks(), DeviceTasks(), CameraTasks()}) {
     all.insert(all.end(), tasks.begin(), tasks.end());
   }
   return all;
@@ -74,6 +74,18 @@ const std::vector<Operation>& Operations() {
 const Operation* FindOperation(const std::string& words) {
   const auto found = std::ranges::find(Operations(), words, &Operation::words);
   return found == Operations().end() ? nullptr : &*found;
+}
+
+void CheckArguments(const Operation& operation, const ArgumentValues& given) {
+  for (const auto& [name, value] : given) {
+    const auto argument = std::ranges::find(operation.arguments, name, &Argument::name);
+    if (argument == operation.arguments.end()) {
+      throw UsageError(fmt::format("\"{}\" has no argument \"{}\"", operation.words, name));
+    }
+    CheckArgument(*argument, TextOf(value));
+  }
+  for (const Argument& argument : operation.arguments) ValueOf(operation.arguments, argument, given);
+  if (operation.check) operation.check(Values(operation.arguments, given));
 }
 
 Outcome Perform(const Operation& operation, Session& session, const ArgumentValues& given) {

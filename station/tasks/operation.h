@@ -60,12 +60,17 @@ struct Operation {
   std::vector<std::uint32_t> codes;  // the commands that it sends
   std::string question = {};         // asked before it is run
   bool in_plans = true;              // false for what needs a person at a terminal
+  // Throws UsageError if arguments that are right by themselves make no sense together. It sends nothing.
+  std::function<void(const Values&)> check = {};
 };
 
 // The operations made from the command table's verbs, and the tasks.
 const std::vector<Operation>& Operations();
 
 const Operation* FindOperation(const std::string& words);
+
+// Checks all arguments of a run before anything is sent. Throws UsageError, which names the argument.
+void CheckArguments(const Operation& operation, const ArgumentValues& given);
 
 Outcome Perform(const Operation& operation, Session& session, const ArgumentValues& given);
 
@@ -96,6 +101,7 @@ std::string ReadingsText(const std::vector<Reading>& readings);
 
 // Operations made of several commands, or of a command and work on the station's side; by their subject.
 std::vector<Operation> ServiceTasks();
+std::vector<Operation> ProductionTasks();
 std::vector<Operation> ModemTasks();
 std::vector<Operation> DeviceTasks();
 std::vector<Operation> CameraTasks();

@@ -1,5 +1,4 @@
-// Tasks about the link itself (raw bytes, and a phone that closes its end for a while), production data and
-// maintenance.
+// Tasks about the link itself (raw bytes, and a phone that closes its end for a while) and maintenance.
 #include <fmt/format.h>
 
 #include <thread>
@@ -51,16 +50,6 @@ Outcome PauseLink(Session& session, const Values& values) {
   throw LinkFailure(fmt::format("the phone has not come back within {} s after the pause", GRACE.count()));
 }
 
-Outcome ReadFactoryInfo(Session& session, const Values& values) {
-  const Command& command = GetCommand(protocol::READ_FACTORY_INFO);
-  Outcome outcome = RunCommand(session, command, {});
-  const std::string file = values.Text("file");
-  if (!outcome.failure.empty() || file.empty()) return outcome;
-  WriteFile(file, Bytes(outcome.answer.begin() + 4, outcome.answer.end()));
-  outcome.remark = fmt::format("128 bytes written to {}", file);
-  return outcome;
-}
-
 Outcome ReadVersions(Session& session, const Values&) {
   constexpr std::pair<const char*, std::uint32_t> TEXTS[] = {{"system", protocol::READ_SYSTEM_VERSION},
                                                              {"configuration", protocol::READ_CONFIG_VERSION},
@@ -101,13 +90,6 @@ std::vector<Operation> ServiceTasks() {
                         Flag("no-wait", "do not wait until the phone answers again")},
           .run = PauseLink,
           .codes = {protocol::PAUSE_LINK},
-      },
-      {
-          .words = "factory-info read",
-          .help = "read the 128-byte factory information, to the screen or a file",
-          .arguments = {Word("file", "file to write the 128 bytes to").OptionalPositional("")},
-          .run = ReadFactoryInfo,
-          .codes = {protocol::READ_FACTORY_INFO},
       },
       {
           .words = "versions",

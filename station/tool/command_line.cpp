@@ -154,7 +154,7 @@ void AddGlobalOptions(CLI::App& app, Settings& settings) {
   app.add_option("--trace", settings.trace_file, "record every byte on the link, with direction and time")
       ->type_name("FILE");
   app.add_flag("--yes", settings.yes,
-               "do dangerous commands without asking; a plan's questions are answered with run --answers");
+               "do what cannot be undone without asking; a plan's questions are answered with run --answers");
 }
 
 void AddOperation(CLI::App& app, const Operation& operation, Invocation& invocation) {

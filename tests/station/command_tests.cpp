@@ -102,13 +102,16 @@ TEST(Commands, LinkAndDisplay) {
 }
 
 TEST(Commands, ProductionData) {
-  const std::string block = TemporaryFile("factory-info", std::string(128, '\x5A'));
   const std::string shorter = TemporaryFile("short-info", std::string(127, '\x5A'));
   const std::string bytes = "0102030405060708090A";
   const std::string address = "001122AABBCC000000000000000000000000";
   const std::vector<Case> cases = {
-      {{"partition-word", "0x1234"}, "0400000034120000", ZERO, 0, "ok\n"},
-      {{"partition-word", "4294967295"}, "04000000FFFFFFFF", "F9D8FFFF", 1, "neither copy of the partition"},
+      {{"--yes", "partition-word", "0x1234"}, "0400000034120000", ZERO, 0, "ok\n"},
+      {{"--yes", "partition-word", "4294967295"},
+       "04000000FFFFFFFF",
+       "F9D8FFFF",
+       1,
+       "neither copy of the partition"},
       {{"factory-field", "read-first"},
        "05000000" + ZERO,
        ZERO + bytes,
@@ -126,22 +129,20 @@ TEST(Commands, ProductionData) {
        ZERO + "313233343536373839303132333435",
        0,
        "123456789012345\n"},
-      {{"identity", "write", "123456789012345"},
-       "0C000000313233343536373839303132333435",
-       "FAD8FFFF",
-       1,
-       "another identity number has been programmed already"},
       {{"identity", "check-blank"}, "47000000" + ZERO, ZERO, 0, "ok\n"},
-      {{"bluetooth-address", "write", "00:11:22:aa:bb:cc"}, "0E000000" + address, ZERO, 0, "ok\n"},
-      {{"bluetooth-address", "write-extended", "001122AABBCC"}, "37000000" + address, ZERO, 0, "ok\n"},
+      {{"--yes", "bluetooth-address", "write", "00:11:22:aa:bb:cc"}, "0E000000" + address, ZERO, 0, "ok\n"},
+      {{"--yes", "bluetooth-address", "write-extended", "001122AABBCC"},
+       "37000000" + address,
+       ZERO,
+       0,
+       "ok\n"},
       {{"factory-info", "read"}, "11000000" + ZERO, ZERO + Repeat("5A", 128), 0, Rows("5A", "Z")},
       {{"factory-info", "read-extended"},
        "31000000" + ZERO,
        "F9D8FFFF" + Repeat("00", 128),
        1,
        "\"Factory Info\""},
-      {{"factory-info", "write", block}, "32000000" + Repeat("5A", 128), ZERO, 0, "ok\n"},
-      {{"modem-image", "save"}, "33000000" + ZERO, ZERO, 0, "ok\n"},
+      {{"--yes", "modem-image", "save"}, "33000000" + ZERO, ZERO, 0, "ok\n"},
       {{"modem-image", "chunk"},
        "34000000" + ZERO,
        "03000000010203" + Repeat("00", 1021),
@@ -152,6 +153,8 @@ TEST(Commands, ProductionData) {
   const std::vector<Case> refused = {
       {{"identity", "write", "12345678901234"}, "", "", 2, "not a number of 15 digits"},
       {{"identity", "write", "12345678901234A"}, "", "", 2, "not a number of 15 digits"},
+      {{"--yes", "identity", "write", "490154203237519"}, "", "", 2, "the check digit, is 9 instead of 8"},
+      {{"--yes", "identity", "write", "000000011234564"}, "", "", 2, "what a phone without an identity"},
       {{"bluetooth-address", "write", "00:11:22:AA:BB"}, "", "", 2, "not an address"},
       {{"bluetooth-address", "write", "00:11:22:AA:BB:GG"}, "", "", 2, "not an address"},
       {{"factory-info", "write", shorter}, "", "", 2, "holds 127 bytes, but 128 are needed"},
@@ -166,13 +169,11 @@ TEST(Commands, Maintenance) {
   const std::string version = "52312E32" + Repeat("00", 124);
   const std::vector<Case> cases = {
       {{"power-off", "--yes"}, "02000000" + ZERO, "", 0, "sent; the phone never answers this command\n"},
-      // Nobody is at a terminal to be asked.
-      {{"power-off"}, "", "", 2, "use --yes"},
-      {{"factory-reset"}, "03000000" + ZERO, ZERO, 0, "ok\n"},
+      {{"--yes", "factory-reset"}, "03000000" + ZERO, ZERO, 0, "ok\n"},
       {{"version", "system"}, "0A000000" + ZERO, ZERO + version, 0, "R1.2\n"},
       {{"version", "configuration"}, "0F000000" + ZERO, ZERO + version, 0, "R1.2\n"},
       {{"version", "resources"}, "10000000" + ZERO, ZERO + Repeat("41", 128), 0, Repeat("A", 128) + "\n"},
-      {{"stop-ui"}, "0D000000" + ZERO, "", 0, "sent; the phone never answers this command\n"},
+      {{"--yes", "stop-ui"}, "0D000000" + ZERO, "", 0, "sent; the phone never answers this command\n"},
       {{"memory-card"}, "26000000" + ZERO, "F5D8FFFF", 1, "no card"},
       {{"clock", "get"},
        "2E000000" + ZERO,
@@ -196,6 +197,25 @@ TEST(Commands, Maintenance) {
       {{"calibration", "remove"}, "4500000000000000", ZERO, 0, "ok\n"},
   };
   for (const Case& tried : cases) Try(tried);
+}
+
+// Nobody is at a terminal to be asked.
+TEST(Commands, WhatCannotBeUndoneAsks) {
+  const std::string block = TemporaryFile("factory-info", std::string(128, '\x5A'));
+  const std::vector<std::vector<std::string>> commands = {
+      {"identity", "write", "490154203237518"},
+      {"factory-info", "write", block},
+      {"bluetooth-address", "write", "001122AABBCC"},
+      {"bluetooth-address", "write-extended", "001122AABBCC"},
+      {"partition-word", "1"},
+      {"modem-image", "save"},
+      {"modem", "control", "on"},
+      {"factory-reset"},
+      {"stop-ui"},
+      {"run-in", "5"},
+      {"power-off"}};
+  for (const std::vector<std::string>& command : commands)
+    Try({command, "", "", 2, "There is no terminal for the question: use --yes to do it"});
 }
 
 TEST(Commands, ModemAndBluetooth) {
@@ -230,7 +250,7 @@ TEST(Commands, ModemAndBluetooth) {
       {{"at", "12345678901234567890123456789012"}, "", "", 2, "longer than 32"},
       {{"modem", "state"}, "3E000000" + ZERO, "00D9FFFF", 1, "-9984 MODEM_STATE_ZERO"},
       {{"modem", "lines", "on", "0", "1"}, "3F000000010000000000000001000000", ZERO, 0, "ok\n"},
-      {{"modem", "control", "on"}, "4600000001000000", ZERO, 0, "ok\n"},
+      {{"--yes", "modem", "control", "on"}, "4600000001000000", ZERO, 0, "ok\n"},
       {{"modem", "line"}, "48000000" + ZERO, ZERO + "FF000000", 0, "255\n"},
       {{"bluetooth", "address"}, "07000000" + ZERO, ZERO + address, 0, "00:11:22:AA:BB:CC\n"},
       {{"bluetooth", "three-numbers", "1", "-2", "3"},
@@ -312,7 +332,7 @@ TEST(Commands, SoundKeysTouchAndCamera) {
        "5CD9FFFF" + ZERO + ZERO,
        1,
        "-9892 SECOND_REQUEST_FAILED: the volume"},
-      {{"run-in", "5"}, "3800000005000000" + Repeat("00", 20), ZERO, 0, "ok\n"},
+      {{"--yes", "run-in", "5"}, "3800000005000000" + Repeat("00", 20), ZERO, 0, "ok\n"},
       {{"key", "poll"}, "27000000" + ZERO, "00110000", 0, "key:   power\ncode:  0x1100\nnew:   yes\n"},
       {{"key", "poll"}, "27000000" + ZERO, ZERO, 0, "key:   none yet\ncode:  0x0000\nnew:   no\n"},
       {{"touch", "start"}, "2D0000000100000000000000", "00000000" + Repeat("00", 8), 0, "ok\n"},

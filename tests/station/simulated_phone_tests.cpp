@@ -48,7 +48,7 @@ class Phone {
 
   // As a phone leaves the factory: with an identity.
   void Program() const {
-    EXPECT_EQ(RunTool({"--port", port_, "--yes", "identity", "write", "123456789012345"}).status, 0);
+    EXPECT_EQ(RunTool({"--port", port_, "--yes", "identity", "write", "490154203237518"}).status, 0);
   }
 
   // With `simulated` the plan's steps play the tester too.
@@ -90,7 +90,7 @@ std::string Listed(const std::map<std::string, std::string>& failures) {
 std::vector<std::string> FactoryOptions() {
   std::vector<std::string> options;
   for (const std::string& value :
-       {std::string("identity=123456789012345"), std::string("address=00:11:22:33:44:55"),
+       {std::string("identity=490154203237518"), std::string("address=00:11:22:33:44:55"),
         "factory-info=" + TemporaryFile("factory-info", std::string(128, 'F'))}) {
     options.insert(options.end(), {"--set", value});
   }

@@ -82,6 +82,55 @@ TEST(Tasks, FactoryInfoIntoAFileAndVersions) {
   EXPECT_EQ(phone.Difference(), "");
 }
 
+// Each is a phone that reads an identity, takes the write, and reads again.
+TEST(Tasks, WhatIsWrittenIsReadBack) {
+  const auto identity = [](const std::string& digits) { return Turn{"0B000000" + ZERO, ZERO + Hex(digits)}; };
+  const std::string number = "490154203237518";
+  const Turn write = {"0C000000" + Hex(number), ZERO};
+  const std::string block = TemporaryFile("block", std::string(128, '\x5A'));
+  const Turn block_write = {"32000000" + Repeat("5A", 128), ZERO};
+  const auto block_read = [](const std::string& end) {
+    return Turn{"11000000" + ZERO, ZERO + Repeat("5A", 127) + end};
+  };
+  const Turn blank = identity("000000011234564");
+  const struct {
+    std::vector<Turn> turns;
+    std::vector<std::string> command;
+    int status;
+    std::string shown;
+  } cases[] = {
+      {{blank, write, identity(number)}, {"identity", "write", number}, 0, "ok\n"},
+      {{blank, write, blank}, {"identity", "write", number}, 1, "reads back as 000000011234564 instead of"},
+      {{identity(number), write, identity(number)}, {"identity", "write", number}, 0, "nothing was written"},
+      {{identity("123456789012347")}, {"identity", "write", number}, 1, "carries the identity 1234567890"},
+      // The digits are right, but not their complement.
+      {{identity(number), {write.expected, "FAD8FFFF"}}, {"identity", "write", number}, 1, "-9990"},
+      {{blank, {"0C000000" + Hex("490154203237519"), ZERO}, identity("490154203237519")},
+       {"identity", "write", "490154203237519", "--force"},
+       0,
+       "ok\n"},
+      {{block_write, block_read("5A")}, {"factory-info", "write", block}, 0, "ok\n"},
+      {{block_write, block_read("FF")},
+       {"factory-info", "write", block},
+       1,
+       "byte 127 is 0xFF instead of 0x5A"},
+      {{block_write, {"11000000" + ZERO, "F9D8FFFF" + Repeat("00", 128)}},
+       {"factory-info", "write", block},
+       1,
+       "cannot be read back: -9991"},
+  };
+  for (const auto& tried : cases) {
+    ScriptedPhone phone(tried.turns);
+    std::vector<std::string> words = {"--port", phone.Port(), "--yes"};
+    words.insert(words.end(), tried.command.begin(), tried.command.end());
+    const ToolResult result = RunTool(words);
+    EXPECT_EQ(result.status, tried.status) << result.errors;
+    EXPECT_NE((result.output + result.errors).find(tried.shown), std::string::npos)
+        << result.output << result.errors;
+    EXPECT_EQ(phone.Difference(), "");
+  }
+}
+
 TEST(Tasks, LinkPausesAndComesBack) {
   // The phone does not hear the first ping.
   ScriptedPhone phone({{"3C00000000000000", ZERO}, {PING, ""}, {PING, "01000000"}});
