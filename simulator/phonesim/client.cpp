@@ -89,6 +89,18 @@ int ShowPhones(bool as_json) {
   return 0;
 }
 
+int ListNames() {
+  for (const std::string& name : RunningPhones()) fmt::print("{}\n", name);
+  return 0;
+}
+
+int ListPorts() {
+  for (const PhoneAnswer& phone : AskAll({"host-port"})) {
+    if (phone.answer.good) fmt::print("{}\n", phone.answer.text);
+  }
+  return 0;
+}
+
 int ShellInPhone(const std::string& name) {
   PhoneRequest request(name, {"shell"});
   Answer answer = request.TakeStatus();

@@ -15,6 +15,9 @@ int StopPhone(const std::string& name);
 int ShowPhones(bool as_json);
 int ShellInPhone(const std::string& name);
 int ShowJournal(const std::string& name, bool follow);
+// The names, or the serial ports, of the running phones: a line for each.
+int ListNames();
+int ListPorts();
 int CommandPhone(const std::string& name, std::vector<std::string> words);
 
 }  // namespace simulator

@@ -10,8 +10,10 @@
 #include <string>
 #include <vector>
 
+#include "completion/bash_completion.h"
 #include "program_version.h"
 #include "simulator/phonesim/client.h"
+#include "simulator/phonesim/command_list.h"
 #include "simulator/phonesim/session.h"
 #include "simulator/phonesim/terminal.h"
 #include "simulator/supervisor/dead_phones.h"
@@ -97,6 +99,20 @@ int ShowEnd(const CLI::App& app, const CLI::ParseError& end) {
   return WRONG_USAGE;
 }
 
+int ShowCommands(bool as_manual) {
+  fmt::print("{}", as_manual ? simulator::ManualPhoneCommands() : simulator::PhoneCommandList());
+  return 0;
+}
+
+// `kind` is what the script itself asks for when a key is pressed.
+int ShowCompletion(const CLI::App& app, const std::string& kind) {
+  if (kind == "phones") return simulator::ListNames();
+  if (kind == "ports") return simulator::ListPorts();
+  const std::vector<completion::Source> sources = {{"PHONE", "phones"}, {"PORT", "ports"}};
+  fmt::print("{}", completion::BashScript(app, sources, simulator::PhoneCommandNames()));
+  return 0;
+}
+
 // The arguments after "--" are the server's.
 std::vector<std::string> SplitServerArguments(int& argc, char** argv) {
   for (int index = 1; index < argc; ++index) {
@@ -120,9 +136,9 @@ int RunProgram(int argc, char** argv) {
       "A command that is not listed here goes to the running phone: `phonesim commands` shows them.");
   app.name("phonesim");
   app.set_version_flag("--version", fmt::format("phonesim {}", PROGRAM_VERSION), "print the version");
-  app.add_option("--name", options.name, "the name of the phone, if several run");
+  app.add_option("--name", options.name, "the name of the phone, if several run")->type_name("PHONE");
   std::string port;
-  app.add_option("--port", port, "names the running phone by its serial port");
+  app.add_option("--port", port, "names the running phone by its serial port")->type_name("PORT");
   app.add_option("--server", options.phone.server,
                  "the server program, an ARM executable too (default: phonetestd beside phonesim, or the "
                  "installed one)");
@@ -161,6 +177,14 @@ int RunProgram(int argc, char** argv) {
   CLI::App* journal = app.add_subcommand("journal", "prints what has happened so far")->fallthrough();
   bool follow = false;
   journal->add_flag("--follow,-f", follow, "goes on with what happens from now on");
+  CLI::App* commands = app.add_subcommand("commands", "lists the commands that go to a phone");
+  bool as_manual = false;
+  commands->add_flag("--manual", as_manual, "in the manual page's form");
+  CLI::App* completion = app.add_subcommand("completion", "prints the completion script for bash");
+  std::string kind;
+  completion
+      ->add_option("kind", kind, "what the script asks for: prints the running phones or their ports instead")
+      ->check(CLI::IsMember({"phones", "ports"}));
   app.prefix_command();
   try {
     app.parse(argc, argv);
@@ -178,6 +202,8 @@ int RunProgram(int argc, char** argv) {
   if (*stop) return simulator::StopPhone(name);
   if (*status) return simulator::ShowPhones(as_json);
   if (*shell) return simulator::ShellInPhone(name);
+  if (*commands) return ShowCommands(as_manual);
+  if (*completion) return ShowCompletion(app, kind);
   if (*journal) return simulator::ShowJournal(name, follow);
   if (const std::vector<std::string> words = app.remaining(); !words.empty()) {
     if (words[0].starts_with('-')) {

@@ -159,8 +159,6 @@ void Session::Serve(Client& client, const std::vector<std::string>& words) {
     text = words.size() > 1 && words[1] == "--json" ? StatusAsJson() : Status();
   } else if (words[0] == "host-port") {
     text = phone_.HostPort();
-  } else if (words[0] == "commands") {
-    text = Help();
   } else if (words[0] == "returns-file") {
     if (!ReturnsFile(words.at(1))) throw std::invalid_argument(words[1]);
   } else {
@@ -211,14 +209,6 @@ std::string Session::StatusAsJson() const {
         {"path", executable_->path}, {"processor", executable_->processor}, {"sha256", executable_->sha256}};
   }
   return status.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-}
-
-std::string Session::Help() {
-  std::string text;
-  for (const ModelCommand& command : phone_.Commands()) {
-    text += fmt::format("{} {}\n    {}\n", command.name, command.usage, command.help);
-  }
-  return text;
 }
 
 bool Session::ReturnsFile(const std::string& name) {

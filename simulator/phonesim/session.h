@@ -63,7 +63,6 @@ class Session {
   bool GoOn(Client& client);
   std::string Status() const;
   std::string StatusAsJson() const;
-  std::string Help();
   bool ReturnsFile(const std::string& command);
 
   SessionOptions options_;

@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <map>
 
+#include "completion/bash_completion.h"
 #include "program_version.h"
 #include "station/commands/clean_text.h"
 #include "station/commands/errors.h"
@@ -74,18 +75,6 @@ std::string ChoicesText(const Argument& argument) {
   for (const Choice& choice : argument.choices)
     names += names.empty() ? choice.name : fmt::format(", {}", choice.name);
   return names;
-}
-
-std::string HelpText(const Argument& argument) {
-  std::string text = argument.help;
-  if (!argument.choices.empty()) {
-    text += fmt::format(" ({}{})", ChoicesText(argument), argument.only_choices ? "" : ", or a number");
-  }
-  if (argument.fallback && argument.kind != Argument::Kind::Flag && !argument.fallback->empty()) {
-    text += fmt::format(" [{}]", *argument.fallback);
-  }
-  if (!argument.same_as.empty()) text += fmt::format(" [as {}]", argument.same_as);
-  return text;
 }
 
 void AddFlag(CLI::App& subcommand, const Argument& argument, Invocation& invocation) {
@@ -172,11 +161,12 @@ void AddToolCommand(CLI::App& app, const ToolCommand& command, Invocation& invoc
           "--" + option.name, [&values] { values = {"true"}; }, option.help);
       continue;
     }
-    const bool positional = option.kind == ToolCommand::Option::Kind::Positional;
+    const bool needed = option.kind == ToolCommand::Option::Kind::Positional;
+    const bool positional = needed || option.kind == ToolCommand::Option::Kind::OptionalPositional;
     const auto take = [&values](const std::vector<std::string>& texts) { values = texts; };
     CLI::Option* added = subcommand->add_option_function<std::vector<std::string>>(
         positional ? option.name : "--" + option.name, take, option.help);
-    added->type_name(option.form)->required(positional)->allow_extra_args(false);
+    added->type_name(option.form)->required(needed)->allow_extra_args(false);
     if (option.kind != ToolCommand::Option::Kind::Repeated) added->expected(1);
   }
   subcommand->callback([&invocation, &command] { invocation.tool_command = &command; });
@@ -202,45 +192,19 @@ void DescribeCommandLine(CLI::App& app, Invocation& invocation) {
       "signal. If several apply to a plan, 6 wins, then 4, 3, 1 and 5.");
 }
 
-// Subcommands and options.
-std::string Words(const CLI::App& app) {
-  std::string words;
-  for (const CLI::App* subcommand : app.get_subcommands({})) words += subcommand->get_name() + " ";
-  for (const CLI::Option* option : app.get_options()) {
-    for (const std::string& name : option->get_lnames()) words += "--" + name + " ";
-  }
-  return words;
-}
-
-// A case for the words after each chain of subcommands.
-void AddCases(const CLI::App& app, const std::string& path, std::string& cases) {
-  cases += fmt::format("    '{}') words='{}' ;;\n", path, Words(app));
-  for (const CLI::App* subcommand : app.get_subcommands({})) {
-    AddCases(*subcommand, path.empty() ? subcommand->get_name() : path + " " + subcommand->get_name(), cases);
-  }
-}
-
-// The words before the cursor that are subcommands make the path; global options are offered everywhere.
-constexpr const char* SCRIPT = R"(# bash completion for phonetest; printed by "phonetest completion".
-_phonetest() {{
-  local path= word words
-  for word in "${{COMP_WORDS[@]:1:COMP_CWORD-1}}"; do
-    [[ $word == -* ]] && continue
-    _phonetest_words "${{path:+$path }}$word"
-    [[ -n $words ]] && path="${{path:+$path }}$word"
-  done
-  _phonetest_words "$path"
-  COMPREPLY=($(compgen -W "$words{}" -- "${{COMP_WORDS[COMP_CWORD]}}"))
-}}
-_phonetest_words() {{
-  words=
-  case $1 in
-{}  esac
-}}
-complete -o default -F _phonetest phonetest
-)";
-
 }  // namespace
+
+std::string HelpText(const Argument& argument) {
+  std::string text = argument.help;
+  if (!argument.choices.empty()) {
+    text += fmt::format(" ({}{})", ChoicesText(argument), argument.only_choices ? "" : ", or a number");
+  }
+  if (argument.fallback && argument.kind != Argument::Kind::Flag && !argument.fallback->empty()) {
+    text += fmt::format(" [{}]", *argument.fallback);
+  }
+  if (!argument.same_as.empty()) text += fmt::format(" [as {}]", argument.same_as);
+  return text;
+}
 
 std::vector<std::string> ChosenPorts(const Settings& settings) {
   std::vector<PortDescription> plugged_in = ListPorts();
@@ -284,13 +248,7 @@ std::string BashCompletion() {
   CLI::App app(DESCRIPTION, PROGRAM);
   Invocation invocation;
   DescribeCommandLine(app, invocation);
-  std::string cases;
-  AddCases(app, "", cases);
-  std::string globals;
-  for (const CLI::Option* option : app.get_options()) {
-    for (const std::string& name : option->get_lnames()) globals += " --" + name;
-  }
-  return fmt::format(SCRIPT, globals, cases);
+  return completion::BashScript(app, {{"PORT", "ports"}, {"PLAN", "plans"}});
 }
 
 }  // namespace station

@@ -28,7 +28,8 @@ struct Settings {
 // A subcommand that is not about one command of the phone: plans, traces, ports and the tool's descriptions.
 struct ToolCommand {
   struct Option {
-    enum class Kind { Positional, Text, Repeated, Flag };  // a positional one must be given
+    // A positional one must be given if it is not optional.
+    enum class Kind { Positional, OptionalPositional, Text, Repeated, Flag };
     Kind kind;
     std::string name;
     std::string help;
@@ -66,7 +67,10 @@ std::string ChosenPort(const Settings& settings);
 // The trace that the settings ask for, if any.
 std::unique_ptr<Trace> OpenTrace(const Settings& settings, const std::string& port);
 
-// A bash script that completes subcommands and options, and otherwise file names.
+// What the help says of an argument: its meaning, its choices and its default.
+std::string HelpText(const Argument& argument);
+
+// A bash script that completes subcommands, options, plans and ports, and otherwise file names.
 std::string BashCompletion();
 
 }  // namespace station

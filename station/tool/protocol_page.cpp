@@ -6,6 +6,7 @@
 
 #include "station/commands/names.h"
 #include "station/tasks/operation.h"
+#include "station/tool/command_line.h"
 
 namespace station {
 
@@ -265,10 +266,25 @@ std::string CommandPart(const protocol::CommandDescription& stated) {
   return page;
 }
 
-// A hyphen at the start of a word is a minus in troff.
-std::string Troff(std::string text) {
-  for (std::size_t at = 0; (at = text.find('-', at)) != std::string::npos; at += 2) text.insert(at, "\\");
-  return text;
+// A plain hyphen would be shown as a dash, and a dot or quote at the start of a line begins a request.
+std::string Troff(const std::string& text) {
+  std::string escaped = text.starts_with('.') || text.starts_with('\'') ? "\\&" : "";
+  for (const char character : text) {
+    if (character == '-') escaped += '\\';
+    escaped += character;
+    if (character == '\\') escaped += 'e';
+  }
+  return escaped;
+}
+
+std::string ManualArgument(const Argument& argument) {
+  const std::string name = Troff(argument.name);
+  std::string head = fmt::format(".I {}", name);
+  if (!argument.positional || argument.kind == Argument::Kind::Flag) head = ".BI \\-\\-" + name;
+  if (!argument.positional && argument.kind != Argument::Kind::Flag) {
+    head += fmt::format(" \" {}\"", Troff(ValueForm(argument)));
+  }
+  return fmt::format(".TP\n{}\n{}\n", head, Troff(HelpText(argument)));
 }
 
 }  // namespace
@@ -299,6 +315,10 @@ std::string ManualCommandList() {
   std::string list;
   for (const Operation& operation : Operations()) {
     list += fmt::format(".TP\n.B {}\n{}\n", Troff(operation.words), Troff(operation.help));
+    if (operation.arguments.empty()) continue;
+    list += ".RS\n";
+    for (const Argument& argument : operation.arguments) list += ManualArgument(argument);
+    list += ".RE\n";
   }
   return list;
 }

@@ -11,7 +11,7 @@ std::string CommandList();
 // The whole protocol in Markdown, docs/protocol.md.
 std::string ProtocolPage();
 
-// The manual page's list of commands, in troff.
+// The manual page's list of commands and their arguments, in troff.
 std::string ManualCommandList();
 
 }  // namespace station

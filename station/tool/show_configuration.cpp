@@ -6,6 +6,7 @@
 
 #include "station/commands/clean_text.h"
 #include "station/configuration/slots.h"
+#include "station/tool/simulated_executable.h"
 
 namespace station {
 
@@ -91,6 +92,14 @@ ExitStatus ShowPorts(const Settings& settings, ToolCommand::Given&) {
   }
   fmt::print("{}\n", JsonText(list));
   return ExitStatus::Passed;
+}
+
+std::vector<std::string> PortNames() {
+  std::vector<std::string> names;
+  for (const Slot& slot : LoadConfiguration().slots) names.push_back(slot.name);
+  for (const PortDescription& port : ListPorts()) names.push_back(port.path);
+  for (const std::string& port : SimulatedPorts(PhonesimBesideTool())) names.push_back(port);
+  return names;
 }
 
 }  // namespace station

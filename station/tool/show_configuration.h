@@ -7,6 +7,9 @@ namespace station {
 
 ExitStatus ShowConfiguration(const Settings& settings, ToolCommand::Given& given);
 
+// What --port takes here: slots, serial ports, and the ports of simulated phones.
+std::vector<std::string> PortNames();
+
 ExitStatus ShowPorts(const Settings& settings, ToolCommand::Given& given);
 
 }  // namespace station

@@ -12,14 +12,18 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// What it prints; empty if it cannot be asked.
-std::string StatusOf(const std::string& phonesim) {
+// A list of objects; empty if it cannot be asked.
+nlohmann::json PhonesOf(const std::string& phonesim) {
+  nlohmann::json phones;
   try {
     HostProgram program({phonesim, "status", "--json"});
-    return program.Wait(std::chrono::seconds(10)).empty() ? program.Output() : "";
+    if (program.Wait(std::chrono::seconds(10)).empty()) {
+      phones = nlohmann::json::parse(program.Output(), nullptr, false);
+    }
   } catch (const std::runtime_error&) {
-    return "";
+    // There is no such program.
   }
+  return phones.is_array() ? phones : nlohmann::json::array();
 }
 
 }  // namespace
@@ -28,15 +32,19 @@ std::optional<Executable> SimulatedExecutable(const std::string& phonesim, const
   std::error_code error;
   const std::string device = fs::canonical(port, error);
   if (error || !device.starts_with("/dev/pts/")) return std::nullopt;
-  const auto phones = nlohmann::json::parse(StatusOf(phonesim), nullptr, false);
-  if (!phones.is_array()) return std::nullopt;
-  for (const auto& phone : phones) {
+  for (const auto& phone : PhonesOf(phonesim)) {
     if (phone.value("host_port", "") != device || !phone.contains("executable")) continue;
     const auto& executable = phone["executable"];
     return Executable{executable.value("path", ""), executable.value("processor", ""),
                       executable.value("sha256", "")};
   }
   return std::nullopt;
+}
+
+std::vector<std::string> SimulatedPorts(const std::string& phonesim) {
+  std::vector<std::string> ports;
+  for (const auto& phone : PhonesOf(phonesim)) ports.push_back(phone.value("host_port", ""));
+  return ports;
 }
 
 std::string PhonesimBesideTool() {

@@ -6,6 +6,7 @@
 #include <charconv>
 
 #include "station/commands/clean_text.h"
+#include "station/plan/plan_search.h"
 #include "station/tool/command_line.h"
 #include "station/tool/protocol_page.h"
 #include "station/tool/replay.h"
@@ -44,7 +45,7 @@ std::string HostName() {
 ExitStatus Run(const Settings& settings, Given& given) {
   const Configuration& configuration = settings.configuration;
   const std::string station = configuration.Text("station");
-  return ExecutePlan({.plan_file = OnlyText(given, "plan"),
+  return ExecutePlan({.plan_file = FindPlan(OnlyText(given, "plan")),
                       .ports = ChosenPorts(settings),
                       .variables = ParseAssignments(given["set"]),
                       .report_folder = OnlyText(given, "report"),
@@ -100,8 +101,17 @@ ExitStatus ShowCommands(const Settings&, Given& given) {
   return ExitStatus::Passed;
 }
 
-ExitStatus ShowCompletion(const Settings&, Given&) {
-  fmt::print("{}", BashCompletion());
+ExitStatus ShowCompletion(const Settings&, Given& given) {
+  const std::string kind = OnlyText(given, "kind");
+  if (kind.empty()) {
+    fmt::print("{}", BashCompletion());
+  } else if (kind == "plans") {
+    for (const std::string& name : PlanNames()) fmt::print("{}\n", name);
+  } else if (kind == "ports") {
+    for (const std::string& name : PortNames()) fmt::print("{}\n", name);
+  } else {
+    throw UsageError(fmt::format("'{}' is neither plans nor ports", kind));
+  }
   return ExitStatus::Passed;
 }
 
@@ -112,7 +122,8 @@ const std::vector<ToolCommand>& ToolCommands() {
     std::vector<ToolCommand> all = {
         {"run",
          "run a test plan on all given ports at the same time",
-         {{Kind::Positional, "plan", "plan file, JSON with comments", "FILE"},
+         {{Kind::Positional, "plan", "plan: a file (JSON with comments), or the name of an installed one",
+           "PLAN"},
           {Kind::Repeated, "set", "set a variable of the plan", "NAME=VALUE"},
           {Kind::Text, "answers",
            "answer the plan's questions for a script: pass, fail, or a JSON file of these by the steps' "
@@ -148,7 +159,12 @@ const std::vector<ToolCommand>& ToolCommands() {
           {Kind::Flag, "manual", "print the list in the manual page's form"}},
          ShowCommands,
          /*configured=*/false},
-        {"completion", "print the completion script for bash", {}, ShowCompletion, false},
+        {"completion",
+         "print the completion script for bash",
+         {{Kind::OptionalPositional, "kind", "what the script asks for: print the plans or the ports instead",
+           "plans|ports"}},
+         ShowCompletion,
+         /*configured=*/false},
     };
     const auto more = ResultsCommands();
     all.insert(all.begin() + 1, more.begin(), more.end());

@@ -166,23 +166,6 @@ TEST(Documents, AreCurrent) {
   // Compared as a whole: the difference of two long pages would be no help.
   EXPECT_TRUE(ReadFile(DOCUMENTS "/protocol.md") == RunTool({"commands", "--markdown"}).output)
       << "make it anew: phonetest commands --markdown > docs/protocol.md";
-  EXPECT_TRUE(ReadFile(DOCUMENTS "/phonetest.1").find(RunTool({"commands", "--manual"}).output) !=
-              std::string::npos)
-      << "put the output of \"phonetest commands --manual\" into docs/phonetest.1";
-}
-
-TEST(Documents, CompletionScriptOffersWhatFits) {
-  const std::string script = TemporaryFile("completion", RunTool({"completion"}).output);
-  const auto complete = [&](const std::string& words, int cursor) {
-    return RunProgram({"bash", "-c",
-                       "source " + script + "; COMP_WORDS=(" + words +
-                           "); COMP_CWORD=" + std::to_string(cursor) + "; _phonetest; echo ${COMPREPLY[@]}"})
-        .output;
-  };
-  EXPECT_EQ(complete("phonetest cam", 1), "camera\n");
-  EXPECT_EQ(complete("phonetest --port /dev/ttyUSB0 camera cap", 4), "capture\n");
-  EXPECT_EQ(complete("phonetest camera capture --rot", 3), "--rotate\n");
-  EXPECT_EQ(complete("phonetest motor on --js", 3), "--json\n");
 }
 
 }  // namespace
