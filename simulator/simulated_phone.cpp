@@ -98,7 +98,7 @@ void SimulatedPhone::Boot() {
   LinkHostPort();
   // The guardian is forked before the loop's thread is there.
   guardian_ = std::make_unique<Guardian>(root_.Path(), root_.IsTemporary(), root_.Lock(),
-                                         options_.host_port_link, HostPort(), options_.limits.disk);
+                                         options_.host_port_link, HostPort(), options_.limits);
   root_.LeaveRemovalToGuardian();
   guardian_watch_ = loop_.Watch(guardian_->Descriptor(), POLLIN, [this](short) { TakeEnds(); });
   if (!options_.server.empty()) StartServer();
@@ -124,6 +124,11 @@ void SimulatedPhone::LinkHostPort() {
 
 StartedProgram SimulatedPhone::StartProgram(const ProgramStart& program) {
   StartedProgram started = guardian_->Start(program);
+  if (started.confinement.tasks == TaskLimit::Counting && !std::exchange(watches_tasks_, true)) WatchTasks();
+  {
+    const std::lock_guard lock(mutex_);
+    confinement_ = started.confinement;
+  }
   calls_->Serve(std::move(started.listener));
   if (guardian_->HasEnd()) loop_.Post([this] { TakeEnds(); });
   return started;
@@ -198,14 +203,33 @@ void SimulatedPhone::WatchLimits() {
   constexpr auto PACE = std::chrono::milliseconds(200);
   loop_.After(PACE, [this] {
     if (!guardian_ || !IsRunning()) return;
-    EndIfOver(limit_watch_.Look(guardian_->Process()));
+    EndIfOver(limit_watch_.Look(guardian_->Process(), guardian_->TaskGroup()));
     WatchLimits();
   });
 }
 
-// Starts of threads and of programs wait for this thread's answer, so none is made while all are killed.
+// Where the kernel does not hold the number of processes, a program that only starts copies of itself must be
+// seen before it has many.
+void SimulatedPhone::WatchTasks() {
+  constexpr auto PACE = std::chrono::milliseconds(5);
+  loop_.After(PACE, [this] {
+    if (!guardian_ || !IsRunning()) return;
+    TakeShortTurns();
+    if (limit_watch_.MayHaveTooManyTasks(guardian_->Process())) {
+      // While they are counted, there would be thousands more.
+      StopProcessesIn(root_.Path());
+      const std::string excess = limit_watch_.Look(guardian_->Process(), {});
+      if (excess.empty()) ContinueProcessesIn(root_.Path());
+      EndIfOver(excess);
+    }
+    WatchTasks();
+  });
+}
+
 void SimulatedPhone::EndIfOver(const std::string& excess) {
   if (excess.empty() || !IsRunning()) return;
+  // At once: before the guardian has its turn there may be many more.
+  EndProcessesIn(root_.Path());
   guardian_->KillAll();
   End(PhoneEnd::Reason::OverLimit, 0, excess);
 }
@@ -265,6 +289,11 @@ void SimulatedPhone::SetEnded(std::function<void(const PhoneEnd&)> ended) {
 
 std::string SimulatedPhone::HostPort() const {
   return Find<simulator::HostPort>().HostSide().DevicePath();
+}
+
+std::optional<Confinement> SimulatedPhone::GetConfinement() const {
+  const std::lock_guard lock(mutex_);
+  return confinement_;
 }
 
 pid_t SimulatedPhone::ServerProcess() const {

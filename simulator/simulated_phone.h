@@ -82,6 +82,8 @@ class SimulatedPhone {
   // The path of the terminal device that is the host's end of the phone's USB serial port.
   std::string HostPort() const;
   pid_t ServerProcess() const;
+  // What the kernel holds the program to that was started last; none before the first.
+  std::optional<Confinement> GetConfinement() const;
   std::string ConsoleText() const {  // all that the server printed
     return console_.Text();
   }
@@ -134,6 +136,7 @@ class SimulatedPhone {
   void TakeEnds();
   void PowerOff();
   void WatchLimits();
+  void WatchTasks();
   void EndIfOver(const std::string& excess);
   void End(PhoneEnd::Reason reason, int status, const std::string& excess = {});
 
@@ -152,11 +155,13 @@ class SimulatedPhone {
   PollLoop::Id guardian_watch_ = 0;
   LimitWatch limit_watch_;
   uint32_t server_number_ = 0;
+  bool watches_tasks_ = false;
   bool powered_off_ = false;
 
   mutable std::mutex mutex_;
   std::condition_variable ended_;
   pid_t server_process_ = 0;
+  std::optional<Confinement> confinement_;
   bool running_ = false;
   std::optional<PhoneEnd> end_;
   std::function<void(const PhoneEnd&)> on_end_;

@@ -172,7 +172,7 @@ int RunProgram(int argc, char** argv) {
   CLI::App* stop = app.add_subcommand("stop", "stops the phone")->fallthrough();
   CLI::App* status = app.add_subcommand("status", "lists the phones that run")->fallthrough();
   bool as_json = false;
-  status->add_flag("--json", as_json, "as JSON, with the executable's SHA-256");
+  status->add_flag("--json", as_json, "as JSON, with the executable's SHA-256 and what confines the phone");
   CLI::App* shell = app.add_subcommand("shell", "opens a shell in the phone")->fallthrough();
   CLI::App* journal = app.add_subcommand("journal", "prints what has happened so far")->fallthrough();
   bool follow = false;

@@ -15,12 +15,25 @@
 #include <utility>
 
 #include "simulator/models/front_panel.h"
+#include "simulator/supervisor/landlock.h"
 
 namespace simulator {
 namespace {
 
 std::string TimedLine(const JournalEntry& entry) {
   return fmt::format("{:12.6f} {}\n", std::chrono::duration<double>(entry.time).count(), entry.Line());
+}
+
+const char* TaskLimitText(TaskLimit limit) {
+  switch (limit) {
+    case TaskLimit::ControlGroup:
+      return "a control group";
+    case TaskLimit::User:
+      return "the kernel's limit of the user";
+    case TaskLimit::Counting:
+      break;
+  }
+  return "counting";
 }
 
 }  // namespace
@@ -194,8 +207,13 @@ std::string Session::Status() const {
                                  options_.name, phone_.IsRunning() ? "running" : "ended", phone_.HostPort(),
                                  phone_.ServerProcess(), getpid());
   if (executable_) text += fmt::format(", executable {} ({})", executable_->path, executable_->processor);
-  return text + ", confined by a root directory and a list of allowed system calls, limited to " +
-         options_.phone.limits.Text() + "\n";
+  text += ", confined by a root directory and a list of allowed system calls";
+  if (const auto confinement = phone_.GetConfinement()) {
+    const std::string landlock = LandlockText(confinement->landlock);
+    text += landlock.empty() ? ", not by Landlock" : fmt::format(", by Landlock ({})", landlock);
+    text += fmt::format(", number of processes held by {}", TaskLimitText(confinement->tasks));
+  }
+  return text + ", limited to " + options_.phone.limits.Text() + "\n";
 }
 
 std::string Session::StatusAsJson() const {
@@ -207,6 +225,10 @@ std::string Session::StatusAsJson() const {
   if (executable_) {
     status["executable"] = {
         {"path", executable_->path}, {"processor", executable_->processor}, {"sha256", executable_->sha256}};
+  }
+  if (const auto confinement = phone_.GetConfinement()) {
+    status["confinement"] = {{"landlock", LandlockText(confinement->landlock)},
+                             {"processes", TaskLimitText(confinement->tasks)}};
   }
   return status.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }

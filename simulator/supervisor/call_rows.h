@@ -85,8 +85,7 @@ constexpr CallRow COMMON_ROWS[] = {
     // Programs, processes and threads.
     Asked(__NR_execve, Call::Exec), Asked(__NR_execveat, Call::ExecAt),
     // The start of a process is not asked about: a signal would interrupt the call before the simulator has
-    // it,
-    // and the shell, whose signals do not restart calls, would take that for a failure.
+    // it, and the shell, whose signals do not restart calls, would take that for a failure.
     Asked(__NR_clone, Call::Clone).If(0, REFUSED_CLONE_FLAGS | CLONE_THREAD, CLONE_THREAD),
     Allowed(__NR_clone).If(0, REFUSED_CLONE_FLAGS | CLONE_THREAD, 0), Refused(__NR_clone, EPERM),
     // Its flags are in memory. The C libraries then use clone.
@@ -117,14 +116,14 @@ constexpr CallRow COMMON_ROWS[] = {
 
     // Who and where one is.
     Allowed(__NR_getpid), Allowed(__NR_gettid), Allowed(__NR_getppid), Allowed(__NR_getpgrp),
-    Allowed(__NR_setpgid), Allowed(__NR_setsid), Allowed(__NR_getpgid).IfIs(0, 0),
-    Allowed(__NR_getsid).IfIs(0, 0), Refused(__NR_getpgid, ESRCH), Refused(__NR_getsid, ESRCH),
-    Allowed(__NR_getuid), Allowed(__NR_geteuid), Allowed(__NR_getgid), Allowed(__NR_getegid),
-    Allowed(__NR_getresuid), Allowed(__NR_getresgid), Allowed(__NR_getgroups), Allowed(__NR_setuid),
-    Allowed(__NR_setgid), Allowed(__NR_setreuid), Allowed(__NR_setregid), Allowed(__NR_setresuid),
-    Allowed(__NR_setresgid), Allowed(__NR_capget), Allowed(__NR_uname), Allowed(__NR_sysinfo),
-    Allowed(__NR_getrlimit), Allowed(__NR_setrlimit), Allowed(__NR_prlimit64).IfIs(0, 0),
-    Allowed(__NR_getrusage), Allowed(__NR_times), Allowed(__NR_getrandom),
+    Asked(__NR_setpgid, Call::LeaveGroup), Asked(__NR_setsid, Call::LeaveGroup),
+    Allowed(__NR_getpgid).IfIs(0, 0), Allowed(__NR_getsid).IfIs(0, 0), Refused(__NR_getpgid, ESRCH),
+    Refused(__NR_getsid, ESRCH), Allowed(__NR_getuid), Allowed(__NR_geteuid), Allowed(__NR_getgid),
+    Allowed(__NR_getegid), Allowed(__NR_getresuid), Allowed(__NR_getresgid), Allowed(__NR_getgroups),
+    Allowed(__NR_setuid), Allowed(__NR_setgid), Allowed(__NR_setreuid), Allowed(__NR_setregid),
+    Allowed(__NR_setresuid), Allowed(__NR_setresgid), Allowed(__NR_capget), Allowed(__NR_uname),
+    Allowed(__NR_sysinfo), Allowed(__NR_getrlimit), Allowed(__NR_setrlimit),
+    Allowed(__NR_prlimit64).IfIs(0, 0), Allowed(__NR_getrusage), Allowed(__NR_times), Allowed(__NR_getrandom),
 
     // Time. The clock is the PC's and stays as it is.
     Allowed(__NR_gettimeofday), Allowed(__NR_time), Allowed(__NR_clock_gettime), Allowed(__NR_clock_getres),

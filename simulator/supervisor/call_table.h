@@ -29,6 +29,7 @@ enum class Call : uint8_t {
   // pread64 at a place that no file reaches: an ARM program's ioctl (phone/carried_request.c).
   CarriedRequest,
   Clone,         // of a new thread only
+  LeaveGroup,    // of processes, for a new one or another
   Signal,        // to a process or a group
   SignalThread,  // of a process
   SignalThreadAlone,

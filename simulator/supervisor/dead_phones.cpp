@@ -10,6 +10,7 @@
 #include "simulator/phone/removal.h"
 #include "simulator/phone/root_directory.h"
 #include "simulator/supervisor/phone_processes.h"
+#include "simulator/supervisor/task_group.h"
 
 namespace simulator {
 
@@ -25,6 +26,7 @@ void RemoveDeadPhones() {
     EndProcessesIn(path);
     RemoveTree(path.c_str());
   }
+  RemoveDeadTaskGroups();
 }
 
 }  // namespace simulator

@@ -16,6 +16,7 @@
 #include "simulator/supervisor/guardian_process.h"
 #include "simulator/supervisor/phone_processes.h"
 #include "simulator/supervisor/seccomp_filter.h"
+#include "simulator/supervisor/task_group.h"
 
 namespace simulator {
 namespace {
@@ -37,15 +38,23 @@ std::string Refusal(const LinkReport& report) {
   return fmt::format("A process of the simulated phone could not be started: {}.", reason);
 }
 
+// Where the kernel says nothing of a start that it refuses, the simulator must find more than the limit at
+// one of its counts, whatever ends meanwhile.
+unsigned KernelsMostTasks(unsigned limit) {
+  return limit + limit / 4 + 2;
+}
+
 }  // namespace
 
 Guardian::Guardian(std::string root, bool removes_root, int lock, std::string link_path,
-                   std::string link_target, uint64_t largest_file)
+                   std::string link_target, const PhoneLimits& limits)
     : root_(std::move(root)),
       removes_root_(removes_root),
       link_path_(std::move(link_path)),
       link_target_(std::move(link_target)),
-      largest_file_(largest_file),
+      limits_(limits),
+      // One above the limit, so the simulator sees that it is passed.
+      task_group_(MakeTaskGroup(limits.tasks + 1)),
       filters_(MakeSystemCallFilters()) {
   int link[2];
   if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, link) != 0) {
@@ -56,7 +65,7 @@ Guardian::Guardian(std::string root, bool removes_root, int lock, std::string li
   process_ = fork();
   if (process_ == 0)
     RunGuardian({root_.c_str(), removes_root_, lock, link_path_.c_str(), link_target_.c_str(), &filters_,
-                 largest_file_, guardians_end.Get()});
+                 limits_.disk, KernelsMostTasks(limits_.tasks), task_group_.c_str(), guardians_end.Get()});
   if (process_ < 0) throw std::system_error(errno, std::generic_category(), "fork");
 }
 
@@ -74,7 +83,7 @@ StartedProgram Guardian::Start(const ProgramStart& program) {
   for (const std::string& setting : program.environment) add(setting);
   if (message.size() > MAX_LINK_MESSAGE ||
       !posix::SendMessage(link_.Get(), message.data(), message.size(), program.standard, 3)) {
-    throw CannotSimulate(Refusal({LinkKind::Refused, 0, 0, 0, StartStep::Fork, errno}));
+    throw CannotSimulate(Refusal({LinkKind::Refused, 0, 0, 0, StartStep::Fork, errno, {}}));
   }
 
   posix::FileDescriptor listener;
@@ -82,15 +91,15 @@ StartedProgram Guardian::Start(const ProgramStart& program) {
   if (report.kind != LinkKind::Started) throw CannotSimulate(Refusal(report));
   // Dropped on the way, for want of a free number: the program's calls would wait without end.
   if (!listener.IsOpen())
-    throw CannotSimulate(Refusal({LinkKind::Refused, 0, 0, 0, StartStep::Fork, EMFILE}));
-  return {report.number, report.process, std::move(listener)};
+    throw CannotSimulate(Refusal({LinkKind::Refused, 0, 0, 0, StartStep::Fork, EMFILE, {}}));
+  return {report.number, report.process, std::move(listener), report.confinement};
 }
 
 LinkReport Guardian::AwaitReport(posix::FileDescriptor& descriptor) {
   while (true) {
     LinkReport report;
     const posix::Message answer = posix::ReceiveMessage(link_.Get(), &report, sizeof report);
-    if (answer.size != sizeof report) return {LinkKind::Refused, 0, 0, 0, StartStep::Fork, ECHILD};
+    if (answer.size != sizeof report) return {LinkKind::Refused, 0, 0, 0, StartStep::Fork, ECHILD, {}};
     descriptor.Reset(answer.descriptors[0]);
     if (report.kind != LinkKind::Ended) return report;
     ends_.push_back({report.number, report.status});
@@ -124,6 +133,7 @@ void Guardian::Finish() {
   if (WIFEXITED(status)) return;
   // The guardian was killed: we do its work.
   EndProcessesIn(root_);
+  RemoveTaskGroup(task_group_.c_str());
   if (removes_root_) RemoveTree(root_.c_str());
   RemoveLink(link_path_.c_str(), link_target_.c_str());
 }

@@ -14,6 +14,7 @@
 #include "posix/file_descriptor.h"
 #include "posix/message_socket.h"
 #include "simulator/supervisor/guardian_process.h"
+#include "simulator/supervisor/limits.h"
 #include "simulator/supervisor/seccomp_filter.h"
 
 namespace simulator {
@@ -30,6 +31,7 @@ struct StartedProgram {
   uint32_t number;
   pid_t process;
   posix::FileDescriptor listener;
+  Confinement confinement;
 };
 
 struct EndedProgram {
@@ -46,10 +48,11 @@ class Guardian {
  public:
   // Forks the guardian. At its end it removes the root directory, if it is told to, and the link, if there is
   // one. It keeps `lock` as long as it lives.
-  // No file of the phone grows above `largest_file` bytes by one write.
+  // No file of the phone grows above the limit of the disk by one write. The kernel holds the number of
+  // processes and threads a little above theirs, where it can.
   // `link_path` is a symbolic link to `link_target` that goes with the phone, or empty.
   Guardian(std::string root, bool removes_root, int lock, std::string link_path, std::string link_target,
-           uint64_t largest_file);
+           const PhoneLimits& limits);
   ~Guardian();
   Guardian(const Guardian&) = delete;
   Guardian& operator=(const Guardian&) = delete;
@@ -69,6 +72,10 @@ class Guardian {
   pid_t Process() const {
     return process_;
   }
+  // The control group's directory, or empty.
+  const std::string& TaskGroup() const {
+    return task_group_;
+  }
   // Ends every process of the phone now.
   void KillAll();
   // Kills every process of the phone and waits until the last is gone, and the temporary files too.
@@ -82,7 +89,8 @@ class Guardian {
   bool removes_root_;
   std::string link_path_;
   std::string link_target_;
-  uint64_t largest_file_;
+  PhoneLimits limits_;
+  std::string task_group_;
   SystemCallFilters filters_;
   posix::FileDescriptor link_;
   pid_t process_ = 0;

@@ -16,6 +16,7 @@
 #include "posix/message_socket.h"
 #include "simulator/phone/removal.h"
 #include "simulator/supervisor/phone_process.h"
+#include "simulator/supervisor/task_group.h"
 
 namespace simulator {
 namespace {
@@ -68,7 +69,7 @@ bool TakeTexts(char*& text, const char* end, char** list, size_t count) {
 void StartProcess(const posix::Message& message) {
   StartHeader header;
   memcpy(&header, message_bytes, sizeof header);
-  LinkReport report = {LinkKind::Refused, header.number, 0, 0, StartStep::Fork, EINVAL};
+  LinkReport report = {LinkKind::Refused, header.number, 0, 0, StartStep::Fork, EINVAL, {}};
   char* arguments[MAX_TEXTS];
   char* environment[MAX_TEXTS];
   char* text = message_bytes + sizeof header;
@@ -87,6 +88,8 @@ void StartProcess(const posix::Message& message) {
     RunPhoneProcess({guardian.duty.root,
                      guardian.duty.filters,
                      guardian.duty.largest_file,
+                     guardian.duty.most_tasks,
+                     guardian.duty.task_group,
                      self,
                      {message.descriptors[0], message.descriptors[1], message.descriptors[2]},
                      header.controls_terminal != 0,
@@ -101,11 +104,11 @@ void StartProcess(const posix::Message& message) {
   if (process > 0) {
     const posix::Message answer = posix::ReceiveMessage(sockets[0], &report, sizeof report);
     listener = answer.descriptors[0];
-    if (answer.size != sizeof report) report = {LinkKind::Refused, 0, 0, 0, StartStep::Fork, ECHILD};
+    if (answer.size != sizeof report) report = {LinkKind::Refused, 0, 0, 0, StartStep::Fork, ECHILD, {}};
     if (report.kind == LinkKind::Started && listener < 0) {
       // The listener was dropped on the way: there is no free number for it.
       kill(process, SIGKILL);
-      report = {LinkKind::Refused, 0, 0, 0, StartStep::Fork, EMFILE};
+      report = {LinkKind::Refused, 0, 0, 0, StartStep::Fork, EMFILE, {}};
     }
   }
   close(sockets[0]);
@@ -122,9 +125,18 @@ pid_t ReapChild(int options) {
   for (Start& start : guardian.starts) {
     if (process <= 0 || start.process != process) continue;
     start.process = 0;
-    Report({LinkKind::Ended, start.number, process, status, StartStep::Fork, 0});
+    Report({LinkKind::Ended, start.number, process, status, StartStep::Fork, 0, {}});
   }
   return process;
+}
+
+// Its group goes with it at one stroke: what only starts copies of itself has no time to start another. All
+// groups but the guardian's own are the phone's.
+void KillChild(pid_t process, pid_t& last_group) {
+  const pid_t group = getpgid(process);
+  if (group > 1 && group != last_group && group != getpgrp()) kill(-group, SIGKILL);
+  last_group = group;
+  kill(process, SIGKILL);
 }
 
 // Children that the guardian has now: a child's own children become the guardian's when it dies.
@@ -132,6 +144,7 @@ void KillChildren() {
   const int list = open("/proc/thread-self/children", O_RDONLY | O_CLOEXEC);
   if (list < 0) return;
   pid_t process = 0;
+  pid_t last_group = 0;
   char bytes[4096];
   ssize_t size;
   while ((size = read(list, bytes, sizeof bytes)) > 0) {
@@ -139,7 +152,7 @@ void KillChildren() {
       if (bytes[index] >= '0' && bytes[index] <= '9') {
         process = process * 10 + (bytes[index] - '0');
       } else if (process != 0) {
-        kill(process, SIGKILL);
+        KillChild(process, last_group);
         process = 0;
       }
     }
@@ -148,9 +161,13 @@ void KillChildren() {
 }
 
 void KillDescendants() {
+  CloseTaskGroup(guardian.duty.task_group);
+  pid_t ended;
   do {
     KillChildren();
-  } while (ReapChild(0) > 0 || errno == EINTR);
+    ended = ReapChild(0);
+    while (ended > 0 && ReapChild(WNOHANG) > 0) continue;
+  } while (ended > 0 || errno == EINTR);
 }
 
 void DropListener(Start& start) {
@@ -188,7 +205,7 @@ void ServeLink() {
     if (message.size < static_cast<ssize_t>(sizeof(StartHeader))) return;
     if (reinterpret_cast<const StartHeader*>(message_bytes)->kind == LinkKind::Kill) {
       KillDescendants();
-      Report({LinkKind::Killed, 0, 0, 0, StartStep::Fork, 0});
+      Report({LinkKind::Killed, 0, 0, 0, StartStep::Fork, 0, {}});
       continue;
     }
     StartProcess(message);
@@ -233,6 +250,7 @@ void RunGuardian(const GuardianDuty& duty) {
 
   ServeLink();
   KillDescendants();
+  RemoveTaskGroup(duty.task_group);
   RemoveLink(duty.link_path, duty.link_target);
   if (duty.removes_root) RemoveTree(duty.root);
   _exit(0);

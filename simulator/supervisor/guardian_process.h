@@ -21,6 +21,19 @@ enum class LinkKind : uint32_t {
   Killed,   // none is left
 };
 
+// What holds a program's number of processes and threads. The simulator counts in addition, now and then.
+enum class TaskLimit : uint32_t {
+  Counting,      // nothing else
+  ControlGroup,  // the kernel, all programs of the phone together
+  User,          // the kernel, each program that the simulator starts by itself
+};
+
+// What the kernel holds a program to, beside its root directory and its list of calls.
+struct Confinement {
+  uint32_t landlock;  // LandlockScope
+  TaskLimit tasks;
+};
+
 // How far the start of a phone's process came.
 enum class StartStep : uint32_t { Fork, UserNamespace, ChangeRoot, Filter };
 
@@ -39,6 +52,7 @@ struct LinkReport {
   int32_t status;
   StartStep step;
   int32_t error;
+  Confinement confinement;  // of Started
 };
 
 struct GuardianDuty {
@@ -48,8 +62,10 @@ struct GuardianDuty {
   const char* link_path;    // a symbolic link to remove at the end, or empty
   const char* link_target;  // where it leads; a path that leads elsewhere by then is not ours
   const SystemCallFilters* filters;
-  uint64_t largest_file;  // bytes that one of the phone's files can have
-  int link;               // to the simulator
+  uint64_t largest_file;   // bytes that one of the phone's files can have
+  unsigned most_tasks;     // that the kernel lets a program have
+  const char* task_group;  // its directory, or empty
+  int link;                // to the simulator
 };
 
 // The body of the forked guardian. Never returns.

@@ -3,8 +3,11 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/syscall.h>
+#include <sys/sysinfo.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -17,6 +20,7 @@
 #include <utility>
 
 #include "posix/file_descriptor.h"
+#include "simulator/supervisor/task_group.h"
 
 namespace simulator {
 namespace {
@@ -124,6 +128,12 @@ uint64_t OwnMemory(pid_t process) {
   return kilobytes * 1024;
 }
 
+unsigned MachineTasks() {
+  struct sysinfo machine = {};
+  sysinfo(&machine);
+  return machine.procs;
+}
+
 }  // namespace
 
 std::string PhoneLimits::Text() const {
@@ -131,10 +141,10 @@ std::string PhoneLimits::Text() const {
                      memory / MIB, disk / MIB, files);
 }
 
-LimitWatch::Usage LimitWatch::Count(pid_t guardian) const {
+LimitWatch::Usage LimitWatch::Count(pid_t guardian, unsigned most) const {
   Usage usage;
   std::vector<pid_t> waiting = {guardian};
-  while (!waiting.empty() && usage.tasks <= 2 * limits_.tasks) {
+  while (!waiting.empty() && usage.tasks <= most) {
     const pid_t process = waiting.back();
     waiting.pop_back();
     if (process != guardian) usage.processes.push_back(process);
@@ -153,8 +163,13 @@ LimitWatch::Usage LimitWatch::Count(pid_t guardian) const {
   return usage;
 }
 
-std::string LimitWatch::JudgeTasks(const Usage& usage) {
+std::string LimitWatch::JudgeTasks(Usage usage, const std::string& task_group) {
+  // The group is full at one above the limit.
+  if (!task_group.empty() && RefusedStarts(task_group) > 0) {
+    usage.tasks = std::max(usage.tasks, limits_.tasks + 1);
+  }
   tasks_ = usage.tasks;
+  machine_tasks_ = MachineTasks();
   if (usage.tasks <= limits_.tasks) return {};
   return fmt::format("the phone had {} processes and threads, and {} are its limit", usage.tasks,
                      limits_.tasks);
@@ -173,14 +188,20 @@ std::string LimitWatch::JudgeMemory(const Usage& usage) const {
 
 std::string LimitWatch::LookAtStart(pid_t guardian) {
   if (++tasks_ <= limits_.tasks) return {};
-  Usage usage = Count(guardian);
+  Usage usage = Count(guardian, limits_.tasks);
   ++usage.tasks;
-  return JudgeTasks(usage);
+  return JudgeTasks(usage, {});
 }
 
-std::string LimitWatch::Look(pid_t guardian) {
-  const Usage usage = Count(guardian);
-  for (std::string excess : {JudgeTasks(usage), JudgeMemory(usage)}) {
+bool LimitWatch::MayHaveTooManyTasks(pid_t guardian) const {
+  const unsigned left = limits_.tasks - std::min(tasks_, limits_.tasks);
+  const unsigned many = limits_.tasks / 4;
+  return MachineTasks() > machine_tasks_ + left / 2 && Count(guardian, many).tasks > many;
+}
+
+std::string LimitWatch::Look(pid_t guardian, const std::string& task_group) {
+  const Usage usage = Count(guardian, limits_.tasks);
+  for (std::string excess : {JudgeTasks(usage, task_group), JudgeMemory(usage)}) {
     if (!excess.empty()) return excess;
   }
   return DiskIsDue() ? JudgeDisk(usage) : "";
@@ -206,6 +227,21 @@ std::string LimitWatch::JudgeDisk(const Usage& usage) {
   if (files.bytes <= limits_.disk) return {};
   return fmt::format("the phone's files took {} MiB of the disk, and {} MiB are their limit",
                      files.bytes / MIB, limits_.disk / MIB);
+}
+
+void TakeShortTurns() {
+  struct {
+    uint32_t size, policy;
+    uint64_t flags;
+    int32_t nice;
+    uint32_t priority;
+    uint64_t turn, deadline, period;  // nanoseconds
+  } attributes = {};
+  static_assert(sizeof attributes == 48);
+  if (syscall(SYS_sched_getattr, 0, &attributes, sizeof attributes, 0) != 0) return;
+  attributes.size = sizeof attributes;
+  attributes.turn = 100'000;
+  if (attributes.policy == SCHED_OTHER) syscall(SYS_sched_setattr, 0, &attributes, 0);
 }
 
 }  // namespace simulator

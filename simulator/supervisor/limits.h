@@ -26,8 +26,11 @@ class LimitWatch {
   LimitWatch(const RootDirectory& root, const PhoneLimits& limits) : root_(root), limits_(limits) {}
 
   // What the phone has too much of, with the count; empty if nothing. `guardian` is the parent of all its
-  // processes.
-  std::string Look(pid_t guardian);
+  // processes; `task_group` is their control group, or empty.
+  std::string Look(pid_t guardian, const std::string& task_group);
+  // The phone has many processes and threads, and the machine so many more than at the last look that the
+  // phone may have too many. Costs little.
+  bool MayHaveTooManyTasks(pid_t guardian) const;
   // The same for a process or thread that is about to start: of the tasks alone.
   std::string LookAtStart(pid_t guardian);
 
@@ -36,17 +39,23 @@ class LimitWatch {
     std::vector<pid_t> processes;
     unsigned tasks = 0;
   };
-  Usage Count(pid_t guardian) const;
-  std::string JudgeTasks(const Usage& usage);
+  // Ends when it has found more than `most` tasks.
+  Usage Count(pid_t guardian, unsigned most) const;
+  std::string JudgeTasks(Usage usage, const std::string& task_group);
   std::string JudgeMemory(const Usage& usage) const;
   std::string JudgeDisk(const Usage& usage);
   bool DiskIsDue();
 
   const RootDirectory& root_;
   PhoneLimits limits_;
-  unsigned tasks_ = 0;       // at the last count, and those started since
-  uint64_t free_bytes_ = 0;  // of the PC's file system, when the phone's files were counted last
+  unsigned tasks_ = 0;          // at the last count, and those started since
+  unsigned machine_tasks_ = 0;  // of the whole PC, then
+  uint64_t free_bytes_ = 0;     // of the PC's file system, when the phone's files were counted last
   unsigned looks_ = 0;
 };
+
+// The calling thread gets the processor sooner, and for a shorter time at once. Linux 6.12 and newer can do
+// it; others leave everything as it is.
+void TakeShortTurns();
 
 }  // namespace simulator

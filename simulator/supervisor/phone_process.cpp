@@ -9,21 +9,25 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
+#include <cstdio>
 #include <cstring>
 
 #include "posix/message_socket.h"
 #include "simulator/supervisor/guardian_process.h"
+#include "simulator/supervisor/landlock.h"
 #include "simulator/supervisor/seccomp_filter.h"
+#include "simulator/supervisor/task_group.h"
 
 namespace simulator {
 namespace {
 
 [[noreturn]] void Fail(const PhoneProcessStart& start, StartStep step) {
-  const LinkReport report = {LinkKind::Refused, 0, 0, 0, step, errno};
+  const LinkReport report = {LinkKind::Refused, 0, 0, 0, step, errno, {}};
   posix::SendMessage(start.report, &report, sizeof report, nullptr, 0);
   _exit(127);
 }
@@ -54,13 +58,16 @@ void EnterUserNamespace(const PhoneProcessStart& start) {
   }
 }
 
-void EnterRoot(const PhoneProcessStart& start) {
-  if (chroot(start.root) != 0) {
+// Returns true if it took a user namespace.
+bool EnterRoot(const PhoneProcessStart& start) {
+  const bool allowed = chroot(start.root) == 0;
+  if (!allowed) {
     if (errno != EPERM) Fail(start, StartStep::ChangeRoot);
     EnterUserNamespace(start);
     if (chroot(start.root) != 0) Fail(start, StartStep::ChangeRoot);
   }
   if (chdir("/") != 0) Fail(start, StartStep::ChangeRoot);
+  return !allowed;
 }
 
 // Root in the phone owns its files and signals its processes. It must not load a module into the PC's kernel,
@@ -93,6 +100,24 @@ void SetLimits(const PhoneProcessStart& start) {
   Limit(RLIMIT_CORE, 1);
 }
 
+// From Linux 5.14 on, a user's processes are counted in each user namespace by themselves. Before, all those
+// of the user on the PC would count.
+bool KernelCountsInEachNamespace() {
+  utsname kernel;
+  int version = 0;
+  int part = 0;
+  return uname(&kernel) == 0 && sscanf(kernel.release, "%d.%d", &version, &part) == 2 &&
+         (version > 5 || (version == 5 && part >= 14));
+}
+
+// The control group counts all of the phone's programs together, so it is the better one.
+TaskLimit LimitTasks(const PhoneProcessStart& start, bool in_group, bool in_namespace) {
+  if (in_group) return TaskLimit::ControlGroup;
+  if (!in_namespace || !KernelCountsInEachNamespace()) return TaskLimit::Counting;
+  Limit(RLIMIT_NPROC, start.most_tasks);
+  return TaskLimit::User;
+}
+
 void ResetSignals() {
   struct sigaction action = {};
   action.sa_handler = SIG_DFL;
@@ -118,16 +143,19 @@ void RunPhoneProcess(const PhoneProcessStart& start) {
   TakeStandardDescriptors(start);
   umask(022);
   SetLimits(start);
-  EnterRoot(start);
+  const bool in_group = EnterTaskGroup(start.task_group);
+  const bool in_namespace = EnterRoot(start);
+  Confinement confinement = {0, LimitTasks(start, in_group, in_namespace)};
   KeepHarmlessCapabilities();
   // After the changes of rights, which undo this setting.
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   prctl(PR_SET_DUMPABLE, 1);
   if (getppid() != start.guardian) _exit(127);
 
+  confinement.landlock = ConfineByLandlock();
   const int listener = InstallAskingFilter(*start.filters);
   if (listener < 0) Fail(start, StartStep::Filter);
-  const LinkReport report = {LinkKind::Started, 0, 0, 0, StartStep::Filter, 0};
+  const LinkReport report = {LinkKind::Started, 0, 0, 0, StartStep::Filter, 0, confinement};
   posix::SendMessage(start.report, &report, sizeof report, &listener, 1);
   close(listener);
   // Started has been said: what fails now ends the process as a program that cannot start.

@@ -14,6 +14,8 @@ struct PhoneProcessStart {
   const char* root;  // the root directory's path on the PC
   const SystemCallFilters* filters;
   uint64_t largest_file;  // bytes
+  unsigned most_tasks;
+  const char* task_group;
   pid_t guardian;
   int standard[3];         // descriptors of standard input, output and error
   bool controls_terminal;  // standard input becomes its controlling terminal

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <thread>
 
 #include "posix/deadline.h"
@@ -137,22 +138,59 @@ int SignalProcessIn(const std::string& root, pid_t process, int signal) {
   return syscall(SYS_pidfd_send_signal, held.Get(), signal, nullptr, 0) == 0 ? 0 : errno;
 }
 
-std::vector<pid_t> ProcessesIn(const std::string& root) {
-  std::vector<pid_t> processes;
+namespace {
+
+// Calls `use(process)` for each as soon as it is found.
+template <typename Use>
+void ForEachProcessIn(const std::string& root, Use use) {
   std::error_code ignored;
   for (const auto& entry : std::filesystem::directory_iterator("/proc", ignored)) {
     const std::string name = entry.path().filename();
     pid_t process = 0;
     const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), process);
     if (error != std::errc() || end != name.data() + name.size()) continue;
-    if (IsProcessIn(root, process)) processes.push_back(process);
+    if (IsProcessIn(root, process)) use(process);
   }
+}
+
+// Its group stops with it at one stroke. A process that is stopped neither ends nor changes its group, so the
+// group's number stays this group's.
+void StopGroupOf(const std::string& root, pid_t process, pid_t& last_group) {
+  if (SignalProcessIn(root, process, SIGSTOP) != 0) return;
+  const pid_t group = getpgid(process);
+  if (group > 1 && group != last_group && group != getpgrp()) kill(-group, SIGSTOP);
+  last_group = group;
+}
+
+}  // namespace
+
+void StopProcessesIn(const std::string& root) {
+  const posix::Deadline deadline(std::chrono::seconds(5));
+  std::set<pid_t> stopped;
+  for (bool more = true; more && !deadline.HasPassed();) {
+    more = false;
+    pid_t last_group = 0;
+    ForEachProcessIn(root, [&](pid_t process) {
+      if (!stopped.insert(process).second) return;
+      StopGroupOf(root, process, last_group);
+      more = true;
+    });
+  }
+}
+
+void ContinueProcessesIn(const std::string& root) {
+  ForEachProcessIn(root, [&](pid_t process) { SignalProcessIn(root, process, SIGCONT); });
+}
+
+std::vector<pid_t> ProcessesIn(const std::string& root) {
+  std::vector<pid_t> processes;
+  ForEachProcessIn(root, [&](pid_t process) { processes.push_back(process); });
   return processes;
 }
 
 void EndProcessesIn(const std::string& root) {
+  StopProcessesIn(root);
   const posix::Deadline deadline(std::chrono::seconds(5));
-  // One that is ended may have started another meanwhile.
   for (std::vector<pid_t> processes; !(processes = ProcessesIn(root)).empty() && !deadline.HasPassed();) {
     for (const pid_t process : processes) SignalProcessIn(root, process, SIGKILL);
     std::this_thread::sleep_for(std::chrono::milliseconds(2));

@@ -36,6 +36,10 @@ bool IsProcessIn(const std::string& root, pid_t process);
 // Signals it if it is there. Returns an errno value, or 0.
 int SignalProcessIn(const std::string& root, pid_t process, int signal);
 std::vector<pid_t> ProcessesIn(const std::string& root);
+// What starts copies of itself as fast as it can would replace each copy that is killed. A stopped one keeps
+// its place among those that the kernel lets the phone have, and leaves us its share of the processor.
+void StopProcessesIn(const std::string& root);
+void ContinueProcessesIn(const std::string& root);
 // Kills them all and waits until they are gone, for some seconds at most.
 void EndProcessesIn(const std::string& root);
 // Those whose program has this name, as `killall` sees it.

@@ -68,6 +68,20 @@ void SystemCalls::Clone(const CallPointer& call) {
   After(*rule, call, [call, error = rule->error] { error != 0 ? call->Refuse(error) : call->PassOn(); });
 }
 
+// A group stops at one stroke, whatever it starts, and gets one share of the processor. So leaving it counts
+// as a start, and only one process leaves in a millisecond: copies that go apart from each other cannot be
+// ahead of the counting.
+void SystemCalls::LeaveGroup(const CallPointer& call) {
+  constexpr auto PACE = std::chrono::milliseconds(1);
+  starting_();
+  const auto now = std::chrono::steady_clock::now();
+  const auto turn = std::max(now, next_leaving_);
+  next_leaving_ = turn + PACE;
+  if (turn == now) return call->PassOn();
+  Hold(call);
+  phone_.loop.After(std::chrono::ceil<std::chrono::milliseconds>(turn - now), [call] { call->PassOn(); });
+}
+
 namespace {
 
 struct TimeRecord {

@@ -90,6 +90,8 @@ void SystemCalls::Dispatch(const CallPointer& call) {
       return RequestDevice(call);
     case Call::Clone:
       return Clone(call);
+    case Call::LeaveGroup:
+      return LeaveGroup(call);
     case Call::Signal:
       return Signal(call);
     case Call::SignalThread:

@@ -61,7 +61,7 @@ class SystemCalls {
   void SetModels(const Models& models);
   // Answers what comes by this listener until its last process is gone.
   void Serve(posix::FileDescriptor listener);
-  // Called before a process of the phone starts a thread.
+  // Called before a process of the phone starts a thread or leaves its group.
   void SetStarting(std::function<void()> starting) {
     starting_ = std::move(starting);
   }
@@ -94,6 +94,7 @@ class SystemCalls {
   // process_calls.cpp
   void Exec(const CallPointer& call, int directory, size_t first);
   void Clone(const CallPointer& call);
+  void LeaveGroup(const CallPointer& call);
   void Sleep(const CallPointer& call);
   void SetClock(const CallPointer& call);
 
@@ -120,6 +121,7 @@ class SystemCalls {
   DescriptorTable descriptors_;
   std::vector<std::weak_ptr<TrappedCall>> held_;
   unsigned thread_lists_ = 0;
+  std::chrono::steady_clock::time_point next_leaving_{};
   std::function<void()> starting_ = [] {};
   std::atomic<bool> instant_sleeps_ = false;
   std::atomic<bool> emulated_ = false;

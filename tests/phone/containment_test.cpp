@@ -1,10 +1,12 @@
 // A hostile program in the phone reaches nothing of the PC, whoever runs the simulator. What it tries is in
 // programs/hostile_program.cpp.
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/shm.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +16,7 @@
 
 #include "posix/file_descriptor.h"
 #include "simulator/phone/root_directory.h"
+#include "simulator/supervisor/landlock.h"
 #include "tests/phone/phone_test.h"
 #include "tests/phone/processes.h"
 #include "tests/phone/rights.h"
@@ -47,6 +50,9 @@ class Outside {
     std::filesystem::remove_all(directory_);
   }
 
+  int Port() const {
+    return port_;
+  }
   std::string Canary() const {
     return directory_ + "/canary";
   }
@@ -80,7 +86,47 @@ class Outside {
   int memory_ = -1;
 };
 
+long LandlockVersion() {
+  return syscall(SYS_landlock_create_ruleset, nullptr, 0, 1 /* asks for the version */);
+}
+
+// Returns the scopes that Landlock holds the calling process to, judged by what it cannot do any more.
+uint32_t ScopesByTrial(int outside_directory, int port) {
+  uint32_t scopes = 0;
+  if (openat(outside_directory, "canary", O_RDONLY) < 0 && errno == EACCES)
+    scopes |= simulator::LANDLOCK_FILES;
+  sockaddr_in address = {AF_INET, htons(static_cast<uint16_t>(port)), {htonl(INADDR_LOOPBACK)}, {}};
+  const posix::FileDescriptor client(socket(AF_INET, SOCK_STREAM, 0));
+  const bool connected = connect(client.Get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+  if (!connected && errno == EACCES) scopes |= simulator::LANDLOCK_TCP;
+  if (kill(getppid(), 0) != 0 && errno == EPERM) scopes |= simulator::LANDLOCK_SIGNALS;
+  return scopes;
+}
+
 }  // namespace
+
+// On top of everything else, so alone here.
+TEST(Landlock, HoldsWhatItSays) {
+  if (geteuid() != 0 || LandlockVersion() < 2) GTEST_SKIP() << "no root, or a kernel without Landlock";
+  const Outside outside;
+  const std::string root = testing::TempDir() + "landlock-" + std::to_string(getpid());
+  std::filesystem::create_directories(root + "/a");
+  std::filesystem::create_directory(root + "/b");
+  std::ofstream(root + "/a/file") << "text";
+  EXPECT_EQ(InChild([&] {
+              const int directory =
+                  open(std::filesystem::path(outside.Canary()).parent_path().c_str(), O_PATH | O_DIRECTORY);
+              if (chroot(root.c_str()) != 0 || chdir("/") != 0) return 2;
+              constexpr uint32_t TRIED =
+                  simulator::LANDLOCK_FILES | simulator::LANDLOCK_TCP | simulator::LANDLOCK_SIGNALS;
+              if (ScopesByTrial(directory, outside.Port()) != 0) return 3;
+              const uint32_t scopes = simulator::ConfineByLandlock() & TRIED;
+              if (scopes == 0 || ScopesByTrial(directory, outside.Port()) != scopes) return 4;
+              return rename("/a/file", "/b/file") == 0 && truncate("/b/file", 1) == 0 ? 0 : 5;
+            }),
+            0);
+  std::filesystem::remove_all(root);
+}
 
 class ContainmentTest : public PhoneTest {
  protected:
@@ -102,6 +148,7 @@ class ContainmentTest : public PhoneTest {
     options.server = copy_;
     options.server_arguments = outside.Arguments();
     Phone().Boot();
+    const bool landlock = Phone().GetConfinement()->landlock != 0;
     const auto end = Phone().WaitForEnd(std::chrono::minutes(5));
     const std::string said = Phone().ConsoleText();
     DiscardPhone();
@@ -109,6 +156,7 @@ class ContainmentTest : public PhoneTest {
     printf("%s%s%s\n", said.c_str(), damage.empty() ? "" : "damaged: ", damage.c_str());
     fflush(stdout);
     if (!end || end->reason != simulator::PhoneEnd::Reason::ServerExited) return 3;
+    if (landlock != (LandlockVersion() >= 2)) return 4;
     return end->status != 0 || !damage.empty() ? 1 : 0;
   }
 

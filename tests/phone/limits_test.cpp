@@ -8,6 +8,7 @@
 #include <regex>
 
 #include "simulator/supervisor/phone_processes.h"
+#include "simulator/supervisor/task_group.h"
 #include "tests/phone/phone_test.h"
 #include "tests/phone/processes.h"
 #include "tests/phone/rights.h"
@@ -25,6 +26,7 @@ struct Taker {
 };
 
 const Taker TAKERS[] = {
+    {"Bomb", "bomb() { bomb | bomb & bomb; }; bomb", "ended: the phone had "},
     {"Sleepers", "while :; do sleep 1000 & done", "ended: the phone had "},
     {"Memory", MEBIBYTES_IN_X "y=$x; while :; do x=$x$y; done", "ended: the phone's programs used "},
     {"Copies", MEBIBYTES_IN_X "for n in 1 2 3 4 5 6; do (x=$x$n; sleep 1000; :) & done",
@@ -100,3 +102,54 @@ TEST_F(PhoneTest, CountsADirectoryThatIsClosedToAnOrdinaryUser) {
             }),
             0);
 }
+
+namespace {
+
+struct Bomb {
+  const char* name;
+  bool (*take_rights)();
+  simulator::TaskLimit held_by;
+  const char* argument;
+};
+
+const Bomb BOMBS[] = {
+    {"Roots", [] { return true; }, simulator::TaskLimit::ControlGroup, "together"},
+    {"AnOrdinaryUsers", BecomeOrdinaryUser, simulator::TaskLimit::User, "apart"},
+    {"APlainContainers", BecomeContainersRoot, simulator::TaskLimit::Counting, "together"},
+};
+
+bool ControlGroupsAreAllowed() {
+  const std::string group = simulator::MakeTaskGroup(1);
+  simulator::RemoveTaskGroup(group.c_str());
+  return !group.empty();
+}
+
+class ForkBombTest : public PhoneTest, public testing::WithParamInterface<Bomb> {};
+
+}  // namespace
+
+TEST_P(ForkBombTest, EndsThePhoneAndStaysInside) {
+  if (geteuid() != 0 || !UserNamespacesAreAllowed()) GTEST_SKIP() << "only root can give up rights";
+  if (GetParam().held_by == simulator::TaskLimit::ControlGroup && !ControlGroupsAreAllowed()) {
+    GTEST_SKIP() << "no control group can be made here";
+  }
+  // The build directory may be closed to other users.
+  const std::string copy = testing::TempDir() + "fork-bomb-" + std::to_string(getpid());
+  std::filesystem::copy_file(FORK_BOMB, copy, std::filesystem::copy_options::overwrite_existing);
+  options.server = copy;
+  options.server_arguments = {GetParam().argument};
+  EXPECT_EQ(InChild([this] {
+              if (!GetParam().take_rights()) return 2;
+              Phone().Boot();
+              const simulator::TaskLimit held_by = Phone().GetConfinement()->tasks;
+              const auto end = Phone().WaitForEnd(std::chrono::minutes(2));
+              if (!end || end->reason != simulator::PhoneEnd::Reason::OverLimit) return 3;
+              if (!simulator::ProcessesIn(Phone().Root().Path()).empty()) return 4;
+              return held_by == GetParam().held_by ? 0 : 5;
+            }),
+            0);
+  std::filesystem::remove(copy);
+}
+
+INSTANTIATE_TEST_SUITE_P(Bombs, ForkBombTest, testing::ValuesIn(BOMBS),
+                         [](const auto& bomb) { return std::string(bomb.param.name); });

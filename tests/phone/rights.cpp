@@ -5,6 +5,7 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sched.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -42,7 +43,7 @@ bool KeepCapabilities(uint64_t kept) {
   return syscall(SYS_capset, &header, data) == 0;
 }
 
-// Refuses what a container engine's own filter refuses to a process without CAP_SYS_ADMIN.
+// Refuses what a container engine's own filter refuses to a process without CAP_SYS_ADMIN, and Landlock.
 bool RefuseMountsAndNamespaces() {
   constexpr uint32_t NAMESPACES = CLONE_NEWNS | CLONE_NEWUSER | CLONE_NEWPID | CLONE_NEWNET | CLONE_NEWUTS |
                                   CLONE_NEWIPC | CLONE_NEWCGROUP;
@@ -53,7 +54,7 @@ bool RefuseMountsAndNamespaces() {
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
   };
   for (const int number : {SYS_mount, SYS_umount2, SYS_pivot_root, SYS_unshare, SYS_setns, SYS_move_mount,
-                           SYS_fsopen, SYS_open_tree}) {
+                           SYS_fsopen, SYS_open_tree, SYS_landlock_create_ruleset}) {
     filter.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<uint32_t>(number), 0, 1));
     filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EPERM));
   }
@@ -79,6 +80,15 @@ bool UserNamespacesAreAllowed() {
   return InChild([] { return BecomeOrdinaryUser() && unshare(CLONE_NEWUSER) == 0 ? 0 : 1; }) == 0;
 }
 
+// A container sees the control groups, but cannot change them. Where even this is not allowed, that holds
+// already.
+void CloseControlGroups() {
+  if (unshare(CLONE_NEWNS) != 0) return;
+  mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr);
+  mount("tmpfs", "/sys/fs/cgroup", "tmpfs", MS_RDONLY, nullptr);
+}
+
 bool BecomeContainersRoot() {
+  CloseControlGroups();
   return KeepCapabilities(ContainerCapabilities()) && RefuseMountsAndNamespaces();
 }

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 bool KeepCapabilities(uint64_t kept);
-// Refuses what a container engine's own filter refuses to a process without CAP_SYS_ADMIN.
+// Refuses what a container engine's own filter refuses to a process without CAP_SYS_ADMIN, and Landlock.
 bool RefuseMountsAndNamespaces();
 bool BecomeOrdinaryUser();
 bool UserNamespacesAreAllowed();
