@@ -52,7 +52,13 @@ struct BtBlockRequest {
   uint8_t data[BT_BLOCK_SIZE];
   static constexpr Field FIELDS[] = {
       {Form::Address, sizeof address, "address", "address of the other device"},
-      {Form::Length, sizeof length, "length", "number of data bytes; the phone takes more than 16 as 16"},
+      {Form::Length,
+       sizeof length,
+       "length",
+       "number of data bytes; the phone takes more than 16 as 16",
+       {},
+       false,
+       {0, BT_BLOCK_SIZE, "bytes"}},
       {Form::Block, sizeof data, "data", "up to 16 bytes for the other device"}};
 };
 static_assert(FieldsFill<BtBlockRequest>(26));

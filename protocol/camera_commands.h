@@ -27,8 +27,8 @@ struct CameraRequest {
   int32_t rotation;
   static constexpr Field FIELDS[] = {
       Number("action", "0 self-test, 10 or 20 take, 12 or 22 delete the blemish or focus picture"),
-      Number("width", "width in pixels, at most 1200", {0, MAX_PICTURE_WIDTH, "pixels"}),
-      Number("height", "height in pixels, at most 1600", {0, MAX_PICTURE_HEIGHT, "pixels"}),
+      Number("width", "width of a picture", {1, MAX_PICTURE_WIDTH, "pixels"}),
+      Number("height", "height of a picture", {1, MAX_PICTURE_HEIGHT, "pixels"}),
       Number("rotation", "90, 180 or 270 degrees clockwise; anything else does not rotate")};
 };
 static_assert(FieldsFill<CameraRequest>(16));

@@ -25,9 +25,11 @@ struct DisplayRequest {
   int32_t unused;
   static constexpr Choice COLOURS[] = {
       {"black", BLACK}, {"white", WHITE}, {"red", RED}, {"green", GREEN}, {"blue", BLUE}};
-  static constexpr Field FIELDS[] = {OneOf("fill", "RGB565 colour, or a pattern's code", COLOURS),
-                                     OneOf("border", "RGB565 colour of the border", COLOURS),
-                                     Number("backlight", "backlight level, 0 is off", {0, 100}), Unused(4)};
+  static constexpr Range WORD_OF_COLOUR = {0, 0xFFFF};
+  static constexpr Field FIELDS[] = {
+      OneOf("fill", "RGB565 colour, or a pattern's code", COLOURS, WORD_OF_COLOUR),
+      OneOf("border", "RGB565 colour of the border", COLOURS, WORD_OF_COLOUR),
+      Number("backlight", "backlight level, 0 is off", {0, 100}), Unused(4)};
 };
 static_assert(FieldsFill<DisplayRequest>(16));
 
@@ -48,7 +50,7 @@ struct Statement<SHOW_DISPLAY> : Answered<DisplayRequest> {
 struct MotorRequest {
   int32_t on;
   int32_t unused;
-  static constexpr Field FIELDS[] = {Number("on", "0 off, any other number on", {0, 1}), Unused(4)};
+  static constexpr Field FIELDS[] = {Number("on", "0 off, any other number on", ZERO_OR_ONE), Unused(4)};
 };
 static_assert(FieldsFill<MotorRequest>(8));
 
@@ -98,8 +100,7 @@ struct LedRequest {
   int32_t unused;
   static constexpr Choice OFF[] = {{"off", 0}};
   static constexpr Field FIELDS[] = {
-      {Form::Number, 4, "colour", "colour number, as the LED driver counts them", OFF, false, {0, 7}},
-      Unused(4)};
+      OneOf("colour", "colour number, as the LED driver counts them", OFF, {0, 7}), Unused(4)};
 };
 static_assert(FieldsFill<LedRequest>(8));
 
@@ -113,7 +114,7 @@ struct Statement<SET_LED> : Answered<LedRequest> {
 struct UartRxRequest {
   int32_t level;
   int32_t unused;
-  static constexpr Field FIELDS[] = {Number("level", "level of the line", {0, 1}), Unused(4)};
+  static constexpr Field FIELDS[] = {Number("level", "level of the line", ZERO_OR_ONE), Unused(4)};
 };
 static_assert(FieldsFill<UartRxRequest>(8));
 

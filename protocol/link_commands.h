@@ -22,7 +22,8 @@ struct Statement<NO_OPERATION> : NeverAnswered<Ignored> {
 
 struct PauseRequest {
   uint32_t seconds;
-  static constexpr Field FIELDS[] = {Number("seconds", "how long the phone keeps the port closed")};
+  static constexpr Field FIELDS[] = {
+      Number("seconds", "how long the phone keeps the port closed", {0, 3600, "s"})};
 };
 static_assert(FieldsFill<PauseRequest>(4));
 

@@ -75,9 +75,8 @@ struct Statement<TEST_MEMORY_CARD> : Answered<Ignored> {
 struct ClockData {
   Moment time;
   uint32_t unused[2];
-  static constexpr Field FIELDS[] = {
-      {Form::Moment, sizeof time, "time", "year, month, day, hour, minute, second, one word each"},
-      Unused(sizeof unused, "zero")};
+  static constexpr Field FIELDS[] = {{Form::Moment, sizeof time, "time", "date and time"},
+                                     Unused(sizeof unused, "zero")};
 };
 static_assert(FieldsFill<ClockData>(32));
 
@@ -109,7 +108,7 @@ struct Statement<SET_CLOCK> : Answered<ClockRequest> {
 
 struct CalibrationRequest {
   int32_t write;
-  static constexpr Field FIELDS[] = {Number("write", "1 writes the file, 0 removes it", {0, 1})};
+  static constexpr Field FIELDS[] = {Number("write", "1 writes the file, 0 removes it", ZERO_OR_ONE)};
 };
 static_assert(FieldsFill<CalibrationRequest>(4));
 

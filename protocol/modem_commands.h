@@ -62,7 +62,7 @@ struct AtRequest {
   int32_t timeout_ms;
   static constexpr Field FIELDS[] = {
       {Form::Text, sizeof command, "command", "the AT command, at most 32 bytes with its line ending"},
-      Number("timeout", "how long the modem may take, in milliseconds")};
+      Number("timeout", "how long the modem may take", {0, 3'600'000, "ms"})};
 };
 static_assert(FieldsFill<AtRequest>(36));
 
@@ -114,9 +114,9 @@ struct Statement<CHECK_MODEM_STATE> : Answered<Ignored> {
 
 struct ModemLinesRequest {
   int32_t first, second, third;
-  static constexpr Field FIELDS[] = {OneOf("first", "first line; 0 is off", ON_OFF),
-                                     OneOf("second", "second line; 0 is off", ON_OFF),
-                                     OneOf("third", "third line; 0 is off", ON_OFF)};
+  static constexpr Field FIELDS[] = {OneOf("first", "first line; 0 is off", ON_OFF, ZERO_OR_ONE),
+                                     OneOf("second", "second line; 0 is off", ON_OFF, ZERO_OR_ONE),
+                                     OneOf("third", "third line; 0 is off", ON_OFF, ZERO_OR_ONE)};
 };
 static_assert(FieldsFill<ModemLinesRequest>(12));
 
@@ -130,7 +130,7 @@ struct Statement<SET_MODEM_LINES> : Answered<ModemLinesRequest> {
 
 struct ModemControlRequest {
   int32_t value;
-  static constexpr Field FIELDS[] = {OneOf("value", "0, or 1 (as any other number)", ON_OFF)};
+  static constexpr Field FIELDS[] = {OneOf("value", "any number but 0 acts as 1", ON_OFF, ZERO_OR_ONE)};
 };
 static_assert(FieldsFill<ModemControlRequest>(4));
 
@@ -147,7 +147,7 @@ struct Statement<CONTROL_MODEM> : Answered<ModemControlRequest> {
 
 struct ModemLine {
   uint32_t line;
-  static constexpr Field FIELDS[] = {Number("line", "the line status byte, 0 to 255", {0, 255})};
+  static constexpr Field FIELDS[] = {Number("line", "the line status byte", {0, 255})};
 };
 static_assert(FieldsFill<ModemLine>(4));
 

@@ -13,13 +13,14 @@ struct ToneRequest {
   int32_t start;
   static constexpr Range HEARD = {0, 22050, "Hz"};
   static constexpr Field FIELDS[] = {
-      Number("frequency", "first tone, Hz (0 for none); below 87 Hz it is silent", HEARD),
-      Number("frequency-2", "second tone, Hz", HEARD),
-      Number("frequency-3", "third tone, Hz", HEARD),
+      Number("frequency", "first tone, 0 for none; below 87 Hz it is silent", HEARD),
+      Number("frequency-2", "second tone", HEARD),
+      Number("frequency-3", "third tone", HEARD),
       Unused(4),
-      Number("volume", "PCM volume of the mixer"),
+      Number("volume", "PCM volume of the mixer: left in the low byte, right in the next, each up to 100",
+             {0, 0x6464}),
       Number("route", "route flags: 1 or 0 to the speaker's route, 2 to audio line A", {0, 3}),
-      Number("start", "1 starts, 0 stops", {0, 1})};
+      Number("start", "1 starts, 0 stops", ZERO_OR_ONE)};
 };
 static_assert(FieldsFill<ToneRequest>(28));
 
@@ -40,7 +41,7 @@ struct AudioPathRequest {
   int32_t enable;
   int32_t path;
   static constexpr Field FIELDS[] = {
-      Number("enable", "1 sets the path up, 0 switches the sound off", {0, 1}),
+      Number("enable", "1 sets the path up, 0 switches the sound off", ZERO_OR_ONE),
       Number("path", "sound path: 1, 2 (audio line B) or 3 (audio line A)", {1, 3})};
 };
 static_assert(FieldsFill<AudioPathRequest>(8));
@@ -60,20 +61,21 @@ struct RadioRequest {
   uint32_t volume;
   int32_t extra;
   int32_t extra_flag;
+  // The band of FM broadcasts, for a tuner that counts in 1/16 MHz.
+  static constexpr Range BAND = {65 * 16, 108 * 16, "MHz", 16};
   static constexpr Field FIELDS[] = {
       Number("mode", "0 off, 1 measure and switch off, 2 play on audio line B, other: play"),
-      Number("frequency", "frequency in the tuner's unit, usually 1/16 MHz or 1/16 kHz"),
-      Number("volume", "16-bit volume; 0 mutes", {0, 65535}),
-      Number("extra", "1 issues the driver's private request before measuring", {0, 1}),
-      Number("extra-flag", "inverted into the private request's first word", {0, 1})};
+      Number("frequency", "what to tune to", BAND), Number("volume", "16-bit volume; 0 mutes", {0, 65535}),
+      Number("extra", "1 issues the driver's private request before measuring", ZERO_OR_ONE),
+      Number("extra-flag", "inverted into the private request's first word", ZERO_OR_ONE)};
 };
 static_assert(FieldsFill<RadioRequest>(20));
 
 struct RadioData {
   uint32_t frequency;
   uint32_t signal;
-  static constexpr Field FIELDS[] = {Number("frequency", "the frequency read back"),
-                                     Number("signal", "signal strength, 0 to 65535", {0, 65535})};
+  static constexpr Field FIELDS[] = {Number("frequency", "the frequency read back", RadioRequest::BAND),
+                                     Number("signal", "signal strength", {0, 65535})};
 };
 static_assert(FieldsFill<RadioData>(8));
 
@@ -84,7 +86,7 @@ struct Statement<CONTROL_RADIO> : Answered<RadioRequest, RadioData> {
   static constexpr char action[] =
       "Tunes the FM radio, sets its volume, reads frequency and signal back, and leaves it playing or "
       "switches it "
-      "off again.";
+      "off again. Some tuners count the frequency in 1/16 kHz.";
   static constexpr StatusMeaning statuses[] = {
       {OPEN_FAILED, "the radio could not be opened"},
       {REQUEST_FAILED, "the frequency could not be set"},
@@ -97,7 +99,7 @@ struct Statement<CONTROL_RADIO> : Answered<RadioRequest, RadioData> {
 struct RunInRequest {
   int32_t seconds;
   int32_t unused[5];
-  static constexpr Field FIELDS[] = {Number("seconds", "length of each part of the cycle"),
+  static constexpr Field FIELDS[] = {Number("seconds", "length of each part of the cycle", {1, 3600, "s"}),
                                      Unused(sizeof unused)};
 };
 static_assert(FieldsFill<RunInRequest>(24));
@@ -122,8 +124,8 @@ struct MediaRequest {
                                      {"hello", CLIP_PRELOADED},
                                      {"stop", CLIP_STOP}};
   static constexpr Field FIELDS[] = {
-      OneOf("clip", "which clip, or \"stop\"", CLIPS),
-      Number("path", "sound path, passed to the player; 2 switches audio line B on"),
+      OnlyOneOf("clip", "which clip, or \"stop\"", CLIPS),
+      Number("path", "sound path, passed to the player; 2 switches audio line B on", {0, 3}),
       Number("argument", "passed to the player")};
 };
 static_assert(FieldsFill<MediaRequest>(12));

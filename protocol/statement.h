@@ -44,7 +44,12 @@ struct Range {
   int64_t lowest = 1;
   int64_t highest = 0;
   const char* unit = "";
+  int32_t steps = 1;  // how many of the word's counts make one unit
 };
+
+constexpr bool IsStated(const Range& range) {
+  return range.lowest <= range.highest;
+}
 
 struct Field {
   Form form;
@@ -59,8 +64,9 @@ struct Field {
 constexpr Field Number(const char* name, const char* meaning, Range range = {}) {
   return {Form::Number, 4, name, meaning, {}, false, range};
 }
-constexpr Field OneOf(const char* name, const char* meaning, std::span<const Choice> choices) {
-  return {Form::Number, 4, name, meaning, choices, false, {}};
+constexpr Field OneOf(const char* name, const char* meaning, std::span<const Choice> choices,
+                      Range range = {}) {
+  return {Form::Number, 4, name, meaning, choices, false, range};
 }
 constexpr Field OnlyOneOf(const char* name, const char* meaning, std::span<const Choice> choices) {
   return {Form::Number, 4, name, meaning, choices, true, {}};
@@ -70,6 +76,7 @@ constexpr Field Unused(uint32_t size, const char* meaning = "ignored") {
 }
 
 inline constexpr Choice ON_OFF[] = {{"on", 1}, {"off", 0}};
+inline constexpr Range ZERO_OR_ONE = {0, 1};
 
 // A record's fields stand in the order of its members and fill it.
 template <typename Record>
@@ -96,6 +103,16 @@ struct Moment {
   uint32_t year, month, day, hour, minute, second;
 };
 static_assert(sizeof(Moment) == 24);
+
+// The moment's words in their order, with a calendar's values.
+struct MomentPart {
+  const char* name;
+  Range range;
+};
+// A clock driver counts from 1970. A 32-bit system's seconds end in January 2038.
+inline constexpr MomentPart MOMENT_PARTS[] = {{"year", {1970, 2037}}, {"month", {1, 12}},
+                                              {"day", {1, 31}},       {"hour", {0, 23}},
+                                              {"minute", {0, 59}},    {"second", {0, 59}}};
 
 enum class Answering : uint8_t {
   AfterWork,   // status and data

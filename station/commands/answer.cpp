@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "station/commands/argument.h"
 #include "station/commands/names.h"
 
 namespace station {
@@ -69,6 +70,11 @@ void ReadField(const protocol::Field& field, std::span<const std::uint8_t> bytes
     case Form::Count:
     case Form::Length:
     case Form::Number:
+      if (field.range.steps != 1) {
+        const double units = UnitsOf(field.range, WordAt(bytes, 0));
+        add(units, fmt::format("{}", units));
+        break;
+      }
       add(WordAt(bytes, 0), std::to_string(WordAt(bytes, 0)));
       break;
     case Form::Integer: {

@@ -5,10 +5,14 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <chrono>
+#include <cmath>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 
+#include "posix/nearest_words.h"
 #include "station/commands/errors.h"
 
 namespace station {
@@ -29,11 +33,34 @@ Argument Plain(Argument::Kind kind, std::size_t size, std::string name, std::str
   throw UsageError(fmt::format("{}: '{}' is not {}", argument.name, text, wanted));
 }
 
+// "colour: '-1' is not off, or a number from 0 to 7".
+[[noreturn]] void RefuseValue(const Argument& argument, const std::string& text) {
+  std::vector<std::string> names;
+  for (const Choice& choice : argument.choices) names.emplace_back(choice.name);
+  std::string wanted = fmt::format("{}", fmt::join(names, ", "));
+  if (argument.only_choices) {
+    wanted = "one of " + wanted;
+  } else {
+    const std::string range = RangeText(argument.range);
+    wanted += fmt::format("{}a number {}{}", names.empty() ? "" : ", or ",
+                          range.empty() ? "of at most 32 bits" : "from ", range);
+  }
+  Refuse(argument, text, wanted + posix::DidYouMean(text, names));
+}
+
 std::string ChoiceNames(const Argument& argument) {
   std::string names;
   for (const Choice& choice : argument.choices)
     names += names.empty() ? choice.name : fmt::format(", {}", choice.name);
   return names;
+}
+
+bool IsChoice(const Argument& argument, const std::string& text) {
+  return std::ranges::find(argument.choices, text, &Choice::name) != argument.choices.end();
+}
+
+bool InRange(const protocol::Range& range, std::int64_t number) {
+  return !IsStated(range) || (number >= range.lowest && number <= range.highest);
 }
 
 std::optional<std::int64_t> ParseNumber(std::string_view text) {
@@ -49,6 +76,16 @@ std::optional<std::int64_t> ParseNumber(std::string_view text) {
   // One word holds either reading, signed or unsigned.
   if (number < INT32_MIN) return std::nullopt;
   return number;
+}
+
+// The steps of a number in the range's unit, rounded.
+std::optional<std::int64_t> ParseUnits(std::string_view text, const protocol::Range& range) {
+  double units = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), units);
+  const double steps = units * range.steps;
+  if (error != std::errc{} || end != text.data() + text.size()) return std::nullopt;
+  if (!(std::abs(steps) <= INT32_MAX)) return std::nullopt;
+  return std::llround(steps);
 }
 
 Bytes EncodeAddress(const Argument& argument, const std::string& text) {
@@ -84,28 +121,46 @@ Bytes EncodeContent(const Argument& argument, const std::string& path) {
   return bytes;
 }
 
-Bytes EncodeMoment(const Argument& argument, const std::string& text) {
-  std::tm moment{};
+using MomentWords = std::array<int, std::size(protocol::MOMENT_PARTS)>;
+
+MomentWords ParseMoment(const Argument& argument, const std::string& text) {
   if (text == "now") {
     const std::time_t now = std::time(nullptr);
+    std::tm moment{};
     localtime_r(&now, &moment);
-  } else {
-    // A "T" between date and time is the ISO 8601 form. Whether the day exists is the phone's to judge.
-    std::string spaced = text;
-    std::ranges::replace(spaced, 'T', ' ');
-    char behind = 0;
-    if (std::sscanf(spaced.c_str(), "%d-%d-%d %d:%d:%d%c", &moment.tm_year, &moment.tm_mon, &moment.tm_mday,
-                    &moment.tm_hour, &moment.tm_min, &moment.tm_sec, &behind) != 6) {
-      Refuse(argument, text, "a time such as \"2024-02-29 12:30:00\", nor \"now\"");
-    }
-    moment.tm_year -= 1900;
-    moment.tm_mon -= 1;
+    return {moment.tm_year + 1900, moment.tm_mon + 1, moment.tm_mday,
+            moment.tm_hour,        moment.tm_min,     moment.tm_sec};
   }
+  // A "T" between date and time is the ISO 8601 form.
+  std::string spaced = text;
+  std::ranges::replace(spaced, 'T', ' ');
+  MomentWords words{};
+  char behind = 0;
+  if (std::sscanf(spaced.c_str(), "%d-%d-%d %d:%d:%d%c", &words[0], &words[1], &words[2], &words[3],
+                  &words[4], &words[5], &behind) != 6) {
+    Refuse(argument, text, "a time such as \"2024-02-29 12:30:00\", nor \"now\"");
+  }
+  return words;
+}
+
+void CheckMoment(const Argument& argument, const std::string& text) {
+  const MomentWords words = ParseMoment(argument, text);
+  for (std::size_t i = 0; i < words.size(); ++i) {
+    const auto& [name, range] = protocol::MOMENT_PARTS[i];
+    if (InRange(range, words[i])) continue;
+    throw UsageError(
+        fmt::format("{}: the {} {} is outside {}", argument.name, name, words[i], RangeText(range)));
+  }
+  const std::chrono::year_month_day date{std::chrono::year(words[0]),
+                                         std::chrono::month(static_cast<unsigned>(words[1])),
+                                         std::chrono::day(static_cast<unsigned>(words[2]))};
+  if (!date.ok())
+    throw UsageError(fmt::format("{}: the calendar has no such day as '{}'", argument.name, text));
+}
+
+Bytes EncodeMoment(const Argument& argument, const std::string& text) {
   Bytes bytes;
-  for (const int part : {moment.tm_year + 1900, moment.tm_mon + 1, moment.tm_mday, moment.tm_hour,
-                         moment.tm_min, moment.tm_sec}) {
-    AppendWord(bytes, static_cast<std::uint32_t>(part));
-  }
+  for (const int word : ParseMoment(argument, text)) AppendWord(bytes, static_cast<std::uint32_t>(word));
   return bytes;
 }
 
@@ -211,6 +266,12 @@ Argument Argument::OnlyChoices(std::vector<Choice> words) const {
   return changed;
 }
 
+Argument Argument::Within(protocol::Range values) const {
+  Argument changed = *this;
+  changed.range = values;
+  return changed;
+}
+
 Argument ArgumentFor(const protocol::Field& field) {
   using protocol::Form;
   const auto kind = [form = field.form] {
@@ -234,7 +295,15 @@ Argument ArgumentFor(const protocol::Field& field) {
   Argument argument = Plain(kind, field.size, field.name, field.meaning);
   argument.choices.assign(field.choices.begin(), field.choices.end());
   argument.only_choices = field.only_choices;
+  argument.range = field.range;
+  argument.may_insist = field.only_choices || IsStated(field.range) || kind == Argument::Kind::Moment;
   return argument;
+}
+
+Argument ArgumentFor(std::span<const protocol::Field> fields, std::string_view name) {
+  const auto field = std::ranges::find(fields, name, &protocol::Field::name);
+  if (field == fields.end()) throw std::logic_error(fmt::format("no field {}", name));
+  return ArgumentFor(*field);
 }
 
 Argument Number(std::string name, std::string help) {
@@ -247,10 +316,6 @@ Argument Text(std::string name, std::size_t size, std::string help) {
 
 Argument Content(std::string name, std::size_t size, std::string help) {
   return Plain(Argument::Kind::Content, size, std::move(name), std::move(help));
-}
-
-Argument Moment(std::string name, std::string help) {
-  return Plain(Argument::Kind::Moment, 24, std::move(name), std::move(help));
 }
 
 Argument Word(std::string name, std::string help) {
@@ -266,12 +331,9 @@ std::int64_t NumberOf(const Argument& argument, const ArgumentValue& value) {
   const std::string& text = std::get<std::string>(value);
   const auto choice = std::ranges::find(argument.choices, text, &Choice::name);
   if (choice != argument.choices.end()) return choice->value;
-  if (argument.only_choices) Refuse(argument, text, "one of " + ChoiceNames(argument));
-  const auto number = ParseNumber(text);
+  const auto number = argument.range.steps == 1 ? ParseNumber(text) : ParseUnits(text, argument.range);
   if (number) return *number;
-  Refuse(argument, text,
-         argument.choices.empty() ? "a number of at most 32 bits"
-                                  : "a number, nor one of " + ChoiceNames(argument));
+  RefuseValue(argument, text);
 }
 
 std::string TextOf(const ArgumentValue& value) {
@@ -279,12 +341,46 @@ std::string TextOf(const ArgumentValue& value) {
   return std::get<std::string>(value);
 }
 
-void CheckArgument(const Argument& argument, const std::string& text) {
-  if (argument.kind == Argument::Kind::Word && argument.only_choices &&
-      std::ranges::find(argument.choices, text, &Choice::name) == argument.choices.end()) {
-    Refuse(argument, text, "one of " + ChoiceNames(argument));
+void CheckArgument(const Argument& argument, const std::string& text, bool insisted) {
+  using Kind = Argument::Kind;
+  if (argument.kind == Kind::Word && argument.only_choices && !IsChoice(argument, text)) {
+    RefuseValue(argument, text);
+  }
+  if (argument.kind == Kind::Flag && text != "true" && text != "false") {
+    Refuse(argument, text, "true or false");
   }
   Encode(argument, text);
+  if (insisted && argument.may_insist) return;
+  if (argument.kind == Kind::Moment) CheckMoment(argument, text);
+  if (argument.kind != Kind::Number || IsChoice(argument, text)) return;
+  const std::int64_t number = NumberOf(argument, text);
+  const bool other = argument.only_choices &&
+                     std::ranges::find(argument.choices, number, &Choice::value) == argument.choices.end();
+  if (other || !InRange(argument.range, number)) RefuseValue(argument, text);
+}
+
+std::string RangeText(const protocol::Range& range) {
+  if (!IsStated(range)) return "";
+  return fmt::format("{} to {}{}{}", UnitsOf(range, range.lowest), UnitsOf(range, range.highest),
+                     *range.unit != 0 ? " " : "", range.unit);
+}
+
+std::string AllowedText(const Argument& argument) {
+  if (argument.kind == Argument::Kind::Moment) {
+    return fmt::format("{} {}, or now", protocol::MOMENT_PARTS[0].name,
+                       RangeText(protocol::MOMENT_PARTS[0].range));
+  }
+  const std::string range = RangeText(argument.range);
+  if (argument.choices.empty()) return range;
+  if (argument.only_choices) return ChoiceNames(argument);
+  return fmt::format("{}, or {}", ChoiceNames(argument), range.empty() ? "a number" : range);
+}
+
+double UnitsOf(const protocol::Range& range, std::int64_t number) {
+  // A tenth is what a person gave, if it is rounded to this step.
+  const double exact = static_cast<double>(number) / range.steps;
+  const double tenths = std::round(exact * 10) / 10;
+  return std::llround(tenths * range.steps) == number ? tenths : exact;
 }
 
 ArgumentValue ValueOf(const std::vector<Argument>& all, const Argument& argument,

@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <variant>
 #include <vector>
@@ -44,7 +45,10 @@ struct Argument {
   std::string same_as;                  // when not given: the named argument's text
   std::string length_of;                // when not given: the number of bytes of the named argument
   bool positional = true;
-  bool only_choices = false;
+  bool only_choices = false;  // no other word or number
+  protocol::Range range = {};
+  // The phone passes every value on to a driver or tool, so that a person may insist on one that is refused.
+  bool may_insist = false;
   std::vector<Choice> choices;
 
   Argument Optional(std::string text) const;            // --name TEXT, with a default
@@ -54,20 +58,22 @@ struct Argument {
   Argument LengthOf(std::string other) const;
   Argument Choices(std::vector<Choice> words) const;      // these words or any number
   Argument OnlyChoices(std::vector<Choice> words) const;  // these words and nothing else
+  Argument Within(protocol::Range values) const;
 };
 
 // The argument that a field of a request is given by.
 Argument ArgumentFor(const protocol::Field& field);
+Argument ArgumentFor(std::span<const protocol::Field> fields, std::string_view name);
 
 Argument Number(std::string name, std::string help);
 Argument Text(std::string name, std::size_t size, std::string help);
 Argument Content(std::string name, std::size_t size, std::string help);
-Argument Moment(std::string name, std::string help);
 Argument Word(std::string name, std::string help);
 Argument Flag(std::string name, std::string help);
 
-// Throws UsageError, with a message that names the argument, when the text is no value for it.
-void CheckArgument(const Argument& argument, const std::string& text);
+// Throws UsageError, with a message that names the argument, what it may be and the unit, when the text is no
+// value for it. If `insisted`, only what cannot be sent at all is refused of those that allow it.
+void CheckArgument(const Argument& argument, const std::string& text, bool insisted = false);
 
 // The value given for the argument, or what stands in for it. Throws UsageError if there is neither.
 ArgumentValue ValueOf(const std::vector<Argument>& all, const Argument& argument,
@@ -80,6 +86,15 @@ Bytes EncodeRequest(const std::vector<Argument>& request, const ArgumentValues& 
 std::int64_t NumberOf(const Argument& argument, const ArgumentValue& value);
 
 std::string TextOf(const ArgumentValue& value);
+
+// "0 to 22050 Hz"; empty if no range is stated.
+std::string RangeText(const protocol::Range& range);
+
+// "off, or 0 to 7": all that the argument may be; empty if nothing is stated.
+std::string AllowedText(const Argument& argument);
+
+// A number in the range's unit: "98.5" for 1576 steps of 1/16. The shortest decimal that means this number.
+double UnitsOf(const protocol::Range& range, std::int64_t number);
 
 // Shown in help for the value: "NUMBER", "AA:BB:CC:DD:EE:FF" and so on.
 std::string ValueForm(const Argument& argument);

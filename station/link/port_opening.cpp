@@ -136,12 +136,22 @@ constexpr int CONNECT_MILLISECONDS = 5000;
 
 using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
+// Any other text is the name of a service. The system takes a larger number's lowest 16 bits for the port.
+void CheckTcpPort(const std::string& port) {
+  constexpr int HIGHEST = 65535;
+  if (!std::ranges::all_of(port, [](char c) { return c >= '0' && c <= '9'; })) return;
+  const bool short_enough = port.size() <= 5;
+  if (short_enough && std::stoi(port) >= 1 && std::stoi(port) <= HIGHEST) return;
+  throw UsageError(fmt::format("TCP port '{}' is not a number from 1 to {}", port, HIGHEST));
+}
+
 // Splits "HOST:PORT"; the last colon is the one before the port.
 std::pair<std::string, std::string> SplitAddress(const std::string& address, const char* prefix) {
   const std::size_t colon = address.rfind(':');
   if (colon == std::string::npos || colon == 0 || colon + 1 == address.size()) {
-    throw LinkFailure(fmt::format("'{0}{1}' is not {0}HOST:PORT", prefix, address));
+    throw UsageError(fmt::format("'{0}{1}' is not {0}HOST:PORT", prefix, address));
   }
+  CheckTcpPort(address.substr(colon + 1));
   std::string host = address.substr(0, colon);
   if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
   return {host, address.substr(colon + 1)};
@@ -179,6 +189,12 @@ posix::FileDescriptor OpenSerialPort(const std::string& path) {
   HoldPort(port.Get(), path);
   ConfigurePort(port.Get(), path);
   return port;
+}
+
+void CheckPortName(const std::string& port) {
+  for (const char* prefix : {TCP_PREFIX, RFC2217_PREFIX}) {
+    if (port.starts_with(prefix)) SplitAddress(port.substr(std::strlen(prefix)), prefix);
+  }
 }
 
 posix::FileDescriptor OpenTcpPort(const std::string& address, const char* prefix) {

@@ -123,6 +123,10 @@ std::string JudgeLimit(const Limit& limit, const json& value) {
     }
   }
   if (limit.mask) {
+    if (!value.is_number_integer()) {
+      throw PlanError(
+          fmt::format("limit on \"{}\": its value {} is not a whole number", limit.reading, value.dump()));
+    }
     const auto masked = static_cast<std::uint64_t>(value.get<std::int64_t>()) & *limit.mask;
     if (Equal(*limit.equals, masked)) return "";
     return fmt::format("{}, under mask 0x{:X} it is 0x{:X} instead of {}", is, *limit.mask, masked,

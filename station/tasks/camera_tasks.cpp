@@ -21,6 +21,12 @@ Argument WhichPicture() {
       .OnlyChoices({{"blemish", CAPTURE_BLEMISH}, {"focus", CAPTURE_FOCUS}});
 }
 
+Argument SizeArgument() {
+  Argument size = Word("size", "WIDTHxHEIGHT in pixels, at most 1200x1600").Optional("240x320");
+  size.may_insist = true;
+  return size;
+}
+
 struct Size {
   std::uint32_t width;
   std::uint32_t height;
@@ -35,6 +41,17 @@ Size ParseSize(const std::string& text) {
     if (height.ec == std::errc{} && height.ptr == end) return size;
   }
   throw UsageError(fmt::format("size: '{}' is not WIDTHxHEIGHT, such as 240x320", text));
+}
+
+void CheckSizeArgument(const Values& values) {
+  const Size size = ParseSize(values.Text("size"));
+  if (values.IsSet(UNCHECKED)) return;
+  const auto check = [](const char* name, std::uint32_t pixels) {
+    const Argument argument = ArgumentFor(protocol::CameraRequest::FIELDS, name);
+    CheckArgument(argument, std::to_string(pixels));
+  };
+  check("width", size.width);
+  check("height", size.height);
 }
 
 // The action that deletes the picture that `capture` takes.
@@ -136,8 +153,7 @@ std::vector<Operation> CameraTasks() {
           .words = "camera capture",
           .help =
               "take a test picture, fetch it, check that it is whole, measure it and delete it on the phone",
-          .arguments = {WhichPicture(),
-                        Word("size", "WIDTHxHEIGHT in pixels, at most 1200x1600").Optional("240x320"),
+          .arguments = {WhichPicture(), SizeArgument(),
                         Number("rotate", "turn the picture clockwise")
                             .Optional("0")
                             .OnlyChoices({{"0", 0}, {"90", 90}, {"180", 180}, {"270", 270}}),
@@ -145,6 +161,7 @@ std::vector<Operation> CameraTasks() {
                         Flag("keep", "do not delete the picture on the phone")},
           .run = CapturePicture,
           .codes = {protocol::TEST_CAMERA, protocol::READ_PICTURE},
+          .check = CheckSizeArgument,
       },
       {
           .words = "camera fetch",

@@ -15,7 +15,7 @@ namespace station {
 namespace {
 
 Argument TimeLimit() {
-  return Number("seconds", "how long to wait, in seconds").Optional("60");
+  return Number("seconds", "how long to wait").Within({0, 86'400, "s"}).Optional("60");
 }
 
 Clock::time_point EndOfWait(const Values& values) {
@@ -93,9 +93,15 @@ Outcome WatchTouch(Session& session, const Values& values) {
   }
 }
 
+constexpr protocol::Range BAND = protocol::RadioRequest::BAND;
+
 struct Station {
-  std::uint32_t frequency;
+  std::uint32_t frequency;  // in the tuner's steps
   std::uint32_t signal;
+
+  double Units() const {
+    return UnitsOf(BAND, frequency);
+  }
 };
 
 std::string Chart(const std::vector<Station>& stations) {
@@ -104,13 +110,13 @@ std::string Chart(const std::vector<Station>& stations) {
   std::string chart;
   for (const Station& station : stations) {
     const std::uint32_t bar = std::min(station.signal, STRONGEST) * WIDTH / STRONGEST;
-    chart += fmt::format("\n{:>8} |{:#<{}}{:<{}}| {:>5}", station.frequency, "", bar, "", WIDTH - bar,
+    chart += fmt::format("\n{:>8} |{:#<{}}{:<{}}| {:>5}", station.Units(), "", bar, "", WIDTH - bar,
                          station.signal);
   }
   return chart;
 }
 
-Outcome ScanRadio(Session& session, const Values& values) {
+void CheckScan(const Values& values) {
   constexpr std::int64_t MOST_STEPS = 10'000;
   const std::int64_t from = values.Number("from");
   const std::int64_t to = values.Number("to");
@@ -118,6 +124,12 @@ Outcome ScanRadio(Session& session, const Values& values) {
   if (from < 0 || to < from || step < 1 || (to - from) / step >= MOST_STEPS) {
     throw UsageError("a scan goes from a frequency up to a higher one, in at most 10000 steps");
   }
+}
+
+Outcome ScanRadio(Session& session, const Values& values) {
+  const std::int64_t from = values.Number("from");
+  const std::int64_t to = values.Number("to");
+  const std::int64_t step = values.Number("step");
   Progress progress(session.Options().progress);
   std::vector<Station> stations;
   for (std::int64_t frequency = from; frequency <= to; frequency += step) {
@@ -125,7 +137,7 @@ Outcome ScanRadio(Session& session, const Values& values) {
         RunCommand(session, GetCommand(protocol::CONTROL_RADIO),
                    {{"mode", RADIO_MEASURE}, {"frequency", frequency}, {"volume", values.Number("volume")}});
     if (!outcome.failure.empty()) {
-      outcome.failure += fmt::format(" (at frequency {})", frequency);
+      outcome.failure += fmt::format(" (at {} {})", UnitsOf(BAND, frequency), BAND.unit);
       return outcome;
     }
     stations.push_back({WordAt(outcome.answer, 4), WordAt(outcome.answer, 8)});
@@ -133,14 +145,22 @@ Outcome ScanRadio(Session& session, const Values& values) {
   }
   nlohmann::ordered_json list = nlohmann::ordered_json::array();
   for (const Station& station : stations) {
-    list.push_back({{"frequency", station.frequency}, {"signal", station.signal}});
+    list.push_back({{"frequency", station.Units()}, {"signal", station.signal}});
   }
   const Station& best = *std::ranges::max_element(stations, {}, &Station::signal);
   Outcome outcome;
   outcome.readings = {{"scan", std::move(list), Chart(stations)},
-                      {"strongest", best.frequency, std::to_string(best.frequency)},
+                      {"strongest", best.Units(), fmt::format("{}", best.Units()), BAND.unit},
                       {"signal", best.signal, std::to_string(best.signal)}};
   return outcome;
+}
+
+// One of the scan's frequencies, under its own name.
+Argument ScanArgument(const std::string& name, const std::string& help, const std::string& fallback) {
+  Argument argument = ArgumentFor(protocol::RadioRequest::FIELDS, "frequency");
+  argument.name = name;
+  argument.help = help;
+  return argument.Optional(fallback);
 }
 
 }  // namespace
@@ -171,13 +191,14 @@ std::vector<Operation> DeviceTasks() {
       {
           .words = "radio scan",
           .help = "measure the signal over a band and draw it as a chart",
-          // 87.5 to 108 MHz for a tuner that counts in 1/16 MHz.
-          .arguments = {Number("from", "lowest frequency, in the tuner's unit").Optional("1400"),
-                        Number("to", "highest frequency").Optional("1728"),
-                        Number("step", "distance between two measurements").Optional("8"),
-                        Number("volume", "16-bit volume; 0 is mute").Optional("0")},
+          .arguments = {ScanArgument("from", "lowest frequency", "87.5"),
+                        ScanArgument("to", "highest frequency", "108"),
+                        ScanArgument("step", "distance between two measurements", "0.5")
+                            .Within({1, 10 * BAND.steps, BAND.unit, BAND.steps}),
+                        ArgumentFor(protocol::RadioRequest::FIELDS, "volume").Optional("0")},
           .run = ScanRadio,
           .codes = {protocol::CONTROL_RADIO},
+          .check = CheckScan,
       },
   };
 }

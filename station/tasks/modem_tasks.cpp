@@ -32,12 +32,20 @@ std::string ReplyLines(std::span<const std::uint8_t> reply) {
   return lines;
 }
 
+// The phone forwards the text unchanged, and the modem acts on a line at its carriage return.
+std::string AtText(const Values& values) {
+  return values.Text("command") + (values.IsSet("raw") ? "" : "\r");
+}
+
+void CheckAtText(const Values& values) {
+  if (AtText(values).size() <= AT_TEXT_SIZE) return;
+  throw UsageError(fmt::format("command: '{}' is longer than {} characters ({} with --raw)",
+                               values.Text("command"), AT_TEXT_SIZE - 1, AT_TEXT_SIZE));
+}
+
 Outcome SendAtCommand(Session& session, const Values& values) {
-  // The phone forwards the text unchanged, and the modem acts on a line at its carriage return.
-  const std::string ending = values.IsSet("raw") ? "" : "\r";
-  Outcome outcome =
-      RunCommand(session, GetCommand(protocol::EXCHANGE_AT),
-                 {{"command", values.Text("command") + ending}, {"timeout", values.Text("timeout")}});
+  Outcome outcome = RunCommand(session, GetCommand(protocol::EXCHANGE_AT),
+                               {{"command", AtText(values)}, {"timeout", values.Text("timeout")}});
   const std::string lines = ReplyLines(std::span(outcome.answer).subspan(4));
   if (outcome.failure.empty()) outcome.readings = {{"reply", lines, lines}};
   if (!outcome.failure.empty() && !lines.empty()) outcome.failure += fmt::format(" (so far: {})", lines);
@@ -45,13 +53,9 @@ Outcome SendAtCommand(Session& session, const Values& values) {
 }
 
 Outcome PassThrough(Session& session, const Values& values) {
-  constexpr std::int64_t LONGEST = 3'600'000;
-  const std::int64_t linger = values.Number("linger");
-  if (linger < 0 || linger > LONGEST)
-    throw UsageError(fmt::format("linger: the time must be from 0 to {} ms", LONGEST));
   Outcome outcome = RunCommand(session, GetCommand(protocol::PASS_THROUGH), {});
   if (!outcome.failure.empty()) return outcome;
-  RelayToModem(session.GetLink(), values.IsSet("raw"), std::chrono::milliseconds(linger));
+  RelayToModem(session.GetLink(), values.IsSet("raw"), std::chrono::milliseconds(values.Number("linger")));
   outcome.silent = true;
   return outcome;
 }
@@ -60,9 +64,7 @@ Outcome PassThrough(Session& session, const Values& values) {
 // earlier reading is read first. A full chunk after the image's largest size is a failure: the phone has lost
 // its place.
 Outcome FetchModemImage(Session& session, const Values& values) {
-  const std::int64_t kilobytes = values.Number("largest");
-  if (kilobytes < 1 || kilobytes > 65536) throw UsageError("largest: the size must be from 1 to 65536 KiB");
-  const auto largest = static_cast<std::size_t>(kilobytes) * 1024;
+  const auto largest = static_cast<std::size_t>(values.Number("largest")) * 1024;
   const Command& command = GetCommand(protocol::READ_MODEM_IMAGE);
   Outcome outcome;
   Progress progress(session.Options().progress);
@@ -88,18 +90,19 @@ std::vector<Operation> ModemTasks() {
           .help = "send an AT command to the modem and show the first 32 bytes of its reply",
           .arguments = {Text("command", AT_TEXT_SIZE,
                              "the AT command, at most 31 characters (32 with --raw)"),
-                        Number("timeout", "how long the modem may take, in milliseconds").Optional("3000"),
+                        ArgumentFor(protocol::AtRequest::FIELDS, "timeout").Optional("3000"),
                         Flag("raw", "send the text as it is, without a carriage return after it")},
           .run = SendAtCommand,
           .codes = {protocol::EXCHANGE_AT},
+          .check = CheckAtText,
       },
       {
           .words = "modem pass-through",
           .help = "relay between this terminal and the modem's data port; Ctrl-] or the end of input leaves",
           .arguments = {Flag("raw",
                              "a plain pipe for file transfer programs: every byte goes through as it is"),
-                        Number("linger",
-                               "how long the modem must be quiet after the end of input, in milliseconds")
+                        Number("linger", "how long the modem must be quiet after the end of input")
+                            .Within({0, 3'600'000, "ms"})
                             .Optional("1000")},
           .run = PassThrough,
           .codes = {protocol::PASS_THROUGH},
@@ -108,9 +111,10 @@ std::vector<Operation> ModemTasks() {
       {
           .words = "modem-image fetch",
           .help = "fetch the modem's file-system image from flash into a file",
-          .arguments =
-              {Word("output", "file to write the image to").Named(),
-               Number("largest", "largest size of the image, in KiB; more is a failure").Optional("80")},
+          .arguments = {Word("output", "file to write the image to").Named(),
+                        Number("largest", "largest size of the image; more is a failure")
+                            .Within({1, 65536, "KiB"})
+                            .Optional("80")},
           .run = FetchModemImage,
           .codes = {protocol::READ_MODEM_IMAGE},
       },

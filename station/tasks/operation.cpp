@@ -8,6 +8,7 @@
 #include <fstream>
 #include <stdexcept>
 
+#include "posix/nearest_words.h"
 #include "station/commands/errors.h"
 
 namespace station {
@@ -41,6 +42,12 @@ std::vector<Operation> AllOperations() {
   }
   for (const auto& tasks : {ServiceTasks(), ProductionTasks(), ModemTasks(), DeviceTasks(), CameraTasks()}) {
     all.insert(all.end(), tasks.begin(), tasks.end());
+  }
+  for (Operation& operation : all) {
+    if (std::ranges::find(operation.arguments, true, &Argument::may_insist) == operation.arguments.end())
+      continue;
+    operation.arguments.push_back(
+        Flag(UNCHECKED, "send values outside the stated ranges too, for the phone's drivers to judge"));
   }
   return all;
 }
@@ -77,12 +84,16 @@ const Operation* FindOperation(const std::string& words) {
 }
 
 void CheckArguments(const Operation& operation, const ArgumentValues& given) {
+  const bool insisted = given.contains(UNCHECKED) && TextOf(given.at(UNCHECKED)) == "true";
   for (const auto& [name, value] : given) {
     const auto argument = std::ranges::find(operation.arguments, name, &Argument::name);
     if (argument == operation.arguments.end()) {
-      throw UsageError(fmt::format("\"{}\" has no argument \"{}\"", operation.words, name));
+      std::vector<std::string> known;
+      for (const Argument& each : operation.arguments) known.push_back(each.name);
+      throw UsageError(fmt::format("\"{}\" has no argument \"{}\"{}", operation.words, name,
+                                   posix::DidYouMean(name, known)));
     }
-    CheckArgument(*argument, TextOf(value));
+    CheckArgument(*argument, TextOf(value), insisted);
   }
   for (const Argument& argument : operation.arguments) ValueOf(operation.arguments, argument, given);
   if (operation.check) operation.check(Values(operation.arguments, given));
@@ -155,16 +166,20 @@ nlohmann::ordered_json ReadingsJson(const std::vector<Reading>& readings) {
   return object;
 }
 
+static std::string TextWithUnit(const Reading& reading) {
+  return reading.text + (reading.unit.empty() ? "" : " " + reading.unit);
+}
+
 std::string ReadingsText(const std::vector<Reading>& readings) {
   if (readings.size() == 1) {
-    const std::string& text = readings.front().text;
+    const std::string text = TextWithUnit(readings.front());
     return (text.starts_with('\n') ? text.substr(1) : text) + "\n";
   }
   std::size_t width = 0;
   for (const Reading& reading : readings) width = std::max(width, reading.name.size());
   std::string lines;
   for (const Reading& reading : readings)
-    lines += fmt::format("{:<{}}  {}\n", reading.name + ":", width + 1, reading.text);
+    lines += fmt::format("{:<{}}  {}\n", reading.name + ":", width + 1, TextWithUnit(reading));
   return lines;
 }
 

@@ -69,7 +69,11 @@ const std::vector<Operation>& Operations();
 
 const Operation* FindOperation(const std::string& words);
 
-// Checks all arguments of a run before anything is sent. Throws UsageError, which names the argument.
+// The flag with which a person insists on values that are outside what the protocol states for them.
+constexpr const char* UNCHECKED = "unchecked";
+
+// Checks all arguments of a run before anything is sent. Throws UsageError, which names the argument, what it
+// may be and the unit.
 void CheckArguments(const Operation& operation, const ArgumentValues& given);
 
 Outcome Perform(const Operation& operation, Session& session, const ArgumentValues& given);

@@ -16,10 +16,8 @@ Outcome RunRaw(Session& session, const Values& values) {
   AppendWord(sent, static_cast<std::uint32_t>(values.Number("code")));
   const Bytes request = BytesFromHex(values.Text("request"));
   sent.insert(sent.end(), request.begin(), request.end());
-  const std::int64_t size = values.Number("answer");
-  if (size < 0 || size > 65536) throw UsageError("answer: the size must be from 0 to 65536 bytes");
-  const Bytes answer =
-      session.RunRaw("raw code " + values.Text("code"), sent, static_cast<std::size_t>(size), PROMPT);
+  const Bytes answer = session.RunRaw("raw code " + values.Text("code"), sent,
+                                      static_cast<std::size_t>(values.Number("answer")), PROMPT);
   Outcome outcome;
   if (answer.empty()) outcome.remark = "sent; no answer asked for";
   if (!answer.empty()) {
@@ -37,7 +35,8 @@ Outcome PauseLink(Session& session, const Values& values) {
   Outcome outcome = RunCommand(session, GetCommand(protocol::PAUSE_LINK), values.Given());
   if (!outcome.failure.empty() || values.IsSet("no-wait")) return outcome;
   const Clock::time_point start = Clock::now();
-  const std::chrono::seconds pause{std::max<std::int64_t>(values.Number("seconds"), 0)};
+  // The phone takes the number as unsigned.
+  const std::chrono::seconds pause{static_cast<std::uint32_t>(values.Number("seconds"))};
   SleepUnlessInterrupted(pause);
   do {
     if (session.TryRun(GetCommand(protocol::PING), {}, PING_TIME)) {
@@ -63,9 +62,15 @@ Outcome ReadVersions(Session& session, const Values&) {
   return outcome;
 }
 
+void CheckOneTime(const Values& values) {
+  const bool now = values.IsSet("now");
+  const std::string time = values.Text("time");
+  if (time.empty() && !now) throw UsageError("time: give a date and time, or --now");
+  if (!time.empty() && now) throw UsageError(fmt::format("time: '{}' and --now exclude each other", time));
+}
+
 Outcome SetClock(Session& session, const Values& values) {
   const std::string time = values.IsSet("now") ? "now" : values.Text("time");
-  if (time.empty()) throw UsageError("time: give a date and time, or --now");
   return RunCommand(session, GetCommand(protocol::SET_CLOCK), {{"time", time}});
 }
 
@@ -79,14 +84,16 @@ std::vector<Operation> ServiceTasks() {
           .arguments = {Number("code", "command code, for instance 0x2B"),
                         Word("request", "request bytes in hexadecimal, for instance \"01000000 00000000\"")
                             .Optional("00000000"),
-                        Number("answer", "how many answer bytes to wait for").Optional("4")},
+                        Number("answer", "how many answer bytes to wait for")
+                            .Within({0, 65536, "bytes"})
+                            .Optional("4")},
           .run = RunRaw,
           .codes = {},
       },
       {
           .words = "pause-link",
           .help = "let the phone close its end of the serial port for a while, and wait for its return",
-          .arguments = {Number("seconds", "how long the phone keeps the port closed"),
+          .arguments = {ArgumentFor(protocol::PauseRequest::FIELDS, "seconds"),
                         Flag("no-wait", "do not wait until the phone answers again")},
           .run = PauseLink,
           .codes = {protocol::PAUSE_LINK},
@@ -102,10 +109,11 @@ std::vector<Operation> ServiceTasks() {
       {
           .words = "clock set",
           .help = "set the real-time clock",
-          .arguments = {Moment("time", "date and time").OptionalPositional(""),
+          .arguments = {ArgumentFor(protocol::ClockRequest::FIELDS, "time").OptionalPositional(""),
                         Flag("now", "take this computer's local time")},
           .run = SetClock,
           .codes = {protocol::SET_CLOCK},
+          .check = CheckOneTime,
       },
   };
 }

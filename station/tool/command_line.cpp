@@ -10,6 +10,8 @@
 #include "station/commands/clean_text.h"
 #include "station/commands/errors.h"
 #include "station/configuration/slots.h"
+#include "station/link/port_list.h"
+#include "station/link/port_opening.h"
 
 namespace station {
 
@@ -70,13 +72,6 @@ const Topic* FindTopic(const std::string& word) {
   return nullptr;
 }
 
-std::string ChoicesText(const Argument& argument) {
-  std::string names;
-  for (const Choice& choice : argument.choices)
-    names += names.empty() ? choice.name : fmt::format(", {}", choice.name);
-  return names;
-}
-
 void AddFlag(CLI::App& subcommand, const Argument& argument, Invocation& invocation) {
   subcommand.add_flag_callback(
       "--" + argument.name, [&invocation, name = argument.name] { invocation.arguments[name] = "true"; },
@@ -88,13 +83,8 @@ void AddArgument(CLI::App& subcommand, const Argument& argument, Invocation& inv
     AddFlag(subcommand, argument, invocation);
     return;
   }
-  const auto take = [&invocation, argument](const std::string& text) {
-    try {
-      CheckArgument(argument, text);
-    } catch (const UsageError& error) {
-      throw CLI::ValidationError(error.what());
-    }
-    invocation.arguments[argument.name] = text;
+  const auto take = [&invocation, name = argument.name](const std::string& text) {
+    invocation.arguments[name] = text;
   };
   std::string flags = argument.positional ? argument.name : "--" + argument.name;
   if (argument.name == "output") flags = "-o," + flags;
@@ -131,14 +121,17 @@ void AddGlobalOptions(CLI::App& app, Settings& settings) {
                  "(PHONETEST_PORT) or exactly one USB serial port is plugged in")
       ->type_name("PORT")
       ->allow_extra_args(false);
-  app.add_option_function<long>(
+  const Argument time =
+      Number("timeout", "how long to wait for an answer, instead of each command's own time")
+          .Within({1, 3'600'000, "ms"});
+  app.add_option_function<std::string>(
          "--timeout",
-         [&settings](const long& milliseconds) {
-           settings.answer_time = std::chrono::milliseconds(milliseconds);
+         [&settings, time](const std::string& text) {
+           CheckArgument(time, text);
+           settings.answer_time = std::chrono::milliseconds(NumberOf(time, text));
          },
-         "how long to wait for an answer, in milliseconds, instead of each command's own time")
-      ->type_name("MS")
-      ->check(CLI::Range(1, 3'600'000));
+         HelpText(time))
+      ->type_name("MS");
   app.add_flag("--json", settings.json, "results as JSON on standard output");
   app.add_option("--trace", settings.trace_file, "record every byte on the link, with direction and time")
       ->type_name("FILE");
@@ -192,13 +185,17 @@ void DescribeCommandLine(CLI::App& app, Invocation& invocation) {
       "signal. If several apply to a plan, 6 wins, then 4, 3, 1 and 5.");
 }
 
+ExitStatus Refuse(const std::string& reason) {
+  fmt::print(stderr, "{}: {}\nRun with --help for more information.\n", PROGRAM, CleanText(reason));
+  return ExitStatus::Usage;
+}
+
 }  // namespace
 
 std::string HelpText(const Argument& argument) {
   std::string text = argument.help;
-  if (!argument.choices.empty()) {
-    text += fmt::format(" ({}{})", ChoicesText(argument), argument.only_choices ? "" : ", or a number");
-  }
+  if (const std::string allowed = AllowedText(argument); !allowed.empty())
+    text += fmt::format(" ({})", allowed);
   if (argument.fallback && argument.kind != Argument::Kind::Flag && !argument.fallback->empty()) {
     text += fmt::format(" [{}]", *argument.fallback);
   }
@@ -211,7 +208,10 @@ std::vector<std::string> ChosenPorts(const Settings& settings) {
   std::vector<std::string> ports = settings.ports;
   const std::string configured = settings.configuration.Text("port");
   if (ports.empty() && !configured.empty()) ports.push_back(configured);
-  for (std::string& port : ports) port = NamedPort(port, settings.configuration, plugged_in);
+  for (std::string& port : ports) {
+    port = NamedPort(port, settings.configuration, plugged_in);
+    CheckPortName(port);
+  }
   if (!ports.empty()) return ports;
   NameSlots(plugged_in, settings.configuration);
   return {OnlyPort(plugged_in)};
@@ -233,13 +233,15 @@ std::variant<Invocation, ExitStatus> ParseCommandLine(int count, char** words) {
   DescribeCommandLine(app, invocation);
   try {
     app.parse(count, words);
+    if (invocation.operation != nullptr) CheckArguments(*invocation.operation, invocation.arguments);
+  } catch (const UsageError& error) {
+    return Refuse(error.what());
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {  // help or version
       app.exit(error);
       return ExitStatus::Passed;
     }
-    fmt::print(stderr, "{}: {}\nRun with --help for more information.\n", PROGRAM, CleanText(error.what()));
-    return ExitStatus::Usage;
+    return Refuse(error.what());
   }
   return invocation;
 }

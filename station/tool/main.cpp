@@ -30,7 +30,6 @@ ExitStatus RunOperation(const Invocation& invocation) {
   const Settings& settings = invocation.settings;
   const Operation& operation = *invocation.operation;
   const std::string port = ChosenPort(settings);
-  CheckArguments(operation, invocation.arguments);
   if (!operation.question.empty() && !settings.yes && !Confirmed(operation.question)) {
     fmt::print(stderr, "not done\n");
     return ExitStatus::Usage;

@@ -44,6 +44,11 @@ raw: no echo, no translation of line ends, no special characters. A port with ec
 to it, where its words are taken as codes: the next command is lost, and a status can be a command.
 )";
 
+constexpr const char* RANGES =
+    R"(The values in parentheses are those that make sense. The phone itself checks few of them: most words go to a driver or a
+tool as they are. `phonetest` sends other values only with `--unchecked`.
+)";
+
 // Some exchanges that a new reader can follow byte by byte. The requests are made by the table's own encoder.
 struct Example {
   const char* story;
@@ -172,13 +177,18 @@ std::string RequestForm(const Field& field) {
   }
 }
 
-std::string RequestMeaning(const Field& field) {
+std::string MeaningText(const Field& field) {
   std::string meaning = field.meaning;
   for (const Choice& choice : field.choices) meaning += fmt::format("; {} is {}", choice.name, choice.value);
-  const auto& [lowest, highest, unit] = field.range;
-  if (lowest <= highest) {
-    meaning += fmt::format(" ({} to {}{}{})", lowest, highest, *unit != 0 ? " " : "", unit);
+  if (field.form == Form::Moment) {
+    for (const auto& [name, range] : protocol::MOMENT_PARTS) {
+      meaning += fmt::format("{}{} {}", name == protocol::MOMENT_PARTS[0].name ? ": " : ", ", name,
+                             RangeText(range));
+    }
   }
+  if (IsStated(field.range)) meaning += fmt::format(" ({})", RangeText(field.range));
+  if (field.range.steps != 1)
+    meaning += fmt::format(", counted in 1/{} {}", field.range.steps, field.range.unit);
   return meaning;
 }
 
@@ -193,7 +203,7 @@ std::string RequestPart(const protocol::CommandDescription& stated) {
   for (const Field& field : stated.request) {
     const std::string name = *field.name == 0 ? "" : fmt::format("{}: ", field.name);
     page += fmt::format("| {} | {} | {} | {}{} |\n", offset, field.size, RequestForm(field), name,
-                        RequestMeaning(field));
+                        MeaningText(field));
     offset += field.size;
   }
   return page;
@@ -225,8 +235,8 @@ std::string AnswerPart(const Command& command) {
   std::size_t offset = 0;
   for (const Field& field : command.answer) {
     const std::string name = *field.name == 0 ? "" : fmt::format("{}: ", field.name);
-    page +=
-        fmt::format("| {} | {} | {} | {}{} |\n", offset, field.size, AnswerForm(field), name, field.meaning);
+    page += fmt::format("| {} | {} | {} | {}{} |\n", offset, field.size, AnswerForm(field), name,
+                        MeaningText(field));
     offset += field.size;
   }
   return page;
@@ -306,7 +316,7 @@ std::string CommandList() {
 
 std::string ProtocolPage() {
   std::string page = HEAD + ExamplePart() + OverviewPart() + RelayPart() + ResultCodePart() + KeyPart() +
-                     "\n## Each command\n";
+                     "\n## Each command\n\n" + RANGES;
   for (const protocol::CommandDescription& stated : protocol::COMMANDS) page += CommandPart(stated);
   return page;
 }

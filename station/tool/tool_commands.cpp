@@ -65,7 +65,7 @@ std::chrono::milliseconds ParsePause(const std::string& text) {
   double seconds = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
   if (error != std::errc{} || end != text.data() + text.size() || !(seconds >= 0 && seconds <= LONGEST)) {
-    throw UsageError(fmt::format("--longest-pause: '{}' is not a number from 0 to {}", text, LONGEST));
+    throw UsageError(fmt::format("--longest-pause: '{}' is not a number from 0 to {} s", text, LONGEST));
   }
   return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(seconds));
 }

@@ -1,7 +1,9 @@
 // Every command's exact bytes on the link, and what the tool makes of the answer.
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "tests/station/scripted_phone.h"
 
@@ -94,7 +96,7 @@ TEST(Commands, LinkAndDisplay) {
       {{"motor", "on"}, "2B0000000100000000000000", ZERO, 0, "ok\n"},
       {{"motor", "off"}, "2B0000000000000000000000", ZERO, 0, "ok\n"},
       {{"led", "4"}, "390000000400000000000000", ZERO, 0, "ok\n"},
-      {{"led", "-1"}, "39000000FFFFFFFF00000000", ZERO, 0, "ok\n"},
+      {{"led", "-1", "--unchecked"}, "39000000FFFFFFFF00000000", ZERO, 0, "ok\n"},
       {{"led", "off"}, "390000000000000000000000", OPEN_FAILED, 1, "device or file could not be opened"},
       {{"uart-rx", "1"}, "3A0000000100000000000000", ZERO, 0, "ok\n"},
   };
@@ -185,8 +187,7 @@ TEST(Commands, Maintenance) {
        ZERO,
        0,
        "ok\n"},
-      // The day is the phone's to refuse.
-      {{"clock", "set", "2006-02-31 00:00:00"},
+      {{"clock", "set", "2006-02-31 00:00:00", "--unchecked"},
        "2F000000D6070000020000001F0000000000000000000000000000000000000000000000",
        "F9D8FFFF",
        1,
@@ -247,7 +248,7 @@ TEST(Commands, ModemAndBluetooth) {
        "F9D8FFFF" + Repeat("00", 32),
        1,
        "no \"OK\" or \"ERROR\" came"},
-      {{"at", "12345678901234567890123456789012"}, "", "", 2, "longer than 32"},
+      {{"at", "12345678901234567890123456789012"}, "", "", 2, "longer than 31"},
       {{"modem", "state"}, "3E000000" + ZERO, "00D9FFFF", 1, "-9984 MODEM_STATE_ZERO"},
       {{"modem", "lines", "on", "0", "1"}, "3F000000010000000000000001000000", ZERO, 0, "ok\n"},
       {{"--yes", "modem", "control", "on"}, "4600000001000000", ZERO, 0, "ok\n"},
@@ -268,7 +269,7 @@ TEST(Commands, ModemAndBluetooth) {
        ZERO + "02000000" + "AABB" + Repeat("00", 14),
        0,
        "count:  2\ndata:   AA BB\n"},
-      {{"bluetooth", "data-for-data", "00:11:22:AA:BB:CC", "", "--length", "256"},
+      {{"bluetooth", "data-for-data", "00:11:22:AA:BB:CC", "", "--length", "256", "--unchecked"},
        "42000000" + address + "00010000" + Repeat("00", 16),
        "F8D8FFFF" + Repeat("00", 20),
        1,
@@ -310,23 +311,30 @@ TEST(Commands, SoundKeysTouchAndCamera) {
        1,
        "-9792 THIRD_REQUEST_FAILED: third mixer request of the AMR path failed"},
       {{"play", "stop"}, "40000000000000000200000000000000", ZERO, 0, "ok\n"},
-      {{"radio", "measure", "1576", "--volume", "0", "--extra", "1", "--extra-flag", "1"},
+      {{"radio", "measure", "98.5", "--volume", "0", "--extra", "1", "--extra-flag", "1"},
        "2C000000010000002806000000000000"
        "0100000001000000",
        ZERO + "28060000"
               "00A00000",
        0,
-       "frequency:  1576\nsignal:     40960\n"},
-      {{"radio", "play", "1576"},
+       "frequency:  98.5 MHz\nsignal:     40960\n"},
+      {{"radio", "play", "98.5"},
        "2C0000000200000028060000008000000000000000000000",
        "C0D9FFFF" + ZERO + ZERO,
        1,
        "-9792 THIRD_REQUEST_FAILED: the private request failed"},
-      {{"radio", "tune", "1576"},
-       "2C0000000300000028060000008000000000000000000000",
-       ZERO + ZERO + ZERO,
+      // 98.3 MHz are 1572.8 sixteenths.
+      {{"radio", "tune", "98.3"},
+       "2C0000000300000025060000008000000000000000000000",
+       ZERO + "25060000" + ZERO,
        0,
-       "frequency:  0\nsignal:     0\n"},
+       "frequency:  98.3 MHz\nsignal:     0\n"},
+      // A tuner that counts in 1/16 kHz.
+      {{"radio", "tune", "98300", "--unchecked"},
+       "2C00000003000000C0FF1700008000000000000000000000",
+       ZERO + "C1FF1700" + ZERO,
+       0,
+       "frequency:  98300.0625 MHz\nsignal:     0\n"},
       {{"radio", "off"},
        "2C000000" + Repeat("00", 20),
        "5CD9FFFF" + ZERO + ZERO,
@@ -363,6 +371,46 @@ TEST(Commands, SoundKeysTouchAndCamera) {
        "no such picture on the phone"},
   };
   for (const Case& tried : cases) Try(tried);
+}
+
+// A mistake on the command line ends with status 2 and one sentence, before the port is opened.
+TEST(Commands, MistakesAreNamedBeforeAnythingIsSent) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"clock set 2024-13-01T00:00:00", "time: the month 13 is outside 1 to 12"},
+      {"clock set 2038-01-01T00:00:00", "time: the year 2038 is outside 1970 to 2037"},
+      {"clock set 2024-01-01T24:00:00", "time: the hour 24 is outside 0 to 23"},
+      {"clock set 2023-02-29T00:00:00", "time: the calendar has no such day"},
+      {"clock set 2024-02-29T00:00:00 --now", "exclude each other"},
+      {"led -1", "colour: '-1' is not off, or a number from 0 to 7"},
+      {"display backlight 1000", "backlight: '1000' is not a number from 0 to 100"},
+      {"display solid 65536", "or a number from 0 to 65535"},
+      {"tone start 999999", "frequency: '999999' is not a number from 0 to 22050 Hz"},
+      {"tone start 1 2 --route 4", "route: '4' is not a number from 0 to 3"},
+      {"audio-path on 9", "path: '9' is not a number from 1 to 3"},
+      {"radio tune 1576", "frequency: '1576' is not a number from 65 to 108 MHz"},
+      {"radio scan --from 100 --to 99", "up to a higher one"},
+      {"radio scan --step 0.01", "step: '0.01' is not a number from 0.0625 to 10 MHz"},
+      {"radio measure 98.5 --extra 2", "extra: '2'"},
+      {"play 11", "clip: '11' is not one of mp3"},
+      {"run-in 0", "from 1 to 3600 s"},
+      {"pause-link 99999999", "seconds: '99999999' is not a number from 0 to 3600 s"},
+      {"at AT --timeout -1", "from 0 to 3600000 ms"},
+      {"modem lines on 2 off", "second: '2'"},
+      {"key wait --seconds 86401", "from 0 to 86400 s"},
+      {"camera capture focus --size 1201x1", "width: '1201' is not a number from 1 to 1200 pixels"},
+      {"camera capture focus --size 1x0", "height: '0' is not a number from 1 to 1600 pixels"},
+      {"raw 0 --answer 65537", "from 0 to 65536 bytes"},
+      {"--timeout 0 ping", "timeout: '0' is not a number from 1 to 3600000 ms"},
+      {"--port tcp:localhost:99999 ping", "TCP port '99999' is not a number from 1 to 65535"},
+  };
+  for (const auto& [line, part] : cases) {
+    std::istringstream words(line);
+    const std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};
+    const ToolResult result = RunTool(arguments);
+    EXPECT_EQ(result.status, 2) << line;
+    EXPECT_TRUE(result.errors.starts_with("phonetest: ") && result.errors.find(part) != std::string::npos)
+        << line << ": " << result.errors;
+  }
 }
 
 TEST(Commands, JsonTellsEverything) {

@@ -72,7 +72,7 @@ TEST(Link, AnEndlessConversationIsNotKeptWhole) {
 TEST(Link, PortsThatCannotBeUsed) {
   ExpectFailure(RunTool({"--port", "/dev/no-such-port", "ping"}), 3, "there is no port /dev/no-such-port");
   ExpectFailure(RunTool({"--port", "/dev/null", "ping"}), 3, "/dev/null is not a serial port");
-  ExpectFailure(RunTool({"--port", "tcp:localhost", "ping"}), 3, "is not tcp:HOST:PORT");
+  ExpectFailure(RunTool({"--port", "tcp:localhost", "ping"}), 2, "is not tcp:HOST:PORT");
   // Port 1 of the loopback has no listener.
   ExpectFailure(RunTool({"--port", "tcp:127.0.0.1:1", "ping"}), 3, "cannot connect to 127.0.0.1:1");
 }

@@ -287,7 +287,7 @@ TEST(SimulatedPhone, GivesTheSameAnswersToAReplay) {
   const std::string trace = TemporaryFile("trace", "");
   const std::string plan = TemporaryFile("plan.json", R"({"steps": [
       {"command": "versions"}, {"command": "factory-info read"}, {"command": "modem-image fetch",
-       "arguments": {"output": "${scratch}/image"}}, {"command": "radio measure", "arguments": {"frequency": 1576}}]})");
+       "arguments": {"output": "${scratch}/image"}}, {"command": "radio measure", "arguments": {"frequency": 98.5}}]})");
   Phone phone;
   EXPECT_EQ(RunTool({"--port", phone.Port(), "--trace", trace, "run", plan}).status, 0);
   const ToolResult same = RunTool({"--port", phone.Port(), "replay", trace});

@@ -182,17 +182,17 @@ TEST(Tasks, RadioScanDrawsTheBand) {
   const auto measure = [](const std::string& frequency) {
     return "2C00000001000000" + frequency + ZERO + ZERO + ZERO;
   };
-  ScriptedPhone phone({{measure("0A000000"), ZERO + "0A000000" + ZERO},
-                       {measure("14000000"), ZERO + "14000000" + "FFFF0000"},
-                       {measure("1E000000"), ZERO + "1E000000" + "00800000"}});
+  ScriptedPhone phone({{measure("40060000"), ZERO + "40060000" + ZERO},
+                       {measure("4A060000"), ZERO + "4A060000" + "FFFF0000"},
+                       {measure("54060000"), ZERO + "54060000" + "00800000"}});
   const ToolResult result =
-      RunTool({"--port", phone.Port(), "radio", "scan", "--from", "10", "--to", "35", "--step", "10"});
-  EXPECT_NE(result.output.find("20 |##################################################| 65535"),
+      RunTool({"--port", phone.Port(), "radio", "scan", "--from", "100", "--to", "101.5", "--step", "0.6"});
+  EXPECT_NE(result.output.find("100.6 |##################################################| 65535"),
             std::string::npos)
       << result.output;
-  EXPECT_NE(result.output.find("30 |#########################                         | 32768"),
+  EXPECT_NE(result.output.find("101.25 |#########################                         | 32768"),
             std::string::npos);
-  EXPECT_NE(result.output.find("strongest:  20"), std::string::npos);
+  EXPECT_NE(result.output.find("strongest:  100.6 MHz"), std::string::npos);
   EXPECT_EQ(phone.Difference(), "");
 }
 
