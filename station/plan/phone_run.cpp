@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "station/commands/errors.h"
+#include "station/link/interruption.h"
 
 namespace station {
 
@@ -39,6 +40,8 @@ PlanResult RunOnPort(const Plan& plan, const std::string& port, const PhoneRun::
     Link link(port, trace.get());
     Session session(link, options.session);
     return RunPlan(plan, session, person, control);
+  } catch (const Aborted& aborted) {
+    return UnstartedPlan(plan, port, aborted.what(), Verdict::Aborted);
   } catch (const std::exception& failure) {
     return UnstartedPlan(plan, port, failure.what());
   }

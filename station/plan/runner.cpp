@@ -280,14 +280,15 @@ PlanResult RunPlan(const Plan& plan, Session& session, Operator& person, const R
   return Run(plan, session, person, control).All();
 }
 
-PlanResult UnstartedPlan(const Plan& plan, const std::string& port, const std::string& failure) {
+PlanResult UnstartedPlan(const Plan& plan, const std::string& port, const std::string& failure,
+                         Verdict verdict) {
   PlanResult result = BegunPlan(plan, port);
-  result.verdict = Verdict::NoLink;
+  result.verdict = verdict;
   for (const Step& step : plan.steps) {
     result.steps.push_back(Begun(step));
     result.steps.back().message = "not run: no link";
   }
-  result.steps.front().verdict = Verdict::NoLink;
+  result.steps.front().verdict = verdict;
   result.steps.front().message = failure;
   return result;
 }

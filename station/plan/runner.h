@@ -113,6 +113,7 @@ struct RunControl {
 PlanResult RunPlan(const Plan& plan, Session& session, Operator& person, const RunControl& control);
 
 // The result of a plan that could not start because the port cannot be used.
-PlanResult UnstartedPlan(const Plan& plan, const std::string& port, const std::string& failure);
+PlanResult UnstartedPlan(const Plan& plan, const std::string& port, const std::string& failure,
+                         Verdict verdict = Verdict::NoLink);
 
 }  // namespace station

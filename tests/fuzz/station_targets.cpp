@@ -1,11 +1,14 @@
-// What the station tool reads: answers, arguments, plans with their limits, and recorded traces. Whatever
-// they hold, they are refused with the exception that leads to the right exit status.
+// What the station tool reads: answers, arguments, plans with their limits, recorded traces, configurations
+// and what a serial server sends. Whatever they hold, they are refused with the exception that leads to the
+// right exit status.
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include "posix/file_descriptor.h"
 #include "station/commands/command.h"
 #include "station/commands/errors.h"
+#include "station/configuration/configuration_file.h"
+#include "station/link/telnet.h"
 #include "station/plan/plan.h"
 #include "station/tasks/operation.h"
 #include "station/tool/recorded_trace.h"
@@ -85,10 +88,46 @@ void TryTrace(Input input) {
   }
 }
 
+void TryConfiguration(Input input) {
+  const MemoryFile file(input.Text());
+  try {
+    for (const Slot& slot : ReadConfigurationFile(file.Path()).slots)
+      Check(!slot.name.empty(), "a slot's name");
+  } catch (const UsageError&) {
+  }
+}
+
+// A stream taken in pieces of any size is the same as in one, and escaped data comes back.
+void TryTelnet(Input input) {
+  const size_t piece = 1 + input.Byte() % 16;
+  const std::string text = input.Text();
+  const Bytes stream(text.begin(), text.end());
+  const auto decode = [](Bytes received, size_t step) {
+    telnet::Decoder decoder;
+    std::pair<Bytes, std::vector<Bytes>> taken;
+    for (size_t at = 0; at < received.size(); at += step) {
+      const auto room = std::span(received).subspan(at, std::min(step, received.size() - at));
+      const size_t size =
+          decoder.Decode(room, [&](const Bytes& command) { taken.second.push_back(command); });
+      taken.first.insert(taken.first.end(), room.begin(), room.begin() + static_cast<std::ptrdiff_t>(size));
+    }
+    return taken;
+  };
+  const auto whole = decode(stream, std::max<size_t>(stream.size(), 1));
+  Check(decode(stream, piece) == whole, "the pieces make no difference");
+  for (const Bytes& command : whole.second)
+    Check(command.size() >= 1 && command.size() <= 64, "a command's size");
+  Bytes escaped;
+  telnet::AppendEscaped(escaped, stream);
+  Check(decode(escaped, piece) == std::pair(stream, std::vector<Bytes>()), "escaped data comes back");
+}
+
 const bool added = AddTargets({{"answers", TryAnswer},
                                {"arguments", TryArguments},
                                {"plans", TryPlan},
                                {"limits", TryLimit},
-                               {"traces", TryTrace}});
+                               {"traces", TryTrace},
+                               {"configurations", TryConfiguration},
+                               {"telnet", TryTelnet}});
 
 }  // namespace

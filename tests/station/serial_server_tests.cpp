@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <csignal>
+
 #include <nlohmann/json.hpp>
 
 #include "tests/station/background.h"
@@ -92,6 +94,20 @@ TEST(SerialServer, ThatRefusesIsNotUsed) {
     EXPECT_NE(result.errors.find(message), std::string::npos) << result.errors;
     EXPECT_EQ(server.Difference(), "") << message;
   }
+}
+
+// A server that is connected and says nothing.
+TEST(SerialServer, ASignalEndsTheWaitForIt) {
+  const std::string number = TemporaryFolder() + "/number";
+  const auto interrupt = [&] { kill(std::stoi(ReadFile(number)), SIGINT); };
+  ScriptedPhone server(
+      {{.expected = "FFFB2CFFFB00FFFB03FFFD00FFFD03", .answer = "", .before_answer = interrupt}},
+      ScriptedPhone::Kind::TcpPort);
+  const std::string plan = TemporaryFile("plan.json", R"({"steps": [{"command": "ping"}]})");
+  const ToolResult result =
+      RunProgram({"sh", "-c", "echo $$ > " + number + "; exec \"$@\"", "sh", PHONETEST_PROGRAM, "--port",
+                  "rfc2217" + server.Port().substr(3), "run", plan});
+  EXPECT_EQ(result.status, 6) << result.output << result.errors;
 }
 
 }  // namespace
