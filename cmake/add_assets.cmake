@@ -2,7 +2,11 @@
 # defines web::Assets VARIABLE(), whose paths are the files' names. Called as a script, it writes that source.
 function(add_assets variable)
   set(source ${CMAKE_CURRENT_BINARY_DIR}/${variable}.cpp)
-  list(TRANSFORM ARGN PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/ OUTPUT_VARIABLE files)
+  set(files "")
+  foreach(file IN LISTS ARGN)
+    cmake_path(ABSOLUTE_PATH file BASE_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR})
+    list(APPEND files ${file})
+  endforeach()
   add_custom_command(OUTPUT ${source}
     COMMAND ${CMAKE_COMMAND} -DNAME=${variable} "-DFILES=${files}" -DSOURCE=${source}
             -P ${PROJECT_SOURCE_DIR}/cmake/add_assets.cmake

@@ -27,7 +27,7 @@ declare -A not_run=(
   ["tools/fuzz 600"]="takes long"
   ["tools/fuzz --keep plans"]="takes long"
 )
-endless='^phonesim( --no-server| -- -g|)$|--follow$'
+endless='^phonesim( --no-server| -- -g|)$|--follow$|serve '
 
 scratch=$(mktemp -d)
 export PHONESIM_GROUP=documents-$$ XDG_DATA_HOME=$scratch/data
@@ -39,6 +39,7 @@ trap 'stop_phones >/dev/null 2>&1; rm -rf "$scratch"' EXIT
 mkdir -p "$scratch/bin" "$scratch/build" "$scratch/DIR"
 ln -s "$build" "$scratch/build/desk"
 ln -s "$build/phonesim" "$build/phonetest" "$scratch/bin"
+ln -s "$sources/plans" "$scratch/plans"
 cp "$sources/docs/images/blemish-picture.jpg" "$scratch/photo.jpg"
 arm=$sources/build/phone/phonetestd
 [ ! -e "$arm" ] || { mkdir "$scratch/build/phone"; cp "$arm" "$scratch/build/phone"; }

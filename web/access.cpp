@@ -12,6 +12,8 @@
 
 #include "posix/hex.h"
 
+#include "posix/sha256.h"
+
 namespace web {
 namespace {
 
@@ -33,6 +35,10 @@ Role NewRole(const std::string& name) {
   return {name, RandomText(), RandomText()};
 }
 
+Role RoleWithToken(const std::string& name, const std::string& token) {
+  return {name, token, posix::Sha256("cookie " + token)};
+}
+
 bool EqualInConstantTime(const std::string& left, const std::string& right) {
   if (left.size() != right.size()) return false;  // the length is no secret
   unsigned difference = 0;
@@ -45,11 +51,14 @@ bool EqualInConstantTime(const std::string& left, const std::string& right) {
 Access::Access(std::vector<Role> roles, std::string cookie_name, std::string public_host)
     : roles_(std::move(roles)), cookie_name_(std::move(cookie_name)), public_host_(std::move(public_host)) {}
 
-void Access::SetPort(int port) {
+void Access::SetPlace(const std::string& address, int port) {
   const std::string number = std::to_string(port);
   // A browser sends a server's cookies to all ports of its host: the port in the name keeps pages apart.
   cookie_name_ += "-" + number;
   hosts_ = {"127.0.0.1:" + number, "localhost:" + number, "[::1]:" + number};
+  const bool is_one = address != "0.0.0.0" && address != "::";
+  if (is_one)
+    hosts_.push_back((address.find(':') == std::string::npos ? address : "[" + address + "]") + ":" + number);
 }
 
 bool Access::KnowsHost(const std::string& host) const {

@@ -18,6 +18,9 @@ struct Role {
 // The role with a new token of 128 random bits. Throws std::system_error.
 Role NewRole(const std::string& name);
 
+// A role whose token is kept. Its cookie follows from it, so that open pages outlive the program's restart.
+Role RoleWithToken(const std::string& name, const std::string& token);
+
 // Takes as long for strings that differ at the first character as for those that differ at the last.
 bool EqualInConstantTime(const std::string& left, const std::string& right);
 
@@ -26,7 +29,8 @@ class Access {
   // `public_host` is the name that a proxy with TLS serves this page under ("panel.example.org"), or empty.
   Access(std::vector<Role> roles, std::string cookie_name, std::string public_host);
 
-  void SetPort(int port);
+  // Where the server listens. A single address of the network is a name of this server too.
+  void SetPlace(const std::string& address, int port);
   // True if the request's Host header names this server.
   bool KnowsHost(const std::string& host) const;
   // True if the Origin header is that of this server's own pages.

@@ -225,7 +225,10 @@ class PageServer::Http {
  private:
   std::vector<Role> MakeRoles() const {
     std::vector<Role> roles;
-    for (const std::string& name : options_.roles) roles.push_back(NewRole(name));
+    for (const std::string& name : options_.roles) {
+      const auto token = options_.tokens.find(name);
+      roles.push_back(token == options_.tokens.end() ? NewRole(name) : RoleWithToken(name, token->second));
+    }
     return roles;
   }
 
@@ -245,7 +248,7 @@ class PageServer::Http {
       throw std::runtime_error(options_.name + " cannot listen on " + options_.address + ", port " +
                                std::to_string(options_.port) + ": is it in use?");
     }
-    access_.SetPort(port_);
+    access_.SetPlace(options_.address, port_);
   }
 
   // Returns false if the request is not to be answered otherwise: it is refused, or was a visit with a token.

@@ -23,7 +23,8 @@ struct PageServerOptions {
   int port = 0;                       // 0: any free one
   std::string public_host{};          // the name that a proxy with TLS serves it under, or empty
   std::vector<std::string> roles = {"viewer"};
-  size_t most_streams = 32;  // open pages at a time
+  std::map<std::string, std::string> tokens{};  // of roles that have one already; the others get a new one
+  size_t most_streams = 32;                     // open pages at a time
   size_t most_request_bytes = 64 << 10;
 };
 

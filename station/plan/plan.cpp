@@ -16,6 +16,8 @@ namespace {
 
 using nlohmann::json;
 
+constexpr std::size_t LARGEST_PLAN = 4u << 20;
+
 // The keys that every kind of step may have.
 const std::set<std::string, std::less<>> COMMON_KEYS = {"name",       "if",     "retries", "retry-wait",
                                                         "on-failure", "always", "picture", "repeat"};
@@ -145,7 +147,7 @@ Step ParseStep(const json& description, bool stops) {
   return step;
 }
 
-json ParsePlan(const std::string& content) {
+json ParseText(const std::string& content) {
   static constexpr int DEEPEST = 20;
   const auto check_depth = [](int depth, json::parse_event_t, json&) {
     if (depth > DEEPEST) throw PlanError(fmt::format("it is nested more than {} deep", DEEPEST));
@@ -158,6 +160,13 @@ json ParsePlan(const std::string& content) {
     const std::string text = error.what();
     throw PlanError(text.substr(std::min(text.find("parse error"), text.size())));
   }
+}
+
+json ParsePlan(const std::string& content) {
+  json description = ParseText(content);
+  if (!description.is_object()) throw PlanError("a plan must be an object with \"steps\"");
+  CheckKeys(description, {"name", "description", "variables", "on-failure", "line", "steps"});
+  return description;
 }
 
 std::vector<Step> ParseSteps(json plan, const Variables& variables) {
@@ -183,14 +192,15 @@ std::vector<Step> ParseSteps(json plan, const Variables& variables) {
 
 }  // namespace
 
+json ReadPlanFile(const std::string& path) {
+  return ParsePlan(ReadFile(path, LARGEST_PLAN));
+}
+
 Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>& given,
               const std::map<std::string, std::string>& built_in) {
-  constexpr std::size_t LARGEST = 4u << 20;
   try {
-    const std::string content = ReadFile(path, LARGEST);
+    const std::string content = ReadFile(path, LARGEST_PLAN);
     const json description = ParsePlan(content);
-    if (!description.is_object()) throw PlanError("a plan must be an object with \"steps\"");
-    CheckKeys(description, {"name", "description", "variables", "on-failure", "steps"});
     Plan plan;
     plan.file = path;
     plan.sha256 = posix::Sha256(content);

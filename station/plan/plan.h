@@ -55,4 +55,7 @@ struct Plan {
 Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>& given,
               const std::map<std::string, std::string>& built_in);
 
+// The plan as it stands in its file. Throws PlanError and UsageError.
+nlohmann::json ReadPlanFile(const std::string& path);
+
 }  // namespace station

@@ -11,6 +11,7 @@
 #include "station/results/running.h"
 #include "station/results/schema.h"
 #include "station/results/spool.h"
+#include "station/tool/given_options.h"
 
 namespace station {
 
@@ -19,10 +20,6 @@ namespace {
 using Given = ToolCommand::Given;
 using Kind = ToolCommand::Option::Kind;
 using nlohmann::ordered_json;
-
-std::string OnlyText(Given& given, const std::string& name) {
-  return given[name].empty() ? "" : given[name].front();
-}
 
 // The database, with what was spooled for it handed in, and without runs that only seem to go on.
 Connection Opened(const Settings& settings, Given& given) {

@@ -1,17 +1,17 @@
 // The subcommands that are not about one command of the phone.
 #include <fmt/format.h>
-#include <unistd.h>
 
-#include <array>
 #include <charconv>
 
 #include "station/commands/clean_text.h"
 #include "station/plan/plan_search.h"
 #include "station/tool/command_line.h"
+#include "station/tool/given_options.h"
 #include "station/tool/protocol_page.h"
 #include "station/tool/replay.h"
 #include "station/tool/results_commands.h"
 #include "station/tool/run_plan.h"
+#include "station/tool/serve.h"
 #include "station/tool/show_configuration.h"
 
 namespace station {
@@ -21,36 +21,14 @@ namespace {
 using Given = ToolCommand::Given;
 using Kind = ToolCommand::Option::Kind;
 
-std::string OnlyText(Given& given, const std::string& name, const std::string& fallback = "") {
-  return given[name].empty() ? fallback : given[name].front();
-}
-
-std::map<std::string, std::string> ParseAssignments(const std::vector<std::string>& assignments) {
-  std::map<std::string, std::string> values;
-  for (const std::string& assignment : assignments) {
-    const std::size_t equals = assignment.find('=');
-    if (equals == std::string::npos || equals == 0) {
-      throw UsageError(fmt::format("--set: '{}' is not NAME=VALUE", assignment));
-    }
-    values[assignment.substr(0, equals)] = assignment.substr(equals + 1);
-  }
-  return values;
-}
-
-std::string HostName() {
-  std::array<char, 256> name{};
-  return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
-}
-
 ExitStatus Run(const Settings& settings, Given& given) {
   const Configuration& configuration = settings.configuration;
-  const std::string station = configuration.Text("station");
   return ExecutePlan({.plan_file = FindPlan(OnlyText(given, "plan")),
                       .ports = ChosenPorts(settings),
-                      .variables = ParseAssignments(given["set"]),
+                      .variables = ParseAssignments("--set", given["set"]),
                       .report_folder = OnlyText(given, "report"),
                       .reports_folder = configuration.Text("reports"),
-                      .station = OnlyText(given, "station", station.empty() ? HostName() : station),
+                      .station = OnlyText(given, "station", StationName(configuration)),
                       .person = OnlyText(given, "operator", configuration.Text("operator")),
                       .trace_file = settings.trace_file,
                       .answer_time = settings.answer_time,
@@ -148,6 +126,7 @@ const std::vector<ToolCommand>& ToolCommands() {
            "longest pause between two commands, in seconds; longer recorded pauses are shortened [10]",
            "SECONDS"}},
          RunReplay},
+        ServeCommand(),
         {"ports",
          "list this computer's serial ports, with their USB serial numbers and slots",
          {},

@@ -1,0 +1,33 @@
+// What a line is started with.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "station/plan/outline.h"
+
+namespace station {
+
+struct SlotOrder {
+  std::string name;     // "A": on the card
+  std::string port;     // of the phone that is put there
+  std::string barcode;  // on the label that chooses the slot
+};
+
+struct LineOrder {
+  std::vector<SlotOrder> slots;
+  PlanOutline plan;
+  std::map<std::string, std::string> variables;  // the same for every phone
+  std::string station;
+  std::string tool_version;
+  std::optional<std::chrono::milliseconds> answer_time;
+  // Called with slot and serial number in the slot's thread before a run; simulated slots put the phone in
+  // then. May be empty.
+  std::function<void(const std::string& slot, const std::string& serial)> insert;
+};
+
+}  // namespace station

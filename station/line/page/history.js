@@ -1,0 +1,50 @@
+// Every run that was stored: looked for by what a phone is known by, and read whole.
+import {ask, find, make, setText} from '/dom.js';
+import {openEvents} from '/events.js';
+import {trying} from '/live.js';
+import {openFrame} from '/frame.js';
+import {moment, reportOf, seconds, verdictBadge} from '/report.js';
+
+const frame = await openFrame('History');
+const form = find('#search');
+
+function row(run) {
+  const open = () => { location.hash = run.run; };
+  return make('tr', {onclick: open, 'data-run': run.run},
+    make('td', {}, make('a', {href: `#${run.run}`}, moment(run.started))),
+    make('td', {}, verdictBadge(run.verdict)),
+    make('td', {class: 'mono'}, run.serial || run.identity || run.address),
+    make('td', {}, run.plan), make('td', {}, run.station), make('td', {}, run.operator),
+    make('td', {class: 'number'}, seconds(run.milliseconds)));
+}
+
+async function search() {
+  const wanted = new URLSearchParams();
+  for (const name of ['phone', 'from', 'to']) if (form[name].value.trim()) wanted.set(name, form[name].value.trim());
+  const runs = await trying(() => ask(`/runs?${wanted}`));
+  if (!runs) return;
+  const phone = wanted.get('phone');
+  setText(find('#found'), phone ? `Runs of ${phone}` : 'Newest runs');
+  find('#runs').replaceChildren(...(runs.length ? runs.map(row)
+    : [make('tr', {}, make('td', {colspan: 7, class: 'empty'}, 'No run was found.'))]));
+}
+
+async function showReport() {
+  const place = find('#report');
+  const run = location.hash.slice(1);
+  place.hidden = run === '';
+  if (!run) return;
+  place.replaceChildren(make('p', {class: 'empty'}, 'One moment …'));
+  const report = await trying(() => ask(`/runs/${encodeURIComponent(run)}`));
+  place.replaceChildren(...(report ? reportOf(report) : [make('p', {class: 'empty'}, 'This run cannot be read now.')]));
+  place.scrollIntoView({block: 'start'});
+}
+
+form.addEventListener('submit', (event) => {
+  event.preventDefault();
+  search();
+});
+window.addEventListener('hashchange', showReport);
+search();
+showReport();
+openEvents('/events', {store: frame.showStore}, frame.showLink);

@@ -1,0 +1,15 @@
+// The stored runs as the history page and the yield page ask for them.
+#pragma once
+
+#include "station/line/results_store.h"
+#include "web/page_server.h"
+
+namespace station {
+
+// GET /runs, /runs/ID and /runs/ID/files/STEP/NAME. The store must outlive the server.
+void ServeHistory(web::PageServer& server, const ResultsStore& store);
+
+// GET /yields and /trend.
+void ServeYield(web::PageServer& server, const ResultsStore& store);
+
+}  // namespace station

@@ -1,0 +1,17 @@
+// Whether a phone may be tested here: it must have passed the plans of the stations before.
+#pragma once
+
+#include <string>
+
+#include "station/line/line_store.h"
+#include "station/plan/outline.h"
+
+namespace station {
+
+// Returns why the phone is refused, in a sentence, or nothing.
+std::string CheckRoute(const LineRules& rules, const std::string& serial, LineStore& store);
+
+// Whether the phone's newest run of the plan passed. False if nobody can look it up.
+bool HasPassed(const std::string& plan, const std::string& serial, LineStore& store);
+
+}  // namespace station

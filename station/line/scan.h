@@ -1,0 +1,28 @@
+// What a scanned text means on the line: a scanner types its code and sends Enter, and nobody says what kind
+// of code it is.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace station {
+
+// A slot as scans see it.
+struct ScanTarget {
+  std::string name;
+  std::string barcode;  // on a label at the slot
+};
+
+struct Scan {
+  enum class Meaning { Slot, Value, Refused };
+
+  Meaning meaning = Meaning::Refused;
+  std::string slot = {};  // that is chosen now, or that gets the value
+  std::string text = {};  // the value without the blanks around it, or why the scan is refused
+};
+
+// A slot's barcode chooses the slot, whatever is chosen. Anything else is the chosen slot's next value; with
+// a single slot nobody has to choose it. `chosen` may be empty.
+Scan ParseScan(const std::string& typed, const std::vector<ScanTarget>& slots, const std::string& chosen);
+
+}  // namespace station

@@ -1,0 +1,98 @@
+#include "station/line/simulated_slots.h"
+
+#include <fmt/format.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <functional>
+
+#include "station/commands/errors.h"
+#include "station/plan/host_program.h"
+
+namespace station {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::chrono::seconds PATIENCE{30};
+
+// What a factory meets, in words of `phonesim`. One phone in SHARE has one of them.
+const std::vector<std::vector<std::string>> DEFECTS = {
+    {"fault", "request", "/dev/misc/rtc", "error=EIO", "times=always"},
+    {"modem", "sim", "off"},
+    {"card", "remove"},
+    {"radio", "silence"},
+    {"bluetooth", "all", "none"},
+    {"camera", "row", "700"},
+};
+constexpr std::size_t SHARE = 5;
+
+std::size_t Hash(const std::string& text) {
+  // The same on every computer, so that a phone keeps its defect.
+  std::size_t hash = 14695981039346656037u;
+  for (const unsigned char c : text) hash = (hash ^ c) * 1099511628211u;
+  return hash >> 20;
+}
+
+}  // namespace
+
+SimulatedSlots::SimulatedSlots(std::string phonesim, std::size_t count) : phonesim_(std::move(phonesim)) {
+  for (std::size_t i = 1; i <= count; ++i) {
+    const std::string name = std::to_string(i);
+    orders_.push_back({name, folder_.Path() + "/slot-" + name, "SLOT-" + name});
+  }
+  std::ofstream(FactoryInformation())
+      << std::string("SN0601234LINE3 SHIFTHW02060115simulated phone") + std::string(128 - 45, '\0');
+}
+
+SimulatedSlots::~SimulatedSlots() {
+  for (const auto& [slot, serial] : inserted_) {
+    try {
+      Command(slot, {"stop"});
+    } catch (const std::exception&) {
+      // It has ended by itself.
+    }
+  }
+}
+
+std::string SimulatedSlots::FactoryInformation() const {
+  return folder_.Path() + "/factory-info";
+}
+
+std::string SimulatedSlots::Name(const std::string& slot) const {
+  return fmt::format("line-{}-{}", getpid(), slot);
+}
+
+void SimulatedSlots::Command(const std::string& slot, std::vector<std::string> words) const {
+  words.insert(words.begin(), {phonesim_, "--name", Name(slot)});
+  HostProgram program(words);
+  const std::string failure = program.Wait(PATIENCE);
+  if (!failure.empty()) throw PlanError(fmt::format("the simulated phone: {}", failure));
+}
+
+void SimulatedSlots::Insert(const std::string& slot, const std::string& serial) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (inserted_.contains(slot) && inserted_[slot] == serial) return;
+  }
+  try {
+    Command(slot, {"stop"});
+  } catch (const PlanError&) {
+    // None was there.
+  }
+  const fs::path state = fs::path(folder_.Path()) / fmt::format("phone-{:x}", Hash(serial));
+  std::error_code error;
+  fs::create_directories(state, error);
+  Command(slot, {"--link", folder_.Path() + "/slot-" + slot, "--state", state.string(), "start"});
+  if (defects_) GiveDefect(slot, serial);
+  const std::lock_guard lock(mutex_);
+  inserted_[slot] = serial;
+}
+
+void SimulatedSlots::GiveDefect(const std::string& slot, const std::string& serial) const {
+  const std::size_t hash = Hash(serial);
+  if (hash % SHARE == 0) Command(slot, DEFECTS[hash / SHARE % DEFECTS.size()]);
+}
+
+}  // namespace station

@@ -1,0 +1,114 @@
+// One place of the line where a phone is tested: its port, the values that were scanned for the phone that is
+// there, the run in a thread of its own, and what the operator is shown. No slot waits for another.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "station/line/line_order.h"
+#include "station/line/line_store.h"
+#include "station/line/page_operator.h"
+#include "station/line/step_times.h"
+#include "station/plan/phone_run.h"
+
+namespace station {
+
+class LineSlot {
+ public:
+  enum class State { Idle, Ready, Checking, Running, Aborting, Finished };
+
+  // All references must outlive the slot. `changed` is called, from any thread, whenever View() has changed.
+  LineSlot(SlotOrder order, const LineOrder& line, LineStore& store, StepTimes& times,
+           std::function<void()> changed);
+  LineSlot(const LineSlot&) = delete;
+  LineSlot& operator=(const LineSlot&) = delete;
+  // Aborts the run and waits for its end.
+  ~LineSlot();
+
+  const SlotOrder& Order() const {
+    return order_;
+  }
+
+  // Each of these is something that the operator does. It returns why it cannot be done, in a sentence, or
+  // nothing when it is done. `who` is the operator's name; it may be empty.
+
+  // The next value of the phone: its serial number first. After the last one the run starts. When a verdict
+  // is shown, this is the next phone.
+  std::string Enter(const std::string& value, const std::string& who);
+  // Forgets the values that were entered, before the run.
+  std::string Clear();
+  std::string AnswerQuestion(std::uint64_t question, Answer::Reply reply, const std::string& who);
+  std::string Abort(const std::string& who);
+  // Tests the same phone again, with the same values.
+  std::string Retest(const std::string& who);
+
+  // All that the card shows, as docs/line.md describes it.
+  nlohmann::ordered_json View() const;
+
+  // The picture of the open question; nothing if it has none.
+  std::optional<Attachment> QuestionPicture() const;
+
+  State GetState() const;
+
+  // Before the destructor, so that several slots end at the same time.
+  void RequestEnd() {
+    thread_.request_stop();
+  }
+
+ private:
+  struct Field {
+    std::string name;
+    std::string help;
+    std::string pattern;
+  };
+
+  const Field* NextField() const;
+  std::string EnterField(const Field& field, const std::string& value);
+  void NewPhone();
+  void Start(const std::string& who);
+  void Work(const std::stop_token& stop);
+  // Returns false if the phone may not be tested now: the card says why, or asks for the reason.
+  bool MayStart();
+  void RunPhone(const std::stop_token& stop);
+  void NoteStarted(std::size_t step);
+  void NoteFinished(std::size_t step, const StepResult& result);
+  void Refuse(const std::string& sentence);
+  std::map<std::string, std::string> PlanVariables() const;
+  nlohmann::ordered_json RunView() const;
+
+  const SlotOrder order_;
+  const LineOrder& line_;
+  LineStore& store_;
+  StepTimes& times_;
+  const std::function<void()> changed_;
+  PageOperator person_;
+
+  mutable std::mutex mutex_;
+  State state_ = State::Idle;
+  std::vector<Field> fields_;
+  std::map<std::string, std::string> values_;
+  std::string operator_name_;
+  std::string aborted_by_;
+  nlohmann::ordered_json verdict_ = nullptr;  // of the phone that was tested last
+
+  // Of the run
+  std::shared_ptr<const PhoneRun> run_;  // while it runs
+  std::size_t step_ = 0;
+  Clock::time_point step_started_;
+  Clock::time_point started_;
+  std::string marks_;                  // a letter for each step so far
+  std::optional<Attachment> picture_;  // of the step before, or of the question
+
+  std::jthread thread_;
+};
+
+}  // namespace station

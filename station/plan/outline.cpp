@@ -1,0 +1,109 @@
+#include "station/plan/outline.h"
+
+#include <fmt/format.h>
+#include <re2/re2.h>
+
+#include "station/commands/errors.h"
+#include "station/plan/variables.h"
+
+namespace station {
+
+namespace {
+
+using nlohmann::json;
+
+std::string Text(const json& object, const char* key, const std::string& fallback = "") {
+  const json value = object.value(key, json(fallback));
+  if (!value.is_string()) throw PlanError(fmt::format("\"{}\" is not a text", key));
+  return value;
+}
+
+std::string Pattern(const json& object, const char* key) {
+  std::string pattern = Text(object, key);
+  const re2::RE2 compiled(pattern, re2::RE2::Quiet);
+  if (!compiled.ok()) throw PlanError(fmt::format("\"{}\": {}", key, compiled.error()));
+  return pattern;
+}
+
+bool YesOrNo(const json& object, const char* key) {
+  const json value = object.value(key, json(false));
+  if (!value.is_boolean()) throw PlanError(fmt::format("\"{}\" must be true or false", key));
+  return value;
+}
+
+std::vector<std::string> Names(const json& object, const char* key) {
+  const json value = object.value(key, json::array());
+  if (value.is_string()) return {value.get<std::string>()};
+  std::vector<std::string> names;
+  for (const json& name : value.is_array() ? value : json::array({nullptr})) {
+    if (!name.is_string()) throw PlanError(fmt::format("\"{}\" is no plan's name and no list of them", key));
+    names.push_back(name);
+  }
+  return names;
+}
+
+LineRules ReadRules(const json& rules, const json& variables) {
+  if (!rules.is_object()) throw PlanError("\"line\" is not an object");
+  for (const auto& [key, value] : rules.items()) {
+    static constexpr std::string_view KNOWN[] = {"serial", "serial-pattern", "requires", "without-results",
+                                                 "retest-reason"};
+    if (std::ranges::find(KNOWN, key) == std::end(KNOWN))
+      throw PlanError(fmt::format("\"line\": unknown key \"{}\"", key));
+  }
+  LineRules read{.serial = Text(rules, "serial"),
+                 .serial_pattern = Pattern(rules, "serial-pattern"),
+                 .requires_plans = Names(rules, "requires"),
+                 .asks_retest_reason = YesOrNo(rules, "retest-reason")};
+  if (!read.serial.empty() && !variables.contains(read.serial)) {
+    throw PlanError(fmt::format("\"line\": the plan has no variable \"{}\"", read.serial));
+  }
+  const std::string choice = Text(rules, "without-results", "refuse");
+  if (choice != "refuse" && choice != "run") {
+    throw PlanError("\"line\": \"without-results\" must be \"refuse\" or \"run\"");
+  }
+  read.runs_without_results = choice == "run";
+  return read;
+}
+
+PlanVariable ReadVariable(const std::string& name, const json& declaration) {
+  if (!declaration.is_object()) throw PlanError(fmt::format("variable \"{}\" is not an object", name));
+  const json fallback = declaration.value("default", json());
+  const bool required = declaration.value("required", json(false)) == json(true);
+  const bool drawn = declaration.contains("draw");
+  return {.name = name,
+          .help = Text(declaration, "help"),
+          .pattern = Pattern(declaration, "pattern"),
+          .needed = !drawn && (fallback.is_null() || (required && fallback == json("")))};
+}
+
+std::string StepName(const json& step) {
+  for (const char* key : {"name", "command", "question"}) {
+    if (step.is_object() && step.contains(key) && step[key].is_string()) return step[key];
+  }
+  return "step";
+}
+
+}  // namespace
+
+PlanOutline ReadPlanOutline(const std::string& path) {
+  try {
+    const json description = ReadPlanFile(path);
+    PlanOutline outline{.name = Text(description, "name", path), .file = path};
+    const json variables = description.value("variables", json::object());
+    for (const auto& [name, declaration] : variables.items()) {
+      outline.variables.push_back(ReadVariable(name, declaration));
+    }
+    for (const json& step : description.value("steps", json::array()))
+      outline.steps.push_back(StepName(step));
+    outline.line = ReadRules(description.value("line", json::object()), variables);
+    return outline;
+  } catch (const std::exception& error) {
+    throw PlanError(fmt::format("{}: {}", path, error.what()));
+  }
+}
+
+bool MatchesPattern(const std::string& pattern, const std::string& value) {
+  return pattern.empty() || re2::RE2::FullMatch(value, re2::RE2(pattern, re2::RE2::Quiet));
+}
+
+}  // namespace station

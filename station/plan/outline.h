@@ -1,0 +1,43 @@
+// What a test line must know of a plan before a phone is there: the values that it has to ask for, and the
+// plan's rules for the line.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "station/plan/plan.h"
+
+namespace station {
+
+struct PlanVariable {
+  std::string name;
+  std::string help;
+  std::string pattern;  // a regular expression that a value must match as a whole; empty for any value
+  bool needed = false;  // it has no default and is not drawn, so someone must set it
+};
+
+// The plan's "line" object.
+struct LineRules {
+  std::string serial = {};  // the variable that gets the phone's serial number; may be empty
+  std::string serial_pattern = {};
+  std::vector<std::string> requires_plans = {};  // names of plans that the phone must have passed
+  bool runs_without_results = false;             // although nobody can look up what the phone has passed
+  bool asks_retest_reason = false;               // when a phone is tested again that has passed this plan
+};
+
+struct PlanOutline {
+  std::string name;
+  std::string file;
+  std::vector<PlanVariable> variables;
+  std::vector<std::string> steps;  // their names, with ${variables} as they are
+  LineRules line;
+};
+
+// Throws PlanError. The steps are not checked further: that needs the variables' values.
+PlanOutline ReadPlanOutline(const std::string& path);
+
+// Whether the whole value matches; an empty pattern matches everything.
+bool MatchesPattern(const std::string& pattern, const std::string& value);
+
+}  // namespace station

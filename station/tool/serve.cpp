@@ -1,0 +1,181 @@
+#include "station/tool/serve.h"
+
+#include <fmt/format.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <memory>
+#include <optional>
+
+#include "program_version.h"
+#include "station/commands/clean_text.h"
+#include "station/configuration/slots.h"
+#include "station/line/demonstration.h"
+#include "station/line/line_page.h"
+#include "station/line/results_store.h"
+#include "station/line/simulated_slots.h"
+#include "station/line/tokens.h"
+#include "station/link/interruption.h"
+#include "station/plan/plan_search.h"
+#include "station/tool/given_options.h"
+#include "station/tool/results_commands.h"
+#include "station/tool/simulated_executable.h"
+
+namespace station {
+
+namespace {
+
+using Given = ToolCommand::Given;
+using Kind = ToolCommand::Option::Kind;
+using Assignments = std::map<std::string, std::string>;
+
+// "A=/dev/ttyACM0", or the name of a configured slot.
+SlotOrder ReadSlot(const std::string& text, const Configuration& configuration) {
+  const std::size_t equals = text.find('=');
+  const std::string name = text.substr(0, equals);
+  if (equals != std::string::npos) return {name, text.substr(equals + 1), ""};
+  if (configuration.FindSlot(name) == nullptr) {
+    throw UsageError(fmt::format("--port: '{}' is neither SLOT=PORT nor a configured slot", text));
+  }
+  return {name, NamedPort(name, configuration, ListPorts()), ""};
+}
+
+std::vector<SlotOrder> ReadSlots(const Settings& settings, const Assignments& barcodes) {
+  std::vector<std::string> words = settings.ports;
+  if (words.empty()) {
+    for (const Slot& slot : settings.configuration.slots) words.push_back(slot.name);
+  }
+  if (words.empty()) throw UsageError("serve needs slots: --port SLOT=PORT for each, or a configuration");
+  std::vector<SlotOrder> slots;
+  for (const std::string& word : words) slots.push_back(ReadSlot(word, settings.configuration));
+  for (SlotOrder& slot : slots) {
+    const auto given = barcodes.find(slot.name);
+    slot.barcode = given != barcodes.end() ? given->second : "SLOT-" + slot.name;
+  }
+  return slots;
+}
+
+// "127.0.0.1:8080". The network needs tokens that were handed out before.
+void ReadListen(const std::string& text, bool has_tokens, web::PageServerOptions& options) {
+  if (text.empty()) return;
+  const std::size_t colon = text.rfind(':');
+  const std::string port = colon == std::string::npos ? "" : text.substr(colon + 1);
+  const auto [end, error] = std::from_chars(port.data(), port.data() + port.size(), options.port);
+  if (error != std::errc{} || end != port.data() + port.size() || options.port < 0 || options.port > 65535) {
+    throw UsageError(fmt::format("--listen: '{}' is not ADDRESS:PORT", text));
+  }
+  options.address = text.substr(0, colon);
+  if (!options.address.starts_with("127.") && !has_tokens) {
+    throw UsageError("--listen on a network needs --token-file, so that only people with a token get in");
+  }
+}
+
+web::PageServerOptions ReadServer(Given& given) {
+  web::PageServerOptions options{.name = "phonetest serve"};
+  options.roles = {OPERATOR_ROLE, MANAGER_ROLE};
+  options.public_host = OnlyText(given, "public-host");
+  const std::string file = OnlyText(given, "token-file");
+  if (!file.empty()) options.tokens = ReadTokens(file);
+  ReadListen(OnlyText(given, "listen"), !file.empty(), options);
+  return options;
+}
+
+LineOrder ReadLine(const Settings& settings, Given& given) {
+  const std::string plan = OnlyText(given, "plan");
+  if (plan.empty()) throw UsageError("serve needs a plan: --plan PLAN");
+  const bool simulates = !given["simulate"].empty();
+  return {.slots = simulates ? std::vector<SlotOrder>()
+                             : ReadSlots(settings, ParseAssignments("--barcode", given["barcode"])),
+          .plan = ReadPlanOutline(FindPlan(plan)),
+          .variables = ParseAssignments("--set", given["set"]),
+          .station = OnlyText(given, "station", StationName(settings.configuration)),
+          .tool_version = PROGRAM_VERSION,
+          .answer_time = settings.answer_time,
+          .insert = {}};
+}
+
+void Greet(LinePage& page) {
+  const LineOrder& order = page.GetLine().Order();
+  fmt::print("The line “{}” has {} slot{}. Ctrl-C ends it.\n", CleanText(order.plan.name), order.slots.size(),
+             order.slots.size() == 1 ? "" : "s");
+  fmt::print("operator:     {}\n", page.Server().Address(OPERATOR_ROLE));
+  fmt::print("line manager: {}\n", page.Server().Address(MANAGER_ROLE));
+  std::fflush(stdout);
+}
+
+void WaitForSignal() {
+  while (!Interrupted()) {
+    pollfd waiting{InterruptionDescriptor(), POLLIN, 0};
+    poll(&waiting, 1, -1);
+  }
+}
+
+std::size_t ReadCount(const std::string& text) {
+  constexpr std::size_t MOST = 64;
+  std::size_t count = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+  if (error == std::errc{} && end == text.data() + text.size() && count >= 1 && count <= MOST) return count;
+  throw UsageError(fmt::format("--simulate: '{}' is not a number from 1 to {}", text, MOST));
+}
+
+bool HasVariable(const PlanOutline& plan, const std::string& name) {
+  return std::ranges::find(plan.variables, name, &PlanVariable::name) != plan.variables.end();
+}
+
+// Simulated phones instead of ports. The plan's programs that play the phone's user are told of them.
+std::unique_ptr<SimulatedSlots> Simulate(Given& given, LineOrder& order) {
+  const std::string count = OnlyText(given, "simulate");
+  const bool demonstrates = !given["demo"].empty();
+  if (count.empty() && demonstrates) throw UsageError("--demo needs --simulate");
+  if (count.empty()) return nullptr;
+  const std::string phonesim = PhonesimBesideTool();
+  auto slots = std::make_unique<SimulatedSlots>(phonesim, ReadCount(count));
+  if (demonstrates) slots->SeedDefects();
+  order.slots = slots->Orders();
+  if (HasVariable(order.plan, "phonesim")) order.variables.try_emplace("phonesim", phonesim);
+  if (HasVariable(order.plan, "factory-info"))
+    order.variables.try_emplace("factory-info", slots->FactoryInformation());
+  order.insert = [&slots = *slots](const std::string& slot, const std::string& serial) {
+    slots.Insert(slot, serial);
+  };
+  return slots;
+}
+
+ExitStatus Serve(const Settings& settings, Given& given) {
+  NoteInterruptions();
+  ResultsStore store(*GivenResults(settings, given));
+  LineOrder order = ReadLine(settings, given);
+  const std::unique_ptr<SimulatedSlots> simulated = Simulate(given, order);
+  LinePage page(std::move(order), store, ReadServer(given));
+  page.Start();
+  Greet(page);
+  std::optional<Demonstration> demonstration;
+  if (!given["demo"].empty()) demonstration.emplace(page.GetLine());
+  WaitForSignal();
+  return ExitStatus::Passed;
+}
+
+}  // namespace
+
+ToolCommand ServeCommand() {
+  return {
+      "serve",
+      "show the operators of a test line a page: scan phones, run the plan, answer, history and yield",
+      {{Kind::Text, "plan", "plan: a file (JSON with comments), or the name of an installed one", "PLAN"},
+       {Kind::Repeated, "set", "set a variable of the plan for every phone", "NAME=VALUE"},
+       {Kind::Repeated, "barcode", "what the label at a slot says [SLOT-NAME]", "SLOT=TEXT"},
+       {Kind::Text, "station", "name of this station [as configured, or this computer's name]", "NAME"},
+       {Kind::Text, "simulate", "simulated phones as slots: a scanned serial number puts the phone in", "N"},
+       {Kind::Flag, "demo", "with --simulate: the line runs by itself, and some phones have defects"},
+       ResultsOption(),
+       {Kind::Text, "listen",
+        "where the page is served; a network's address needs --token-file [127.0.0.1:0]", "ADDRESS:PORT"},
+       {Kind::Text, "token-file", "the tokens of operators and line manager; made if it does not exist",
+        "FILE"},
+       {Kind::Text, "public-host", "the name that a proxy with TLS serves the page under", "NAME"}},
+      Serve};
+}
+
+}  // namespace station

@@ -1,0 +1,261 @@
+// A test line as its operators see it: the real program, simulated phones, a real browser.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "tests/browser/browser.h"
+#include "tests/browser/line_under_test.h"
+
+namespace {
+
+using browser::Browser;
+using browser::Folder;
+using browser::Json;
+using browser::RunningPhone;
+using browser::ServedLine;
+
+constexpr const char* BOARD_TEST = R"({
+  "name": "Board test",
+  "variables": {"colour": {"help": "on the label", "required": true, "default": "", "pattern": "[a-z]+"}},
+  "line": {"serial-pattern": "SN[0-9]+", "retest-reason": true},
+  "on-failure": "continue",
+  "steps": [
+    {"name": "The server answers", "command": "ping"},
+    {"name": "Clock", "command": "clock get", "limits": {"time": {"pattern": "^[0-9]"}}},
+    {"name": "Radio hears a station", "command": "radio measure", "arguments": {"frequency": 98.5, "volume": 0},
+     "limits": {"signal": {"minimum": 10000, "maximum": 65000}}},
+    {"name": "Motor on", "command": "motor on"},
+    {"name": "Motor felt", "question": "Does the ${colour} phone vibrate?"},
+    {"name": "Motor off", "command": "motor off", "always": true}
+  ]
+})";
+
+constexpr const char* BOX_TEST = R"({
+  "name": "Box test",
+  "line": {"requires": "Board test"},
+  "steps": [{"name": "The server answers", "command": "ping"}]
+})";
+
+class LineTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!browser::MissingBrowser().empty()) GTEST_SKIP() << browser::MissingBrowser();
+    page_.Open("about:blank");
+    page_.Complaints();  // of the tests before
+    std::ofstream(folder_ / "board.json") << BOARD_TEST;
+    std::ofstream(folder_ / "box.json") << BOX_TEST;
+  }
+
+  std::unique_ptr<ServedLine> Serve(const std::string& plan, const std::vector<std::string>& slots) {
+    std::vector<std::string> ports;
+    for (const std::string& slot : slots) ports.push_back(slot + "=" + (folder_ / slot));
+    auto line =
+        std::make_unique<ServedLine>(ports,
+                                     std::vector<std::string>{"--plan", folder_ / plan, "--station", "LINE3",
+                                                              "--results", folder_ / "results.db"},
+                                     folder_ / (plan + ".log"));
+    page_.Open(line->Address());
+    return line;
+  }
+
+  // As a scanner does it: the characters at once, and Enter.
+  void Scan(const std::string& text) {
+    page_.Type("#scan", text + "\n");
+  }
+
+  // Waits until the card's element shows the text; returns all of the card's text.
+  std::string AwaitCard(const std::string& slot, const std::string& part) {
+    return page_.Await(
+        "const card = document.querySelector(`#slot-${arguments[0]}`);"
+        "return card?.innerText.includes(arguments[1]) ? card.innerText : ''",
+        "slot " + slot + " shows " + part, {slot, part});
+  }
+
+  Json Ask(const std::string& path) {
+    return page_.Run("return fetch(arguments[0]).then((answer) => answer.json())", {path});
+  }
+
+  Json NewestRun(const std::string& phone) {
+    return Ask("/runs/" + Ask("/runs?phone=" + phone).at(0).at("run").get<std::string>());
+  }
+
+  static Json StepNamed(const Json& run, const std::string& name) {
+    for (const Json& step : run.at("steps")) {
+      if (step.at("name") == name) return step;
+    }
+    return {};
+  }
+
+  Folder folder_;
+  Browser& page_ = Browser::Shared();
+};
+
+TEST_F(LineTest, APhoneIsScannedTestedAskedAboutAndPassed) {
+  const RunningPhone phone("a", folder_ / "A");
+  const auto line = Serve("board.json", {"A", "B"});
+  AwaitCard("A", "SLOT-A");
+  page_.Type("#person", "Kim\t");
+
+  Scan("SN0001");
+  page_.Await("return document.querySelector('#hint').innerText.includes('Choose a slot')", "the refusal");
+  Scan("SLOT-A");
+  Scan("XY1");
+  page_.Await("return document.querySelector('#hint').innerText.includes('“XY1” is no serial number')",
+              "the refusal");
+  // One after the other, sooner than the page can answer.
+  Scan("SN0001");
+  AwaitCard("A", "Scan the colour");
+  Scan("green");
+  AwaitCard("A", "Does the green phone vibrate?");
+
+  // Another page and a loaded one show the same question; a scan that begins with p answers nothing.
+  page_.Open(line->Address());
+  AwaitCard("A", "Does the green phone vibrate?");
+  Scan("pSN77");
+  page_.Await("return document.querySelector('#hint').innerText.includes('Slot A is testing SN0001')",
+              "the refusal");
+  AwaitCard("A", "Does the green phone vibrate?");
+  page_.Screenshot(std::filesystem::path(SCREENSHOTS) / "line-question.png");
+  page_.Type("#scan", "p");
+  AwaitCard("A", "PASS");
+  EXPECT_EQ("pass", page_.Run("return document.querySelector('#slot-A').dataset.kind"));
+  page_.Screenshot(std::filesystem::path(SCREENSHOTS) / "line-pass.png");
+
+  const Json run = NewestRun("SN0001");
+  EXPECT_EQ("passed", run.at("verdict"));
+  EXPECT_EQ("LINE3", run.at("station"));
+  EXPECT_EQ("Kim", run.at("operator"));
+  EXPECT_EQ("green", run.at("variables").at("colour"));
+  EXPECT_EQ("pass", StepNamed(run, "Motor felt").at("answer").at("reply"));
+  EXPECT_EQ("Kim", StepNamed(run, "Motor felt").at("answer").at("by"));
+
+  // The word stays until the next phone; the same phone again wants a reason, which is stored.
+  Scan("SLOT-B");
+  Scan("SLOT-A");
+  AwaitCard("A", "PASS");
+  Scan("SN0001");
+  Scan("green");
+  AwaitCard("A", "reason for another test");
+  Scan("returned by a customer");
+  AwaitCard("A", "vibrate?");
+  page_.Click("#slot-A .replies .pass");
+  AwaitCard("A", "PASS");
+  EXPECT_EQ("returned by a customer", NewestRun("SN0001").at("variables").at("retest reason"));
+  EXPECT_EQ("", page_.Complaints());
+}
+
+TEST_F(LineTest, SlotsDoNotWaitForEachOther) {
+  const RunningPhone left("a", folder_ / "A");
+  const RunningPhone right("b", folder_ / "B");
+  right.Do({"fault", "request", "/dev/misc/rtc", "error=EIO", "times=always"});
+  const auto line = Serve("board.json", {"A", "B", "C"});
+  AwaitCard("C", "SLOT-C");
+  for (const char* text : {"SLOT-A", "SN1", "red", "SLOT-B", "SN2", "blue", "SLOT-C", "SN3", "none"})
+    Scan(text);
+
+  // There is no phone in C, A waits for its answer, and B fails.
+  EXPECT_NE(std::string::npos, AwaitCard("C", "NO PHONE").find("there is no port"));
+  AwaitCard("A", "Does the red phone vibrate?");
+  AwaitCard("B", "Does the blue phone vibrate?");
+  Scan("SLOT-B");
+  page_.Type("#scan", "f");
+  const std::string failed = AwaitCard("B", "FAIL");
+  EXPECT_NE(std::string::npos, failed.find("Motor felt"));
+  EXPECT_NE(std::string::npos, failed.find("Clock"));
+  AwaitCard("A", "Does the red phone vibrate?");
+  page_.Screenshot(std::filesystem::path(SCREENSHOTS) / "line-fail.png");
+  // What the card says is what is stored.
+  const Json run = NewestRun("SN2");
+  EXPECT_EQ("device failure", run.at("verdict"));
+  for (const char* step : {"Clock", "Motor felt"}) {
+    EXPECT_NE(std::string::npos, failed.find(StepNamed(run, step).at("message").get<std::string>())) << step;
+  }
+
+  // An abort puts the phone back.
+  page_.Click("#slot-A .abort");
+  AwaitCard("A", "ABORTED");
+  const Json aborted = NewestRun("SN1");
+  EXPECT_EQ("aborted", aborted.at("verdict"));
+  EXPECT_EQ("passed", StepNamed(aborted, "Motor off").at("verdict"));
+
+  // Only the line manager holds the line.
+  const char* hold =
+      "return fetch('/hold', {method: 'POST', body: JSON.stringify({reason: 'no labels'})}).then((a) => "
+      "a.status)";
+  EXPECT_EQ(403, page_.Run(hold));
+  page_.Open(line->ManagerAddress());
+  AwaitCard("B", "FAIL");
+  EXPECT_EQ(200, page_.Run(hold));
+  page_.Await("return document.querySelector('#held').innerText.includes('no labels')", "the notice");
+  Scan("SN4");
+  page_.Await("return document.querySelector('#hint').innerText.includes('The line is held')", "the refusal");
+  AwaitCard("B", "FAIL");
+}
+
+TEST_F(LineTest, TheLineGoesOnWithoutItsDatabaseAndRefusesWhatNobodyCanLookUp) {
+  const RunningPhone phone("a", folder_ / "A");
+  const std::string database = folder_ / "results.db";
+  {
+    const auto board = Serve("board.json", {"A"});
+    AwaitCard("A", "SLOT-A");
+    const auto run = [&](const std::string& serial, const std::string& answer, const std::string& word) {
+      Scan(serial);
+      Scan("grey");
+      AwaitCard("A", "Does the grey phone vibrate?");
+      page_.Type("#scan", answer);
+      return AwaitCard("A", word);
+    };
+    run("SN1", "p", "PASS");
+    run("SN2", "f", "FAIL");
+
+    std::filesystem::rename(database, database + ".away");
+    std::filesystem::create_directory(database);
+    page_.Await("return document.querySelector('#store').innerText.includes('cannot be reached')",
+                "the notice");
+    EXPECT_NE(std::string::npos, run("SN3", "p", "PASS").find("kept on this computer"));
+    std::filesystem::remove(database);
+    std::filesystem::rename(database + ".away", database);
+    page_.Await("return document.querySelector('#store').innerText === 'results stored'",
+                "the end of the notice");
+    EXPECT_EQ(1u, Ask("/runs?phone=SN3").size());
+    EXPECT_EQ("passed", NewestRun("SN3").at("verdict"));
+  }
+  const auto box = Serve("box.json", {"A"});
+  AwaitCard("A", "SLOT-A");
+  Scan("SN1");
+  AwaitCard("A", "PASS");
+  Scan("SN2");
+  AwaitCard("A", "Phone SN2 has not passed “Board test”. It failed there at station LINE3");
+  Scan("SN9");
+  AwaitCard("A", "Phone SN9 has never passed “Board test”");
+  std::filesystem::rename(database, database + ".away");
+  std::filesystem::create_directory(database);
+  Scan("SN1");
+  AwaitCard("A", "The results cannot be reached");
+}
+
+TEST_F(LineTest, HistoryShowsWhatWasRun) {
+  const RunningPhone phone("a", folder_ / "A");
+  const auto line = Serve("board.json", {"A"});
+  AwaitCard("A", "SLOT-A");
+  for (const char* reply : {"f", "p"}) {
+    Scan("SN5");
+    Scan("white");
+    AwaitCard("A", "vibrate?");
+    page_.Type("#scan", reply);
+    AwaitCard("A", *reply == 'p' ? "PASS" : "FAIL");
+  }
+  page_.Click("#slot-A .report");
+  page_.Await("return document.querySelector('#report').innerText.includes('Radio hears a station')",
+              "the report");
+  EXPECT_NE(std::string::npos, page_.Text("#report").find("10000 to 65000"));
+  page_.Type("#phone", "SN5\n");
+  page_.Await("return document.querySelector('#found').innerText === 'Runs of SN5'", "the search");
+  EXPECT_EQ(2, page_.Run("return document.querySelectorAll('#runs tr').length"));
+  page_.Type("#phone", "0\n");
+  page_.Await("return document.querySelector('#runs').innerText.includes('No run was found')",
+              "the empty search");
+  EXPECT_EQ("", page_.Complaints());
+}
+
+}  // namespace

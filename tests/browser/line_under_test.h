@@ -1,0 +1,68 @@
+// `phonetest serve` with simulated phones in its slots, for tests in a browser.
+#pragma once
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+namespace browser {
+
+// A folder of this test's own, removed at its end.
+class Folder {
+ public:
+  Folder();
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  ~Folder();
+
+  std::string operator/(const std::string& name) const {
+    return (path_ / name).string();
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// Runs a program to its end; throws with its output if it does not end with 0.
+std::string RunToEnd(const std::vector<std::string>& words);
+
+// A phone that runs as long as this object lives.
+class RunningPhone {
+ public:
+  // Its serial port is linked at `port`.
+  RunningPhone(std::string name, const std::string& port);
+  RunningPhone(const RunningPhone&) = delete;
+  RunningPhone& operator=(const RunningPhone&) = delete;
+  ~RunningPhone();
+
+  std::string Do(std::vector<std::string> words) const;
+
+ private:
+  std::string name_;
+};
+
+class ServedLine {
+ public:
+  // `options` come after "serve"; `log` is a file for what it prints.
+  ServedLine(const std::vector<std::string>& ports, const std::vector<std::string>& options,
+             const std::string& log);
+  ServedLine(const ServedLine&) = delete;
+  ServedLine& operator=(const ServedLine&) = delete;
+  // Ends it with SIGTERM and waits.
+  ~ServedLine();
+
+  const std::string& Address() const {  // with the operator's token
+    return operator_address_;
+  }
+  const std::string& ManagerAddress() const {
+    return manager_address_;
+  }
+
+ private:
+  pid_t process_ = -1;
+  std::string operator_address_;
+  std::string manager_address_;
+};
+
+}  // namespace browser
