@@ -238,10 +238,24 @@ void CaptureDevice::ShowCard(uint32_t seed) {
 
 std::vector<ModelCommand> CaptureDevice::Commands() {
   return {
-      {"camera", CAMERA_USAGE,
+      {"camera",
+       CAMERA_USAGE,
        "tells how the camera is, puts its test scene, an even grey card or a PNG or JPEG picture before it, "
        "gives it a fault, makes its frames short, or repairs it",
-       [this](const std::vector<std::string>& words) { return Command(words); }},
+       [this](const std::vector<std::string>& words) { return Command(words); },
+       false,
+       {{"defect", "120", "7", "0xFFFE"},
+        {"defect", "100", "200", "0"},
+        {"row", "150"},
+        {"dust", "1", "1"},
+        {"dust", "5", "2"},
+        {"blur", "1"},
+        {"blur", "5"},
+        {"shading", "30"},
+        {"tint", "115", "100", "100"},
+        {"tint", "100", "100", "85"},
+        {"short", "1"},
+        {"short", "2"}}},
       {"frame", "FILE", "the camera's latest frame as a PNG picture",
        [this](const std::vector<std::string>&) {
          if (frame_.pixels.empty()) throw std::invalid_argument("The camera has delivered no frame yet.");

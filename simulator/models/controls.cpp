@@ -86,8 +86,12 @@ RequestAnswer Gpio::Request(DriverRequest& request) {
 }
 
 std::vector<ModelCommand> Gpio::Commands() {
-  return {{"gpio", "[modem-state N | stop-flag N]", "shows the GPIO lines, or sets what the driver reports",
-           [this](const std::vector<std::string>& words) { return words.empty() ? Show() : Set(words); }}};
+  return {{"gpio",
+           "[modem-state N | stop-flag N]",
+           "shows the GPIO lines, or sets what the driver reports",
+           [this](const std::vector<std::string>& words) { return words.empty() ? Show() : Set(words); },
+           false,
+           {{"modem-state", "0"}}}};
 }
 
 std::string Gpio::Show() const {

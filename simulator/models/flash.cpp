@@ -158,8 +158,65 @@ std::vector<ModelCommand> FlashPartitions::Commands() {
       return std::string();
     };
   };
-  return {{"partition-hide", "NAME", "takes a flash partition out of /proc/mtd", list(false)},
-          {"partition-show", "NAME", "puts it back", list(true)}};
+  // Of what a phone keeps for its whole life.
+  return {{"partition-hide",
+           "NAME",
+           "takes a flash partition out of /proc/mtd",
+           list(false),
+           false,
+           {{"Partition Info"},
+            {"Partition Info Bak"},
+            {"Factory Info"},
+            {"OTP"},
+            {"Bluetooth Info"},
+            {"GSM FFS"}}},
+          {"partition-show", "NAME", "puts it back", list(true)},
+          {"flash",
+           "NAME erase | flip BYTE",
+           "erases a flash partition, or flips the lowest bit of one of its bytes",
+           [this](const std::vector<std::string>& words) { return SpoilCommand(words); },
+           false,
+           {{"Partition Info", "erase"},
+            {"Partition Info", "flip", "100"},
+            {"Partition Info Bak", "erase"},
+            {"Partition Info Bak", "flip", "100"},
+            {"Factory Info", "erase"},
+            {"Factory Info", "flip", "5"},
+            {"Bluetooth Info", "erase"},
+            {"Bluetooth Info", "flip", "20"},
+            {"GSM FFS", "erase"}}}};
+}
+
+void FlashPartitions::Erase(const std::string& name) {
+  const FlashPartition& partition = FindFlashPartition(name);
+  Overwrite(partition, std::string(partition.size, static_cast<char>(ERASED)));
+}
+
+void FlashPartitions::FlipBit(const std::string& name, uint32_t byte) {
+  const FlashPartition& partition = FindFlashPartition(name);
+  std::string content = phone_.root.ReadFile(CharacterDevice(partition), partition.size);
+  if (byte >= content.size()) throw std::invalid_argument(fmt::format("{} has no byte {}.", name, byte));
+  content[byte] = static_cast<char>(content[byte] ^ 1);
+  Overwrite(partition, content);
+}
+
+// In place: the file has two names.
+void FlashPartitions::Overwrite(const FlashPartition& partition, const std::string& content) const {
+  const posix::FileDescriptor file = phone_.root.Open(CharacterDevice(partition), O_WRONLY);
+  if (pwrite(file.Get(), content.data(), content.size(), 0) != static_cast<ssize_t>(content.size())) {
+    throw std::invalid_argument(fmt::format("The partition {} cannot be written.", partition.name));
+  }
+}
+
+std::string FlashPartitions::SpoilCommand(const std::vector<std::string>& words) {
+  if (words.size() == 2 && words[1] == "erase") {
+    Erase(words[0]);
+  } else if (words.size() == 3 && words[1] == "flip") {
+    FlipBit(words[0], static_cast<uint32_t>(CountWord(words[2])));
+  } else {
+    throw std::invalid_argument("flash takes the name of a partition, and erase or flip BYTE.");
+  }
+  return {};
 }
 
 namespace {
@@ -219,6 +276,13 @@ void OneTimeArea::MakeBlank() {
   WriteCells();
 }
 
+void OneTimeArea::ClearByte(uint32_t byte) {
+  Settled();
+  if (byte >= state_.cells.size()) throw std::invalid_argument(fmt::format("The area has no byte {}.", byte));
+  state_.cells[byte] = 0;
+  WriteCells();
+}
+
 posix::FileDescriptor OneTimeArea::OpenFile(int flags) const {
   return phone_.root.Open(CharacterDevice(Partition()), flags);
 }
@@ -246,17 +310,23 @@ void OneTimeArea::WriteCells() {
 }
 
 std::vector<ModelCommand> OneTimeArea::Commands() {
-  return {{"otp", "[blank]", "tells how often the one-time area was programmed, or puts in a blank one",
+  return {{"otp",
+           "[blank | clear BYTE]",
+           "tells how often the one-time area was programmed, puts in a blank one, or clears a byte",
            [this](const std::vector<std::string>& words) {
              if (words == std::vector<std::string>{"blank"})
                MakeBlank();
+             else if (words.size() == 2 && words[0] == "clear")
+               ClearByte(static_cast<uint32_t>(CountWord(words[1])));
              else if (!words.empty())
-               throw std::invalid_argument("otp takes no word but \"blank\"");
+               throw std::invalid_argument("otp takes blank, clear BYTE or nothing.");
              const State& state = Settled();
              return fmt::format("{}, programmed {} times, {} bits lost\n",
                                 state.cells == BlankCells() ? "blank" : "not blank", state.programmings,
                                 state.lost_bits);
-           }}};
+           },
+           false,
+           {{"blank"}, {"clear", "2"}}}};
 }
 
 }  // namespace simulator

@@ -59,6 +59,9 @@ class FlashPartitions : public DeviceModel {
   OpenAnswer Open(const OpenCall& call) override;
   std::vector<ModelCommand> Commands() override;
 
+  // Spoils what a partition holds: all of it, or one bit.
+  void Erase(const std::string& name);
+  void FlipBit(const std::string& name, uint32_t byte);
   // Takes a partition out of /proc/mtd, or puts it back.
   void SetListed(const std::string& name, bool listed);
   const State& GetState() const {
@@ -67,6 +70,8 @@ class FlashPartitions : public DeviceModel {
 
  private:
   void WriteList(RootDirectory& root) const;
+  std::string SpoilCommand(const std::vector<std::string>& words);
+  void Overwrite(const FlashPartition& partition, const std::string& content) const;
 
   State state_;
 };
@@ -93,6 +98,8 @@ class OneTimeArea : public DeviceModel {
   const State& Settled();
   // A new part in the phone.
   void MakeBlank();
+  // All bits of a byte lost their charge.
+  void ClearByte(uint32_t byte);
 
  private:
   posix::FileDescriptor OpenFile(int flags) const;

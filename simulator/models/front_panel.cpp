@@ -103,14 +103,23 @@ void Keypad::PutEvent(uint32_t value) {
 }
 
 std::vector<ModelCommand> Keypad::Commands() {
-  return {{"key", "NAME | NUMBER | VALUE",
-           "presses and releases a key: its name, its number (0x74) or the driver's whole value (0x740001)",
-           [this](const std::vector<std::string>& words) { return Press(words); }}};
+  return {{"key",
+           "[dead] NAME | NUMBER | VALUE",
+           "presses and releases a key: its name, its number (0x74) or the driver's whole value (0x740001); "
+           "from now on a dead key does nothing",
+           [this](const std::vector<std::string>& words) { return Press(words); },
+           false,
+           {{"dead", "power"}, {"dead", "exit"}}}};
 }
 
 std::string Keypad::Press(const std::vector<std::string>& words) {
-  if (words.size() != 1) throw std::invalid_argument("key takes one key.");
-  const uint32_t value = ValueOf(words[0]);
+  const bool dies = words.size() == 2 && words[0] == "dead";
+  if (words.size() != 1 && !dies) throw std::invalid_argument("key takes one key.");
+  const uint32_t value = ValueOf(words.back());
+  if (dies) state.dead_keys.push_back(value);
+  if (std::ranges::find(state.dead_keys, value) != state.dead_keys.end()) {
+    return fmt::format("key 0x{:08X} is dead\n", value);
+  }
   PutEvent(value);
   PutEvent(0);
   return fmt::format("key 0x{:08X}\n", value);
@@ -155,11 +164,20 @@ TouchReading TouchPanel::ReadingAt(int32_t screen_x, int32_t screen_y) {
 }
 
 std::vector<ModelCommand> TouchPanel::Commands() {
-  return {{"touch", "X Y", "touches the screen for a moment at a pixel (from the top left corner)",
-           [this](const std::vector<std::string>& words) { return Touch(words); }}};
+  return {
+      {"touch",
+       "X Y | dead",
+       "touches the screen for a moment at a pixel (from the top left corner); a dead panel notices nothing",
+       [this](const std::vector<std::string>& words) { return Touch(words); },
+       false,
+       {{"dead"}}}};
 }
 
 std::string TouchPanel::Touch(const std::vector<std::string>& words) {
+  if (words == std::vector<std::string>{"dead"}) {
+    dead_ = true;
+    return {};
+  }
   if (words.size() != 2) throw std::invalid_argument("touch takes a pixel's column and row.");
   const int64_t x = NumberWord(words[0]);
   const int64_t y = NumberWord(words[1]);
@@ -168,6 +186,7 @@ std::string TouchPanel::Touch(const std::vector<std::string>& words) {
         fmt::format("The screen has {} columns and {} rows.", Framebuffer::WIDTH, Framebuffer::HEIGHT));
   }
   TouchReading reading = ReadingAt(static_cast<int32_t>(x), static_cast<int32_t>(y));
+  if (dead_) return "The touch panel is dead.\n";
   const size_t readers = Deliver(reading);
   reading.pen = 0;
   Deliver(reading);

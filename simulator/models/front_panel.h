@@ -44,7 +44,8 @@ class Framebuffer : public DeviceModel {
 class Keypad : public DeviceModel {
  public:
   struct State {
-    size_t event_bytes = 16;  // fewer: events come short
+    size_t event_bytes = 16;          // fewer: events come short
+    std::vector<uint32_t> dead_keys;  // their values; pressing them does nothing
   };
 
   explicit Keypad(PhoneServices& phone);
@@ -86,6 +87,7 @@ class TouchPanel : public DeviceModel {
  private:
   std::string Touch(const std::vector<std::string>& words);
 
+  bool dead_ = false;
   std::list<posix::FileDescriptor> readers_;  // our ends; one goes when the phone has closed its end
 };
 

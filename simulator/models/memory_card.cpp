@@ -45,8 +45,10 @@ std::string MemoryCard::CardList() const {
 }
 
 std::vector<ModelCommand> MemoryCard::Commands() {
-  return {{"card", "[insert | remove | read-only | writable | serial NUMBER]",
-           "tells how the memory card is, or changes it", [this](const std::vector<std::string>& words) {
+  return {{"card",
+           "[insert | remove | read-only | writable | serial NUMBER]",
+           "tells how the memory card is, or changes it",
+           [this](const std::vector<std::string>& words) {
              const std::string word = words.empty() ? "" : words[0];
              if (word == "insert" || word == "remove") {
                state.inserted = word == "insert";
@@ -59,7 +61,9 @@ std::vector<ModelCommand> MemoryCard::Commands() {
                    "a card can be inserted, removed, read-only, writable or given a serial number");
              }
              return CardList();
-           }}};
+           },
+           false,
+           {{"remove"}, {"read-only"}}}};
 }
 
 }  // namespace simulator

@@ -123,7 +123,16 @@ std::vector<ModelCommand> ModemAtPort::Commands() {
            "[sim on|off | signal N | silent on|off | hangs-up on|off | pieces BYTES MS | surplus BYTES | "
            "garbage TEXT | answer COMMAND TEXT]",
            "shows the modem, or makes it behave otherwise",
-           [this](const std::vector<std::string>& words) { return words.empty() ? Show() : Set(words); }}};
+           [this](const std::vector<std::string>& words) { return words.empty() ? Show() : Set(words); },
+           false,
+           {{"sim", "off"},
+            {"signal", "0"},
+            {"silent", "on"},
+            {"hangs-up", "on"},
+            {"pieces", "1", "10"},
+            {"surplus", "300"},
+            {"garbage", "noise"},
+            {"answer", "at+cgsn", "ERROR"}}}};
 }
 
 std::string ModemAtPort::Show() const {

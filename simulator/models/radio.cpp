@@ -129,9 +129,12 @@ RequestAnswer Radio::GetTuner(DriverRequest& request) {
 
 std::vector<ModelCommand> Radio::Commands() {
   return {
-      {"radio", "[station FREQUENCY SIGNAL | silence]",
+      {"radio",
+       "[station FREQUENCY SIGNAL | silence]",
        "tells what the radio receives, adds a mono station (1/16 MHz, signal to 65535), or takes all away",
-       [this](const std::vector<std::string>& words) { return Command(words); }}};
+       [this](const std::vector<std::string>& words) { return Command(words); },
+       false,
+       {{"silence"}}}};
 }
 
 std::string Radio::Command(const std::vector<std::string>& words) {

@@ -115,8 +115,12 @@ std::string RealTimeClock::Command(const std::vector<std::string>& words) {
 }
 
 std::vector<ModelCommand> RealTimeClock::Commands() {
-  return {{"clock", "[DATE TIME | stop | run]", "tells or sets the real-time clock",
-           [this](const std::vector<std::string>& words) { return Command(words); }}};
+  return {{"clock",
+           "[DATE TIME | stop | run]",
+           "tells or sets the real-time clock",
+           [this](const std::vector<std::string>& words) { return Command(words); },
+           false,
+           {{"stop"}}}};
 }
 
 }  // namespace simulator

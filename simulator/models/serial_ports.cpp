@@ -24,7 +24,7 @@ std::vector<ModelCommand> HostPort::Commands() {
       return std::string();
     };
   };
-  return {{"unplug", "", "pulls the serial cable out of the phone", command(&HostPort::Unplug)},
+  return {{"unplug", "", "pulls the serial cable out of the phone", command(&HostPort::Unplug), false, {{}}},
           {"plug", "", "plugs the serial cable in", command(&HostPort::Plug)},
           {"replug", "", "pulls the serial cable out of the phone and plugs it in again",
            command(&HostPort::Replug)}};

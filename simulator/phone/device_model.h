@@ -178,6 +178,8 @@ struct ModelCommand {
   std::function<std::string(const std::vector<std::string>& words)> run;
   // The text is the content of a file, which phonesim writes to the path that is its last word.
   bool returns_file = false;
+  // Words after the name that make the model defective, each in another way.
+  std::vector<std::vector<std::string>> defects = {};
 };
 
 class DeviceModel {

@@ -172,6 +172,8 @@ void Session::Serve(Client& client, const std::vector<std::string>& words) {
     text = words.size() > 1 && words[1] == "--json" ? StatusAsJson() : Status();
   } else if (words[0] == "host-port") {
     text = phone_.HostPort();
+  } else if (words[0] == "defects") {
+    text = Defects();
   } else if (words[0] == "returns-file") {
     if (!ReturnsFile(words.at(1))) throw std::invalid_argument(words[1]);
   } else {
@@ -231,6 +233,17 @@ std::string Session::StatusAsJson() const {
                              {"processes", TaskLimitText(confinement->tasks)}};
   }
   return status.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+std::string Session::Defects() {
+  std::string lines;
+  for (const ModelCommand& command : phone_.Commands()) {
+    for (std::vector<std::string> words : command.defects) {
+      words.insert(words.begin(), command.name);
+      lines += nlohmann::json(words).dump() + "\n";
+    }
+  }
+  return lines;
 }
 
 bool Session::ReturnsFile(const std::string& name) {

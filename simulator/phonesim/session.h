@@ -63,6 +63,8 @@ class Session {
   bool GoOn(Client& client);
   std::string Status() const;
   std::string StatusAsJson() const;
+  // The commands that make a model defective, one in each line, as a JSON list of words.
+  std::string Defects();
   bool ReturnsFile(const std::string& command);
 
   SessionOptions options_;
