@@ -132,7 +132,7 @@ std::vector<ModelCommand> ModemAtPort::Commands() {
             {"pieces", "1", "10"},
             {"surplus", "300"},
             {"garbage", "noise"},
-            {"answer", "at+cgsn", "ERROR"}}}};
+            {"answer", "AT+CGSN", "ERROR"}}}};
 }
 
 std::string ModemAtPort::Show() const {

@@ -1,6 +1,7 @@
 // Tasks about the link itself (raw bytes, and a phone that closes its end for a while) and maintenance.
 #include <fmt/format.h>
 
+#include <ctime>
 #include <thread>
 
 #include "station/commands/errors.h"
@@ -74,6 +75,32 @@ Outcome SetClock(Session& session, const Values& values) {
   return RunCommand(session, GetCommand(protocol::SET_CLOCK), {{"time", time}});
 }
 
+// The phone's local time as if it were UTC: only differences count.
+std::time_t ClockSeconds(const Outcome& outcome) {
+  std::tm time{};
+  const std::string text = outcome.readings.front().value.get<std::string>();
+  return strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &time) == nullptr ? 0 : timegm(&time);
+}
+
+Outcome CheckClock(Session& session, const Values&) {
+  // The clock counts whole seconds, so it goes on by at least one.
+  constexpr std::chrono::milliseconds WAIT{1100};
+  const Command& command = GetCommand(protocol::READ_CLOCK);
+  const Outcome first = RunCommand(session, command, {});
+  if (!first.failure.empty()) return first;
+  SleepUnlessInterrupted(WAIT);
+  Outcome outcome = RunCommand(session, command, {});
+  if (!outcome.failure.empty()) return outcome;
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  const auto advance = static_cast<std::int64_t>(ClockSeconds(outcome) - ClockSeconds(first));
+  const auto ahead = static_cast<std::int64_t>(ClockSeconds(outcome) - timegm(&local));
+  outcome.readings.push_back({"advance", advance, fmt::format("{} s", advance), "s"});
+  outcome.readings.push_back({"ahead", ahead, fmt::format("{} s", ahead), "s"});
+  return outcome;
+}
+
 }  // namespace
 
 std::vector<Operation> ServiceTasks() {
@@ -114,6 +141,14 @@ std::vector<Operation> ServiceTasks() {
           .run = SetClock,
           .codes = {protocol::SET_CLOCK},
           .check = CheckOneTime,
+      },
+      {
+          .words = "clock check",
+          .help =
+              "read the real-time clock twice: how it advances, and how far it is ahead of this computer's",
+          .arguments = {},
+          .run = CheckClock,
+          .codes = {protocol::READ_CLOCK},
       },
   };
 }

@@ -5,6 +5,7 @@
 
 #include "station/commands/clean_text.h"
 #include "station/plan/plan_search.h"
+#include "station/tool/campaign_command.h"
 #include "station/tool/command_line.h"
 #include "station/tool/given_options.h"
 #include "station/tool/protocol_page.h"
@@ -119,6 +120,7 @@ const std::vector<ToolCommand>& ToolCommands() {
           {Kind::Flag, "no-results", "do not store the run in a database"},
           {Kind::Repeated, "attach", "store this file with the run when it has ended", "FILE"}},
          Run},
+        CampaignCommand(),
         {"replay",
          "send again what --trace recorded, and report the first different answer",
          {{Kind::Positional, "trace", "trace file", "FILE"},
