@@ -9,6 +9,7 @@
 #include <array>
 #include <bit>
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -60,8 +61,14 @@ uint16_t Pack(int red, int green, int blue) {
 }
 
 Picture PictureFile(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw std::invalid_argument(fmt::format("{} cannot be read.", path));
+  // A pipe could make the phone wait, and a device may have no end.
+  constexpr uintmax_t LARGEST = 64 << 20;
+  std::error_code error;
+  const bool fits = std::filesystem::is_regular_file(path, error) &&
+                    std::filesystem::file_size(path, error) <= LARGEST && !error;
+  std::ifstream file;
+  if (fits) file.open(path, std::ios::binary);
+  if (!fits || !file) throw std::invalid_argument(fmt::format("{} cannot be read.", path));
   try {
     return ReadPicture(std::string(std::istreambuf_iterator<char>(file), {}));
   } catch (const std::runtime_error& failure) {

@@ -31,8 +31,11 @@ void MemoryCard::Furnish(RootDirectory& root) {
 
 OpenAnswer MemoryCard::Open(const OpenCall& call) {
   if (call.path == CARD_LIST) {
-    return state.driver ? OpenAnswer::PlainDescriptor(TextSnapshot(CardList())) : OpenAnswer::Refusal(ENOENT);
+    if (!state.driver) return OpenAnswer::Refusal(ENOENT);
+    if (call.Writes()) return OpenAnswer::Refusal(EACCES);
+    return OpenAnswer::PlainDescriptor(TextSnapshot(CardList()));
   }
+  if (!state.inserted) return OpenAnswer::Refusal(EIO);
   const bool changes = call.Writes() || (call.flags & (O_CREAT | O_TRUNC)) != 0;
   return state.read_only && changes ? OpenAnswer::Refusal(EROFS) : OpenAnswer::OrdinaryFile();
 }

@@ -69,7 +69,9 @@ void ModemAtPort::Answer(const std::string& command) {
   if (const auto script = state.scripts.find(command); script != state.scripts.end()) {
     return Send(script->second);
   }
-  const Result result = Execute(LowerCase(command));
+  const std::string lower = LowerCase(command);
+  if (!lower.starts_with("at")) return;  // to a modem this is noise
+  const Result result = Execute(lower);
   std::string answer = state.before_answer;
   if (state.surplus != 0) answer += fmt::format("\r\n{:x<{}}\r\n", "", state.surplus);
   if (!result.information.empty()) answer += fmt::format("\r\n{}\r\n", result.information);

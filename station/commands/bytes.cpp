@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "posix/hex.h"
 #include "station/commands/errors.h"
 
 namespace station {
@@ -32,7 +33,7 @@ std::uint32_t WordAt(std::span<const std::uint8_t> bytes, std::size_t offset) {
 }
 
 std::string HexText(std::span<const std::uint8_t> bytes, std::string_view separator) {
-  return fmt::format("{:02X}", fmt::join(bytes, separator));
+  return posix::HexText(bytes, separator);
 }
 
 Bytes BytesFromHex(std::string_view text) {

@@ -106,6 +106,8 @@ TEST_F(ModemAtTest, SendsTheHostsCommandAsItIsAndGivesTheReplysBeginning) {
   // No line end is added, so a modem does not answer a command without one.
   EXPECT_EQ(Exchange("at+csq", 1).status, GENERAL_FAILURE);
   ExpectPrinted("no response\n");
+  EXPECT_EQ(Exchange("\rta+csq\r", 1).status, GENERAL_FAILURE) << "the modem takes no other line";
+  ExpectPrinted("no response\n");
 }
 
 TEST_F(ModemAtTest, CountsRoundsAndPieces) {

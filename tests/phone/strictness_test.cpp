@@ -5,6 +5,7 @@
 #include "simulator/models/flash.h"
 #include "tests/phone/every_command.h"
 #include "tests/phone/phone_test.h"
+#include "tests/phone/processes.h"
 
 namespace {
 
@@ -67,6 +68,9 @@ const Case CASES[] = {
     {"a modem record that is dirty",
      {"/dev/csmi_tty/1", "5", Word(5) + Zeros(11) + "01", "99", Word(0x99)},
      "EINVAL ENOTTY "},
+    {"lines that the GPIO driver does not have",
+     {"/dev/misc/omap730_gpio", "40044F28", "", "40044F2A", "", "40044F40", "", "80044F3E", ""},
+     "0 EINVAL EINVAL EINVAL "},
     {"a touch panel that is written", {"w:/dev/touchscreen/tsc2046"}, "EACCES "},
     {"a keypad that is written", {"w:/dev/input/event0"}, "EACCES "},
 };
@@ -82,6 +86,22 @@ TEST_F(StrictnessTest, ModelsRefuseWhatNoDriverTakes) {
     EXPECT_TRUE(Phone().WaitForEnd(60s));
     EXPECT_EQ(Phone().ConsoleText(), tried.printed + "\n") << tried.what;
   }
+}
+
+TEST_F(StrictnessTest, ToolAndMemoryCardRefuseWhatTheyCannotDo) {
+  options.server.clear();
+  Phone().Boot();
+  Phone().Command({"card", "remove"});
+  Phone().RunShell(
+      "for switches in '' -f2 '-f2 -a1' '-f3 -a1' '-f3 -a1 -bx' '-f3 -a1 -b 2' '-f4 -a00025B0AFF10 -b2 "
+      "-c414' "
+      "'-f4 -a00025b0aff10 -b1 -c41' '-f4 -a00025B0AFF10 -b17 -c41' '-f5 -a00025B0AFF10 -b12345' '-f6 -a' "
+      "-f8;"
+      "do /root/bt_cit_test $switches 2> /dev/null; done;"
+      "(echo x > /proc/bus/mmc/device) 2> /dev/null || echo the list;"
+      "(echo x > /mnt/fat/file) 2> /dev/null || echo no card");
+  EXPECT_TRUE(Eventually([this] { return Phone().ConsoleText().ends_with("no card\n"); }));
+  EXPECT_EQ(Phone().ConsoleText(), "Status=0; ResultA=00:02:5B:0A:FF:10\nthe list\nno card\n");
 }
 
 // The server erases what it writes.
