@@ -62,6 +62,15 @@ std::string NamedPort(const std::string& name, const Configuration& configuratio
                                slots.empty() ? "no slots are configured" : "the slots are " + slots));
 }
 
+std::string SlotOf(const std::string& port, const Configuration& configuration,
+                   const std::vector<PortDescription>& ports) {
+  const auto known = std::ranges::find(ports, port, &PortDescription::path);
+  const PortDescription description = known != ports.end() ? *known : PortDescription{.path = port};
+  const auto slot =
+      std::ranges::find_if(configuration.slots, [&](const Slot& each) { return Fits(each, description); });
+  return slot != configuration.slots.end() ? slot->name : "";
+}
+
 void NameSlots(std::vector<PortDescription>& ports, const Configuration& configuration) {
   for (PortDescription& port : ports) {
     for (const Slot& slot : configuration.slots) {

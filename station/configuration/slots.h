@@ -21,6 +21,10 @@ std::string SlotPort(const Slot& slot, const std::vector<PortDescription>& ports
 std::string NamedPort(const std::string& name, const Configuration& configuration,
                       const std::vector<PortDescription>& ports);
 
+// The slot that has this port now; empty if none has.
+std::string SlotOf(const std::string& port, const Configuration& configuration,
+                   const std::vector<PortDescription>& ports);
+
 // Fills in the ports' slots, and adds the slots that are an address on the network.
 void NameSlots(std::vector<PortDescription>& ports, const Configuration& configuration);
 

@@ -78,6 +78,7 @@ struct PlanResult {
   std::string plan_file = {};
   std::string plan_sha256 = {};
   std::string port;
+  std::string slot = {};  // the port's name in the configuration, if it has one
   std::vector<std::pair<std::string, std::string>> variables;
   std::time_t started = 0;
   std::time_t ended = 0;

@@ -223,6 +223,7 @@ std::string RunFacts(const PlanResult& result) {
   add("station", result.origin.station);
   add("operator", result.origin.person);
   add("port", result.port);
+  add("slot", result.slot);
   if (result.executable)
     add("simulated phone", result.executable->path + ", " + result.executable->processor);
   add("plan", fmt::format("{}, SHA-256 {}", result.plan_file, result.plan_sha256));

@@ -114,6 +114,7 @@ ordered_json Head(const PlanResult& result) {
                        {"started", TimeText(result.started)},
                        {"ended", TimeText(result.ended)},
                        {"milliseconds", Milliseconds(result.took)}};
+  if (!result.slot.empty()) head["slot"] = result.slot;
   if (const auto& executable = result.executable) {
     head["executable"] = {
         {"path", executable->path}, {"processor", executable->processor}, {"sha256", executable->sha256}};

@@ -60,6 +60,7 @@ void AddProperties(pugi::xml_node properties, const PlanResult& result) {
   add("started", TimeText(result.started));
   add("ended", TimeText(result.ended));
   add("port", result.port);
+  add("slot", result.slot);
   for (const auto& [name, value] : result.variables) AddProperty(properties, "variable-" + name, value);
 }
 

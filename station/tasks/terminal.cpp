@@ -78,8 +78,9 @@ void Progress::ShowBar(const std::string& label, std::size_t done, std::size_t t
   Show(fmt::format("[{:#<{}}{:.<{}}] {:3} %  {}", "", filled, "", WIDTH - filled, percent, label));
 }
 
-TerminalOperator::TerminalOperator(const std::string& answers, const std::string& name)
-    : source_(answers), name_(name) {
+TerminalOperator::TerminalOperator(const std::string& answers, const std::string& name,
+                                   const std::map<std::string, std::string>& phones)
+    : source_(answers), name_(name), phones_(phones) {
   constexpr std::size_t LARGEST = 1u << 20;
   if (answers.empty()) return;
   every_ = ReplyOf(answers);
@@ -101,7 +102,9 @@ bool TerminalOperator::Answers(const std::string& step) const {
 void TerminalOperator::Ask(const std::string& phone, const std::string& step,
                            std::chrono::milliseconds time_limit, Answer& answer) {
   if (source_.empty()) {
-    answer.reply = AskAtTerminal(fmt::format("{}: {}", phone, answer.question), time_limit);
+    const auto named = phones_.find(phone);
+    const std::string who = named == phones_.end() ? phone : fmt::format("{} ({})", named->second, phone);
+    answer.reply = AskAtTerminal(fmt::format("{}: {}", who, answer.question), time_limit);
     answer.by = name_.empty() ? "operator at the terminal" : name_;
   } else {
     answer.reply = every_ ? *every_ : by_step_.at(step);

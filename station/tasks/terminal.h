@@ -68,8 +68,9 @@ class TerminalOperator : public Operator {
  public:
   // `answers` is empty if a person answers at the terminal, "pass" or "fail" for that answer to every
   // question, or a JSON file with an object of these words by the steps' names. `name` is the person's; it
-  // may be empty. Throws UsageError.
-  TerminalOperator(const std::string& answers, const std::string& name);
+  // may be empty. `phones` has the phones' names by port, for those that have one. Throws UsageError.
+  TerminalOperator(const std::string& answers, const std::string& name,
+                   const std::map<std::string, std::string>& phones = {});
 
   bool Answers(const std::string& step) const override;
   void Ask(const std::string& phone, const std::string& step, std::chrono::milliseconds time_limit,
@@ -80,6 +81,7 @@ class TerminalOperator : public Operator {
 
   std::string source_;
   std::string name_;
+  std::map<std::string, std::string> phones_;
   std::optional<Answer::Reply> every_;
   std::map<std::string, Answer::Reply> by_step_;
   std::mutex mutex_;

@@ -26,8 +26,12 @@ namespace {
 // The progress of all phones in one line.
 class ProgressLine {
  public:
-  ProgressLine(std::size_t steps, const std::vector<std::string>& ports)
-      : steps_(steps), ports_(ports), at_(ports.size()), progress_(isatty(STDERR_FILENO) != 0) {}
+  ProgressLine(std::size_t steps, const PlanOrder& order)
+      : steps_(steps), ports_(order.ports), at_(ports_.size()), progress_(isatty(STDERR_FILENO) != 0) {
+    for (std::string& port : ports_) {
+      port = order.slots.contains(port) ? order.slots.at(port) : PortFileName(port);
+    }
+  }
 
   void Show(std::size_t phone, std::size_t step, const std::string& name) {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -38,14 +42,14 @@ class ProgressLine {
     }
     std::string line;
     for (std::size_t i = 0; i < ports_.size(); ++i) {
-      line += fmt::format("{}{} {}/{}", i == 0 ? "" : "  ", PortFileName(ports_[i]), at_[i], steps_);
+      line += fmt::format("{}{} {}/{}", i == 0 ? "" : "  ", ports_[i], at_[i], steps_);
     }
     progress_.Show(line);
   }
 
  private:
   std::size_t steps_;
-  const std::vector<std::string>& ports_;
+  std::vector<std::string> ports_;  // their short names
   std::vector<std::size_t> at_;
   std::mutex mutex_;
   Progress progress_;
@@ -80,6 +84,7 @@ PlanResult RunOnPhone(const PlanOrder& order, OnePhone& one, Operator& person, R
   PlanResult result = one.phone.Run(options, person, control);
   result.executable = one.executable;
   result.origin = origin;
+  if (order.slots.contains(result.port)) result.slot = order.slots.at(result.port);
   if (!one.recorder) return result;
   // Of a run that could not start, no step has been told.
   for (std::size_t i = recorded; i < result.steps.size(); ++i) one.recorder->Add(StepOf(i, result.steps[i]));
@@ -108,7 +113,7 @@ void TellProblems(const std::list<OnePhone>& ones) {
 
 std::vector<PlanResult> RunOnAllPhones(const PlanOrder& order, std::list<OnePhone>& ones, Operator& person) {
   std::vector<PlanResult> results(ones.size());
-  ProgressLine line(ones.front().phone.GetPlan().steps.size(), order.ports);
+  ProgressLine line(ones.front().phone.GetPlan().steps.size(), order);
   std::vector<std::jthread> threads;
   for (OnePhone& one : ones) {
     threads.emplace_back([&, number = threads.size()] {
@@ -168,7 +173,7 @@ ExitStatus ExecutePlan(const PlanOrder& order) {
   std::list<PhoneRun> phones;
   for (const std::string& port : order.ports) phones.emplace_back(order.plan_file, order.variables, port);
   NoteInterruptions();
-  TerminalOperator person(order.answers, order.person);
+  TerminalOperator person(order.answers, order.person, order.slots);
   CheckOperator(phones.front().GetPlan(), person, order.answers);
   std::list<OnePhone> ones;
   for (const PhoneRun& phone : phones) {

@@ -15,6 +15,7 @@ namespace station {
 struct PlanOrder {
   std::string plan_file;
   std::vector<std::string> ports;
+  std::map<std::string, std::string> slots;  // by port, for those that have one
   std::map<std::string, std::string> variables;
   std::string report_folder;  // empty for none
   std::string

@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "station/commands/clean_text.h"
+#include "station/configuration/slots.h"
 #include "station/plan/plan_search.h"
 #include "station/tool/campaign_command.h"
 #include "station/tool/command_line.h"
@@ -22,10 +23,23 @@ namespace {
 using Given = ToolCommand::Given;
 using Kind = ToolCommand::Option::Kind;
 
+std::map<std::string, std::string> SlotsOf(const std::vector<std::string>& ports,
+                                           const Configuration& configuration) {
+  const std::vector<PortDescription> plugged_in = ListPorts();
+  std::map<std::string, std::string> slots;
+  for (const std::string& port : ports) {
+    const std::string slot = SlotOf(port, configuration, plugged_in);
+    if (!slot.empty()) slots[port] = slot;
+  }
+  return slots;
+}
+
 ExitStatus Run(const Settings& settings, Given& given) {
   const Configuration& configuration = settings.configuration;
+  const std::vector<std::string> ports = ChosenPorts(settings);
   return ExecutePlan({.plan_file = FindPlan(OnlyText(given, "plan")),
-                      .ports = ChosenPorts(settings),
+                      .ports = ports,
+                      .slots = SlotsOf(ports, configuration),
                       .variables = ParseAssignments("--set", given["set"]),
                       .report_folder = OnlyText(given, "report"),
                       .reports_folder = configuration.Text("reports"),

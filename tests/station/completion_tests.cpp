@@ -74,7 +74,7 @@ TEST(Completion, OffersWhatFits) {
   const auto tool = [&](const std::string& words) {
     return Complete(installation, installation.program, words);
   };
-  EXPECT_EQ(tool("cam"), "camera ");
+  EXPECT_EQ(tool("came"), "camera ");
   EXPECT_EQ(tool("--port /dev/ttyUSB0 camera cap"), "capture ");
   EXPECT_EQ(tool("camera capture --rot"), "--rotate ");
   EXPECT_EQ(tool("motor on --js"), "--json ");

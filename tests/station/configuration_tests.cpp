@@ -53,7 +53,7 @@ TEST(Configuration, EachRunHasAFolderForItsReport) {
   const std::string plan = TemporaryFile("bench.json", PLAN);
   const fs::path reports = TemporaryFolder() + "/reports";
   const std::string text = R"({"station": "bench 7", "operator": "Ann", "reports": ")" + reports.string() +
-                           R"(", "port": ")" + phone.Port() + R"("})";
+                           R"(", "port": "left", "ports": {"left": ")" + phone.Port() + R"("}})";
   for (int run = 0; run < 2; ++run)
     EXPECT_EQ(RunWith(text, {"PHONETEST_OPERATOR=Bob"}, {"run", plan}).status, 0);
   std::size_t folders = 0;
@@ -61,6 +61,7 @@ TEST(Configuration, EachRunHasAFolderForItsReport) {
     const auto report = nlohmann::json::parse(ReadFile(folder.path() / "report.json"));
     EXPECT_EQ(report["station"], "bench 7");
     EXPECT_EQ(report["operator"], "Bob");
+    EXPECT_EQ(report["slot"], "left");
     ++folders;
   }
   EXPECT_EQ(folders, 2u);
