@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "simulator/phone_state.h"
 #include "simulator/simulated_phone.h"
 
 namespace simulator {
@@ -23,6 +24,29 @@ std::string OnPath(SimulatedPhone& phone, const Words& words,
   return {};
 }
 
+std::string ChangeFaults(Faults& faults, const Words& words) {
+  if (words.empty()) {
+    std::string list;
+    for (const std::string& fault : faults.List()) list += fault + "\n";
+    return list;
+  }
+  if (words.size() == 2 && words[0] == "remove") {
+    faults.Remove(static_cast<size_t>(CountWord(words[1])));
+  } else {
+    faults.Add(ParseFaultRule(words));
+  }
+  return {};
+}
+
+std::string FileContent(SimulatedPhone& phone, const Words& words) {
+  if (words.size() != 1) throw std::invalid_argument("The path of a file in the phone is wanted.");
+  try {
+    return phone.Root().ReadFile(words[0]);
+  } catch (const std::exception&) {
+    throw std::invalid_argument(fmt::format("There is no file {}.", words[0]));
+  }
+}
+
 std::string SetWaiting(SimulatedPhone& phone, const Words& words) {
   if (words.size() != 1 || (words[0] != "on" && words[0] != "off")) {
     throw std::invalid_argument("waiting is on or off.");
@@ -36,13 +60,12 @@ std::string SetWaiting(SimulatedPhone& phone, const Words& words) {
 std::vector<ModelCommand> PhoneCommands(SimulatedPhone& phone) {
   return {
       {"fault",
-       "open|request|exec|sleep|thread PATH [error=EIO] [number=N] [nth=N] [times=N|always] [size=BYTES] "
-       "[delay=MS]",
-       "makes a call fail, come short or take long",
-       [&phone](const Words& words) {
-         phone.GetFaults().Add(ParseFaultRule(words));
-         return std::string();
-       }},
+       "[open|request|exec|sleep|thread PATH [error=EIO] [number=N] [nth=N] [times=N|always] [size=BYTES] "
+       "[delay=MS] [power=cut] | remove PLACE]",
+       "lists the faults, makes a call fail, come short or take long, cuts the power when a device is opened "
+       "to "
+       "be written, or takes a fault of the list back",
+       [&phone](const Words& words) { return ChangeFaults(phone.GetFaults(), words); }},
       {"clear-faults", "", "takes all faults back",
        [&phone](const Words&) {
          phone.GetFaults().Clear();
@@ -52,6 +75,12 @@ std::vector<ModelCommand> PhoneCommands(SimulatedPhone& phone) {
        [&phone](const Words& words) { return OnPath(phone, words, &SimulatedPhone::TakeAway); }},
       {"present", "PATH", "puts it back",
        [&phone](const Words& words) { return OnPath(phone, words, &SimulatedPhone::PutBack); }},
+      {"state", "", "all that can be seen of the phone, as JSON",
+       [&phone](const Words&) { return StateAsJson(phone); }},
+      {"records", "", "the production records in flash, decoded, as JSON",
+       [&phone](const Words&) { return RecordsAsJson(phone); }},
+      {"file", "PATH FILE", "the content of a file in the phone",
+       [&phone](const Words& words) { return FileContent(phone, words); }, true},
       {"waiting", "on|off", "lets the phone's sleeps take their time, or none",
        [&phone](const Words& words) { return SetWaiting(phone, words); }},
   };

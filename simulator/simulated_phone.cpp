@@ -11,6 +11,7 @@
 #include <cstring>
 #include <utility>
 
+#include "simulator/models/flash.h"
 #include "simulator/models/model_table.h"
 #include "simulator/models/serial_ports.h"
 #include "simulator/phone/emulator.h"
@@ -24,6 +25,7 @@ namespace {
 
 // How long the programs have to end by themselves when the phone is powered off.
 constexpr auto POWER_OFF_TIME = std::chrono::seconds(3);
+constexpr size_t MOST_KEPT_BYTES = 8 << 20;  // of one file
 constexpr const char* TAKEN_AWAY = "/.taken-away";
 
 std::vector<std::string> Environment(const std::vector<std::string>& added) {
@@ -46,6 +48,8 @@ std::string PhoneEnd::Text() const {
       return fmt::format("server killed by signal {} ({})", status, strsignal(status));
     case Reason::PoweredOff:
       return "powered off";
+    case Reason::PowerCut:
+      return "power cut";
     case Reason::OverLimit:
       return "ended: " + excess;
     case Reason::Stopped:
@@ -61,6 +65,7 @@ SimulatedPhone::SimulatedPhone(PhoneOptions phone_options)
                 loop_,
                 journal_,
                 [this] { PowerOff(); },
+                [this] { CutPower(); },
                 [this](const std::string& name) { return ProcessesNamed(root_.Path(), name); },
                 [this](const std::string& path) {
                   StartOnConsole(path, {std::filesystem::path(path).filename()});
@@ -88,6 +93,7 @@ void SimulatedPhone::Furnish() {
   PutFactoryFiles(root_);
   if (!options_.server.empty()) server_start_ = PutServer(root_, options_.server, options_.sysroot);
   calls_->SetEmulated(server_start_.program == EMULATOR_PATH);
+  for (const auto& [path, content] : options_.kept_files) root_.PutFileIfAbsent(path, content);
   for (const auto& model : models_) {
     model->Furnish(root_);
     for (const std::string& path : model->Paths()) root_.PutStandIn(path);
@@ -263,12 +269,37 @@ void SimulatedPhone::End(PhoneEnd::Reason reason, int status, const std::string&
   if (on_end) on_end(end);
 }
 
-void SimulatedPhone::Stop() {
-  loop_.Run([this] {
+void SimulatedPhone::EndAtOnce(PhoneEnd::Reason reason) {
+  loop_.Run([this, reason] {
     if (!IsRunning()) return;
     guardian_->KillAll();
-    End(PhoneEnd::Reason::Stopped, 0);
+    End(reason, 0);
   });
+}
+
+void SimulatedPhone::Stop() {
+  EndAtOnce(PhoneEnd::Reason::Stopped);
+}
+
+void SimulatedPhone::CutPower() {
+  EndAtOnce(PhoneEnd::Reason::PowerCut);
+}
+
+KeptFiles SimulatedPhone::TakeKeptFiles() const {
+  KeptFiles files;
+  const auto keep = [&](const std::string& path) { files[path] = root_.ReadFile(path, MOST_KEPT_BYTES); };
+  for (const FlashPartition& partition : FLASH_PARTITIONS) keep(CharacterDevice(partition));
+  for (const std::string folder : {"/mnt/fat", "/usr/share/usr_data/Photos"}) {
+    if (!root_.Exists(folder)) continue;
+    for (const std::string& name : root_.ListDirectory(folder)) {
+      try {
+        keep(folder + "/" + name);
+      } catch (const std::exception&) {
+        continue;  // a directory
+      }
+    }
+  }
+  return files;
 }
 
 bool SimulatedPhone::IsRunning() const {
@@ -276,7 +307,7 @@ bool SimulatedPhone::IsRunning() const {
   return running_;
 }
 
-std::optional<PhoneEnd> SimulatedPhone::WaitForEnd(std::chrono::milliseconds time_out) {
+std::optional<PhoneEnd> SimulatedPhone::WaitForEnd(std::chrono::milliseconds time_out) const {
   std::unique_lock lock(mutex_);
   ended_.wait_for(lock, time_out, [this] { return end_.has_value(); });
   return end_;

@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -30,6 +31,9 @@
 
 namespace simulator {
 
+// Files of the phone with their contents.
+using KeptFiles = std::map<std::string, std::string>;
+
 struct PhoneOptions {
   std::filesystem::path server;               // empty: a phone without the server
   std::vector<std::string> server_arguments;  // after its name
@@ -39,11 +43,12 @@ struct PhoneOptions {
   bool echo_console = false;                  // the server's output also goes to our standard output
   std::vector<std::string> environment;       // "NAME=value" for the server, beside the phone's own
   std::string host_port_link;                 // a symbolic link to the host's end of the serial port
+  KeptFiles kept_files;                       // what flash and card of the phone before held
   PhoneLimits limits;                         // above one of them the phone ends
 };
 
 struct PhoneEnd {
-  enum class Reason { ServerExited, ServerKilled, PoweredOff, Stopped, OverLimit };
+  enum class Reason { ServerExited, ServerKilled, PoweredOff, Stopped, OverLimit, PowerCut };
   Reason reason;
   int status = 0;        // the server's exit status, or the signal that killed it
   std::string excess{};  // of OverLimit: what the phone had too much of
@@ -64,9 +69,13 @@ class SimulatedPhone {
   void Boot();
   // Ends every process of the phone at once, as taking out the battery does.
   void Stop();
+  // The same, as a fault that cuts the power does it.
+  void CutPower();
+  // What stays in flash and on the card when the battery is out. Only when the phone has ended.
+  KeptFiles TakeKeptFiles() const;
   bool IsRunning() const;
   // Waits for the phone's end. Returns nothing if the phone still runs after the time.
-  std::optional<PhoneEnd> WaitForEnd(std::chrono::milliseconds time_out);
+  std::optional<PhoneEnd> WaitForEnd(std::chrono::milliseconds time_out) const;
   // Called once on the loop's thread when the phone has ended.
   void SetEnded(std::function<void(const PhoneEnd&)> ended);
 
@@ -135,6 +144,7 @@ class SimulatedPhone {
   void StartServer();
   void TakeEnds();
   void PowerOff();
+  void EndAtOnce(PhoneEnd::Reason reason);
   void WatchLimits();
   void WatchTasks();
   void EndIfOver(const std::string& excess);
@@ -159,7 +169,7 @@ class SimulatedPhone {
   bool powered_off_ = false;
 
   mutable std::mutex mutex_;
-  std::condition_variable ended_;
+  mutable std::condition_variable ended_;
   pid_t server_process_ = 0;
   std::optional<Confinement> confinement_;
   bool running_ = false;

@@ -213,11 +213,11 @@ class PageServer::Http {
     return port_;
   }
 
-  std::string Address(const std::string& role) const {
+  std::string Address(const std::string& role, const std::string& path) const {
     const std::string host = options_.public_host.empty() ? "http://127.0.0.1:" + std::to_string(port_)
                                                           : "https://" + options_.public_host;
     for (const Role& known : access_.Roles()) {
-      if (known.name == role) return host + "/?token=" + known.token;
+      if (known.name == role) return host + path + "?token=" + known.token;
     }
     throw std::logic_error("the page has no such role");
   }
@@ -371,8 +371,8 @@ int PageServer::Port() const {
   return http_->Port();
 }
 
-std::string PageServer::Address(const std::string& role) const {
-  return http_->Address(role);
+std::string PageServer::Address(const std::string& role, const std::string& path) const {
+  return http_->Address(role, path);
 }
 
 }  // namespace web

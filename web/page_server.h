@@ -34,7 +34,7 @@ struct Visit {
   std::string path;
   std::vector<std::string> places;  // what the groups of the route's pattern matched
   std::multimap<std::string, std::string> parameters;
-  std::string body;
+  std::string body{};
 
   // The first value, or an empty string.
   std::string Parameter(const std::string& name) const;
@@ -43,7 +43,7 @@ struct Visit {
 struct Reply {
   int status = 200;
   std::string content_type = "application/json";
-  std::string body;
+  std::string body{};
   std::string file_name{};  // the browser saves it under this name
 };
 
@@ -80,8 +80,8 @@ class PageServer {
   void Stop();
 
   int Port() const;
-  // The address to open, with the role's token.
-  std::string Address(const std::string& role = "viewer") const;
+  // The address to open, with the role's token; `path` begins with a slash.
+  std::string Address(const std::string& role = "viewer", const std::string& path = "/") const;
 
  private:
   class Http;

@@ -138,6 +138,12 @@ void BluetoothTool::Furnish(RootDirectory& root) {
   root.Remove(SCENARIOS);
 }
 
+int BluetoothTool::Exec(const ExecCall& call) {
+  state.calls.push_back(fmt::format("{}", fmt::join(call.arguments, " ")));
+  if (state.calls.size() > MOST_CALLS) state.calls.pop_front();
+  return 0;
+}
+
 void BluetoothTool::SetScenario(int function, const Scenario& scenario) {
   std::string shape = "output";
   for (const ShapeName& known : SHAPES) {

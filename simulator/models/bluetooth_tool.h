@@ -4,6 +4,7 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
@@ -29,9 +30,16 @@ class BluetoothTool : public DeviceModel {
     std::optional<std::string> output{};  // printed instead of results
   };
 
+  static constexpr size_t MOST_CALLS = 20;
+  struct State {
+    std::deque<std::string> calls;  // the newest command lines
+  };
+  State state;
+
   using DeviceModel::DeviceModel;
   std::vector<std::string> Paths() const override;
   void Furnish(RootDirectory& root) override;
+  int Exec(const ExecCall& call) override;
   std::vector<ModelCommand> Commands() override;
 
   void SetScenario(int function, const Scenario& scenario);

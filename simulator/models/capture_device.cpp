@@ -268,7 +268,32 @@ std::vector<ModelCommand> CaptureDevice::Commands() {
          if (frame_.pixels.empty()) throw std::invalid_argument("The camera has delivered no frame yet.");
          return EncodePng(frame_.pixels, frame_.width, frame_.height);
        },
+       true},
+      {"preview", "FILE", "what the camera would deliver now, as a PNG picture of 240 x 320",
+       [this](const std::vector<std::string>&) {
+         const Frame preview = Preview(240, 320);
+         return EncodePng(preview.pixels, preview.width, preview.height);
+       },
        true}};
+}
+
+// Rows and places of defects are the sensor's: they shrink with the picture.
+CaptureDevice::Frame CaptureDevice::Preview(uint32_t width, uint32_t height) {
+  const State kept_state = state;
+  const Frame kept_frame = std::exchange(frame_, {width, height, {}});
+  const uint32_t kept_exposures = exposures_;
+  for (Defect& defect : state.defects) {
+    defect.column = defect.column * width / MAX_WIDTH;
+    defect.row = defect.row * height / MAX_HEIGHT;
+  }
+  for (DeadRow& dead : state.dead_rows) dead.row = dead.row * height / MAX_HEIGHT;
+  state.format.width = width;
+  state.format.height = height;
+  frame_.pixels = Expose();
+  ApplyDefects(0);
+  state = kept_state;
+  exposures_ = kept_exposures;
+  return std::exchange(frame_, kept_frame);
 }
 
 std::string CaptureDevice::Command(const std::vector<std::string>& words) {

@@ -70,6 +70,9 @@ class CaptureDevice : public DeviceModel {
     return frame_;
   }
 
+  // What the sensor would deliver now, in any size.
+  Frame Preview(uint32_t width, uint32_t height);
+
   State state;
 
  private:

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "simulator/phone/device_descriptors.h"
@@ -34,6 +35,7 @@ constexpr uint32_t READ_MODEM_STATE = 0x80044F65;
 
 constexpr const char* BACKLIGHT = "/proc/backlight/lcd";
 constexpr const char* MOTOR = "/proc/gpio/motor";  // 1 runs it, 0 stops it
+constexpr const char* STANDBY = "/proc/vantu_pm/prohibit_standby";
 constexpr const char* LED_FORCED_OFF = "/proc/cLED_wlpg/force_led_off";
 constexpr const char* LED_COLOUR = "/proc/cLED_wlpg/color";
 
@@ -48,7 +50,7 @@ constexpr TextRow TEXT_ROWS[] = {
     {LED_FORCED_OFF, "0"},
     {"/proc/cLED_wlpg/timing", "0"},
     {LED_COLOUR, "0"},
-    {"/proc/vantu_pm/prohibit_standby", "0"},  // no standby while any program holds it open
+    {STANDBY, "0"},  // no standby while any program holds it open
 };
 
 }  // namespace
@@ -124,9 +126,14 @@ std::vector<std::string> TextControls::Paths() const {
 }
 
 OpenAnswer TextControls::Open(const OpenCall& call) {
-  const auto take = [this, path = call.path](std::string text) { Take(path, std::move(text)); };
+  const auto opening = std::make_shared<const bool>();  // lives in `take` until the caller closes
+  const auto take = [this, path = call.path, opening](std::string text) { Take(path, std::move(text)); };
   const std::string text = Value(call.path) + "\n";
   if (!call.Writes()) return OpenAnswer::PlainDescriptor(TextSnapshot(text));
+  if (call.path == STANDBY) {
+    std::erase_if(standby_holds_, [](const auto& hold) { return hold.expired(); });
+    standby_holds_.push_back(opening);
+  }
   if (!call.Reads()) return OpenAnswer::PlainDescriptor(ValuePipe(phone_.loop, call, take));
   return OpenAnswer::PlainDescriptor(ValueSocket(phone_.loop, call, text, take));
 }
@@ -149,6 +156,10 @@ const std::string& TextControls::BacklightLevel() const {
 
 bool TextControls::MotorRuns() const {
   return Value(MOTOR) != "0";
+}
+
+bool TextControls::StandbyHeld() const {
+  return std::ranges::any_of(standby_holds_, [](const auto& hold) { return !hold.expired(); });
 }
 
 std::string TextControls::LedColour() const {

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -49,13 +50,16 @@ class TextControls : public DeviceModel {
   const std::string& Value(const std::string& path) const;
   const std::string& BacklightLevel() const;
   bool MotorRuns() const;
+  // Some program has the control open that keeps the phone from going into standby.
+  bool StandbyHeld() const;
   // The number of the LED's colour, "0" while the LED is forced off.
   std::string LedColour() const;
 
  private:
   void Take(const std::string& path, std::string text);
 
-  std::map<std::string, std::string> values_;  // by path
+  std::map<std::string, std::string> values_;             // by path
+  std::vector<std::weak_ptr<const void>> standby_holds_;  // one for each opening, until it is closed
 };
 
 }  // namespace simulator

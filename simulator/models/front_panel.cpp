@@ -42,6 +42,10 @@ std::string Framebuffer::Png() const {
   return EncodePng(Pixels(), WIDTH, HEIGHT);
 }
 
+posix::FileDescriptor Framebuffer::OpenToRead() const {
+  return memory_.Open({.path = {}, .flags = O_RDONLY, .thread = 0});
+}
+
 std::vector<ModelCommand> Framebuffer::Commands() {
   return {{"screenshot", "FILE", "the LCD as a PNG picture",
            [this](const std::vector<std::string>&) { return Png(); }, true}};
@@ -104,24 +108,31 @@ void Keypad::PutEvent(uint32_t value) {
 
 std::vector<ModelCommand> Keypad::Commands() {
   return {{"key",
-           "[dead] NAME | NUMBER | VALUE",
+           "[down | dead] NAME | NUMBER | VALUE, or: up",
            "presses and releases a key: its name, its number (0x74) or the driver's whole value (0x740001); "
-           "from now on a dead key does nothing",
+           "holds it (down); releases what is held (up); from now on a dead key does nothing",
            [this](const std::vector<std::string>& words) { return Press(words); },
            false,
            {{"dead", "power"}, {"dead", "exit"}}}};
 }
 
 std::string Keypad::Press(const std::vector<std::string>& words) {
+  if (words == std::vector<std::string>{"up"}) {
+    PutEvent(0);
+    return {};
+  }
+  const bool holds = words.size() == 2 && words[0] == "down";
   const bool dies = words.size() == 2 && words[0] == "dead";
-  if (words.size() != 1 && !dies) throw std::invalid_argument("key takes one key.");
+  if (words.size() != 1 && !holds && !dies) {
+    throw std::invalid_argument("key takes one key, after down to hold it.");
+  }
   const uint32_t value = ValueOf(words.back());
   if (dies) state.dead_keys.push_back(value);
   if (std::ranges::find(state.dead_keys, value) != state.dead_keys.end()) {
     return fmt::format("key 0x{:08X} is dead\n", value);
   }
   PutEvent(value);
-  PutEvent(0);
+  if (!holds) PutEvent(0);
   return fmt::format("key 0x{:08X}\n", value);
 }
 
@@ -166,8 +177,9 @@ TouchReading TouchPanel::ReadingAt(int32_t screen_x, int32_t screen_y) {
 std::vector<ModelCommand> TouchPanel::Commands() {
   return {
       {"touch",
-       "X Y | dead",
-       "touches the screen for a moment at a pixel (from the top left corner); a dead panel notices nothing",
+       "X Y | down X Y | move X Y | up X Y | noise READINGS | dead",
+       "touches the screen for a moment at a pixel (from the top left corner), or puts the pen down, draws "
+       "and lifts it; noise moves every reading at random by up to so much; a dead panel notices nothing",
        [this](const std::vector<std::string>& words) { return Touch(words); },
        false,
        {{"dead"}}}};
@@ -178,20 +190,45 @@ std::string TouchPanel::Touch(const std::vector<std::string>& words) {
     dead_ = true;
     return {};
   }
-  if (words.size() != 2) throw std::invalid_argument("touch takes a pixel's column and row.");
-  const int64_t x = NumberWord(words[0]);
-  const int64_t y = NumberWord(words[1]);
+  if (words.size() == 2 && words[0] == "noise") {
+    constexpr int MOST_NOISE = 500;
+    const int noise = CountWord(words[1]);
+    if (noise > MOST_NOISE) throw std::invalid_argument(fmt::format("noise is 0 to {}.", MOST_NOISE));
+    state.noise = static_cast<uint32_t>(noise);
+    return {};
+  }
+  const bool whole = words.size() == 2;
+  const std::string what = words.size() == 3 ? words[0] : "";
+  if (!whole && what != "down" && what != "move" && what != "up") {
+    throw std::invalid_argument("touch takes a pixel's column and row, alone or after down, move or up.");
+  }
+  return TouchAt(what, NumberWord(words[words.size() - 2]), NumberWord(words.back()));
+}
+
+// `what` is empty for a whole touch.
+std::string TouchPanel::TouchAt(const std::string& what, int64_t x, int64_t y) {
   if (x < 0 || x >= Framebuffer::WIDTH || y < 0 || y >= Framebuffer::HEIGHT) {
     throw std::invalid_argument(
         fmt::format("The screen has {} columns and {} rows.", Framebuffer::WIDTH, Framebuffer::HEIGHT));
   }
   TouchReading reading = ReadingAt(static_cast<int32_t>(x), static_cast<int32_t>(y));
   if (dead_) return "The touch panel is dead.\n";
+  AddNoise(reading.x);
+  AddNoise(reading.y);
+  if (what == "up") reading.pen = 0;
   const size_t readers = Deliver(reading);
-  reading.pen = 0;
-  Deliver(reading);
+  if (what.empty()) {
+    reading.pen = 0;
+    Deliver(reading);
+  }
   return readers == 0 ? "No program reads the touch panel.\n"
                       : fmt::format("reading {} {}\n", reading.x, reading.y);
+}
+
+void TouchPanel::AddNoise(uint32_t& value) {
+  if (state.noise == 0) return;
+  chance_ = chance_ * 1664525 + 1013904223;
+  value += (chance_ >> 8) % (2 * state.noise + 1) - state.noise;
 }
 
 }  // namespace simulator

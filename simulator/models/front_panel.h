@@ -34,6 +34,8 @@ class Framebuffer : public DeviceModel {
   // All pixels as they are now, row after row.
   std::vector<uint16_t> Pixels() const;
   std::string Png() const;  // the bytes of a PNG file
+  // The memory itself, for a program that looks at it: little-endian words, row after row.
+  posix::FileDescriptor OpenToRead() const;
 
  private:
   DeviceMemory memory_{size_t{WIDTH} * HEIGHT * 2};
@@ -70,6 +72,7 @@ class TouchPanel : public DeviceModel {
  public:
   struct State {
     size_t reading_bytes = sizeof(TouchReading);  // fewer: readings come short
+    uint32_t noise = 0;  // a reading is off by so much at most, either way, in each axis
   };
 
   using DeviceModel::DeviceModel;
@@ -86,8 +89,11 @@ class TouchPanel : public DeviceModel {
 
  private:
   std::string Touch(const std::vector<std::string>& words);
+  std::string TouchAt(const std::string& what, int64_t x, int64_t y);
+  void AddNoise(uint32_t& value);
 
   bool dead_ = false;
+  uint32_t chance_ = 1;
   std::list<posix::FileDescriptor> readers_;  // our ends; one goes when the phone has closed its end
 };
 

@@ -59,8 +59,20 @@ void ModemAtPort::Take(std::string_view bytes) {
       continue;
     }
     const std::string command = std::exchange(command_, {});
-    if (!command.empty()) Answer(command);
+    if (command.empty()) continue;
+    NoteLine(true, command);
+    Answer(command);
   }
+}
+
+void ModemAtPort::Send(const std::string& bytes) {
+  NoteLine(false, bytes);
+  line_.Send(bytes);
+}
+
+void ModemAtPort::NoteLine(bool from_phone, std::string text) {
+  state.lines.push_back({from_phone, std::move(text)});
+  if (state.lines.size() > MOST_LINES) state.lines.pop_front();
 }
 
 void ModemAtPort::Answer(const std::string& command) {
@@ -113,9 +125,9 @@ void ModemAtPort::Send(const std::vector<Piece>& pieces) {
   for (const Piece& piece : pieces) {
     delay += piece.pause;
     if (delay.count() == 0) {
-      line_.Send(piece.bytes);
+      Send(piece.bytes);
     } else {
-      phone_.loop.After(delay, [this, bytes = piece.bytes] { line_.Send(bytes); });
+      phone_.loop.After(delay, [this, bytes = piece.bytes] { Send(bytes); });
     }
   }
 }

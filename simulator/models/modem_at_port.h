@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <deque>
 #include <map>
 #include <string>
 #include <string_view>
@@ -19,6 +20,11 @@ class ModemAtPort : public DeviceModel {
     std::chrono::milliseconds pause;  // before it
     std::string bytes;
   };
+  struct Line {
+    bool from_phone;
+    std::string text;
+  };
+  static constexpr size_t MOST_LINES = 40;
   struct State {
     bool sim_inserted = true;
     unsigned signal = 20;  // +CSQ's strength, 0 to 31, or 99 for unknown
@@ -30,6 +36,7 @@ class ModemAtPort : public DeviceModel {
     bool hangs_up = false;               // instead of answering
     bool fails_reads = false;            // every read of a port opened from now on fails
     bool fails_writes = false;           // and every write
+    std::deque<Line> lines;              // the newest that passed, up to MOST_LINES
     std::map<std::string, std::vector<Piece>> scripts;  // instead of the interpreter's answer to a command
   };
 
@@ -51,6 +58,8 @@ class ModemAtPort : public DeviceModel {
   };
 
   void Take(std::string_view bytes);
+  void Send(const std::string& bytes);
+  void NoteLine(bool from_phone, std::string text);
   void Answer(const std::string& command);
   Result Execute(const std::string& command);
   Result Failure(unsigned number, const char* text) const;

@@ -8,6 +8,12 @@
 
 namespace simulator {
 
+HostPort::HostPort(PhoneServices& phone)
+    : DeviceModel(phone),
+      exchanges_(phone.journal),
+      relay_(phone.loop,
+             [this](bool from_phone, std::string_view bytes) { exchanges_.Take(from_phone, bytes); }) {}
+
 std::vector<std::string> HostPort::Paths() const {
   return {"/dev/usb/tts/0"};
 }
@@ -27,7 +33,15 @@ std::vector<ModelCommand> HostPort::Commands() {
   return {{"unplug", "", "pulls the serial cable out of the phone", command(&HostPort::Unplug), false, {{}}},
           {"plug", "", "plugs the serial cable in", command(&HostPort::Plug)},
           {"replug", "", "pulls the serial cable out of the phone and plugs it in again",
-           command(&HostPort::Replug)}};
+           command(&HostPort::Replug)},
+          {"exchanges", "[SINCE]",
+           "the newest commands with their answers, decoded, as a list of JSON objects; SINCE leaves out "
+           "those up "
+           "to that number",
+           [this](const std::vector<std::string>& words) {
+             if (words.size() > 1) throw std::invalid_argument("exchanges takes one number or nothing.");
+             return exchanges_.AsJson(words.empty() ? 0 : CountWord(words[0]));
+           }}};
 }
 
 ModemDataPort::ModemDataPort(PhoneServices& phone) : DeviceModel(phone), relay_(phone.loop) {

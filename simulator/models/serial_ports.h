@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "simulator/models/exchange_log.h"
 #include "simulator/phone/device_descriptors.h"
 #include "simulator/phone/device_model.h"
 
@@ -17,7 +18,7 @@ class HostPort : public DeviceModel {
     bool plugged = true;  // without the cable the port cannot be opened
   };
 
-  explicit HostPort(PhoneServices& phone) : DeviceModel(phone), relay_(phone.loop) {}
+  explicit HostPort(PhoneServices& phone);
 
   std::vector<std::string> Paths() const override;
   OpenAnswer Open(const OpenCall& call) override;
@@ -32,6 +33,7 @@ class HostPort : public DeviceModel {
   // Pulls the cable out of the phone: every descriptor that the phone has of it is hung up.
   void Unplug() {
     state.plugged = false;
+    exchanges_.Restart();
     PhoneSide().HangUp();
   }
   void Plug() {
@@ -45,6 +47,7 @@ class HostPort : public DeviceModel {
   State state;
 
  private:
+  ExchangeLog exchanges_;
   SerialRelay relay_;
 };
 

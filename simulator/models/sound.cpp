@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -107,6 +109,7 @@ void Sound::Drain(StreamPlace stream) {
   }
   samples.resize(static_cast<size_t>(size));
   Record(*stream, samples);
+  Tell(*stream, samples);
   if (state.paced) Pause(stream, samples.size());
 }
 
@@ -140,6 +143,26 @@ void Sound::Record(Stream& stream, std::span<const uint8_t> samples) {
     stream.recorded = false;
     phone_.journal.Add({.text = fmt::format("sound is not recorded any more: {}", failure.what())});
   }
+}
+
+posix::FileDescriptor Sound::Listen() {
+  posix::Connection sockets = posix::MakeSocketPair(SOCK_SEQPACKET);
+  if (!sockets) posix::ThrowErrno("socket");
+  listeners_.push_back(std::move(sockets.writing));
+  return std::move(sockets.reading);
+}
+
+void Sound::Tell(const Stream& stream, std::span<const uint8_t> samples) {
+  if (listeners_.empty()) return;
+  SoundPiece piece = {stream.format->sample_rate, stream.format->channels, stream.format->sample_bits};
+  iovec parts[] = {{&piece, sizeof piece}, {const_cast<uint8_t*>(samples.data()), samples.size()}};
+  msghdr message = {};
+  message.msg_iov = parts;
+  message.msg_iovlen = std::size(parts);
+  std::erase_if(listeners_, [&](const posix::FileDescriptor& listener) {
+    return sendmsg(listener.Get(), &message, MSG_DONTWAIT | MSG_NOSIGNAL) < 0 && errno != EAGAIN &&
+           errno != ENOBUFS;
+  });
 }
 
 void Sound::KeepRecording(std::shared_ptr<Recording> recording) {

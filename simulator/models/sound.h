@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "posix/file_descriptor.h"
+#include "simulator/control/streams.h"
 #include "simulator/phone/device_descriptors.h"
 #include "simulator/phone/device_model.h"
 #include "simulator/phone/poll_loop.h"
@@ -81,6 +82,9 @@ class Sound : public DeviceModel {
   size_t OpenStreams() const {
     return streams_.size();
   }
+  // A socket from which whatever is played comes as it is played: messages of a SoundPiece and samples. A
+  // listener that is too slow misses some; one that closes its end is forgotten.
+  posix::FileDescriptor Listen();
   // The newest recordings, oldest first. They grow while they play.
   std::vector<Recording> Recordings() const;
 
@@ -103,6 +107,7 @@ class Sound : public DeviceModel {
   void Drain(StreamPlace stream);
   void Pause(StreamPlace stream, size_t bytes);
   void Record(Stream& stream, std::span<const uint8_t> samples);
+  void Tell(const Stream& stream, std::span<const uint8_t> samples);
   void KeepRecording(std::shared_ptr<Recording> recording);
   RequestAnswer SetFormat(DriverRequest& request);
   std::string List() const;
@@ -110,6 +115,7 @@ class Sound : public DeviceModel {
 
   DeviceMemory mixer_{0};
   std::list<Stream> streams_;
+  std::list<posix::FileDescriptor> listeners_;
   std::deque<std::shared_ptr<Recording>> recordings_;
   unsigned recording_count_ = 0;
 };

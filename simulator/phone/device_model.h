@@ -35,6 +35,7 @@ struct PhoneServices {
   PollLoop& loop;
   Journal& journal;
   std::function<void()> power_off;
+  std::function<void()> cut_power;  // ends every process at once
   // The phone's processes whose program has this name, by the PC's process numbers.
   std::function<std::vector<pid_t>(const std::string& name)> processes_named;
   // Starts a program without arguments beside the server. Only while the phone runs.

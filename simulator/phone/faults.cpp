@@ -1,5 +1,7 @@
 #include "simulator/phone/faults.h"
 
+#include <fmt/format.h>
+
 #include <cstring>
 #include <stdexcept>
 #include <utility>
@@ -15,8 +17,9 @@ bool Fits(const std::string& pattern, const std::string& path) {
   return path.starts_with(std::string_view(pattern).substr(0, pattern.size() - 1));
 }
 
-bool Fits(const FaultRule& rule, FaultCall call, const std::string& path, uint32_t request) {
-  return rule.call == call && Fits(rule.path, path) && (!rule.request || *rule.request == request);
+bool Fits(const FaultRule& rule, FaultCall call, const std::string& path, uint32_t request, bool writes) {
+  return rule.call == call && (writes || !rule.cuts_power) && Fits(rule.path, path) &&
+         (!rule.request || *rule.request == request);
 }
 
 int ErrorNumber(const std::string& name) {
@@ -27,16 +30,32 @@ int ErrorNumber(const std::string& name) {
   throw std::invalid_argument("\"" + name + "\" is not the name of an error such as EIO.");
 }
 
-FaultCall CallNamed(const std::string& name) {
-  static const std::pair<const char*, FaultCall> NAMES[] = {{"open", FaultCall::Open},
+constexpr std::pair<const char*, FaultCall> CALL_NAMES[] = {{"open", FaultCall::Open},
                                                             {"request", FaultCall::Request},
                                                             {"exec", FaultCall::Exec},
                                                             {"sleep", FaultCall::Sleep},
                                                             {"thread", FaultCall::Thread}};
-  for (const auto& [known, call] : NAMES) {
+
+FaultCall CallNamed(const std::string& name) {
+  for (const auto& [known, call] : CALL_NAMES) {
     if (name == known) return call;
   }
   throw std::invalid_argument("A fault is for open, request, exec, sleep or thread, not \"" + name + "\".");
+}
+
+std::string TextOf(const FaultRule& rule) {
+  std::string text;
+  for (const auto& [name, call] : CALL_NAMES) {
+    if (call == rule.call) text = name;
+  }
+  if (!rule.path.empty()) text += " " + rule.path;
+  if (rule.request) text += fmt::format(" number=0x{:X}", *rule.request);
+  if (rule.error != 0) text += fmt::format(" error={}", strerrorname_np(rule.error));
+  if (rule.size) text += fmt::format(" size={}", *rule.size);
+  if (rule.delay.count() != 0) text += fmt::format(" delay={}", rule.delay.count());
+  if (rule.cuts_power) text += " power=cut";
+  if (rule.nth != 1) text += fmt::format(" nth={}", rule.nth);
+  return text + (rule.times == ALWAYS ? " times=always" : fmt::format(" times={}", rule.times));
 }
 
 void ApplySetting(FaultRule& rule, const std::string& name, const std::string& value) {
@@ -50,6 +69,8 @@ void ApplySetting(FaultRule& rule, const std::string& name, const std::string& v
     rule.times = value == "always" ? ALWAYS : CountWord(value);
   } else if (name == "size") {
     rule.size = NumberWord(value);
+  } else if (name == "power" && value == "cut") {
+    rule.cuts_power = true;
   } else if (name == "delay") {
     rule.delay = std::chrono::milliseconds(CountWord(value));
   } else {
@@ -67,6 +88,21 @@ void Faults::Add(FaultRule rule) {
 void Faults::Clear() {
   const std::lock_guard lock(mutex_);
   rules_.clear();
+}
+
+std::vector<std::string> Faults::List() const {
+  const std::lock_guard lock(mutex_);
+  std::vector<std::string> list;
+  for (const Counted& counted : rules_) {
+    list.push_back(fmt::format("{} (asked for {} times)", TextOf(counted.rule), counted.seen));
+  }
+  return list;
+}
+
+void Faults::Remove(size_t place) {
+  const std::lock_guard lock(mutex_);
+  if (place < 1 || place > rules_.size()) throw std::invalid_argument("There is no such fault.");
+  rules_.erase(rules_.begin() + static_cast<ptrdiff_t>(place) - 1);
 }
 
 void Faults::FailOpen(const std::string& path, int error, int nth, int times) {
@@ -95,12 +131,13 @@ void Faults::LengthenSleeps(std::chrono::milliseconds length) {
   Add({.call = FaultCall::Sleep, .times = ALWAYS, .delay = length});
 }
 
-std::optional<FaultRule> Faults::Strike(FaultCall call, const std::string& path, uint32_t request) {
+std::optional<FaultRule> Faults::Strike(FaultCall call, const std::string& path, uint32_t request,
+                                        bool writes) {
   const std::lock_guard lock(mutex_);
   std::optional<FaultRule> striking;
   for (Counted& counted : rules_) {
     const FaultRule& rule = counted.rule;
-    if (!Fits(rule, call, path, request)) continue;
+    if (!Fits(rule, call, path, request, writes)) continue;
     const int count = ++counted.seen;
     if (!striking && count >= rule.nth && count - rule.nth < rule.times) striking = rule;
   }
@@ -124,8 +161,8 @@ FaultRule ParseFaultRule(const std::vector<std::string>& words) {
   if (rule.path.empty() && has_path) {
     throw std::invalid_argument("A fault needs the path of the device, file or program.");
   }
-  if (rule.error == 0 && !rule.size && rule.delay.count() == 0) {
-    throw std::invalid_argument("A fault needs what it does: error=EIO, size=BYTES or delay=MS.");
+  if (rule.error == 0 && !rule.size && rule.delay.count() == 0 && !rule.cuts_power) {
+    throw std::invalid_argument("A fault needs what it does: error=EIO, size=BYTES, delay=MS or power=cut.");
   }
   return rule;
 }

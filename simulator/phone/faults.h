@@ -26,6 +26,7 @@ struct FaultRule {
   int times = 1;                      // how many in a row, or ALWAYS
   int error = 0;                      // errno to answer with; 0: the call goes on
   std::optional<int64_t> size{};      // of Open: the file seems to hold this many bytes;
+  bool cuts_power = false;            // of Open: to be written; the phone's power goes at that moment
   std::chrono::milliseconds delay{};  // before the answer; of Sleep: its new length
 };
 
@@ -33,6 +34,10 @@ class Faults {
  public:
   void Add(FaultRule rule);
   void Clear();
+  // One line for each rule, as `phonesim fault` takes it, with how often it was asked for.
+  std::vector<std::string> List() const;
+  // The rule at this place of the list, from 1. Throws std::invalid_argument if there is none.
+  void Remove(size_t place);
 
   void FailOpen(const std::string& path, int error, int nth = 1, int times = ALWAYS);
   void FailRequest(const std::string& path, std::optional<uint32_t> request, int error, int nth = 1,
@@ -43,19 +48,20 @@ class Faults {
   void LengthenSleeps(std::chrono::milliseconds length);
 
   // Counts the call and returns the rule that applies to it, if any.
-  std::optional<FaultRule> Strike(FaultCall call, const std::string& path, uint32_t request = 0);
+  std::optional<FaultRule> Strike(FaultCall call, const std::string& path, uint32_t request = 0,
+                                  bool writes = false);
 
  private:
   struct Counted {
     FaultRule rule;
     int seen = 0;
   };
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::vector<Counted> rules_;
 };
 
 // A rule from words, as `phonesim fault` takes them:
-//   open PATH [error=ENODEV] [nth=N] [times=N|always] [size=BYTES] [delay=MS]
+//   open PATH [error=ENODEV] [nth=N] [times=N|always] [size=BYTES] [delay=MS] [power=cut]
 //   request PATH [number=0x40044F29] [error=EIO] [nth=N] [times=N|always] [delay=MS]
 //   exec PATH [error=EACCES] ...
 //   sleep delay=MS

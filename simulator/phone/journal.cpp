@@ -83,6 +83,10 @@ void Journal::DropOldest() {
   }
 }
 
+std::chrono::microseconds Journal::Now() const {
+  return std::chrono::duration_cast<std::chrono::microseconds>(std::chrono::steady_clock::now() - start_);
+}
+
 size_t Journal::Mark() const {
   const std::lock_guard lock(mutex_);
   return dropped_ + entries_.size();

@@ -80,6 +80,8 @@ class Journal {
   void Keep(size_t entries);
   void Add(JournalEntry entry);
 
+  // The time since the journal began, as its entries have it.
+  std::chrono::microseconds Now() const;
   // The number of entries so far, dropped ones included: what happens from now on is "since" this mark.
   size_t Mark() const;
   std::vector<JournalEntry> Entries(size_t since = 0, const JournalFilter& filter = {}) const;

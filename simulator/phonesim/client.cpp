@@ -12,7 +12,7 @@
 #include <thread>
 #include <utility>
 
-#include "simulator/phonesim/control_socket.h"
+#include "simulator/control/control_socket.h"
 #include "simulator/phonesim/terminal.h"
 
 namespace simulator {
@@ -109,9 +109,12 @@ int ShellInPhone(const std::string& name) {
   return 0;
 }
 
-int ShowJournal(const std::string& name, bool follow) {
-  PhoneRequest request(
-      name, follow ? std::vector<std::string>{"journal", "--follow"} : std::vector<std::string>{"journal"});
+int ShowJournal(const std::string& name, const JournalWish& wish) {
+  std::vector<std::string> words = {"journal"};
+  if (wish.follow) words.push_back("--follow");
+  if (wish.as_json) words.push_back("--json");
+  if (wish.last != 0) words.insert(words.end(), {"--last", std::to_string(wish.last)});
+  PhoneRequest request(name, words);
   Answer answer = request.TakeStatus();
   if (!answer.good) return Show(request.TakeText(std::move(answer)));
   // From here on the pieces come when they come.

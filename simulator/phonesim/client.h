@@ -14,10 +14,20 @@ int StopPhone(const std::string& name);
 // As a list of JSON objects if wanted so.
 int ShowPhones(bool as_json);
 int ShellInPhone(const std::string& name);
-int ShowJournal(const std::string& name, bool follow);
 // The names, or the serial ports, of the running phones: a line for each.
 int ListNames();
 int ListPorts();
+struct JournalWish {
+  bool follow = false;
+  bool as_json = false;
+  unsigned last = 0;  // only so many entries of before; 0: all
+};
+int ShowJournal(const std::string& name, const JournalWish& wish);
+// To standard output until the phone ends: each changed picture of the LCD, at most 25 a second, as 240 x 320
+// little-endian RGB565 pixels.
+int FollowLcd(const std::string& name);
+// To standard output until the phone ends: what it plays, as a WAV stream in the format of the first sound.
+int Listen(const std::string& name);
 int CommandPhone(const std::string& name, std::vector<std::string> words);
 
 }  // namespace simulator

@@ -7,11 +7,14 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "completion/bash_completion.h"
 #include "program_version.h"
+#include "simulator/panel/panel.h"
 #include "simulator/phonesim/client.h"
 #include "simulator/phonesim/command_list.h"
 #include "simulator/phonesim/session.h"
@@ -49,14 +52,26 @@ std::string Greeting(Session& session) {
                      session.Phone().HostPort(), session.Phone().Command({"modem-data"}));
 }
 
-int RunInForeground(const SessionOptions& options) {
+// Sets `restart` to the options with which the phone is switched on again, or to nothing.
+int RunOnce(const SessionOptions& options, std::optional<SessionOptions>& restart) {
   PrepareStart();
   Session session(options);
   fmt::print("{}", Greeting(session));
   fflush(stdout);
   const PhoneEnd end = session.Run();
   fmt::print("{}\n", end.Text());
+  restart = session.OptionsOfRestart();
   return ExitStatus(end);
+}
+
+int RunInForeground(const SessionOptions& options) {
+  std::optional<SessionOptions> restart = options;
+  int status = 0;
+  while (restart) {
+    const SessionOptions next = *restart;
+    status = RunOnce(next, restart);
+  }
+  return status;
 }
 
 int RunShellOnly(const SessionOptions& options) {
@@ -76,11 +91,48 @@ int RunShellOnly(const SessionOptions& options) {
 
 int StartInBackground(const SessionOptions& options) {
   return simulator::RunInBackground([&options](const std::function<void(const std::string&)>& ready) {
+    std::optional<SessionOptions> next = options;
+    while (next) {
+      PrepareStart();
+      Session session(std::exchange(next, std::nullopt).value());
+      session.AwaitServer();
+      if (!session.Options().goes_on) ready(Greeting(session));
+      session.Run();
+      next = session.OptionsOfRestart();
+    }
+  });
+}
+
+void AddPanelOptions(CLI::App& command, simulator::PanelOptions& options) {
+  command.add_option("--panel-port", options.port, "the page's port (default: any free one)")
+      ->check(CLI::Range(0, 65535));
+  command
+      .add_option(
+          "--listen", options.address,
+          "the address to listen on. Others than loopback are for a proxy with TLS in front; name it with "
+          "--public-name")
+      ->capture_default_str();
+  command.add_option("--public-name", options.public_name,
+                     "the host name under which a proxy with TLS serves the page");
+}
+
+// The page of the named phone, or of all.
+int RunPanelInForeground(const simulator::PanelOptions& options, const std::string& name) {
+  PrepareStart();
+  simulator::Panel panel(options);
+  fmt::print("panel: {}\n", panel.Address(name));
+  fflush(stdout);
+  panel.Run();
+  return 0;
+}
+
+int StartPanelInBackground(simulator::PanelOptions options, const std::string& name) {
+  options.ends_with_phones = true;
+  return simulator::RunInBackground([&](const std::function<void(const std::string&)>& ready) {
     PrepareStart();
-    Session session(options);
-    session.AwaitServer();
-    ready(Greeting(session));
-    session.Run();
+    simulator::Panel panel(options);
+    ready(fmt::format("panel: {}\n", panel.Address(name)));
+    panel.Run();
   });
 }
 
@@ -175,8 +227,6 @@ int RunProgram(int argc, char** argv) {
   status->add_flag("--json", as_json, "as JSON, with the executable's SHA-256 and what confines the phone");
   CLI::App* shell = app.add_subcommand("shell", "opens a shell in the phone")->fallthrough();
   CLI::App* journal = app.add_subcommand("journal", "prints what has happened so far")->fallthrough();
-  bool follow = false;
-  journal->add_flag("--follow,-f", follow, "goes on with what happens from now on");
   CLI::App* commands = app.add_subcommand("commands", "lists the commands that go to a phone");
   bool as_manual = false;
   commands->add_flag("--manual", as_manual, "in the manual page's form");
@@ -185,6 +235,29 @@ int RunProgram(int argc, char** argv) {
   completion
       ->add_option("kind", kind, "what the script asks for: prints the running phones or their ports instead")
       ->check(CLI::IsMember({"phones", "ports"}));
+  simulator::JournalWish journal_wish;
+  journal->add_flag("--follow,-f", journal_wish.follow, "goes on with what happens from now on");
+  journal->add_flag("--json", journal_wish.as_json, "a JSON object in each line");
+  journal->add_option("--last", journal_wish.last, "leaves out what came before so many newest entries");
+  CLI::App* lcd =
+      app.add_subcommand("lcd",
+                         "writes each changed picture of the LCD to standard output, at most 25 a second, as "
+                         "240 x 320 little-endian RGB565 pixels")
+          ->fallthrough();
+  CLI::App* listen =
+      app.add_subcommand("listen", "writes what the phone plays to standard output, as a WAV stream")
+          ->fallthrough();
+  CLI::App* restart =
+      app.add_subcommand("restart",
+                         "takes the battery out and puts it in: the phone boots anew, and what is in flash "
+                         "and on the card stays")
+          ->fallthrough();
+  simulator::PanelOptions panel_options;
+  bool with_panel = false;
+  start->add_flag("--panel", with_panel, "also shows the phone as a page; prints its address");
+  CLI::App* panel =
+      app.add_subcommand("panel", "shows the phones that run as a page; prints its address")->fallthrough();
+  for (CLI::App* command : {start, panel}) AddPanelOptions(*command, panel_options);
   app.prefix_command();
   try {
     app.parse(argc, argv);
@@ -198,13 +271,20 @@ int RunProgram(int argc, char** argv) {
   options.phone.echo_console = !*start && !no_server;
   if (!port.empty()) options.name = simulator::PhoneAtPort(port);
   const std::string name = options.name.empty() ? "phone" : options.name;
-  if (*start) return StartInBackground(options);
+  if (*start) {
+    const int failure = StartInBackground(options);
+    return failure == 0 && with_panel ? StartPanelInBackground(panel_options, options.name) : failure;
+  }
+  if (*panel) return RunPanelInForeground(panel_options, options.name);
+  if (*restart) return simulator::CommandPhone(name, {"restart"});
+  if (*lcd) return simulator::FollowLcd(name);
+  if (*listen) return simulator::Listen(name);
   if (*stop) return simulator::StopPhone(name);
   if (*status) return simulator::ShowPhones(as_json);
   if (*shell) return simulator::ShellInPhone(name);
   if (*commands) return ShowCommands(as_manual);
   if (*completion) return ShowCompletion(app, kind);
-  if (*journal) return simulator::ShowJournal(name, follow);
+  if (*journal) return simulator::ShowJournal(name, journal_wish);
   if (const std::vector<std::string> words = app.remaining(); !words.empty()) {
     if (words[0].starts_with('-')) {
       fmt::print(stderr, "phonesim: there is no option {}\nRun with --help for more information.\n",

@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "simulator/models/front_panel.h"
+#include "simulator/models/sound.h"
 #include "simulator/supervisor/landlock.h"
 
 namespace simulator {
@@ -42,7 +43,7 @@ Session::Session(SessionOptions options) : options_(std::move(options)), phone_(
   if (!options_.phone.server.empty()) executable_ = IdentifyExecutable(options_.phone.server);
   TakeName();
   if (!options_.journal_file.empty()) {
-    journal_.open(options_.journal_file);
+    journal_.open(options_.journal_file, options_.goes_on ? std::ios::app : std::ios::out);
     if (!journal_)
       throw std::runtime_error(fmt::format("The journal {} cannot be written.", options_.journal_file));
   }
@@ -103,6 +104,7 @@ PhoneEnd Session::Run() {
     Wait();
     std::erase_if(clients_, [this](Client& client) { return !GoOn(client); });
     if (stopped_) phone_.Stop();
+    if (restarts_) phone_.CutPower();
     const auto end = phone_.WaitForEnd(std::chrono::milliseconds(0));
     if (!end) continue;
     if (!options_.lcd_file.empty()) {
@@ -113,6 +115,15 @@ PhoneEnd Session::Run() {
     for (Client& client : clients_) GoOn(client);
     return *end;
   }
+}
+
+std::optional<SessionOptions> Session::OptionsOfRestart() const {
+  const auto end = phone_.WaitForEnd(std::chrono::milliseconds(0));
+  if (!end || end->reason != PhoneEnd::Reason::PowerCut) return std::nullopt;
+  SessionOptions options = options_;
+  options.goes_on = true;
+  if (options.phone.state_directory.empty()) options.phone.kept_files = phone_.TakeKeptFiles();
+  return options;
 }
 
 void Session::Wait() {
@@ -141,6 +152,9 @@ void Session::Wait() {
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
   }
+  for (size_t index = 3; index < polled.size(); ++index) {
+    clients_[index - 3].gone = (polled[index].revents & (POLLHUP | POLLERR)) != 0;
+  }
   if (polled[0].revents != 0) stopped_ = true;
 }
 
@@ -162,12 +176,21 @@ void Session::Serve(Client& client, const std::vector<std::string>& words) {
     SendDescriptor(client.socket, phone_.OpenShell().Get());
     return;
   }
+  if (words[0] == "lcd") {
+    const auto opened = phone_.With<Framebuffer>([](const Framebuffer& lcd) { return lcd.OpenToRead(); });
+    SendDescriptor(client.socket, opened.Get());
+    return;
+  }
+  if (words[0] == "listen") {
+    SendDescriptor(client.socket, phone_.With<Sound>([](Sound& sound) { return sound.Listen(); }).Get());
+    return;
+  }
   if (words[0] == "journal") {
-    client.journal_next = 0;
-    client.follows = words.size() > 1 && words[1] == "--follow";
-    if (!client.follows) client.journal_end = phone_.GetJournal().Mark();
+    StartJournal(client, words);
   } else if (words[0] == "stop") {
     stopped_ = true;
+  } else if (words[0] == "restart") {
+    restarts_ = true;
   } else if (words[0] == "status") {
     text = words.size() > 1 && words[1] == "--json" ? StatusAsJson() : Status();
   } else if (words[0] == "host-port") {
@@ -182,20 +205,37 @@ void Session::Serve(Client& client, const std::vector<std::string>& words) {
   client.pending = ANSWER_GOOD + text;
 }
 
+void Session::StartJournal(Client& client, const std::vector<std::string>& words) {
+  const size_t mark = phone_.GetJournal().Mark();
+  client.journal_next = 0;
+  for (size_t index = 1; index < words.size(); ++index) {
+    if (words[index] == "--follow") {
+      client.follows = true;
+    } else if (words[index] == "--json") {
+      client.wants_json = true;
+    } else if (words[index] == "--last" && index + 1 < words.size()) {
+      client.journal_next = mark - std::min(mark, static_cast<size_t>(CountWord(words[++index])));
+    }
+  }
+  if (!client.follows) client.journal_end = mark;
+}
+
 // Puts the next piece of the journal before the client; a slow one keeps no more than that waiting here.
 void Session::TakeJournal(Client& client) {
   constexpr size_t PIECE = 500;
   const Journal::Piece piece = phone_.GetJournal().Next(client.journal_next, PIECE);
-  if (piece.dropped != 0) {
+  if (piece.dropped != 0 && !client.wants_json) {
     client.pending += fmt::format("({} entries came and went before they could be shown)\n", piece.dropped);
   }
-  for (const JournalEntry& entry : piece.entries) client.pending += TimedLine(entry);
+  for (const JournalEntry& entry : piece.entries)
+    client.pending += client.wants_json ? entry.JsonLine() : TimedLine(entry);
   client.journal_next = piece.mark;
 }
 
 // Returns false when the client has its whole answer, has gone, or is too slow to ask.
 bool Session::GoOn(Client& client) {
   if (!client.served) TakeRequest(client);
+  if (client.gone && client.follows) return false;  // before there is something to send to it
   if (!client.served) return !client.request_until.HasPassed();
   const size_t journal_end = std::min(phone_.GetJournal().Mark(), client.journal_end);
   while (client.journal_next < journal_end && SendSome(client.socket, client.pending) &&

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "posix/file_descriptor.h"
-#include "simulator/phonesim/control_socket.h"
+#include "simulator/control/control_socket.h"
 #include "simulator/simulated_phone.h"
 
 namespace simulator {
@@ -20,6 +20,7 @@ struct SessionOptions {
   std::string journal_file;  // one JSON object a line when it ends in ".json"
   std::string camera_file;   // a PNG or JPEG picture before the camera
   std::string lcd_file;      // the LCD as PNG when the phone ends
+  bool goes_on = false;      // after a restart: the journal's file is continued
   bool prints_journal = false;
 };
 
@@ -32,11 +33,17 @@ class Session {
   const std::string& Name() const {
     return options_.name;
   }
+  const SessionOptions& Options() const {
+    return options_;
+  }
   SimulatedPhone& Phone() {
     return phone_;
   }
   // Waits, within reason, until the server has come through its start, whose last step sets the backlight.
   void AwaitServer();
+  // The phone was switched off to be switched on again: a session with these options is to follow. None if
+  // the phone has ended for good.
+  std::optional<SessionOptions> OptionsOfRestart() const;
   // Until the phone's end or a signal to end; SIGINT, SIGTERM and SIGHUP must be blocked.
   PhoneEnd Run();
 
@@ -52,6 +59,8 @@ class Session {
     size_t journal_next = SIZE_MAX;  // the first entry that it has not got, if it wants the journal
     size_t journal_end = SIZE_MAX;
     bool follows = false;
+    bool wants_json = false;
+    bool gone = false;
   };
 
   void TakeName();
@@ -59,6 +68,7 @@ class Session {
   void Wait();
   void TakeRequest(Client& client);
   void Serve(Client& client, const std::vector<std::string>& words);
+  void StartJournal(Client& client, const std::vector<std::string>& words);
   void TakeJournal(Client& client);
   bool GoOn(Client& client);
   std::string Status() const;
@@ -73,6 +83,7 @@ class Session {
   posix::FileDescriptor signals_;
   posix::FileDescriptor changed_;  // an entry in the journal, or the phone's end
   bool stopped_ = false;
+  bool restarts_ = false;
   std::ofstream journal_;
   std::vector<Client> clients_;
   SimulatedPhone phone_;

@@ -60,7 +60,9 @@ void SystemCalls::Open(const CallPointer& call, int directory, uint64_t path_add
 
   const ResolvedPath resolved = ResolvePath(phone_.root, *path, (flags & O_NOFOLLOW) == 0);
   FaultRule rule;
-  if (const auto strike = faults_.Strike(FaultCall::Open, resolved.path)) rule = *strike;
+  const bool writes = (flags & O_ACCMODE) != O_RDONLY;
+  if (const auto strike = faults_.Strike(FaultCall::Open, resolved.path, 0, writes)) rule = *strike;
+  if (rule.cuts_power) return phone_.cut_power();
   After(rule, call, [this, call, resolved, flags, rule] {
     if (RefusedBy(
             rule, *call,

@@ -186,7 +186,8 @@ Json Browser::Await(const std::string& script, const std::string& what, const Js
     const bool holds = !value.is_null() && value != false && value != 0 && value != "";
     if (holds) return value;
     if (std::chrono::steady_clock::now() > deadline) {
-      throw std::runtime_error("not in time: " + what + "\n" + script);
+      const Json text = Run("return document.body.innerText");
+      throw std::runtime_error("not in time: " + what + "\n" + script + "\n" + text.get<std::string>());
     }
     std::this_thread::sleep_for(PAUSE);
   }

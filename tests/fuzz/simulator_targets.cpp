@@ -1,7 +1,7 @@
 // What persons and scripts say to the simulated phone: fault rules, and requests on the control socket.
 #include <stdexcept>
 
-#include "simulator/phonesim/control_socket.h"
+#include "simulator/control/control_socket.h"
 #include "simulator/simulated_phone.h"
 #include "tests/fuzz/target.h"
 

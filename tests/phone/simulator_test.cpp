@@ -100,8 +100,8 @@ TEST_F(SimulatorTest, TakesFaultsFromWords) {
   for (int round = 0; round < 3; ++round)
     EXPECT_EQ(faults.Strike(FaultCall::Open, "/dev/fb/0")->error, ENODEV);
   for (const std::vector<std::string>& words :
-       std::vector<std::vector<std::string>>{{"fault"},
-                                             {"fault", "open"},
+       std::vector<std::vector<std::string>>{{"fault", "open"},
+                                             {"fault", "remove", "4"},
                                              {"fault", "open", "/x"},
                                              {"fault", "open", "/x", "error=EWHAT"},
                                              {"fault", "shut", "/x", "error=EIO"},

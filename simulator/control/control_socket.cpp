@@ -1,4 +1,4 @@
-#include "simulator/phonesim/control_socket.h"
+#include "simulator/control/control_socket.h"
 
 #include <fmt/format.h>
 #include <sys/socket.h>
