@@ -10,6 +10,8 @@ build=$(cd "$1" && pwd)
 declare -A not_run=(
   ["./run"]="builds everything and takes a minute; a command of its own"
   ["./run --arm"]="the same"
+  ["phonesim listen | aplay"]="needs a sound card"
+  ["phonesim lcd | ffplay -f rawvideo -pixel_format rgb565le -video_size 240x320 -"]="needs a screen"
   ["./test"]="runs this test"
   ["cmake --preset phone && cmake --build --preset phone"]="./test --full builds it"
   ["cmake --preset desk && cmake --build --preset desk"]="built this test"
@@ -27,7 +29,7 @@ declare -A not_run=(
   ["tools/fuzz 600"]="takes long"
   ["tools/fuzz --keep plans"]="takes long"
 )
-endless='^phonesim( --no-server| -- -g|)$|--follow$|serve '
+endless='^phonesim( --no-server| -- -g|)$|--follow$|serve | panel( |$)'
 
 scratch=$(mktemp -d)
 export PHONESIM_GROUP=documents-$$ XDG_DATA_HOME=$scratch/data

@@ -28,7 +28,7 @@ TEST_F(PanelTest, ThePageShowsLcdLightsMotorAndExchange) {
   ASSERT_EQ(0, Phonetest("display colour-bars").status);
   Page().Await(BARS_STAND, "colour bars on the canvas");
   const std::string dim = "return Number(document.querySelector('#dimmer').style.opacity)";
-  EXPECT_EQ(0, Page().Run(dim));
+  Page().Await(dim + " === 0", "a bright LCD");
   ASSERT_EQ(0, Phonetest("display solid white --backlight 20").status);
   Page().Await(dim + " > 0.3", "a dimmed LCD");
   ASSERT_EQ(0, Phonetest("display colour-bars").status);
@@ -139,7 +139,7 @@ TEST_F(PanelTest, CableFaultsCameraAndBatteryAreSwitches) {
   EXPECT_NE(std::string::npos, Phonesim("camera").output.find("12 grains of dust"));
 
   // The phone is away for a moment, and what was in flash is there again.
-  ASSERT_EQ(0, Phonetest("identity write 004999010640000").status);
+  ASSERT_EQ(0, Phonetest("--yes identity write 004999010640000").status);
   Page().Click("#restart");
   Page().Await("return document.querySelector('#records').textContent.includes('004999010640000')",
                "the kept identity");
