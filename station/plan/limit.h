@@ -21,7 +21,7 @@ struct Limit {
   std::optional<double> minimum;
   std::optional<double> maximum;
   std::optional<std::uint64_t> mask;  // applied before the comparison
-  bool luhn = false;  // the last digit must be the check digit
+  bool luhn = false;                  // the last digit must be the check digit
   std::string pattern;
   std::shared_ptr<const re2::RE2> expression;  // the pattern, compiled
 };

@@ -169,6 +169,16 @@ json ParsePlan(const std::string& content) {
   return description;
 }
 
+// One too many does no harm: "$${name}" counts too.
+std::set<std::string> VariablesIn(const json& description, const Variables& variables) {
+  const std::string text = description.dump(-1, ' ', false, json::error_handler_t::replace);
+  std::set<std::string> used;
+  for (const auto& [name, value] : variables) {
+    if (text.find("${" + name + "}") != std::string::npos) used.insert(name);
+  }
+  return used;
+}
+
 std::vector<Step> ParseSteps(json plan, const Variables& variables) {
   const bool stops = StopsOnFailure(plan, true);
   const json steps = plan.value("steps", json::array());
@@ -178,8 +188,10 @@ std::vector<Step> ParseSteps(json plan, const Variables& variables) {
     const std::size_t number = parsed.size() + 1;
     try {
       const std::string condition = description.is_object() ? TextAt(description, "if") : "";
+      const std::set<std::string> used = VariablesIn(description, variables);
       Substitute(description, variables);
       parsed.push_back(ParseStep(description, stops));
+      parsed.back().variables = used;
       parsed.back().missed = !parsed.back().wanted && IsMissed(condition, plan["variables"]);
     } catch (const std::exception& error) {
       const std::string name =
@@ -214,6 +226,21 @@ Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>&
   } catch (const std::exception& error) {
     throw PlanError(fmt::format("{}: {}", path, error.what()));
   }
+}
+
+std::vector<PoolDraw> DrawsOfPlan(const std::string& path) {
+  std::vector<PoolDraw> draws;
+  try {
+    const json description = ReadPlanFile(path);
+    const json variables = description.value("variables", json::object());
+    for (const auto& [name, declaration] : variables.items()) {
+      const std::string pool = declaration.is_object() ? TextAt(declaration, "draw") : "";
+      if (!pool.empty()) draws.push_back({name, pool});
+    }
+  } catch (const std::exception&) {
+    return {};
+  }
+  return draws;
 }
 
 }  // namespace station

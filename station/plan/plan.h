@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -34,10 +35,17 @@ struct Step {
   int retries = 0;
   std::chrono::milliseconds retry_wait{0};
   int repeat = 1;
-  bool stops = true;    // a failure ends the plan
-  bool always = false;  // also run after a failure has ended the plan
-  bool wanted = true;   // its condition is met
-  bool missed = false;  // it is not wanted, and the test is incomplete without it
+  bool stops = true;                // a failure ends the plan
+  bool always = false;              // also run after a failure has ended the plan
+  bool wanted = true;               // its condition is met
+  bool missed = false;              // it is not wanted, and the test is incomplete without it
+  std::set<std::string> variables;  // the names of those in its texts
+};
+
+// A variable whose value is drawn from a pool of numbers if the caller sets none.
+struct PoolDraw {
+  std::string variable;
+  std::string pool;
 };
 
 struct Plan {
@@ -57,5 +65,8 @@ Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>&
 
 // The plan as it stands in its file. Throws PlanError and UsageError.
 nlohmann::json ReadPlanFile(const std::string& path);
+
+// What the plan's variables draw. Of a file that is no plan, nothing: LoadPlan says what is wrong with it.
+std::vector<PoolDraw> DrawsOfPlan(const std::string& path);
 
 }  // namespace station

@@ -46,7 +46,7 @@ bool IsTrue(const std::string& name, const json& declaration, const char* key) {
 }
 
 void CheckDeclaration(const std::string& name, const json& declaration) {
-  constexpr std::string_view KNOWN[] = {"help", "default", "required", "optional", "pattern"};
+  constexpr std::string_view KNOWN[] = {"help", "default", "required", "optional", "pattern", "draw"};
   if (!declaration.is_object()) throw PlanError(fmt::format("variable \"{}\" is not an object", name));
   for (const auto& [key, value] : declaration.items()) {
     if (std::ranges::find(KNOWN, key) == std::end(KNOWN) && !IsVariableCheck(key)) {

@@ -111,6 +111,13 @@ std::vector<RunRow> FindRuns(Connection& connection, const RunFilter& filter, st
   return Runs(connection, condition.text + order, condition.values);
 }
 
+std::vector<RunRow> FindRunsAfter(Connection& connection, const RunFilter& filter, std::int64_t after,
+                                  std::size_t most) {
+  const Condition condition = ConditionOf(filter);
+  const std::string rest = fmt::format(" AND r.id > {} ORDER BY r.id LIMIT {}", after, most);
+  return Runs(connection, condition.text + rest, condition.values);
+}
+
 std::optional<RunRow> FindRun(Connection& connection, const std::string& uuid) {
   const auto runs = Runs(connection, " AND r.uuid = ?", {uuid});
   return runs.empty() ? std::nullopt : std::optional(runs.front());

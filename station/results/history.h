@@ -61,6 +61,9 @@ Condition ConditionOf(const RunFilter& filter);
 
 // The newest first, and at most `most`. Throws ResultsError, as all of these do.
 std::vector<RunRow> FindRuns(Connection& connection, const RunFilter& filter, std::size_t most = 1000);
+// In the order in which they were stored: those after the run with the key `after`.
+std::vector<RunRow> FindRunsAfter(Connection& connection, const RunFilter& filter, std::int64_t after,
+                                  std::size_t most);
 std::optional<RunRow> FindRun(Connection& connection, const std::string& uuid);
 
 // The last run of a plan on a phone that says whether the phone is good: neither aborted nor interrupted, nor

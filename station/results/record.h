@@ -106,7 +106,8 @@ std::string NewRunId();
 std::int64_t MillisecondsNow();
 
 // What a plan's run has to say at its start. The station, person and tool are the caller's.
-RunStart StartOf(const Plan& plan, const std::string& port, const Origin& origin);
+RunStart StartOf(const Plan& plan, const std::string& port, const Origin& origin,
+                 const std::string& uuid = NewRunId());
 StoredStep StepOf(std::size_t index, const StepResult& step);
 RunEnd EndOf(const PlanResult& result);
 

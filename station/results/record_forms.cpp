@@ -78,8 +78,8 @@ std::string StoredVerdictWord(StoredVerdict verdict) {
   return WORDS[static_cast<std::size_t>(verdict)];
 }
 
-RunStart StartOf(const Plan& plan, const std::string& port, const Origin& origin) {
-  return {.uuid = NewRunId(),
+RunStart StartOf(const Plan& plan, const std::string& port, const Origin& origin, const std::string& uuid) {
+  return {.uuid = uuid,
           .plan = plan.name,
           .plan_file = plan.file,
           .plan_sha256 = plan.sha256,

@@ -90,13 +90,17 @@ class RunRecorder::Work {
       } else {
         Keep(count, ending);
       }
+      if (ending) break;
       const std::lock_guard lock(mutex_);
       stored_ = count;
       begun_ = true;
-      over_ = ending;
       changed_.notify_all();
-      if (over_) break;
     }
+    // The program may end as soon as it is told. SQLite tidies its files up when the last connection is
+    // closed.
+    store_.reset();
+    connection_.reset();
+    spool_.reset();
     const std::lock_guard lock(mutex_);
     begun_ = over_ = true;
     changed_.notify_all();
@@ -155,8 +159,8 @@ class RunRecorder::Work {
     if (!first) return;
     // The run itself is safe; these may fail.
     try {
-      MarkInterrupted(*connection_);
       HandIn(*store_, *connection_, MOST_HANDED_IN);
+      MarkInterrupted(*connection_);
     } catch (const ResultsError& error) {
       NoteProblem(error.what());
     }

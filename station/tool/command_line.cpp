@@ -29,6 +29,7 @@ struct Topic {
 };
 
 constexpr Topic TOPICS[] = {
+    {"numbers", "Plans and tools", "pools of identities and Bluetooth addresses, which are given out once"},
     {"ping", "Link", ""},
     {"no-operation", "Link", ""},
     {"raw", "Link", ""},
@@ -146,7 +147,8 @@ void AddOperation(CLI::App& app, const Operation& operation, Invocation& invocat
 }
 
 void AddToolCommand(CLI::App& app, const ToolCommand& command, Invocation& invocation) {
-  CLI::App* subcommand = app.add_subcommand(command.word, command.help)->group("Plans and tools");
+  CLI::App* subcommand = &Subcommand(app, command.word, command.help);
+  if (command.word.find(' ') == std::string::npos) subcommand->group("Plans and tools");
   for (const ToolCommand::Option& option : command.options) {
     std::vector<std::string>& values = invocation.given[option.name];
     if (option.kind == ToolCommand::Option::Kind::Flag) {

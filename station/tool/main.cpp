@@ -72,6 +72,8 @@ ExitStatus RunAndReport(int count, char** words) {
     return Fail(error, ExitStatus::LinkFailure);
   } catch (const PlanError& error) {
     return Fail(error, ExitStatus::PlanError);
+  } catch (const OutputLost& error) {
+    return Fail(error, ExitStatus::OutputLost);
   } catch (const std::exception& error) {
     return Fail(error, ExitStatus::Usage);
   }

@@ -21,45 +21,6 @@ using Given = ToolCommand::Given;
 using Kind = ToolCommand::Option::Kind;
 using nlohmann::ordered_json;
 
-// The database, with what was spooled for it handed in, and without runs that only seem to go on.
-Connection Opened(const Settings& settings, Given& given) {
-  Connection connection = OpenResults(*GivenResults(settings, given));
-  try {
-    MarkInterrupted(connection);
-    RunStore store(connection);
-    HandIn(store, connection);
-  } catch (const ResultsError& error) {
-    // A reader's rights may not be enough for it.
-    fmt::print(stderr, "phonetest: not everything could be handed in: {}\n", CleanText(error.what()));
-  }
-  return connection;
-}
-
-std::string MomentText(std::int64_t milliseconds) {
-  return milliseconds == 0 ? "" : TimeText(static_cast<std::time_t>(milliseconds / 1000));
-}
-
-ordered_json RunJson(const RunRow& run) {
-  const auto object = [](const std::string& text) { return ordered_json::parse(text, nullptr, false); };
-  return {{"run", run.uuid},
-          {"plan", run.plan},
-          {"plan-sha256", run.plan_sha256},
-          {"verdict", StoredVerdictWord(run.verdict)},
-          {"started", MomentText(run.started)},
-          {"ended", MomentText(run.ended)},
-          {"milliseconds", static_cast<double>(run.microseconds) / 1000},
-          {"serial", run.serial},
-          {"identity", run.identity},
-          {"address", run.address},
-          {"station", run.station},
-          {"operator", run.person},
-          {"port", run.port},
-          {"tool-version", run.tool_version},
-          {"variables", object(run.variables)},
-          {"versions", object(run.versions)},
-          {"executable-sha256", run.executable_sha256}};
-}
-
 ordered_json ValueJson(const StoredValue& value) {
   ordered_json object = {{"reading", value.reading}};
   object["value"] = value.value ? ordered_json(*value.value) : ordered_json(value.text);
@@ -88,19 +49,16 @@ ordered_json StepJson(const StoredStep& step) {
   return object;
 }
 
-ordered_json DetailsJson(Connection& connection, const RunRow& run) {
-  ordered_json object = RunJson(run);
-  object["steps"] = ordered_json::array();
-  for (const StoredStep& step : StepsOfRun(connection, run.key)) object["steps"].push_back(StepJson(step));
-  object["attachments"] = ordered_json::array();
-  for (const AttachmentRow& file : AttachmentsOfRun(connection, run.key)) {
-    object["attachments"].push_back({{"step", file.step},
-                                     {"name", file.name},
-                                     {"type", file.type},
-                                     {"sha256", file.sha256},
-                                     {"bytes", file.size}});
-  }
-  return object;
+// Days are compared as texts.
+std::string Day(Given& given, const std::string& name) {
+  std::string day = OnlyText(given, name);
+  const auto fits = [&](std::size_t i) {
+    return i == 4 || i == 7 ? day[i] == '-' : day[i] >= '0' && day[i] <= '9';
+  };
+  bool right = day.empty() || day.size() == 10;
+  for (std::size_t i = 0; right && i < day.size(); ++i) right = fits(i);
+  if (!right) throw UsageError(fmt::format("--{}: '{}' is not a day like 2026-11-25", name, day));
+  return day;
 }
 
 std::string DetailsText(Connection& connection, const RunRow& run) {
@@ -159,19 +117,12 @@ std::string HistoryText(const std::vector<RunRow>& runs) {
   return text;
 }
 
-RunFilter FilterOf(Given& given) {
-  return {.from_day = OnlyText(given, "from"),
-          .to_day = OnlyText(given, "to"),
-          .plan = OnlyText(given, "plan-name"),
-          .station = OnlyText(given, "at-station")};
-}
-
 ExitStatus ShowHistory(const Settings& settings, Given& given) {
   const std::string compared = OnlyText(given, "compare");
   const std::string detailed = OnlyText(given, "details");
   RunFilter filter = FilterOf(given);
   filter.phone = OnlyText(given, "serial");
-  Connection connection = Opened(settings, given);
+  Connection connection = OpenedResults(settings, given);
   std::vector<RunRow> runs = FindRuns(connection, filter);
   std::ranges::reverse(runs);
   if (!compared.empty()) {
@@ -194,16 +145,6 @@ ExitStatus ShowHistory(const Settings& settings, Given& given) {
   return ExitStatus::Passed;
 }
 
-// The options by which runs are chosen.
-std::vector<ToolCommand::Option> WithFilter(std::vector<ToolCommand::Option> options) {
-  options.insert(options.end(), {{Kind::Text, "from", "only runs of this day or later", "YYYY-MM-DD"},
-                                 {Kind::Text, "to", "only runs of this day or earlier", "YYYY-MM-DD"},
-                                 {Kind::Text, "plan-name", "only runs of the plan with this name", "NAME"},
-                                 {Kind::Text, "at-station", "only runs at this station", "NAME"},
-                                 ResultsOption()});
-  return options;
-}
-
 }  // namespace
 
 ToolCommand::Option ResultsOption() {
@@ -219,7 +160,76 @@ std::optional<ResultsAddress> GivenResults(const Settings& settings, Given& give
   return ParseResultsAddress(chosen.empty() ? settings.configuration.Text("results") : chosen);
 }
 
-std::vector<ToolCommand> ResultsCommands() {
+Connection OpenedResults(const Settings& settings, ToolCommand::Given& given) {
+  Connection connection = OpenResults(*GivenResults(settings, given));
+  try {
+    RunStore store(connection);
+    HandIn(store, connection);
+    MarkInterrupted(connection);
+  } catch (const ResultsError& error) {
+    // A reader's rights may not be enough for it.
+    fmt::print(stderr, "phonetest: not everything could be handed in: {}\n", CleanText(error.what()));
+  }
+  return connection;
+}
+
+std::string MomentText(std::int64_t milliseconds) {
+  return milliseconds == 0 ? "" : TimeText(static_cast<std::time_t>(milliseconds / 1000));
+}
+
+ordered_json RunJson(const RunRow& run) {
+  const auto object = [](const std::string& text) { return ordered_json::parse(text, nullptr, false); };
+  return {{"run", run.uuid},
+          {"plan", run.plan},
+          {"plan-sha256", run.plan_sha256},
+          {"verdict", StoredVerdictWord(run.verdict)},
+          {"started", MomentText(run.started)},
+          {"ended", MomentText(run.ended)},
+          {"milliseconds", static_cast<double>(run.microseconds) / 1000},
+          {"serial", run.serial},
+          {"identity", run.identity},
+          {"address", run.address},
+          {"station", run.station},
+          {"operator", run.person},
+          {"port", run.port},
+          {"tool-version", run.tool_version},
+          {"variables", object(run.variables)},
+          {"versions", object(run.versions)},
+          {"executable-sha256", run.executable_sha256}};
+}
+
+ordered_json DetailsJson(Connection& connection, const RunRow& run) {
+  ordered_json object = RunJson(run);
+  object["steps"] = ordered_json::array();
+  for (const StoredStep& step : StepsOfRun(connection, run.key)) object["steps"].push_back(StepJson(step));
+  object["attachments"] = ordered_json::array();
+  for (const AttachmentRow& file : AttachmentsOfRun(connection, run.key)) {
+    object["attachments"].push_back({{"step", file.step},
+                                     {"name", file.name},
+                                     {"type", file.type},
+                                     {"sha256", file.sha256},
+                                     {"bytes", file.size}});
+  }
+  return object;
+}
+
+RunFilter FilterOf(ToolCommand::Given& given) {
+  return {.from_day = Day(given, "from"),
+          .to_day = Day(given, "to"),
+          .plan = OnlyText(given, "plan-name"),
+          .station = OnlyText(given, "at-station")};
+}
+
+std::vector<ToolCommand::Option> WithFilter(std::vector<ToolCommand::Option> options) {
+  options.insert(options.end(), {{Kind::Text, "from", "only runs of this day or later", "YYYY-MM-DD"},
+                                 {Kind::Text, "to", "only runs of this day or earlier", "YYYY-MM-DD"},
+                                 {Kind::Text, "plan-name", "only runs of the plan with this name", "NAME"},
+                                 {Kind::Text, "at-station", "only runs at this station", "NAME"},
+                                 ResultsOption()});
+  return options;
+}
+
+std::vector<ToolCommand> HistoryCommands() {
   return {{"history", "list the stored runs of a phone, compare two of them, or show one whole",
            WithFilter({{Kind::Positional, "serial",
                         "the phone's serial number, identity or Bluetooth address", "SERIAL"},

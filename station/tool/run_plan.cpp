@@ -15,6 +15,7 @@
 #include "station/plan/phone_run.h"
 #include "station/report/report.h"
 #include "station/report/run_folder.h"
+#include "station/results/plan_numbers.h"
 #include "station/results/run_recorder.h"
 #include "station/tasks/terminal.h"
 #include "station/tool/simulated_executable.h"
@@ -67,14 +68,15 @@ struct OnePhone {
   const PhoneRun& phone;
   std::optional<Executable> executable;
   std::unique_ptr<RunRecorder> recorder = nullptr;
+  std::string run = NewRunId();
 };
 
 PlanResult RunOnPhone(const PlanOrder& order, OnePhone& one, Operator& person, RunControl control) {
   const Origin origin = {order.station, order.person, PROGRAM_VERSION};
   std::size_t recorded = 0;
   if (order.results) {
-    one.recorder =
-        std::make_unique<RunRecorder>(*order.results, StartOf(one.phone.GetPlan(), one.phone.Port(), origin));
+    one.recorder = std::make_unique<RunRecorder>(
+        *order.results, StartOf(one.phone.GetPlan(), one.phone.Port(), origin, one.run));
     control.finished = [&](std::size_t step, const StepResult& done) {
       one.recorder->Add(StepOf(step, done));
       recorded = step + 1;
@@ -168,8 +170,15 @@ void ShowResults(const PlanOrder& order, const std::vector<PlanResult>& results)
 
 }  // namespace
 
-ExitStatus ExecutePlan(const PlanOrder& order) {
-  CheckPorts(order.ports);
+ExitStatus ExecutePlan(const PlanOrder& given) {
+  CheckPorts(given.ports);
+  const std::vector<PoolDraw> draws = DrawsOfPlan(given.plan_file);
+  PlanOrder order = given;
+  const std::string run = NewRunId();  // of the only phone, if the plan draws
+  PlanNumbers numbers(order.results, draws, order.variables, run, order.station, order.reserve);
+  if (!numbers.Values().empty() && order.ports.size() > 1)
+    throw UsageError("a plan that draws numbers runs on one phone at a time: give --port once");
+  order.variables.insert(numbers.Values().begin(), numbers.Values().end());
   std::list<PhoneRun> phones;
   for (const std::string& port : order.ports) phones.emplace_back(order.plan_file, order.variables, port);
   NoteInterruptions();
@@ -180,7 +189,10 @@ ExitStatus ExecutePlan(const PlanOrder& order) {
     // Before the plan: its last step may switch the phone off.
     ones.push_back({phone, SimulatedExecutable(PhonesimBesideTool(), phone.Port())});
   }
+  if (!numbers.Values().empty()) ones.front().run = run;
+  numbers.Begin();
   const std::vector<PlanResult> results = RunOnAllPhones(order, ones, person);
+  numbers.Settle(phones.front().GetPlan(), results.front());
   WriteReportFiles(order, results);
   ShowResults(order, results);
   TellProblems(ones);

@@ -28,6 +28,7 @@ struct PlanOrder {
   bool json = false;
   std::optional<ResultsAddress> results;  // the database that the runs are stored in
   std::vector<std::string> attached;      // files that are stored with each run when it has ended
+  std::size_t reserve = 0;                // size of the station's block of each pool that the plan draws from
 };
 
 // Throws PlanError and UsageError before anything is sent, and OutputLost at the end if a run could be kept

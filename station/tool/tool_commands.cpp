@@ -34,6 +34,15 @@ std::map<std::string, std::string> SlotsOf(const std::vector<std::string>& ports
   return slots;
 }
 
+std::size_t ParseCount(const std::string& text) {
+  constexpr std::size_t MOST = 100'000;
+  std::size_t count = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+  if (error != std::errc{} || end != text.data() + text.size() || count > MOST)
+    throw UsageError(fmt::format("--reserve: '{}' is not a whole number up to {}", text, MOST));
+  return count;
+}
+
 ExitStatus Run(const Settings& settings, Given& given) {
   const Configuration& configuration = settings.configuration;
   const std::vector<std::string> ports = ChosenPorts(settings);
@@ -50,7 +59,8 @@ ExitStatus Run(const Settings& settings, Given& given) {
                       .answers = OnlyText(given, "answers"),
                       .json = settings.json,
                       .results = GivenResults(settings, given),
-                      .attached = given["attach"]});
+                      .attached = given["attach"],
+                      .reserve = ParseCount(OnlyText(given, "reserve", "0"))});
 }
 
 std::chrono::milliseconds ParsePause(const std::string& text) {
@@ -132,6 +142,10 @@ const std::vector<ToolCommand>& ToolCommands() {
           {Kind::Text, "operator", "name of the operator for the report [as configured]", "NAME"},
           ResultsOption(),
           {Kind::Flag, "no-results", "do not store the run in a database"},
+          {Kind::Text, "reserve",
+           "numbers of each pool that the plan draws from, kept for this station for when the database is "
+           "away [0]",
+           "COUNT"},
           {Kind::Repeated, "attach", "store this file with the run when it has ended", "FILE"}},
          Run},
         CampaignCommand(),
@@ -161,8 +175,8 @@ const std::vector<ToolCommand>& ToolCommands() {
          ShowCompletion,
          /*configured=*/false},
     };
-    const auto more = ResultsCommands();
-    all.insert(all.begin() + 1, more.begin(), more.end());
+    for (const auto& group : {ExportCommands(), YieldCommands(), NumberCommands(), HistoryCommands()})
+      all.insert(all.begin() + 1, group.begin(), group.end());
     return all;
   }();
   return commands;

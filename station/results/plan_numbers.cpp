@@ -1,0 +1,95 @@
+#include "station/results/plan_numbers.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+
+#include "station/commands/errors.h"
+#include "station/results/reserved_numbers.h"
+#include "station/results/schema.h"
+
+namespace station {
+
+PlanNumbers::PlanNumbers(const std::optional<ResultsAddress>& address, const std::vector<PoolDraw>& draws,
+                         const std::map<std::string, std::string>& given, const std::string& run,
+                         const std::string& station, std::size_t reserve)
+    : address_(address) {
+  std::vector<PoolDraw> wanted;
+  std::ranges::copy_if(draws, std::back_inserter(wanted),
+                       [&](const PoolDraw& draw) { return !given.contains(draw.variable); });
+  if (wanted.empty()) return;
+  const std::string& variable = wanted.front().variable;
+  if (!address)
+    throw PlanError(
+        fmt::format("variable \"{}\" is drawn from a pool, which needs the database of results", variable));
+  const auto serial = given.find("serial");
+  if (serial == given.end() || serial->second.empty()) {
+    throw PlanError(
+        fmt::format("variable \"{}\" is drawn from a pool for a phone that is known by its serial number: "
+                    "give --set serial=NUMBER",
+                    variable));
+  }
+  receiver_ = {serial->second, run, station};
+  try {
+    DrawAll(wanted, reserve);
+  } catch (const ResultsError& error) {
+    DrawReserved(wanted, error.what());
+  } catch (const UsageError& error) {
+    throw PlanError(fmt::format("variable \"{}\" cannot be drawn: {}", variable, error.what()));
+  }
+}
+
+PlanNumbers::~PlanNumbers() {
+  if (!begun_) Return(fresh_, {});
+}
+
+void PlanNumbers::DrawAll(const std::vector<PoolDraw>& wanted, std::size_t reserve) {
+  Connection connection = OpenResults(*address_);
+  for (const PoolDraw& draw : wanted) {
+    // First what this station gave out by itself: the phone may have a number from there.
+    ReservedNumbers(*address_, draw.pool).Settle(connection, reserve);
+    const DrawnNumber number = DrawNumber(connection, draw.pool, receiver_);
+    values_[draw.variable] = number.value;
+    if (number.fresh) fresh_.push_back({draw.variable, number.value});
+  }
+}
+
+// A number from a block is never given back: the phone keeps it.
+void PlanNumbers::DrawReserved(const std::vector<PoolDraw>& wanted, const std::string& problem) {
+  for (const PoolDraw& draw : wanted) {
+    if (values_.contains(draw.variable)) continue;
+    const auto number = ReservedNumbers(*address_, draw.pool).Draw(receiver_);
+    if (!number) {
+      throw PlanError(
+          fmt::format("variable \"{}\" cannot be drawn, and no number of its pool is reserved for this "
+                      "station (--reserve): {}",
+                      draw.variable, problem));
+    }
+    values_[draw.variable] = number->value;
+  }
+}
+
+void PlanNumbers::Settle(const Plan& plan, const PlanResult& result) {
+  std::vector<Held> unused;
+  std::vector<Held> used;
+  for (const Held& held : fresh_) {
+    bool begun = false;
+    for (std::size_t i = 0; i < plan.steps.size() && i < result.steps.size(); ++i)
+      begun = begun || (result.steps[i].attempts > 0 && plan.steps[i].variables.contains(held.variable));
+    (begun ? used : unused).push_back(held);
+  }
+  Return(unused, used);
+}
+
+// If the database is away, the numbers stay with the phone, which is safe.
+void PlanNumbers::Return(const std::vector<Held>& unused, const std::vector<Held>& used) {
+  if (unused.empty() && used.empty()) return;
+  try {
+    Connection connection = OpenResults(*address_);
+    for (const Held& held : unused) GiveBack(connection, held.value, receiver_.run);
+    for (const Held& held : used) MarkWritten(connection, held.value);
+  } catch (const ResultsError&) {
+  }
+}
+
+}  // namespace station
