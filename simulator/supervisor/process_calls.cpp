@@ -142,6 +142,7 @@ void SystemCalls::SetClock(const CallPointer& call) {
     entry.text = of_a_clock ? fmt::format("clock_settime {}.{:09}", time->seconds, time->fraction)
                             : fmt::format("settimeofday {}.{:06}", time->seconds, time->fraction);
   }
+  if (!call->StillWaits()) return;  // what was read is another's
   phone_.journal.Add(std::move(entry));
   call->Answer(0);
 }
