@@ -140,4 +140,21 @@ std::vector<Reading> DecodeAnswer(const std::vector<protocol::Field>& layout,
   return readings;
 }
 
+std::vector<ReadingKind> KindsOf(const std::vector<Reading>& examples) {
+  std::vector<ReadingKind> kinds;
+  for (const Reading& example : examples) {
+    const ReadingKind::Value value = example.value.is_number()    ? ReadingKind::Value::Number
+                                     : example.value.is_boolean() ? ReadingKind::Value::YesNo
+                                     : example.value.is_string()  ? ReadingKind::Value::Text
+                                                                  : ReadingKind::Value::List;
+    kinds.push_back({example.name, example.unit, value});
+  }
+  return kinds;
+}
+
+std::vector<ReadingKind> AnswerKinds(const std::vector<protocol::Field>& layout) {
+  // Which readings there are does not depend on the bytes, except that a status of 0 is not shown.
+  return KindsOf(DecodeAnswer(layout, Bytes(AnswerSize(layout), 1)));
+}
+
 }  // namespace station

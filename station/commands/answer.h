@@ -21,6 +21,15 @@ struct Reading {
   std::string unit = {};  // of the value; empty if the protocol states none
 };
 
+// A reading before there is one. A list has other values in it.
+struct ReadingKind {
+  enum class Value { Number, YesNo, Text, List };
+
+  std::string name;
+  std::string unit;
+  Value value;
+};
+
 std::size_t AnswerSize(const std::vector<protocol::Field>& layout);
 
 // The first word of an answer; nothing for a layout without one (a command that is never answered).
@@ -31,5 +40,11 @@ std::optional<std::int32_t> AnswerStatus(const std::vector<protocol::Field>& lay
 // readings.
 std::vector<Reading> DecodeAnswer(const std::vector<protocol::Field>& layout,
                                   std::span<const std::uint8_t> bytes);
+
+// The kinds of readings like these: an example is enough to know them.
+std::vector<ReadingKind> KindsOf(const std::vector<Reading>& examples);
+
+// What an answer of this layout can say.
+std::vector<ReadingKind> AnswerKinds(const std::vector<protocol::Field>& layout);
 
 }  // namespace station

@@ -27,6 +27,11 @@ class LinkFailure : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// The port has hung up: it will not work again until it is opened anew.
+class LinkLost : public LinkFailure {
+  using LinkFailure::LinkFailure;
+};
+
 // What was to be written could not be written whole.
 class OutputLost : public std::runtime_error {
   using std::runtime_error::runtime_error;

@@ -74,7 +74,7 @@ std::size_t Link::SendSome(std::span<const std::uint8_t> bytes) {
   const ssize_t written =
       server_ ? server_->Write(bytes) : write(descriptor_.Get(), bytes.data(), bytes.size());
   if (written < 0 && !MayTryAgain()) {
-    throw LinkFailure(fmt::format("cannot send to {}: {}", port_, std::strerror(errno)));
+    throw LinkLost(fmt::format("cannot send to {}: {}", port_, std::strerror(errno)));
   }
   const auto sent = static_cast<std::size_t>(std::max<ssize_t>(written, 0));
   if (trace_ != nullptr) trace_->Sent(bytes.first(sent));
@@ -95,8 +95,8 @@ std::size_t Link::ReceiveWaiting(std::span<std::uint8_t> room) {
   const ssize_t count = server_ ? server_->Read(room) : read(descriptor_.Get(), room.data(), room.size());
   if (count < 0 && MayTryAgain()) return 0;
   if (count <= 0) {
-    throw LinkFailure(fmt::format("{} has hung up{}{}", port_, count < 0 ? ": " : "",
-                                  count < 0 ? std::strerror(errno) : ""));
+    throw LinkLost(fmt::format("{} has hung up{}{}", port_, count < 0 ? ": " : "",
+                               count < 0 ? std::strerror(errno) : ""));
   }
   const auto received = static_cast<std::size_t>(count);
   if (trace_ != nullptr) trace_->Received(room.first(received));

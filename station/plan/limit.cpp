@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <re2/re2.h>
 
+#include <algorithm>
 #include <charconv>
 
 #include "station/commands/check_digit.h"
@@ -100,6 +101,27 @@ Limit ParseLimit(const std::string& reading, const json& description) {
                                 limit.expression->error()));
   }
   return limit;
+}
+
+const ReadingKind& FindReading(const std::string& name, const std::vector<ReadingKind>& readings) {
+  const auto reading = std::ranges::find(readings, name, &ReadingKind::name);
+  if (reading != readings.end()) return *reading;
+  std::vector<std::string> names;
+  for (const ReadingKind& kind : readings) names.push_back(kind.name);
+  const std::string known =
+      names.empty() ? "it reads nothing" : fmt::format("it reads {}", fmt::join(names, ", "));
+  throw PlanError(fmt::format("limit on \"{}\": the command has no such reading; {}", name, known));
+}
+
+void CheckLimit(const Limit& limit, const std::vector<ReadingKind>& readings) {
+  const bool number = FindReading(limit.reading, readings).value == ReadingKind::Value::Number;
+  if (!number && (limit.minimum || limit.maximum || limit.mask))
+    throw PlanError(fmt::format("limit on \"{}\": it is not a number", limit.reading));
+  for (const auto& value : {limit.equals, limit.differs}) {
+    if (!number || !value || AsNumber(*value)) continue;
+    throw PlanError(
+        fmt::format("limit on \"{}\": it is a number, but {} is not", limit.reading, value->dump()));
+  }
 }
 
 std::string LimitText(const Limit& limit) {

@@ -6,6 +6,9 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <vector>
+
+#include "station/commands/answer.h"
 
 namespace re2 {
 class RE2;
@@ -28,6 +31,12 @@ struct Limit {
 
 // Throws PlanError.
 Limit ParseLimit(const std::string& reading, const nlohmann::json& description);
+
+// The kind of reading that the limit is about. Throws PlanError if there is none of this name.
+const ReadingKind& FindReading(const std::string& name, const std::vector<ReadingKind>& readings);
+
+// Throws PlanError if there is no such reading, or none of its kind can ever keep the limit.
+void CheckLimit(const Limit& limit, const std::vector<ReadingKind>& readings);
 
 // A number, which may be written as text, also hexadecimal ("0x10").
 std::optional<double> AsNumber(const nlohmann::json& value);

@@ -75,19 +75,48 @@ void ParseArguments(Step& step, const json& arguments) {
   for (const auto& [name, value] : arguments.items()) {
     step.arguments[name] = value.is_string() ? value.get<std::string>() : value.dump();
   }
-  CheckArguments(*step.operation, step.arguments);
 }
 
-void ParseCommand(Step& step, const json& description) {
+bool IsOpen(const json& value) {
+  return value.dump().find("${") != std::string::npos;
+}
+
+json LimitsOf(const json& description) {
+  json limits = description.value("limits", json::object());
+  if (!limits.is_object()) throw PlanError("\"limits\" is not an object");
+  return limits;
+}
+
+void CheckCommand(const Step& step) {
+  CheckArguments(*step.operation, step.arguments);
+  const std::vector<ReadingKind> readings = LimitableReadings(*step.operation, step.arguments);
+  for (const Limit& limit : step.limits) CheckLimit(limit, readings);
+}
+
+void FindCommand(Step& step, const json& description) {
   const std::string words = TextAt(description, "command");
   step.operation = FindOperation(words);
   if (step.operation == nullptr) throw PlanError(fmt::format("there is no command \"{}\"", words));
   if (!step.operation->in_plans) throw PlanError(fmt::format("\"{}\" needs a person at a terminal", words));
   if (step.name.empty()) step.name = words;
+}
+
+void ParseCommand(Step& step, const json& description, bool shown) {
   ParseArguments(step, description.value("arguments", json::object()));
-  const json limits = description.value("limits", json::object());
-  for (const auto& [reading, limit] : limits.items()) {
-    step.limits.push_back(ParseLimit(reading, limit));
+  const json limits = LimitsOf(description);
+  for (const auto& [reading, limit] : limits.items()) step.limits.push_back(ParseLimit(reading, limit));
+  if (!shown || !IsOpen(description)) CheckCommand(step);
+}
+
+// The names of a skipped step's limits. Its values may be missing.
+void CheckReadingNames(Step& step, const json& description) {
+  ParseArguments(step, description.value("arguments", json::object()));
+  const json limits = LimitsOf(description);
+  try {
+    const std::vector<ReadingKind> readings = LimitableReadings(*step.operation, step.arguments);
+    for (const auto& [reading, limit] : limits.items()) FindReading(reading, readings);
+  } catch (const UsageError&) {
+    // Which readings there are depends on an argument that has no value.
   }
 }
 
@@ -103,46 +132,70 @@ void ParseProgram(Step& step, const json& description) {
   if (step.name.empty()) step.name = step.program.front();
 }
 
-void ParseWork(Step& step, const json& description) {
-  std::set<std::string, std::less<>> keys = COMMON_KEYS;
-  if (description.contains("command")) {
-    step.kind = Step::Kind::Command;
-    keys.merge(std::set<std::string, std::less<>>{"command", "arguments", "limits"});
-    ParseCommand(step, description);
-  } else if (description.contains("wait")) {
-    step.kind = Step::Kind::Wait;
-    keys.insert("wait");
-    step.wait = Seconds(description, "wait", 0);
-    if (step.name.empty()) step.name = "wait";
-  } else if (description.contains("question")) {
-    step.kind = Step::Kind::Question;
-    keys.merge(std::set<std::string, std::less<>>{"question", "seconds"});
-    step.question = TextAt(description, "question");
-    step.time_limit = Seconds(description, "seconds", 600);
-    if (step.name.empty()) step.name = step.question;
-  } else if (description.contains("program")) {
-    step.kind = Step::Kind::Program;
-    keys.merge(std::set<std::string, std::less<>>{"program", "background", "seconds"});
-    ParseProgram(step, description);
-  } else {
-    throw PlanError("a step needs a \"command\", \"wait\", \"question\" or \"program\"");
+// Finds out what kind of step it is; the keys must be those of its kind.
+Step::Kind KindOf(const json& description) {
+  using Keys = std::set<std::string, std::less<>>;
+  const struct {
+    Step::Kind kind;
+    const char* key;
+    Keys keys;
+  } kinds[] = {{Step::Kind::Command, "command", {"command", "arguments", "limits"}},
+               {Step::Kind::Wait, "wait", {"wait"}},
+               {Step::Kind::Question, "question", {"question", "seconds"}},
+               {Step::Kind::Program, "program", {"program", "background", "seconds"}}};
+  for (const auto& [kind, key, keys] : kinds) {
+    if (!description.contains(key)) continue;
+    Keys known = COMMON_KEYS;
+    known.insert(keys.begin(), keys.end());
+    CheckKeys(description, known);
+    return kind;
   }
-  CheckKeys(description, keys);
+  throw PlanError("a step needs a \"command\", \"wait\", \"question\" or \"program\"");
 }
 
-Step ParseStep(const json& description, bool stops) {
+void ParseWork(Step& step, const json& description, bool shown) {
+  switch (step.kind) {
+    case Step::Kind::Command:
+      ParseCommand(step, description, shown);
+      break;
+    case Step::Kind::Wait:
+      step.wait = Seconds(description, "wait", 0);
+      if (step.name.empty()) step.name = "wait";
+      break;
+    case Step::Kind::Question:
+      step.question = TextAt(description, "question");
+      step.time_limit = Seconds(description, "seconds", 600);
+      if (step.name.empty()) step.name = step.question;
+      break;
+    case Step::Kind::Program:
+      ParseProgram(step, description);
+      break;
+  }
+}
+
+struct StepRules {
+  bool stops;  // a failure ends the plan, if the step does not say
+  bool shown;  // the plan is only shown
+};
+
+Step ParseStep(const json& description, const StepRules& rules) {
   if (!description.is_object()) throw PlanError("a step must be an object");
   Step step;
   step.name = TextAt(description, "name");
+  step.kind = KindOf(description);
+  if (step.kind == Step::Kind::Command) FindCommand(step, description);
   step.wanted = !description.contains("if") || !TextAt(description, "if").empty();
   // The rest of a skipped step may be wrong because a value is missing, which is why it is skipped.
-  if (!step.wanted) return step;
-  ParseWork(step, description);
+  if (!step.wanted) {
+    if (step.kind == Step::Kind::Command) CheckReadingNames(step, description);
+    return step;
+  }
+  ParseWork(step, description, rules.shown);
   step.picture = TextAt(description, "picture");
   step.retries = Count(description, "retries", 0, 0);
   step.retry_wait = Seconds(description, "retry-wait", 1);
   step.repeat = Count(description, "repeat", 1, 1);
-  step.stops = StopsOnFailure(description, stops);
+  step.stops = StopsOnFailure(description, rules.stops);
   step.always = YesOrNo(description, "always", false);
   return step;
 }
@@ -179,27 +232,76 @@ std::set<std::string> VariablesIn(const json& description, const Variables& vari
   return used;
 }
 
-std::vector<Step> ParseSteps(json plan, const Variables& variables) {
-  const bool stops = StopsOnFailure(plan, true);
+// "step 3 "Versions"".
+std::string PlaceOf(std::size_t number, const json& description) {
+  const bool named = description.is_object() && description.contains("name");
+  return fmt::format("step {}{}", number, named ? " " + description["name"].dump() : "");
+}
+
+bool Mentions(const json& description, const std::vector<std::string>& variables) {
+  const std::string text = description.dump();
+  return std::ranges::any_of(
+      variables, [&](const auto& name) { return text.find("${" + name + "}") != std::string::npos; });
+}
+
+// Adds the mistakes to those found before. Steps that need a variable with a mistake are left out.
+std::vector<Step> ParseSteps(json plan, const SettledVariables& variables, bool shown,
+                             std::vector<std::string>& mistakes) {
+  const StepRules rules{StopsOnFailure(plan, true), shown};
   const json steps = plan.value("steps", json::array());
   if (!steps.is_array() || steps.empty()) throw PlanError("a plan needs \"steps\"");
   std::vector<Step> parsed;
-  for (json description : steps) {
-    const std::size_t number = parsed.size() + 1;
+  for (std::size_t i = 0; i < steps.size(); ++i) {
+    json description = steps[i];
+    if (Mentions(description, variables.wrong)) continue;
     try {
       const std::string condition = description.is_object() ? TextAt(description, "if") : "";
-      const std::set<std::string> used = VariablesIn(description, variables);
-      Substitute(description, variables);
-      parsed.push_back(ParseStep(description, stops));
+      const std::set<std::string> used = VariablesIn(description, variables.values);
+      Substitute(description, variables.values);
+      parsed.push_back(ParseStep(description, rules));
       parsed.back().variables = used;
       parsed.back().missed = !parsed.back().wanted && IsMissed(condition, plan["variables"]);
     } catch (const std::exception& error) {
-      const std::string name =
-          description.is_object() && description.contains("name") ? " " + description["name"].dump() : "";
-      throw PlanError(fmt::format("step {}{}: {}", number, name, error.what()));
+      mistakes.push_back(fmt::format("{}: {}", PlaceOf(i + 1, description), error.what()));
     }
   }
   return parsed;
+}
+
+Plan ParseWhole(const std::string& path, const std::map<std::string, std::string>& given,
+                const std::map<std::string, std::string>& built_in, bool shown) {
+  const std::string content = ReadFile(path, LARGEST_PLAN);
+  const json description = ParsePlan(content);
+  Plan plan;
+  plan.file = path;
+  plan.sha256 = posix::Sha256(content);
+  plan.name = TextAt(description, "name");
+  if (plan.name.empty()) plan.name = path;
+  SettledVariables variables = SettleVariables(description.value("variables", json::object()), given, shown);
+  plan.variables = variables.values;
+  variables.values.insert(variables.values.end(), built_in.begin(), built_in.end());
+  std::vector<std::string> mistakes = std::move(variables.mistakes);
+  plan.steps = ParseSteps(description, variables, shown, mistakes);
+  if (!mistakes.empty()) throw PlanMistakes(path, std::move(mistakes));
+  return plan;
+}
+
+Plan Load(const std::string& path, const std::map<std::string, std::string>& given,
+          const std::map<std::string, std::string>& built_in, bool shown) {
+  try {
+    return ParseWhole(path, given, built_in, shown);
+  } catch (const PlanMistakes&) {
+    throw;
+  } catch (const std::exception& error) {
+    throw PlanMistakes(path, {error.what()});
+  }
+}
+
+std::string Lines(const std::string& file, const std::vector<std::string>& mistakes) {
+  std::string lines;
+  for (const std::string& mistake : mistakes)
+    lines += fmt::format("{}{}: {}", lines.empty() ? "" : "\n", file, mistake);
+  return lines;
 }
 
 }  // namespace
@@ -208,24 +310,17 @@ json ReadPlanFile(const std::string& path) {
   return ParsePlan(ReadFile(path, LARGEST_PLAN));
 }
 
+PlanMistakes::PlanMistakes(const std::string& file, std::vector<std::string> mistakes)
+    : PlanError(Lines(file, mistakes)), mistakes_(std::move(mistakes)) {}
+
 Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>& given,
               const std::map<std::string, std::string>& built_in) {
-  try {
-    const std::string content = ReadFile(path, LARGEST_PLAN);
-    const json description = ParsePlan(content);
-    Plan plan;
-    plan.file = path;
-    plan.sha256 = posix::Sha256(content);
-    plan.name = TextAt(description, "name");
-    if (plan.name.empty()) plan.name = path;
-    plan.variables = SettleVariables(description.value("variables", json::object()), given);
-    Variables all = plan.variables;
-    all.insert(all.end(), built_in.begin(), built_in.end());
-    plan.steps = ParseSteps(description, all);
-    return plan;
-  } catch (const std::exception& error) {
-    throw PlanError(fmt::format("{}: {}", path, error.what()));
-  }
+  return Load(path, given, built_in, false);
+}
+
+Plan LoadPlanToShow(const std::string& path, const std::map<std::string, std::string>& given,
+                    const std::map<std::string, std::string>& built_in) {
+  return Load(path, given, built_in, true);
 }
 
 std::vector<PoolDraw> DrawsOfPlan(const std::string& path) {

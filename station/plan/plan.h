@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "station/commands/errors.h"
 #include "station/plan/limit.h"
 #include "station/tasks/operation.h"
 
@@ -48,6 +49,20 @@ struct PoolDraw {
   std::string pool;
 };
 
+// All mistakes that are in a plan, each with its place.
+class PlanMistakes : public PlanError {
+ public:
+  // The text has a line for each.
+  PlanMistakes(const std::string& file, std::vector<std::string> mistakes);
+
+  const std::vector<std::string>& List() const {
+    return mistakes_;
+  }
+
+ private:
+  std::vector<std::string> mistakes_;
+};
+
 struct Plan {
   std::string name;
   std::string file;
@@ -58,10 +73,14 @@ struct Plan {
 };
 
 // Reads and checks a whole plan, so that a mistake in its last step is found before the first one runs.
-// `given` are the variables set by the caller; `built_in` are those that every plan has. Throws PlanError,
-// which names the place.
+// `given` are the variables set by the caller; `built_in` are those that every plan has. Throws PlanMistakes.
 Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>& given,
               const std::map<std::string, std::string>& built_in);
+
+// The same for a plan that is only shown: a variable without a value stands as ${name} in the steps' texts,
+// and what holds it is not checked.
+Plan LoadPlanToShow(const std::string& path, const std::map<std::string, std::string>& given,
+                    const std::map<std::string, std::string>& built_in);
 
 // The plan as it stands in its file. Throws PlanError and UsageError.
 nlohmann::json ReadPlanFile(const std::string& path);

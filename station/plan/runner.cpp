@@ -129,7 +129,7 @@ class Run {
       if (step.wanted && (!ended || step.always)) {
         if (control_.started) control_.started(i, step.name);
         Attempts(step, done);
-        ended = ended || (step.stops && done.verdict != Verdict::Passed);
+        ended = ended || lost_ || (step.stops && done.verdict != Verdict::Passed);
         if (done.verdict == Verdict::Aborted) {
           CleanUpFromHere();
           aborted = ended = true;
@@ -137,6 +137,7 @@ class Run {
       } else if (done.message.empty()) {
         done.message = !step.wanted ? (step.missed ? "not run: its value is not set" : "not asked for")
                        : aborted    ? "not run: the plan was aborted"
+                       : lost_      ? "not run: the link is lost"
                                     : "not run: the plan has ended";
       }
       if (step.missed) result.verdict = std::max(result.verdict, Verdict::Incomplete);
@@ -160,7 +161,7 @@ class Run {
       if (done.attempts > 0 && !WaitForRetry(step, done)) break;
       ++done.attempts;
       Once(step, done);
-    } while ((done.verdict == Verdict::Failed || done.verdict == Verdict::NoLink) &&
+    } while ((done.verdict == Verdict::Failed || done.verdict == Verdict::NoLink) && !lost_ &&
              done.attempts <= step.retries);
     done.took = Since(start);
     done.transcript = session_.TakeTranscript();
@@ -192,6 +193,9 @@ class Run {
         AttachPicture(done, step.picture);
     } catch (const Aborted& aborted) {
       judgement = {Verdict::Aborted, aborted.what()};
+    } catch (const LinkLost& failure) {
+      lost_ = true;
+      judgement = {Verdict::NoLink, failure.what()};
     } catch (const LinkFailure& failure) {
       judgement = {Verdict::NoLink, failure.what()};
     } catch (const std::exception& error) {
@@ -270,6 +274,8 @@ class Run {
   Session& session_;
   Operator& person_;
   const RunControl& control_;
+  // The port has hung up, so no command can succeed any more. The plan ends, even if failures do not end it.
+  bool lost_ = false;
   std::chrono::microseconds waited_{0};
   std::list<Background> background_;
 };

@@ -46,7 +46,7 @@ bool IsTrue(const std::string& name, const json& declaration, const char* key) {
 }
 
 void CheckDeclaration(const std::string& name, const json& declaration) {
-  constexpr std::string_view KNOWN[] = {"help", "default", "required", "optional", "pattern", "draw"};
+  constexpr std::string_view KNOWN[] = {"help", "default", "required", "optional", "draw"};
   if (!declaration.is_object()) throw PlanError(fmt::format("variable \"{}\" is not an object", name));
   for (const auto& [key, value] : declaration.items()) {
     if (std::ranges::find(KNOWN, key) == std::end(KNOWN) && !IsVariableCheck(key)) {
@@ -67,7 +67,7 @@ void CheckValue(const std::string& name, const json& declaration, const std::str
 }
 
 std::string Settled(const std::string& name, const json& declaration,
-                    const std::map<std::string, std::string>& given) {
+                    const std::map<std::string, std::string>& given, bool shown) {
   CheckDeclaration(name, declaration);
   const auto found = given.find(name);
   const json fallback = declaration.value("default", json());
@@ -78,6 +78,7 @@ std::string Settled(const std::string& name, const json& declaration,
     if (!value.empty()) CheckValue(name, declaration, value);
     if (!value.empty() || !IsTrue(name, declaration, "required")) return value;
   }
+  if (shown) return "${" + name + "}";
   const std::string help = declaration.value("help", "");
   throw PlanError(fmt::format("variable \"{0}\" is not set: give --set {0}=VALUE{1}{2}", name,
                               help.empty() ? "" : ", ", help));
@@ -85,16 +86,23 @@ std::string Settled(const std::string& name, const json& declaration,
 
 }  // namespace
 
-Variables SettleVariables(const json& declared, const std::map<std::string, std::string>& given) {
+SettledVariables SettleVariables(const json& declared, const std::map<std::string, std::string>& given,
+                                 bool shown) {
   if (!declared.is_object()) throw PlanError("\"variables\" is not an object");
-  Variables variables;
+  SettledVariables settled;
   for (const auto& [name, declaration] : declared.items()) {
-    variables.emplace_back(name, Settled(name, declaration, given));
+    try {
+      settled.values.emplace_back(name, Settled(name, declaration, given, shown));
+    } catch (const std::exception& error) {
+      settled.mistakes.emplace_back(error.what());
+      settled.wrong.push_back(name);
+    }
   }
   for (const auto& [name, value] : given) {
-    if (!declared.contains(name)) throw PlanError(fmt::format("the plan has no variable \"{}\"", name));
+    if (declared.contains(name)) continue;
+    settled.mistakes.push_back(fmt::format("the plan has no variable \"{}\"", name));
   }
-  return variables;
+  return settled;
 }
 
 bool IsMissed(const std::string& condition, const json& declared) {

@@ -63,15 +63,33 @@ ArgumentValues CameraAction(std::int64_t action, Size size = {}, std::int64_t ro
   return {{"action", action}, {"width", size.width}, {"height", size.height}, {"rotation", rotation}};
 }
 
+std::vector<Reading> Measures(const std::string& picture, const Pixels& pixels) {
+  return picture == "blemish" ? MeasureBlemishes(pixels) : MeasureFocus(pixels);
+}
+
 void AddMeasures(Outcome& outcome, const std::string& picture, const Bytes& jpeg) {
   try {
-    const Pixels pixels = DecodeJpeg(jpeg);
-    const std::vector<Reading> measures =
-        picture == "blemish" ? MeasureBlemishes(pixels) : MeasureFocus(pixels);
+    const std::vector<Reading> measures = Measures(picture, DecodeJpeg(jpeg));
     outcome.readings.insert(outcome.readings.end(), measures.begin(), measures.end());
   } catch (const std::runtime_error& error) {
     outcome.failure = fmt::format("the picture cannot be measured: {}", error.what());
   }
+}
+
+std::vector<Reading> SizeReadings(std::uint32_t width, std::uint32_t height, std::size_t bytes) {
+  return {{"width", width, std::to_string(width), "pixels"},
+          {"height", height, std::to_string(height), "pixels"},
+          {"bytes", bytes, std::to_string(bytes)}};
+}
+
+// The measures of any picture have the same names and units; this one is grey.
+std::vector<ReadingKind> PictureReadings(const Values& values) {
+  constexpr std::size_t SIDE = 64;
+  std::vector<Reading> examples = SizeReadings(0, 0, 0);
+  const Pixels grey{SIDE, SIDE, std::vector<std::uint8_t>(SIDE * SIDE * 3, 0x80)};
+  for (Reading& measure : Measures(values.Text("picture"), grey)) examples.push_back(std::move(measure));
+  if (!values.Text("output").empty()) examples.push_back({"file", "", ""});
+  return KindsOf(examples);
 }
 
 // An earlier reading of this or the other picture may have been interrupted, so the phone's reader is stopped
@@ -90,9 +108,7 @@ Outcome FetchPicture(Session& session, const std::string& picture) {
   if (!outcome.failure.empty()) return outcome;
   const JpegCheck check = CheckJpeg(reading.bytes);
   if (!check.fault.empty()) outcome.failure = "the picture is not whole: " + check.fault;
-  outcome.readings = {{"width", check.width, std::to_string(check.width), "pixels"},
-                      {"height", check.height, std::to_string(check.height), "pixels"},
-                      {"bytes", reading.bytes.size(), std::to_string(reading.bytes.size())}};
+  outcome.readings = SizeReadings(check.width, check.height, reading.bytes.size());
   if (check.fault.empty()) AddMeasures(outcome, picture, reading.bytes);
   outcome.pictures = {{picture, reading.bytes}};
   return outcome;
@@ -160,6 +176,7 @@ std::vector<Operation> CameraTasks() {
                         Word("output", "file to keep the picture in").Optional(""),
                         Flag("keep", "do not delete the picture on the phone")},
           .run = CapturePicture,
+          .readings = PictureReadings,
           .codes = {protocol::TEST_CAMERA, protocol::READ_PICTURE},
           .check = CheckSizeArgument,
       },
@@ -168,6 +185,7 @@ std::vector<Operation> CameraTasks() {
           .help = "fetch a test picture that is on the phone, check that it is whole and measure it",
           .arguments = {WhichPicture(), Word("output", "file to keep the picture in").Named()},
           .run = FetchAndKeep,
+          .readings = PictureReadings,
           .codes = {protocol::READ_PICTURE},
       },
       {
@@ -175,7 +193,9 @@ std::vector<Operation> CameraTasks() {
           .help = "delete a test picture on the phone",
           .arguments = {WhichPicture()},
           .run = DeletePicture,
+          .readings = NoReadings,
           .codes = {protocol::TEST_CAMERA},
+          .has_status = true,
       },
   };
 }

@@ -163,6 +163,11 @@ Argument ScanArgument(const std::string& name, const std::string& help, const st
   return argument.Optional(fallback);
 }
 
+std::vector<ReadingKind> ScanReadings(const Values&) {
+  using Value = ReadingKind::Value;
+  return {{"scan", "", Value::List}, {"strongest", BAND.unit, Value::Number}, {"signal", "", Value::Number}};
+}
+
 }  // namespace
 
 std::vector<Operation> DeviceTasks() {
@@ -172,21 +177,27 @@ std::vector<Operation> DeviceTasks() {
           .help = "wait for a key press and name the key",
           .arguments = {TimeLimit()},
           .run = WaitForKey,
+          .readings = ReadingsOf(protocol::POLL_KEYPAD),
           .codes = {protocol::POLL_KEYPAD},
+          .has_status = true,
       },
       {
           .words = "key watch",
           .help = "wait until every key has been pressed, and show which are left",
           .arguments = {TimeLimit()},
           .run = WatchKeys,
+          .readings = ReadingsLike({{"keys", 0, ""}}),
           .codes = {protocol::POLL_KEYPAD},
+          .has_status = true,
       },
       {
           .words = "touch watch",
           .help = "wait until every cross has been touched, and show which are left (after \"touch start\")",
           .arguments = {TimeLimit()},
           .run = WatchTouch,
+          .readings = ReadingsOf(protocol::CONTROL_TOUCH_TEST),
           .codes = {protocol::CONTROL_TOUCH_TEST},
+          .has_status = true,
       },
       {
           .words = "radio scan",
@@ -197,6 +208,7 @@ std::vector<Operation> DeviceTasks() {
                             .Within({1, 10 * BAND.steps, BAND.unit, BAND.steps}),
                         ArgumentFor(protocol::RadioRequest::FIELDS, "volume").Optional("0")},
           .run = ScanRadio,
+          .readings = ScanReadings,
           .codes = {protocol::CONTROL_RADIO},
           .check = CheckScan,
       },

@@ -93,7 +93,9 @@ std::vector<Operation> ModemTasks() {
                         ArgumentFor(protocol::AtRequest::FIELDS, "timeout").Optional("3000"),
                         Flag("raw", "send the text as it is, without a carriage return after it")},
           .run = SendAtCommand,
+          .readings = ReadingsLike({{"reply", "", ""}}),
           .codes = {protocol::EXCHANGE_AT},
+          .has_status = true,
           .check = CheckAtText,
       },
       {
@@ -105,6 +107,7 @@ std::vector<Operation> ModemTasks() {
                             .Within({0, 3'600'000, "ms"})
                             .Optional("1000")},
           .run = PassThrough,
+          .readings = NoReadings,
           .codes = {protocol::PASS_THROUGH},
           .in_plans = false,
       },
@@ -116,6 +119,7 @@ std::vector<Operation> ModemTasks() {
                             .Within({1, 65536, "KiB"})
                             .Optional("80")},
           .run = FetchModemImage,
+          .readings = ReadingsLike({{"bytes", 0, ""}}),
           .codes = {protocol::READ_MODEM_IMAGE},
       },
   };

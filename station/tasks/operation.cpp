@@ -16,7 +16,14 @@ namespace station {
 namespace {
 
 Operation VerbOperation(const Command& command, const Verb& verb) {
-  Operation operation{verb.words, verb.help, {}, {}, {command.code}, verb.question};
+  Operation operation{.words = verb.words,
+                      .help = verb.help,
+                      .arguments = {},
+                      .run = {},
+                      .readings = verb.status_only ? NoReadings : ReadingsOf(command.code),
+                      .codes = {command.code},
+                      .question = verb.question,
+                      .has_status = !command.answer.empty()};
   for (const Argument& argument : command.request) {
     const bool asked = argument.kind != Argument::Kind::Ignored && !verb.settled.contains(argument.name);
     if (!asked) continue;
@@ -99,8 +106,36 @@ void CheckArguments(const Operation& operation, const ArgumentValues& given) {
   if (operation.check) operation.check(Values(operation.arguments, given));
 }
 
+std::vector<ReadingKind> LimitableReadings(const Operation& operation, const ArgumentValues& given) {
+  std::vector<ReadingKind> kinds = operation.readings(Values(operation.arguments, given));
+  const bool named = std::ranges::find(kinds, "status", &ReadingKind::name) != kinds.end();
+  if (operation.has_status && !named) kinds.push_back({"status", "", ReadingKind::Value::Number});
+  return kinds;
+}
+
+std::vector<ReadingKind> NoReadings(const Values&) {
+  return {};
+}
+
+std::function<std::vector<ReadingKind>(const Values&)> ReadingsOf(std::uint32_t code) {
+  return [code](const Values&) { return AnswerKinds(GetCommand(code).answer); };
+}
+
+std::function<std::vector<ReadingKind>(const Values&)> ReadingsLike(std::vector<Reading> examples) {
+  return [kinds = KindsOf(examples)](const Values&) { return kinds; };
+}
+
 Outcome Perform(const Operation& operation, Session& session, const ArgumentValues& given) {
-  return operation.run(session, Values(operation.arguments, given));
+  const Values values(operation.arguments, given);
+  Outcome outcome = operation.run(session, values);
+  if (outcome.readings.empty()) return outcome;
+  const std::vector<ReadingKind> declared = operation.readings(values);
+  for (const Reading& reading : outcome.readings) {
+    if (std::ranges::find(declared, reading.name, &ReadingKind::name) != declared.end()) continue;
+    throw std::logic_error(
+        fmt::format("\"{}\" does not declare the reading \"{}\"", operation.words, reading.name));
+  }
+  return outcome;
 }
 
 Outcome RunCommand(Session& session, const Command& command, const ArgumentValues& arguments) {

@@ -57,9 +57,12 @@ struct Operation {
   std::string help;   // one line
   std::vector<Argument> arguments;
   std::function<Outcome(Session&, const Values&)> run;
+  // What it reads with these arguments; a reading may be missing if the operation fails.
+  std::function<std::vector<ReadingKind>(const Values&)> readings;
   std::vector<std::uint32_t> codes;  // the commands that it sends
   std::string question = {};         // asked before it is run
   bool in_plans = true;              // false for what needs a person at a terminal
+  bool has_status = false;           // its outcome has the status of a command
   // Throws UsageError if arguments that are right by themselves make no sense together. It sends nothing.
   std::function<void(const Values&)> check = {};
 };
@@ -76,6 +79,15 @@ constexpr const char* UNCHECKED = "unchecked";
 // may be and the unit.
 void CheckArguments(const Operation& operation, const ArgumentValues& given);
 
+// What a plan may put a limit on: the readings and, for a single command, its status.
+std::vector<ReadingKind> LimitableReadings(const Operation& operation, const ArgumentValues& given);
+
+// For operations that read nothing, or the same whatever their arguments are.
+std::vector<ReadingKind> NoReadings(const Values&);
+std::function<std::vector<ReadingKind>(const Values&)> ReadingsOf(std::uint32_t code);
+std::function<std::vector<ReadingKind>(const Values&)> ReadingsLike(std::vector<Reading> examples);
+
+// Runs it. Throws std::logic_error if it reads what it does not declare.
 Outcome Perform(const Operation& operation, Session& session, const ArgumentValues& given);
 
 // Sends one command and decodes its answer.

@@ -28,6 +28,12 @@ Outcome RunRaw(Session& session, const Values& values) {
   return outcome;
 }
 
+std::vector<ReadingKind> PauseReadings(const Values& values) {
+  std::vector<ReadingKind> kinds = AnswerKinds(GetCommand(protocol::PAUSE_LINK).answer);
+  if (!values.IsSet("no-wait")) kinds.push_back({"answers-after", "s", ReadingKind::Value::Number});
+  return kinds;
+}
+
 // The phone's end is open again when it answers a ping. A ping that comes before that is lost, so it is
 // repeated.
 Outcome PauseLink(Session& session, const Values& values) {
@@ -43,7 +49,7 @@ Outcome PauseLink(Session& session, const Values& values) {
     if (session.TryRun(GetCommand(protocol::PING), {}, PING_TIME)) {
       const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
       outcome.readings.push_back(
-          {"answers-after", seconds, fmt::format("the phone answers again after {:.1f} s", seconds)});
+          {"answers-after", seconds, fmt::format("the phone answers again after {:.1f} s", seconds), "s"});
       return outcome;
     }
   } while (Clock::now() < start + pause + GRACE);
@@ -82,6 +88,13 @@ std::time_t ClockSeconds(const Outcome& outcome) {
   return strptime(text.c_str(), "%Y-%m-%d %H:%M:%S", &time) == nullptr ? 0 : timegm(&time);
 }
 
+std::vector<ReadingKind> ClockReadings(const Values&) {
+  std::vector<ReadingKind> kinds = AnswerKinds(GetCommand(protocol::READ_CLOCK).answer);
+  kinds.push_back({"advance", "s", ReadingKind::Value::Number});
+  kinds.push_back({"ahead", "s", ReadingKind::Value::Number});
+  return kinds;
+}
+
 Outcome CheckClock(Session& session, const Values&) {
   // The clock counts whole seconds, so it goes on by at least one.
   constexpr std::chrono::milliseconds WAIT{1100};
@@ -115,6 +128,7 @@ std::vector<Operation> ServiceTasks() {
                             .Within({0, 65536, "bytes"})
                             .Optional("4")},
           .run = RunRaw,
+          .readings = ReadingsLike({{"answer", "", ""}}),
           .codes = {},
       },
       {
@@ -123,13 +137,16 @@ std::vector<Operation> ServiceTasks() {
           .arguments = {ArgumentFor(protocol::PauseRequest::FIELDS, "seconds"),
                         Flag("no-wait", "do not wait until the phone answers again")},
           .run = PauseLink,
+          .readings = PauseReadings,
           .codes = {protocol::PAUSE_LINK},
+          .has_status = true,
       },
       {
           .words = "versions",
           .help = "read the phone's three version texts",
           .arguments = {},
           .run = ReadVersions,
+          .readings = ReadingsLike({{"system", "", ""}, {"configuration", "", ""}, {"resources", "", ""}}),
           .codes = {protocol::READ_SYSTEM_VERSION, protocol::READ_CONFIG_VERSION,
                     protocol::READ_RESOURCE_VERSION},
       },
@@ -139,7 +156,9 @@ std::vector<Operation> ServiceTasks() {
           .arguments = {ArgumentFor(protocol::ClockRequest::FIELDS, "time").OptionalPositional(""),
                         Flag("now", "take this computer's local time")},
           .run = SetClock,
+          .readings = NoReadings,
           .codes = {protocol::SET_CLOCK},
+          .has_status = true,
           .check = CheckOneTime,
       },
       {
@@ -148,7 +167,9 @@ std::vector<Operation> ServiceTasks() {
               "read the real-time clock twice: how it advances, and how far it is ahead of this computer's",
           .arguments = {},
           .run = CheckClock,
+          .readings = ClockReadings,
           .codes = {protocol::READ_CLOCK},
+          .has_status = true,
       },
   };
 }

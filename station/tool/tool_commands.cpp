@@ -7,6 +7,7 @@
 #include "station/configuration/slots.h"
 #include "station/plan/plan_search.h"
 #include "station/tool/campaign_command.h"
+#include "station/tool/check_plan.h"
 #include "station/tool/command_line.h"
 #include "station/tool/given_options.h"
 #include "station/tool/protocol_page.h"
@@ -44,6 +45,16 @@ std::size_t ParseCount(const std::string& text) {
 }
 
 ExitStatus Run(const Settings& settings, Given& given) {
+  const bool check = !given["check"].empty();
+  const bool list = !given["list"].empty();
+  if (check && list) throw UsageError("--check and --list exclude each other");
+  if (check || list) {
+    const PlanQuestion question = {.plan_file = FindPlan(OnlyText(given, "plan")),
+                                   .variables = ParseAssignments("--set", given["set"]),
+                                   .port = settings.ports.empty() ? "" : settings.ports.front(),
+                                   .json = settings.json};
+    return check ? CheckPlan(question) : ListPlan(question);
+  }
   const Configuration& configuration = settings.configuration;
   const std::vector<std::string> ports = ChosenPorts(settings);
   return ExecutePlan({.plan_file = FindPlan(OnlyText(given, "plan")),
@@ -128,6 +139,8 @@ const std::vector<ToolCommand>& ToolCommands() {
          {{Kind::Positional, "plan", "plan: a file (JSON with comments), or the name of an installed one",
            "PLAN"},
           {Kind::Repeated, "set", "set a variable of the plan", "NAME=VALUE"},
+          {Kind::Flag, "check", "only check the plan: tell its mistakes, and touch no phone"},
+          {Kind::Flag, "list", "only list the plan's steps with their limits, and touch no phone"},
           {Kind::Text, "answers",
            "answer the plan's questions for a script: pass, fail, or a JSON file of these by the steps' "
            "names",

@@ -121,9 +121,16 @@ TEST(Plans, LimitsAreJudged) {
       {"a limit on what is not read",
        Steps(system + R"({"equals": "R1.2"}, "build": {"equals": 7}}})"),
        {},
-       {version},
+       {},
        4,
-       "the answer has no \"build\""},
+       "step 1: limit on \"build\": the command has no such reading; it reads status, version"},
+      {"a range of a text", Steps(system + R"({"minimum": 1}}})"), {}, {}, 4, "it is not a number"},
+      {"a number that is none",
+       Steps(measure + R"({"signal": {"equals": "x"}}})"),
+       {},
+       {},
+       4,
+       "but \"x\" is not"},
       {"a failure that is wanted",
        Steps(R"({"command": "identity check-blank", "limits": {"status": {"equals": -9990}}})"),
        {},
@@ -547,6 +554,37 @@ TEST(Plans, MistakesAreFoundBeforeAnythingIsSent) {
   EXPECT_EQ(RunTool({"--port", "/dev/null", "run", "/no/such/plan"}).status, 4);
 }
 
+// No phone is there, and nothing is asked.
+TEST(Plans, AreCheckedAndListedWithoutAPhone) {
+  const std::string wrong = TemporaryFile("wrong.json", R"({
+    "variables": {"id": {"required": true}, "word": {"default": "12", "digits": 3}}, "steps": [
+      {"command": "identity write", "arguments": {"identity": "${id}"}},
+      {"name": "Versions", "command": "versions", "limits": {"sytem": {"equals": "1"}}},
+      {"if": "", "command": "camera capture", "arguments": {"picture": "focus"}, "limits": {"spots": {"maximum": 0}}},
+      {"wait": 1, "always": "yes"}]})");
+  const ToolResult checked = RunTool({"--json", "run", "--check", wrong});
+  EXPECT_EQ(checked.status, 4);
+  const auto mistakes = nlohmann::json::parse(checked.output)["mistakes"];
+  const char* beginnings[] = {"variable \"id\" is not set", "variable \"word\": 12: it is not a number of 3",
+                              "step 2 \"Versions\": limit on \"sytem\"", "step 3: limit on \"spots\"",
+                              "step 4: \"always\""};
+  ASSERT_EQ(mistakes.size(), std::size(beginnings)) << mistakes;
+  for (std::size_t i = 0; i < mistakes.size(); ++i)
+    EXPECT_EQ(mistakes[i].get<std::string>().find(beginnings[i]), 0u);
+
+  for (const char* plan : {PLANS "/quick.json", PLANS "/service.json"})
+    EXPECT_NE(RunTool({"run", "--check", plan}).output.find(": no mistake in "), std::string::npos);
+  const ToolResult listed = RunTool({"--json", "run", "--list", PLANS "/factory.json"});
+  const auto steps = nlohmann::json::parse(listed.output)["steps"];
+  const auto band =
+      std::ranges::find_if(steps, [](const auto& step) { return step["name"] == "Blemish picture"; });
+  ASSERT_NE(band, steps.end());
+  EXPECT_EQ((*band)["command"], "camera capture");
+  EXPECT_TRUE(std::ranges::any_of((*band)["limits"], [](const auto& limit) { return limit["unit"] == "%"; }));
+  const std::string text = RunTool({"run", "--list", PLANS "/factory.json"}).output;
+  EXPECT_NE(text.find("identity: equal to ${identity}\n"), std::string::npos) << text;
+}
+
 // Types the line when the tool has asked: what is typed before a question is not an answer to it.
 ToolResult RunToolAtTerminal(const std::vector<std::string>& arguments, const std::string& line) {
   const Terminal terminal;
@@ -594,7 +632,7 @@ void ExpectRecord(const std::string& file) {
 TEST(Plans, RecordsSayWhatWasTested) {
   const Turn identity = {"0B00000000000000", ZERO + "313233343536373839303132333435"};
   const std::string plan = TemporaryFile("plan.json", Steps(R"(
-    {"command": "identity read", "on-failure": "continue", "limits": {"identity": {"pattern": "^9"}, "identity-2": {"equals": 1}}},
+    {"command": "identity read", "on-failure": "continue", "limits": {"identity": {"pattern": "^9"}, "status": {"equals": 0}}},
     {"program": ["sh", "-c", "kill -9 $$"], "on-failure": "continue"},
     {"program": ["sh", "-c", "exit 3"]}, {"question": "Does it shine?"})"));
   ScriptedPhone phone({identity});
@@ -608,7 +646,7 @@ TEST(Plans, RecordsSayWhatWasTested) {
   EXPECT_EQ(record["phone"]["identity"], "123456789012345");
   const auto limits = nlohmann::json::parse(R"([
     {"reading": "identity", "limit": {"pattern": "^9"}, "value": "123456789012345", "verdict": "device failure"},
-    {"reading": "identity-2", "limit": {"equals": 1}, "value": null, "verdict": "skipped"}])");
+    {"reading": "status", "limit": {"equals": 0}, "value": 0, "verdict": "passed"}])");
   EXPECT_EQ(record["steps"][0]["limits"], limits);
   EXPECT_EQ(record["steps"][1]["program"]["signal"], 9);
   EXPECT_EQ(record["steps"][2]["program"]["exit-status"], 3);

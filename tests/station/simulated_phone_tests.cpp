@@ -8,6 +8,7 @@
 #include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "tests/station/scripted_phone.h"
 
@@ -34,8 +35,17 @@ class Phone {
     RunProgram({PHONESIM_PROGRAM, "--name", name_, "stop"});
   }
 
+  const std::string& Name() const {
+    return name_;
+  }
+
   const std::string& Port() const {
     return port_;
+  }
+
+  // A shell command for one of phonesim's.
+  std::string CommandLine(const std::string& command) const {
+    return PHONESIM_PROGRAM " --name " + name_ + " " + command;
   }
 
   // A command of phonesim, such as "card", "remove".
@@ -281,6 +291,65 @@ TEST(SimulatedPhone, ThreePhonesRunThePlanAtTheSameTime) {
     EXPECT_EQ(sum.output.substr(0, sum.output.find(' ')), executable["sha256"]);
   }
   EXPECT_EQ(verdicts, (std::vector<std::string>{"passed", "device failure", "passed"}));
+}
+
+// Its plan goes on after failures, but not if the port has hung up. What must always run is tried, and
+// nothing is left.
+TEST(SimulatedPhone, ADeadPhoneEndsItsOwnPlan) {
+  Phone other("-other");
+  const auto end_process = [](const Phone& phone, const std::string& label) {
+    // The status tells of every phone of this user.
+    const std::string number =
+        " | sed -n 's/^" + phone.Name() + ": .*" + label + " process \\([0-9]*\\).*/\\1/p'";
+    return "kill -9 $(" + phone.CommandLine("status") + number + ")";
+  };
+  const struct {
+    std::string way;
+    bool is_killed;
+    bool hangs_up;
+  } cases[] = {
+      {"stop", false, true}, {"simulator", true, true}, {"unplug", false, false}, {"server", true, true}};
+  for (const auto& [way, is_killed, hangs_up] : cases) {
+    SCOPED_TRACE(way);
+    Phone dying("-dying");
+    const std::string death = is_killed ? end_process(dying, way) : dying.CommandLine(way);
+    const std::string notes = TemporaryFile("notes", "");
+    const std::string always = TemporaryFile("always", "");
+    const auto on_dying = [&](const std::string& script) {
+      const nlohmann::json words = {"sh", "-c", "[ ${port} != " + dying.Port() + " ] || { " + script + "; }"};
+      return "{\"program\": " + words.dump();
+    };
+    const std::string plan = TemporaryFile(
+        "plan.json", R"({"on-failure": "continue", "steps": [)" +
+                         on_dying("echo $$ ${scratch} > " + notes + "; exec sleep 300") +
+                         R"(, "background": true, "seconds": 0.1},)" + on_dying(death) +
+                         R"(}, {"command": "ping")" +
+                         (hangs_up ? R"(, "retries": 9, "retry-wait": 300)" : "") +
+                         R"(}, {"question": "Is it well?"}, {"command": "motor off", "always": true},)" +
+                         on_dying("echo done > " + always) + R"(, "always": true}]})");
+    const std::string folder = TemporaryFolder() + "/dead-" + way;
+    const ToolResult result = RunTool({"--port", dying.Port(), "--port", other.Port(), "--json", "run", plan,
+                                       "--answers", "pass", "--report", folder});
+    EXPECT_EQ(result.status, 3) << result.errors;
+    const auto records = nlohmann::json::parse(result.output);
+    EXPECT_EQ(records[0]["verdict"], "link failure");
+    EXPECT_EQ(records[1]["verdict"], "passed") << records[1];
+    std::vector<std::string> verdicts;
+    for (const auto& step : records[0]["steps"]) verdicts.push_back(step["verdict"]);
+    EXPECT_EQ(verdicts, (std::vector<std::string>{"device failure", "passed", "link failure",
+                                                  hangs_up ? "skipped" : "passed", "link failure", "passed"}))
+        << records[0]["steps"];
+    EXPECT_EQ(ReadFile(always), "done\n");
+    std::istringstream noted(ReadFile(notes));
+    std::string child;
+    std::string scratch;
+    noted >> child >> scratch;
+    EXPECT_FALSE(fs::exists("/proc/" + child));
+    EXPECT_FALSE(fs::exists(scratch)) << scratch;
+    std::string name = dying.Port().substr(5);
+    std::ranges::replace(name, '/', '-');
+    EXPECT_NE(ReadFile(folder + "/" + name + "/report.json").find("\"link failure\""), std::string::npos);
+  }
 }
 
 TEST(SimulatedPhone, GivesTheSameAnswersToAReplay) {
