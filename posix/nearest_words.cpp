@@ -38,14 +38,15 @@ std::vector<std::string> NearestWords(std::string_view typed, const std::vector<
   constexpr std::size_t LONGEST = 64;  // the work grows with the square
   const std::string wanted = Lower(typed);
   if (wanted.empty() || wanted.size() > LONGEST) return {};
-  // A third of the letters may be wrong.
-  const std::size_t allowed = std::max<std::size_t>(1, (wanted.size() + 1) / 3);
+  // A third of the letters may be wrong. An option's hyphens are none.
+  const std::size_t letters = wanted.size() - std::min(wanted.find_first_not_of('-'), wanted.size());
+  const std::size_t allowed = std::max<std::size_t>(1, (letters + 1) / 3);
   std::vector<std::pair<std::size_t, std::string>> near;
   for (const std::string& word : known) {
     const std::string lower = Lower(word);
     const std::size_t distance = Distance(wanted, lower.substr(0, LONGEST));
-    const bool begins = wanted.size() >= 2 && lower.starts_with(wanted);
-    if (distance <= allowed && distance < wanted.size()) {
+    const bool begins = letters >= 2 && lower.starts_with(wanted);
+    if (distance <= allowed && distance < letters) {
       near.emplace_back(distance, word);
     } else if (begins) {
       near.emplace_back(allowed + 1, word);

@@ -11,10 +11,10 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
-#include <fstream>
 #include <stdexcept>
 #include <system_error>
 
+#include "posix/whole_output.h"
 #include "simulator/phone/journal.h"
 #include "simulator/phone/root_directory.h"
 
@@ -247,9 +247,9 @@ std::string Sound::Command(const std::vector<std::string>& words) {
                                              : recordings_.back()->file.filename().string();
   for (const Recording& recording : Recordings()) {
     if (recording.file.filename() != name) continue;
-    std::ofstream copy(words[1], std::ios::binary);
-    copy << phone_.root.ReadFile(PhonePath(recording), LONGEST_RECORDING + 100);
-    if (!copy.flush()) throw std::invalid_argument(fmt::format("{} cannot be written.", words[1]));
+    const std::string lost =
+        posix::WriteWholeFile(words[1], phone_.root.ReadFile(PhonePath(recording), LONGEST_RECORDING + 100));
+    if (!lost.empty()) throw std::runtime_error("phonesim: " + lost);
     return fmt::format("{} written, {:.2f} s\n", words[1], Seconds(recording));
   }
   throw std::invalid_argument(fmt::format("There is no recording {}.", words[2]));

@@ -7,11 +7,11 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <stdexcept>
 #include <thread>
 #include <utility>
 
+#include "posix/whole_output.h"
 #include "simulator/control/control_socket.h"
 #include "simulator/phonesim/terminal.h"
 
@@ -19,7 +19,8 @@ namespace simulator {
 namespace {
 
 int Show(const Answer& answer) {
-  fmt::print(answer.good ? stdout : stderr, "{}", answer.text);
+  if (answer.good) posix::PrintText(answer.text);
+  if (!answer.good) fmt::print(stderr, "{}", answer.text);
   return answer.good ? 0 : 1;
 }
 
@@ -82,21 +83,21 @@ int ShowPhones(bool as_json) {
     for (const PhoneAnswer& phone : AskAll({"status", "--json"})) {
       if (phone.answer.good) list += (list.empty() ? "\n" : ",\n") + phone.answer.text;
     }
-    fmt::print("[{}\n]\n", list);
+    posix::Print("[{}\n]\n", list);
     return 0;
   }
-  for (const PhoneAnswer& phone : AskAll({"status"})) fmt::print("{}", phone.answer.text);
+  for (const PhoneAnswer& phone : AskAll({"status"})) posix::Print("{}", phone.answer.text);
   return 0;
 }
 
 int ListNames() {
-  for (const std::string& name : RunningPhones()) fmt::print("{}\n", name);
+  for (const std::string& name : RunningPhones()) posix::Print("{}\n", name);
   return 0;
 }
 
 int ListPorts() {
   for (const PhoneAnswer& phone : AskAll({"host-port"})) {
-    if (phone.answer.good) fmt::print("{}\n", phone.answer.text);
+    if (phone.answer.good) posix::Print("{}\n", phone.answer.text);
   }
   return 0;
 }
@@ -125,8 +126,9 @@ int ShowJournal(const std::string& name, const JournalWish& wish) {
     const ssize_t size = read(request.Socket().Get(), bytes, sizeof bytes);
     if (size < 0 && (errno == EAGAIN || errno == EINTR)) continue;
     if (size <= 0) return 0;
-    fwrite(bytes, 1, static_cast<size_t>(size), stdout);
-    fflush(stdout);
+    posix::PrintText({bytes, static_cast<size_t>(size)});
+    posix::FinishOutput();
+    if (posix::IsOutputLost()) return posix::OUTPUT_LOST_STATUS;
   }
 }
 
@@ -137,11 +139,10 @@ int CommandPhone(const std::string& name, std::vector<std::string> words) {
   words.pop_back();
   const Answer answer = Ask(name, words, deadline);
   if (!answer.good) return Show(answer);
-  std::ofstream stream(file, std::ios::binary);
-  stream << answer.text;
-  if (stream.flush()) return 0;
-  fmt::print(stderr, "{} cannot be written.\n", file);
-  return 1;
+  const std::string lost = posix::WriteWholeFile(file, answer.text);
+  if (lost.empty()) return 0;
+  posix::TellLostOutput(lost);
+  return posix::OUTPUT_LOST_STATUS;
 }
 
 }  // namespace simulator

@@ -8,11 +8,14 @@
 #include <cstdio>
 #include <filesystem>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "completion/bash_completion.h"
+#include "completion/mistyped_words.h"
+#include "posix/whole_output.h"
 #include "program_version.h"
 #include "simulator/panel/panel.h"
 #include "simulator/phonesim/client.h"
@@ -56,10 +59,10 @@ std::string Greeting(Session& session) {
 int RunOnce(const SessionOptions& options, std::optional<SessionOptions>& restart) {
   PrepareStart();
   Session session(options);
-  fmt::print("{}", Greeting(session));
-  fflush(stdout);
+  posix::Print("{}", Greeting(session));
+  posix::FinishOutput();
   const PhoneEnd end = session.Run();
-  fmt::print("{}\n", end.Text());
+  posix::Print("{}\n", end.Text());
   restart = session.OptionsOfRestart();
   return ExitStatus(end);
 }
@@ -77,13 +80,13 @@ int RunInForeground(const SessionOptions& options) {
 int RunShellOnly(const SessionOptions& options) {
   PrepareStart();
   Session session(options);
-  fmt::print("{}", Greeting(session));
-  fflush(stdout);
+  posix::Print("{}", Greeting(session));
+  posix::FinishOutput();
   simulator::RelayTerminal(session.Phone().OpenShell());
   session.Phone().OnLoop([] {});  // the shell may be gone before the phone's end is stated
   const auto end = session.Phone().WaitForEnd(std::chrono::milliseconds(0));
   if (end && end->reason == PhoneEnd::Reason::OverLimit) {
-    fmt::print("{}\n", end->Text());
+    posix::Print("{}\n", end->Text());
     return SERVER_FAILED;
   }
   return 0;
@@ -120,8 +123,8 @@ void AddPanelOptions(CLI::App& command, simulator::PanelOptions& options) {
 int RunPanelInForeground(const simulator::PanelOptions& options, const std::string& name) {
   PrepareStart();
   simulator::Panel panel(options);
-  fmt::print("panel: {}\n", panel.Address(name));
-  fflush(stdout);
+  posix::Print("panel: {}\n", panel.Address(name));
+  posix::FinishOutput();
   panel.Run();
   return 0;
 }
@@ -146,13 +149,18 @@ std::filesystem::path ServerOfPhonesim() {
 
 // Returns the exit status for what ended the reading of the command line: help, version or a mistake.
 int ShowEnd(const CLI::App& app, const CLI::ParseError& end) {
-  if (end.get_exit_code() == 0) return app.exit(end);
+  if (end.get_exit_code() == 0) {
+    std::ostringstream text;
+    app.exit(end, text, text);
+    posix::PrintText(text.str());
+    return 0;
+  }
   fmt::print(stderr, "phonesim: {}\nRun with --help for more information.\n", end.what());
   return WRONG_USAGE;
 }
 
 int ShowCommands(bool as_manual) {
-  fmt::print("{}", as_manual ? simulator::ManualPhoneCommands() : simulator::PhoneCommandList());
+  posix::Print("{}", as_manual ? simulator::ManualPhoneCommands() : simulator::PhoneCommandList());
   return 0;
 }
 
@@ -161,7 +169,7 @@ int ShowCompletion(const CLI::App& app, const std::string& kind) {
   if (kind == "phones") return simulator::ListNames();
   if (kind == "ports") return simulator::ListPorts();
   const std::vector<completion::Source> sources = {{"PHONE", "phones"}, {"PORT", "ports"}};
-  fmt::print("{}", completion::BashScript(app, sources, simulator::PhoneCommandNames()));
+  posix::Print("{}", completion::BashScript(app, sources, simulator::PhoneCommandNames()));
   return 0;
 }
 
@@ -259,6 +267,12 @@ int RunProgram(int argc, char** argv) {
       app.add_subcommand("panel", "shows the phones that run as a page; prints its address")->fallthrough();
   for (CLI::App* command : {start, panel}) AddPanelOptions(*command, panel_options);
   app.prefix_command();
+  const std::string mistyped =
+      completion::Mistyped(app, {argv + 1, argv + argc}, simulator::PhoneCommandNames());
+  if (!mistyped.empty()) {
+    fmt::print(stderr, "phonesim: {}\nRun with --help for more information.\n", mistyped);
+    return WRONG_USAGE;
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& wrong) {
@@ -296,13 +310,20 @@ int RunProgram(int argc, char** argv) {
   return no_server ? RunShellOnly(options) : RunInForeground(options);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int RunAndReport(int argc, char** argv) {
   try {
     return RunProgram(argc, argv);
   } catch (const std::exception& failure) {
     fmt::print(stderr, "phonesim: {}\n", failure.what());
     return CANNOT_SIMULATE;
   }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  posix::HoldStandardDescriptors();
+  const int status = RunAndReport(argc, argv);
+  posix::FinishOutput();
+  return posix::IsOutputLost() ? posix::OUTPUT_LOST_STATUS : status;
 }

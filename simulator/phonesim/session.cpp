@@ -9,11 +9,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <thread>
 #include <utility>
 
+#include "posix/whole_output.h"
 #include "simulator/models/front_panel.h"
 #include "simulator/models/sound.h"
 #include "simulator/supervisor/landlock.h"
@@ -45,7 +47,8 @@ Session::Session(SessionOptions options) : options_(std::move(options)), phone_(
   if (!options_.journal_file.empty()) {
     journal_.open(options_.journal_file, options_.goes_on ? std::ios::app : std::ios::out);
     if (!journal_)
-      throw std::runtime_error(fmt::format("The journal {} cannot be written.", options_.journal_file));
+      throw std::runtime_error(
+          fmt::format("The journal {} cannot be written: {}.", options_.journal_file, strerror(errno)));
   }
   sigset_t ending;
   sigemptyset(&ending);
@@ -78,10 +81,16 @@ void Session::TakeName() {
 
 void Session::Record(const JournalEntry& entry) {
   const std::string line = TimedLine(entry);
-  if (journal_.is_open())
+  if (journal_.is_open()) {
     journal_ << (options_.journal_file.ends_with(".json") ? entry.JsonLine() : line) << std::flush;
+    if (!journal_) {
+      posix::TellLostOutput(
+          fmt::format("cannot write the journal {}: {}", options_.journal_file, strerror(errno)));
+    }
+  }
   if (options_.prints_journal) {
-    [[maybe_unused]] const ssize_t ignored = write(STDOUT_FILENO, line.data(), line.size());
+    const std::string reason = posix::WriteAll(STDOUT_FILENO, line);
+    if (!reason.empty()) posix::TellLostOutput("cannot write standard output: " + reason);
   }
   eventfd_write(changed_.Get(), 1);
 }
@@ -108,8 +117,9 @@ PhoneEnd Session::Run() {
     const auto end = phone_.WaitForEnd(std::chrono::milliseconds(0));
     if (!end) continue;
     if (!options_.lcd_file.empty()) {
-      std::ofstream(options_.lcd_file, std::ios::binary)
-          << phone_.With<Framebuffer>([](const Framebuffer& lcd) { return lcd.Png(); });
+      const std::string lost = posix::WriteWholeFile(
+          options_.lcd_file, phone_.With<Framebuffer>([](const Framebuffer& lcd) { return lcd.Png(); }));
+      if (!lost.empty()) posix::TellLostOutput(lost);
     }
     // The last entries, for those who follow.
     for (Client& client : clients_) GoOn(client);

@@ -12,6 +12,7 @@
 #include <exception>
 
 #include "posix/raw_terminal.h"
+#include "posix/whole_output.h"
 
 namespace simulator {
 namespace {
@@ -67,8 +68,9 @@ int RunInBackground(const std::function<void(const std::function<void(const std:
     text.append(bytes, static_cast<size_t>(size));
   }
   const bool ready = text.starts_with('+');
-  fmt::print(ready ? stdout : stderr, "{}",
-             text.empty() ? "phonesim: the phone ended while it started\n" : text.substr(1));
+  if (ready) posix::PrintText(text.substr(1));
+  if (!ready)
+    fmt::print(stderr, "{}", text.empty() ? "phonesim: the phone ended while it started\n" : text.substr(1));
   return ready ? 0 : 1;
 }
 

@@ -11,6 +11,7 @@
 #include <optional>
 #include <thread>
 
+#include "posix/whole_output.h"
 #include "station/campaign/coverage.h"
 #include "station/campaign/state_file.h"
 #include "station/commands/clean_text.h"
@@ -125,14 +126,12 @@ class Workers {
 };
 
 void WriteText(const std::string& path, const std::string& text) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file << text;
-  file.close();
-  if (!file) throw OutputLost(fmt::format("cannot write {}", path));
+  const std::string lost = posix::WriteWholeFile(path, text);
+  if (!lost.empty()) throw OutputLost(lost);
 }
 
 void ShowFaults(const std::vector<Fault>& faults) {
-  for (const Fault& fault : faults) fmt::print("{}\n", CleanText(fault.name));
+  for (const Fault& fault : faults) posix::Print("{}\n", CleanText(fault.name));
 }
 
 // A slow phone is no fault: the limit leaves room for a machine that is busy with many phones.
@@ -176,7 +175,7 @@ ExitStatus RunCampaign(const CampaignOrder& given) {
       WriteText(order.report_folder + "/campaign.html", CoveragePage(coverage));
       WriteText(order.report_folder + "/campaign.json", CoverageJson(coverage));
     }
-    fmt::print("{}", order.json ? CoverageJson(coverage) : CleanText(CoverageText(coverage)));
+    posix::Print("{}", order.json ? CoverageJson(coverage) : CleanText(CoverageText(coverage)));
     if (untried > 0) return ExitStatus::Aborted;
     return coverage.Holes() == 0 ? ExitStatus::Passed : ExitStatus::DeviceFailure;
   } catch (const Aborted&) {

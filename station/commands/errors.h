@@ -14,7 +14,7 @@ enum class ExitStatus {
   PlanError = 4,
   Incomplete = 5,
   Aborted = 6,
-  OutputLost = 7,
+  OutputLost = 7,  // wins over all: without its record a verdict is none
 };
 
 // The command line or an argument makes no sense.

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "posix/whole_output.h"
 #include "station/commands/bytes.h"
 #include "station/commands/errors.h"
 #include "station/link/interruption.h"
@@ -30,10 +31,15 @@ bool MayTryAgain() {
 
 }  // namespace
 
-Trace::Trace(const std::string& path, const std::string& port) : file_(path, std::ios::trunc) {
-  if (!file_) throw UsageError(fmt::format("cannot write the trace file {}", path));
-  file_ << "# phonetest trace 1\n";
-  file_ << fmt::format("# {} {:%Y-%m-%d %H:%M:%S}\n", port, fmt::localtime(std::time(nullptr)));
+Trace::Trace(const std::string& path, const std::string& port)
+    : path_(path), file_(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)) {
+  if (!file_.IsOpen()) {
+    const std::string lost = fmt::format("cannot write the trace {}: {}", path, std::strerror(errno));
+    posix::TellLostOutput(lost);
+    throw OutputLost(lost);
+  }
+  Write(fmt::format("# phonetest trace 1\n# {} {:%Y-%m-%d %H:%M:%S}\n", port,
+                    fmt::localtime(std::time(nullptr))));
 }
 
 void Trace::Sent(std::span<const std::uint8_t> bytes) {
@@ -50,8 +56,16 @@ void Trace::Remark(const std::string& text) {
 
 void Trace::Line(char direction, const std::string& text) {
   const std::chrono::duration<double> since = Clock::now() - start_;
-  // Flushed line by line: a trace is needed most if the program did not end as it should.
-  file_ << fmt::format("{:.6f} {} {}\n", since.count(), direction, text) << std::flush;
+  // Written line by line: a trace is needed most if the program did not end as it should.
+  Write(fmt::format("{:.6f} {} {}\n", since.count(), direction, text));
+}
+
+void Trace::Write(const std::string& text) {
+  if (!file_.IsOpen()) return;
+  const std::string reason = posix::WriteAll(file_.Get(), text);
+  if (reason.empty()) return;
+  posix::TellLostOutput(fmt::format("cannot write the trace {}: {}", path_, reason));
+  file_.Reset();  // no later piece stands after a gap
 }
 
 Link::Link(const std::string& port, Trace* trace) : port_(port), trace_(trace) {

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <fstream>
 #include <optional>
 #include <span>
 #include <string>
@@ -20,7 +19,8 @@ using Clock = std::chrono::steady_clock;
 // direction ('>' to the phone, '<' from it, '#' a remark) and the bytes in hexadecimal or the remark.
 class Trace {
  public:
-  // Truncates the file. Throws UsageError if it cannot be written.
+  // Truncates the file. Throws OutputLost if it cannot be written. What is lost later is told, and the work
+  // goes on.
   Trace(const std::string& path, const std::string& port);
 
   void Sent(std::span<const std::uint8_t> bytes);
@@ -29,8 +29,10 @@ class Trace {
 
  private:
   void Line(char direction, const std::string& text);
+  void Write(const std::string& text);
 
-  std::ofstream file_;
+  std::string path_;
+  posix::FileDescriptor file_;
   Clock::time_point start_ = Clock::now();
 };
 

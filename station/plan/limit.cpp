@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "posix/nearest_words.h"
 #include "station/commands/check_digit.h"
 #include "station/commands/errors.h"
 
@@ -84,7 +85,9 @@ Limit ParseLimit(const std::string& reading, const json& description) {
     } else if (key == "pattern" && value.is_string()) {
       limit.pattern = value;
     } else {
-      throw PlanError(fmt::format("limit on \"{}\": unknown key \"{}\"", reading, key));
+      throw PlanError(fmt::format(
+          "limit on \"{}\": unknown key \"{}\"{}", reading, key,
+          posix::DidYouMean(key, {"equals", "differs", "minimum", "maximum", "mask", "luhn", "pattern"})));
     }
   }
   if (limit.mask && !limit.equals)

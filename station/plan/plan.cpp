@@ -6,6 +6,7 @@
 #include <cmath>
 #include <set>
 
+#include "posix/nearest_words.h"
 #include "posix/sha256.h"
 #include "station/commands/errors.h"
 #include "station/plan/variables.h"
@@ -66,7 +67,9 @@ bool StopsOnFailure(const json& holder, bool fallback) {
 
 void CheckKeys(const json& holder, const std::set<std::string, std::less<>>& known) {
   for (const auto& [key, value] : holder.items()) {
-    if (!known.contains(key)) throw PlanError(fmt::format("unknown key \"{}\"", key));
+    if (!known.contains(key))
+      throw PlanError(
+          fmt::format("unknown key \"{}\"{}", key, posix::DidYouMean(key, {known.begin(), known.end()})));
   }
 }
 
@@ -96,7 +99,11 @@ void CheckCommand(const Step& step) {
 void FindCommand(Step& step, const json& description) {
   const std::string words = TextAt(description, "command");
   step.operation = FindOperation(words);
-  if (step.operation == nullptr) throw PlanError(fmt::format("there is no command \"{}\"", words));
+  if (step.operation == nullptr) {
+    std::vector<std::string> known;
+    for (const Operation& operation : Operations()) known.push_back(operation.words);
+    throw PlanError(fmt::format("there is no command \"{}\"{}", words, posix::DidYouMean(words, known)));
+  }
   if (!step.operation->in_plans) throw PlanError(fmt::format("\"{}\" needs a person at a terminal", words));
   if (step.name.empty()) step.name = words;
 }

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <list>
 
+#include "posix/nearest_words.h"
 #include "station/link/interruption.h"
 #include "station/plan/host_program.h"
 
@@ -29,7 +30,10 @@ Judgement JudgeOne(const Limit& limit, const Outcome& outcome, const std::vector
   const bool status = limit.reading == "status" && outcome.status;
   const auto reading = std::ranges::find(readings, limit.reading, &Reading::name);
   if (!status && reading == readings.end()) {
-    return {Verdict::PlanWrong, fmt::format("the answer has no \"{}\"", limit.reading)};
+    std::vector<std::string> known = {"status"};
+    for (const Reading& each : readings) known.push_back(each.name);
+    return {Verdict::PlanWrong, fmt::format("the answer has no \"{}\"{}", limit.reading,
+                                            posix::DidYouMean(limit.reading, known))};
   }
   judged.value = status ? nlohmann::ordered_json(*outcome.status) : reading->value;
   judged.unit = status ? "" : reading->unit;

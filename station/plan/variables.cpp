@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "posix/nearest_words.h"
 #include "station/commands/errors.h"
 #include "station/plan/variable_checks.h"
 
@@ -50,7 +51,8 @@ void CheckDeclaration(const std::string& name, const json& declaration) {
   if (!declaration.is_object()) throw PlanError(fmt::format("variable \"{}\" is not an object", name));
   for (const auto& [key, value] : declaration.items()) {
     if (std::ranges::find(KNOWN, key) == std::end(KNOWN) && !IsVariableCheck(key)) {
-      throw PlanError(fmt::format("variable \"{}\": unknown key \"{}\"", name, key));
+      throw PlanError(fmt::format("variable \"{}\": unknown key \"{}\"{}", name, key,
+                                  posix::DidYouMean(key, {std::begin(KNOWN), std::end(KNOWN)})));
     }
   }
   IsTrue(name, declaration, "optional");
@@ -100,7 +102,10 @@ SettledVariables SettleVariables(const json& declared, const std::map<std::strin
   }
   for (const auto& [name, value] : given) {
     if (declared.contains(name)) continue;
-    settled.mistakes.push_back(fmt::format("the plan has no variable \"{}\"", name));
+    std::vector<std::string> known;
+    for (const auto& [each, declaration] : declared.items()) known.push_back(each);
+    settled.mistakes.push_back(
+        fmt::format("the plan has no variable \"{}\"{}", name, posix::DidYouMean(name, known)));
   }
   return settled;
 }

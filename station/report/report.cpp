@@ -32,7 +32,7 @@ namespace fs = std::filesystem;
 void MakeFolder(const fs::path& folder) {
   std::error_code error;
   fs::create_directories(folder, error);
-  if (error) throw UsageError(fmt::format("cannot make the folder {}: {}", folder.string(), error.message()));
+  if (error) throw OutputLost(fmt::format("cannot make the folder {}: {}", folder.string(), error.message()));
 }
 
 void WriteText(const fs::path& path, const std::string& text) {

@@ -27,7 +27,7 @@ std::string SummaryTable(const std::vector<PlanResult>& results);
 std::string SummaryJson(const std::vector<PlanResult>& results);
 
 // Makes the folder and writes report.json, report.xml, report.html and the pictures into it. Each of several
-// phones gets a folder of its own there, next to summary.json. Throws UsageError.
+// phones gets a folder of its own there, next to summary.json. Throws OutputLost.
 void WriteReports(const std::string& folder, const std::vector<PlanResult>& results);
 
 // A port's name as part of a file name: "/dev/ttyUSB0" is "ttyUSB0".

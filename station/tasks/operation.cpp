@@ -4,11 +4,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <stdexcept>
 
 #include "posix/nearest_words.h"
+#include "posix/whole_output.h"
 #include "station/commands/errors.h"
 
 namespace station {
@@ -175,10 +178,12 @@ std::string ReadFile(const std::string& path, std::size_t most) {
   std::error_code error;
   const auto status = std::filesystem::status(path, error);
   if (!std::filesystem::exists(status)) throw UsageError(fmt::format("there is no file {}", path));
+  if (std::filesystem::is_directory(status))
+    throw UsageError(fmt::format("{} is a folder, not a file", path));
   if (!std::filesystem::is_regular_file(status))
     throw UsageError(fmt::format("{} is not an ordinary file", path));
   std::ifstream file(path, std::ios::binary);
-  if (!file) throw UsageError(fmt::format("cannot read {}", path));
+  if (!file) throw UsageError(fmt::format("cannot read {}: {}", path, std::strerror(errno)));
   std::string content;
   std::array<char, 65536> room;
   while (content.size() <= most && (file.read(room.data(), room.size()), file.gcount() > 0)) {
@@ -189,10 +194,12 @@ std::string ReadFile(const std::string& path, std::size_t most) {
 }
 
 void WriteFile(const std::string& path, const Bytes& bytes) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-  file.close();
-  if (!file) throw UsageError(fmt::format("cannot write {}", path));
+  const std::string lost =
+      posix::WriteWholeFile(path, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  if (lost.empty()) return;
+  // Told here too, since a plan goes on.
+  posix::TellLostOutput(lost);
+  throw OutputLost(lost);
 }
 
 nlohmann::ordered_json ReadingsJson(const std::vector<Reading>& readings) {
@@ -202,7 +209,8 @@ nlohmann::ordered_json ReadingsJson(const std::vector<Reading>& readings) {
 }
 
 static std::string TextWithUnit(const Reading& reading) {
-  return reading.text + (reading.unit.empty() ? "" : " " + reading.unit);
+  const bool has_unit = reading.unit.empty() || reading.text.ends_with(" " + reading.unit);
+  return reading.text + (has_unit ? "" : " " + reading.unit);
 }
 
 std::string ReadingsText(const std::vector<Reading>& readings) {

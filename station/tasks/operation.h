@@ -106,7 +106,7 @@ ChunkReading ReadChunks(Session& session, const Command& command, const Argument
 // is more than `most` bytes.
 std::string ReadFile(const std::string& path, std::size_t most);
 
-// Throws UsageError if the file cannot be written.
+// The file is whole afterwards, or as it was before. Throws OutputLost if it cannot be written.
 void WriteFile(const std::string& path, const Bytes& bytes);
 
 // The readings as an object, by name.

@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "posix/raw_terminal.h"
+#include "posix/whole_output.h"
 #include "protocol/selectors.h"
 #include "station/commands/bytes.h"
 #include "station/commands/errors.h"
@@ -29,14 +30,12 @@ constexpr std::chrono::milliseconds FRAME_PAUSE{100};
 // What is read at once, and the most that is held until the phone takes it.
 constexpr std::size_t ROOM = 4096;
 
-void WriteOutput(std::span<const std::uint8_t> bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = write(STDOUT_FILENO, bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0)
-      throw LinkFailure(fmt::format("cannot write to standard output: {}", std::strerror(errno)));
-    bytes = bytes.subspan(static_cast<std::size_t>(written));
-  }
+// Returns false if the output is lost.
+bool WriteOutput(std::span<const std::uint8_t> bytes) {
+  const std::string reason =
+      posix::WriteAll(STDOUT_FILENO, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
+  if (!reason.empty()) posix::TellLostOutput("cannot write standard output: " + reason);
+  return reason.empty();
 }
 
 volatile std::sig_atomic_t interrupted = 0;
@@ -102,7 +101,8 @@ class Relay {
 
   void FromModem() {
     std::array<std::uint8_t, ROOM> room;
-    WriteOutput(std::span(room).first(link_.ReceiveWaiting(room)));
+    // The phone must leave the relay also if nobody hears it any longer.
+    if (!WriteOutput(std::span(room).first(link_.ReceiveWaiting(room)))) leaving_ = asked_ = true;
   }
 
   void FromInput() {

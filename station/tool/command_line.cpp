@@ -4,8 +4,11 @@
 
 #include <CLI/CLI.hpp>
 #include <map>
+#include <sstream>
 
 #include "completion/bash_completion.h"
+#include "completion/mistyped_words.h"
+#include "posix/whole_output.h"
 #include "program_version.h"
 #include "station/commands/clean_text.h"
 #include "station/commands/errors.h"
@@ -184,7 +187,7 @@ void DescribeCommandLine(CLI::App& app, Invocation& invocation) {
   app.footer(
       "Exit status: 0 passed, 1 the phone reports a failure, 2 wrong usage, 3 no answer or no port, 4 error "
       "in a plan, 5 a plan is incomplete: steps were not run for want of a value, 6 aborted by Ctrl-C or a "
-      "signal. If several apply to a plan, 6 wins, then 4, 3, 1 and 5.");
+      "signal, 7 output was lost. If several apply to a plan, 7 wins, then 6, 4, 3, 1 and 5.");
 }
 
 ExitStatus Refuse(const std::string& reason) {
@@ -233,6 +236,8 @@ std::variant<Invocation, ExitStatus> ParseCommandLine(int count, char** words) {
   CLI::App app(DESCRIPTION, PROGRAM);
   Invocation invocation;
   DescribeCommandLine(app, invocation);
+  const std::string mistyped = completion::Mistyped(app, {words + 1, words + count});
+  if (!mistyped.empty()) return Refuse(mistyped);
   try {
     app.parse(count, words);
     if (invocation.operation != nullptr) CheckArguments(*invocation.operation, invocation.arguments);
@@ -240,7 +245,9 @@ std::variant<Invocation, ExitStatus> ParseCommandLine(int count, char** words) {
     return Refuse(error.what());
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) {  // help or version
-      app.exit(error);
+      std::ostringstream text;
+      app.exit(error, text, text);
+      posix::Print("{}", text.str());
       return ExitStatus::Passed;
     }
     return Refuse(error.what());

@@ -6,6 +6,7 @@
 #include <iostream>
 #include <memory>
 
+#include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
 #include "station/commands/errors.h"
 #include "station/tool/command_line.h"
@@ -73,7 +74,8 @@ ExitStatus RunAndReport(int count, char** words) {
   } catch (const PlanError& error) {
     return Fail(error, ExitStatus::PlanError);
   } catch (const OutputLost& error) {
-    return Fail(error, ExitStatus::OutputLost);
+    posix::TellLostOutput(error.what());
+    return ExitStatus::OutputLost;
   } catch (const std::exception& error) {
     return Fail(error, ExitStatus::Usage);
   }
@@ -86,5 +88,8 @@ ExitStatus RunAndReport(int count, char** words) {
 int main(int count, char** words) {
   // A link that closes is reported; it must not end the program.
   std::signal(SIGPIPE, SIG_IGN);
-  return static_cast<int>(station::RunAndReport(count, words));
+  posix::HoldStandardDescriptors();
+  const station::ExitStatus status = station::RunAndReport(count, words);
+  posix::FinishOutput();
+  return posix::IsOutputLost() ? posix::OUTPUT_LOST_STATUS : static_cast<int>(status);
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
 
 namespace station {
@@ -32,7 +33,7 @@ void ShowJson(const Operation& operation, Session& session, const Outcome& outco
     result["sent"] = HexText(transcript.kept.back().sent, "");
     result["received"] = HexText(transcript.kept.back().received, "");
   }
-  fmt::print("{}\n", JsonText(result));
+  posix::Print("{}\n", JsonText(result));
 }
 
 }  // namespace
@@ -46,9 +47,9 @@ void ShowOutcome(const Operation& operation, Session& session, const Outcome& ou
     fmt::print(stderr, "phonetest: {} failed: {}\n", operation.words, CleanText(outcome.failure));
     return;
   }
-  if (!outcome.readings.empty()) fmt::print("{}", CleanText(ReadingsText(outcome.readings)));
-  if (!outcome.remark.empty()) fmt::print("{}\n", CleanText(outcome.remark));
-  if (outcome.readings.empty() && outcome.remark.empty() && !outcome.silent) fmt::print("ok\n");
+  if (!outcome.readings.empty()) posix::Print("{}", CleanText(ReadingsText(outcome.readings)));
+  if (!outcome.remark.empty()) posix::Print("{}\n", CleanText(outcome.remark));
+  if (outcome.readings.empty() && outcome.remark.empty() && !outcome.silent) posix::Print("ok\n");
 }
 
 void ShowLinkFailure(const Operation& operation, const std::string& port, const std::string& failure,
@@ -60,7 +61,7 @@ void ShowLinkFailure(const Operation& operation, const std::string& port, const 
   ordered_json result = Describe(operation, port);
   result["result"] = "link failure";
   result["failure"] = failure;
-  fmt::print("{}\n", JsonText(result));
+  posix::Print("{}\n", JsonText(result));
 }
 
 }  // namespace station

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 
+#include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
 #include "station/report/report.h"
 #include "station/results/history.h"
@@ -99,9 +100,9 @@ void ShowDifferences(const std::vector<Difference>& differences, bool json) {
                         one.before.empty() ? "(none)" : one.before, one.after.empty() ? "(none)" : one.after);
   }
   if (json) {
-    fmt::print("{}\n", JsonText(list));
+    posix::Print("{}\n", JsonText(list));
   } else {
-    fmt::print("{}", text.empty() ? "no difference\n" : CleanText(text));
+    posix::Print("{}", text.empty() ? "no difference\n" : CleanText(text));
   }
 }
 
@@ -133,14 +134,14 @@ ExitStatus ShowHistory(const Settings& settings, Given& given) {
                     settings.json);
   } else if (!detailed.empty()) {
     const RunRow& run = RunNamed(runs, detailed);
-    fmt::print("{}", settings.json ? JsonText(DetailsJson(connection, run)) + "\n"
-                                   : CleanText(HistoryText({run}) + DetailsText(connection, run)));
+    posix::Print("{}", settings.json ? JsonText(DetailsJson(connection, run)) + "\n"
+                                     : CleanText(HistoryText({run}) + DetailsText(connection, run)));
   } else if (settings.json) {
     ordered_json list = ordered_json::array();
     for (const RunRow& run : runs) list.push_back(RunJson(run));
-    fmt::print("{}\n", JsonText(list));
+    posix::Print("{}\n", JsonText(list));
   } else {
-    fmt::print("{}", runs.empty() ? "no run of this phone\n" : CleanText(HistoryText(runs)));
+    posix::Print("{}", runs.empty() ? "no run of this phone\n" : CleanText(HistoryText(runs)));
   }
   return ExitStatus::Passed;
 }

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <thread>
 
+#include "posix/whole_output.h"
 #include "program_version.h"
 #include "station/commands/clean_text.h"
 #include "station/link/interruption.h"
@@ -160,12 +161,12 @@ void WriteReportFiles(const PlanOrder& order, const std::vector<PlanResult>& res
 
 void ShowResults(const PlanOrder& order, const std::vector<PlanResult>& results) {
   if (order.json) {
-    fmt::print("{}", results.size() == 1 ? ReportJson(results.front()) : ReportsJson(results));
+    posix::Print("{}", results.size() == 1 ? ReportJson(results.front()) : ReportsJson(results));
     return;
   }
   for (const PlanResult& result : results)
-    fmt::print("{}{}", ReportTable(result), results.size() > 1 ? "\n" : "");
-  if (results.size() > 1) fmt::print("{}", SummaryTable(results));
+    posix::Print("{}{}", ReportTable(result), results.size() > 1 ? "\n" : "");
+  if (results.size() > 1) posix::Print("{}", SummaryTable(results));
 }
 
 }  // namespace
@@ -193,7 +194,11 @@ ExitStatus ExecutePlan(const PlanOrder& given) {
   numbers.Begin();
   const std::vector<PlanResult> results = RunOnAllPhones(order, ones, person);
   numbers.Settle(phones.front().GetPlan(), results.front());
-  WriteReportFiles(order, results);
+  try {
+    WriteReportFiles(order, results);
+  } catch (const OutputLost& lost) {
+    posix::TellLostOutput(lost.what());
+  }
   ShowResults(order, results);
   TellProblems(ones);
   Verdict verdict = Verdict::Passed;

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 
+#include "posix/whole_output.h"
 #include "program_version.h"
 #include "station/commands/clean_text.h"
 #include "station/configuration/slots.h"
@@ -98,11 +99,11 @@ LineOrder ReadLine(const Settings& settings, Given& given) {
 
 void Greet(LinePage& page) {
   const LineOrder& order = page.GetLine().Order();
-  fmt::print("The line “{}” has {} slot{}. Ctrl-C ends it.\n", CleanText(order.plan.name), order.slots.size(),
-             order.slots.size() == 1 ? "" : "s");
-  fmt::print("operator:     {}\n", page.Server().Address(OPERATOR_ROLE));
-  fmt::print("line manager: {}\n", page.Server().Address(MANAGER_ROLE));
-  std::fflush(stdout);
+  posix::Print("The line “{}” has {} slot{}. Ctrl-C ends it.\n", CleanText(order.plan.name),
+               order.slots.size(), order.slots.size() == 1 ? "" : "s");
+  posix::Print("operator:     {}\n", page.Server().Address(OPERATOR_ROLE));
+  posix::Print("line manager: {}\n", page.Server().Address(MANAGER_ROLE));
+  posix::FinishOutput();
 }
 
 void WaitForSignal() {

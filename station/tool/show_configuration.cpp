@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
 #include "station/configuration/slots.h"
 #include "station/tool/simulated_executable.h"
@@ -69,8 +70,8 @@ std::string ConfigurationTable(const Configuration& configuration,
 
 ExitStatus ShowConfiguration(const Settings& settings, ToolCommand::Given&) {
   const std::vector<PortDescription> ports = ListPorts();
-  fmt::print("{}", settings.json ? ConfigurationJson(settings.configuration, ports)
-                                 : ConfigurationTable(settings.configuration, ports));
+  posix::Print("{}", settings.json ? ConfigurationJson(settings.configuration, ports)
+                                   : ConfigurationTable(settings.configuration, ports));
   return ExitStatus::Passed;
 }
 
@@ -78,7 +79,7 @@ ExitStatus ShowPorts(const Settings& settings, ToolCommand::Given&) {
   std::vector<PortDescription> ports = ListPorts();
   NameSlots(ports, settings.configuration);
   if (!settings.json) {
-    fmt::print("{}", ports.empty() ? "no serial port\n" : CleanText(PortTable(ports)));
+    posix::Print("{}", ports.empty() ? "no serial port\n" : CleanText(PortTable(ports)));
     return ExitStatus::Passed;
   }
   ordered_json list = ordered_json::array();
@@ -90,7 +91,7 @@ ExitStatus ShowPorts(const Settings& settings, ToolCommand::Given&) {
                     {"socket", port.usb_socket},
                     {"slot", port.slot}});
   }
-  fmt::print("{}\n", JsonText(list));
+  posix::Print("{}\n", JsonText(list));
   return ExitStatus::Passed;
 }
 

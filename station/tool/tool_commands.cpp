@@ -3,6 +3,7 @@
 
 #include <charconv>
 
+#include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
 #include "station/configuration/slots.h"
 #include "station/plan/plan_search.h"
@@ -11,6 +12,7 @@
 #include "station/tool/command_line.h"
 #include "station/tool/given_options.h"
 #include "station/tool/protocol_page.h"
+#include "station/tool/recorded_trace.h"
 #include "station/tool/replay.h"
 #include "station/tool/results_commands.h"
 #include "station/tool/run_plan.h"
@@ -87,6 +89,7 @@ std::chrono::milliseconds ParsePause(const std::string& text) {
 ExitStatus RunReplay(const Settings& settings, Given& given) {
   const std::chrono::milliseconds longest_pause = ParsePause(OnlyText(given, "longest-pause", "10"));
   const std::string port = ChosenPort(settings);
+  ReadTrace(OnlyText(given, "trace"));  // a wrong file is told before the port is opened
   const std::unique_ptr<Trace> trace = OpenTrace(settings, port);
   Link link(port, trace.get());
   const ReplayResult result = Replay(link, {.trace_file = OnlyText(given, "trace"),
@@ -98,9 +101,9 @@ ExitStatus RunReplay(const Settings& settings, Given& given) {
                                    {"bytes-sent", result.sent},
                                    {"bytes-received", result.received}};
     if (!same) json["difference"] = result.difference;
-    fmt::print("{}\n", JsonText(json));
+    posix::Print("{}\n", JsonText(json));
   } else if (same) {
-    fmt::print("{} bytes sent, {} bytes received: no difference\n", result.sent, result.received);
+    posix::Print("{} bytes sent, {} bytes received: no difference\n", result.sent, result.received);
   } else {
     fmt::print(stderr, "phonetest: {}\n", CleanText(result.difference));
   }
@@ -111,18 +114,18 @@ ExitStatus ShowCommands(const Settings&, Given& given) {
   const bool markdown = !given["markdown"].empty();
   const bool manual = !given["manual"].empty();
   if (markdown && manual) throw UsageError("--markdown and --manual exclude each other");
-  fmt::print("{}", markdown ? ProtocolPage() : manual ? ManualCommandList() : CommandList());
+  posix::Print("{}", markdown ? ProtocolPage() : manual ? ManualCommandList() : CommandList());
   return ExitStatus::Passed;
 }
 
 ExitStatus ShowCompletion(const Settings&, Given& given) {
   const std::string kind = OnlyText(given, "kind");
   if (kind.empty()) {
-    fmt::print("{}", BashCompletion());
+    posix::Print("{}", BashCompletion());
   } else if (kind == "plans") {
-    for (const std::string& name : PlanNames()) fmt::print("{}\n", name);
+    for (const std::string& name : PlanNames()) posix::Print("{}\n", name);
   } else if (kind == "ports") {
-    for (const std::string& name : PortNames()) fmt::print("{}\n", name);
+    for (const std::string& name : PortNames()) posix::Print("{}\n", name);
   } else {
     throw UsageError(fmt::format("'{}' is neither plans nor ports", kind));
   }

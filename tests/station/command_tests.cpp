@@ -401,6 +401,16 @@ TEST(Commands, MistakesAreNamedBeforeAnythingIsSent) {
       {"camera capture focus --size 1x0", "height: '0' is not a number from 1 to 1600 pixels"},
       {"raw 0 --answer 65537", "from 0 to 65536 bytes"},
       {"--timeout 0 ping", "timeout: '0' is not a number from 1 to 3600000 ms"},
+      {"clok get", "there is no command clok; did you mean clock?"},
+      {"pong --help", "there is no command pong; did you mean ping?"},
+      {"radio tun 98.5", "there is no command radio tun; did you mean tune?"},
+      {"--json radio", "radio needs one of "},
+      {"--prot x ping", "there is no option --prot; did you mean --port?"},
+      {"display solid red --bakclight 1", "there is no option --bakclight; did you mean --backlight?"},
+      {"--bad", "there is no option --bad\n"},
+      {"camera delete focs", "did you mean focus?"},
+      {"--port /dev/null replay /", "/ is a folder, not a file"},
+      {"--port /dev/null replay /proc/self/exe", "/proc/self/exe is "},
       {"--port tcp:localhost:99999 ping", "TCP port '99999' is not a number from 1 to 65535"},
   };
   for (const auto& [line, part] : cases) {

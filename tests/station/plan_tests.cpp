@@ -472,7 +472,7 @@ TEST(Plans, MistakesAreFoundBeforeAnythingIsSent) {
        {},
        {},
        4,
-       "no argument \"color\""},
+       "no argument \"color\"; did you mean colour?"},
       {"missing argument", Steps(R"({"command": "led"})"), {}, {}, 4, "colour is missing"},
       {"bad argument",
        Steps(R"({"command": "led", "arguments": {"colour": "x"}})"),

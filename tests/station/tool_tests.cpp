@@ -69,6 +69,67 @@ TEST(Traces, AreReplayedAndCompared) {
     EXPECT_EQ(RunTool({"--port", same.Port(), "replay", none}).status, 2);
 }
 
+// Words, the lost output's name and reason, and whether the phone is still asked.
+TEST(LostOutput, IsTheExitStatusAndASentence) {
+  const std::string plan = TemporaryFile("plan.json", R"({"steps": [{"command": "ping"}]})");
+  const std::string full = ": No space left on device\n";
+  const struct {
+    std::vector<std::string> words;
+    bool to_full;
+    bool asks;
+    std::string told;
+  } cases[] = {
+      {{"commands"}, true, false, "standard output" + full},
+      {{"--help"}, true, false, "standard output" + full},
+      {{"ping"}, true, true, "standard output" + full},
+      {{"--json", "ping"}, true, true, "standard output" + full},
+      {{"run", plan}, true, true, "standard output" + full},
+      {{"--trace", "/dev/full", "ping"}, false, true, "the trace /dev/full" + full},
+      {{"--trace", "/no/trace", "run", plan},
+       false,
+       false,
+       "the trace /no/trace: No such file or directory\n"},
+  };
+  for (const auto& tried : cases) {
+    ScriptedPhone phone(tried.asks ? std::vector<Turn>{PING} : std::vector<Turn>{});
+    std::vector<std::string> words = {"sh",
+                                      "-c",
+                                      tried.to_full ? "exec \"$@\" >/dev/full" : "exec \"$@\"",
+                                      "sh",
+                                      PHONETEST_PROGRAM,
+                                      "--port",
+                                      phone.Port()};
+    words.insert(words.end(), tried.words.begin(), tried.words.end());
+    const ToolResult result = RunProgram(words);
+    EXPECT_EQ(result.status, 7) << tried.told;
+    EXPECT_EQ(result.errors, "phonetest: cannot write " + tried.told);
+    EXPECT_EQ(phone.Difference(), "");
+  }
+}
+
+TEST(LostOutput, LeavesNothingHalfWritten) {
+  const fs::path folder = fs::path(TemporaryFolder()) / "half";
+  fs::create_directory(folder);
+  const std::string read = "1100000000000000";
+  const auto fetch = [&](const std::string& limit) {
+    ScriptedPhone phone({{read, ZERO + std::string(256, 'A')}});
+    return RunProgram({"sh", "-c", "ulimit -f " + limit + "; trap '' XFSZ; exec \"$@\"", "sh",
+                       PHONETEST_PROGRAM, "--port", phone.Port(), "factory-info", "read", folder / "info"});
+  };
+  EXPECT_EQ(fetch("0").status, 7);
+  EXPECT_TRUE(fs::is_empty(folder));
+  // A later success replaces what a link leads to, and keeps the link and the file's mode.
+  std::ofstream(folder / "before") << "before";
+  fs::permissions(folder / "before", fs::perms::owner_read | fs::perms::owner_write);
+  fs::create_symlink("before", folder / "info");
+  EXPECT_EQ(fetch("0").status, 7);
+  EXPECT_EQ(ReadFile(folder / "before"), "before");
+  EXPECT_EQ(fetch("unlimited").status, 0);
+  EXPECT_EQ(ReadFile(folder / "before"), std::string(128, '\xAA'));
+  EXPECT_TRUE(fs::is_symlink(folder / "info"));
+  EXPECT_EQ(fs::status(folder / "before").permissions(), fs::perms::owner_read | fs::perms::owner_write);
+}
+
 TEST(TcpPorts, ReachAPhoneAtASerialServer) {
   ScriptedPhone phone({PING, KEY}, ScriptedPhone::Kind::TcpPort);
   const std::string plan =
