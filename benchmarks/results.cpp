@@ -139,7 +139,7 @@ void Explain(Connection& connection, const char* what, const std::string& query)
     fmt::print("    {}\n", row.back().text);
 }
 
-std::int64_t Bytes(Connection& connection) {
+std::int64_t DatabaseSize(Connection& connection) {
   const bool server = connection.Address().kind == ResultsAddress::Kind::Server;
   return connection
       .Ask(server ? "SELECT pg_database_size(current_database())"
@@ -158,10 +158,10 @@ int main(int count, char** words) {
   Connection connection = OpenResults(ParseResultsAddress(words[1]));
   RunStore store(connection);
   const std::int64_t pattern = StoreWhole(connection, store, 0).run;
-  const std::int64_t before = Bytes(connection);
+  const std::int64_t before = DatabaseSize(connection);
   const double filling = Median(1, [&](int) { Fill(connection, pattern, runs); });
   fmt::print("{} runs generated in {:.1f} s, {:.0f} bytes a run\n", runs, filling / 1000,
-             static_cast<double>(Bytes(connection) - before) / static_cast<double>(runs));
+             static_cast<double>(DatabaseSize(connection) - before) / static_cast<double>(runs));
   fmt::print("a run of {} steps stored      {:8.2f} ms\n", STEPS,
              Median(21, [&](int i) { StoreWhole(connection, store, 10 + i); }));
   fmt::print("history of a phone            {:8.2f} ms\n", Median(21, [&](int i) {
@@ -180,7 +180,10 @@ int main(int count, char** words) {
   fmt::print("measurements of the day       {:8.2f} ms\n",
              Median(5, [&](int) { Statistics(connection, filter); }));
   Explain(connection, "history",
-          "SELECT id FROM runs WHERE phone = 'P1' OR serial = 'P1' OR identity = 'P1' OR address = 'P1'");
+          "SELECT id FROM runs r WHERE r.id IN (SELECT id FROM runs WHERE phone = 'P1' UNION "
+          "SELECT id FROM runs WHERE serial = 'P1' AND serial <> '' UNION "
+          "SELECT id FROM runs WHERE identity = 'P1' AND identity <> '' UNION "
+          "SELECT id FROM runs WHERE address = 'P1' AND address <> '')");
   Explain(connection, "day",
           fmt::format("SELECT verdict, phone FROM runs WHERE day >= '{0}' AND day <= '{0}'", day));
   return 0;

@@ -19,8 +19,10 @@ std::string LockPool(Connection& connection, const std::string& pool) {
 // Whether a phone has it already that did not draw it.
 bool IsTaken(Connection& connection, const std::string& value, const std::string& phone) {
   return !connection
-              .Ask("SELECT id FROM runs WHERE (identity = ? OR address = ?) AND phone <> ? LIMIT 1", "i",
-                   {value, value, phone})
+              .Ask(
+                  "SELECT id FROM runs WHERE identity = ? AND identity <> '' AND phone <> ? UNION "
+                  "SELECT id FROM runs WHERE address = ? AND address <> '' AND phone <> ? LIMIT 1",
+                  "i", {value, phone, value, phone})
               .empty();
 }
 
