@@ -57,7 +57,9 @@ RunStore::Keys StoreWhole(Connection& connection, RunStore& store, std::int64_t 
     transaction.Commit();
   }
   Transaction transaction(connection);
-  for (int step = 1; step <= STEPS; ++step) store.Step(keys, StepNumber(step));
+  std::vector<StoredStep> steps;
+  for (int step = 1; step <= STEPS; ++step) steps.push_back(StepNumber(step));
+  store.Steps(keys, steps);
   store.End(keys, {.ended = MillisecondsNow(), .microseconds = 6'400'000});
   transaction.Commit();
   return keys;

@@ -3,8 +3,9 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
-#include <array>
+#include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <random>
 
 #include "posix/sha256.h"
@@ -28,6 +29,43 @@ std::string JsonObject(const std::vector<std::pair<std::string, std::string>>& p
 const std::string& FirstOf(const std::string& first, const std::string& second, const std::string& third) {
   return !first.empty() ? first : !second.empty() ? second : third;
 }
+
+// Rows of one table, which go in portions of one size: so a statement is prepared for few sizes.
+class Rows {
+ public:
+  Rows(const char* into, const char* conflict) : into_(into), conflict_(conflict) {}
+
+  void Add(Connection& connection, std::vector<SqlValue> row) {
+    columns_ = row.size();
+    std::ranges::move(row, std::back_inserter(values_));
+    if (values_.size() == PORTION * columns_) SendSome(connection, PORTION);
+  }
+
+  void Send(Connection& connection) {
+    for (std::size_t size = PORTION / 2; size > 0; size /= 2) {
+      while (columns_ != 0 && values_.size() >= size * columns_) SendSome(connection, size);
+    }
+  }
+
+ private:
+  static constexpr std::size_t PORTION = 64;
+
+  void SendSome(Connection& connection, std::size_t count) {
+    std::string row = "(?";
+    for (std::size_t i = 1; i < columns_; ++i) row += ", ?";
+    row += ")";
+    std::string all = row;
+    for (std::size_t i = 1; i < count; ++i) all += ", " + row;
+    const auto end = values_.begin() + static_cast<std::ptrdiff_t>(count * columns_);
+    connection.Run(into_ + all + conflict_, {values_.begin(), end});
+    values_.erase(values_.begin(), end);
+  }
+
+  std::string into_;
+  std::string conflict_;
+  std::size_t columns_ = 0;
+  std::vector<SqlValue> values_;
+};
 
 std::int64_t Code(StoredVerdict verdict) {
   return static_cast<std::int64_t>(verdict);
@@ -141,36 +179,34 @@ std::int64_t RunStore::ValueKey(std::int64_t step, const StoredValue& value) {
   return key;
 }
 
-void RunStore::Step(const Keys& keys, const StoredStep& step) {
-  const std::int64_t definition = StepKey(keys.plan, step);
-  const std::optional<std::string> message =
-      step.message.empty() ? std::nullopt : std::optional(step.message);
-  connection_.Run(
-      "INSERT INTO steps (run, number, definition, verdict, attempts, microseconds, message) "
-      "VALUES (?, ?, ?, ?, ?, ?, ?) ON CONFLICT (run, number) DO UPDATE SET verdict = excluded.verdict, "
-      "attempts = excluded.attempts, microseconds = excluded.microseconds, message = excluded.message",
-      {keys.run, step.number, definition, Code(step.verdict), step.attempts, step.microseconds, message});
-  Values(keys, step, definition);
-  if (step.answer) {
-    connection_.Run(
-        "INSERT INTO answers (run, step, reply, answered_by, answered) VALUES (?, ?, ?, ?, ?) "
-        "ON CONFLICT (run, step) DO NOTHING",
-        {keys.run, step.number, step.answer->reply, step.answer->by, step.answer->at});
+void RunStore::Steps(const Keys& keys, std::span<const StoredStep> steps) {
+  Rows rows(
+      "INSERT INTO steps (run, number, definition, verdict, attempts, microseconds, message) VALUES ",
+      " ON CONFLICT (run, number) DO UPDATE SET verdict = excluded.verdict, attempts = excluded.attempts, "
+      "microseconds = excluded.microseconds, message = excluded.message");
+  Rows values(
+      "INSERT INTO measurements (run, step, number, definition, value, text, stated, verdict) VALUES ",
+      " ON CONFLICT (run, step, number) DO NOTHING");
+  Rows answers("INSERT INTO answers (run, step, reply, answered_by, answered) VALUES ",
+               " ON CONFLICT (run, step) DO NOTHING");
+  for (const StoredStep& step : steps) {
+    const std::int64_t definition = StepKey(keys.plan, step);
+    const auto message = step.message.empty() ? std::nullopt : std::optional(step.message);
+    rows.Add(connection_, {keys.run, step.number, definition, Code(step.verdict), step.attempts,
+                           step.microseconds, message});
+    for (std::size_t i = 0; i < step.values.size(); ++i) {
+      const StoredValue& value = step.values[i];
+      const auto text = value.value ? std::nullopt : std::optional(value.text);
+      const auto stated = value.stated.empty() ? std::nullopt : std::optional(value.stated);
+      values.Add(connection_, {keys.run, step.number, static_cast<std::int64_t>(i + 1),
+                               ValueKey(definition, value), value.value, text, stated, Code(value.verdict)});
+    }
+    if (step.answer) {
+      answers.Add(connection_, {keys.run, step.number, step.answer->reply, step.answer->by, step.answer->at});
+    }
   }
-  Files(keys, step.number, step.files);
-}
-
-void RunStore::Values(const Keys& keys, const StoredStep& step, std::int64_t definition) {
-  for (std::size_t i = 0; i < step.values.size(); ++i) {
-    const StoredValue& value = step.values[i];
-    const auto text = value.value ? std::nullopt : std::optional(value.text);
-    const auto stated = value.stated.empty() ? std::nullopt : std::optional(value.stated);
-    connection_.Run(
-        "INSERT INTO measurements (run, step, number, definition, value, text, stated, verdict) "
-        "VALUES (?, ?, ?, ?, ?, ?, ?, ?) ON CONFLICT (run, step, number) DO NOTHING",
-        {keys.run, step.number, static_cast<std::int64_t>(i + 1), ValueKey(definition, value), value.value,
-         text, stated, Code(value.verdict)});
-  }
+  for (Rows* one : {&rows, &values, &answers}) one->Send(connection_);
+  for (const StoredStep& step : steps) Files(keys, step.number, step.files);
 }
 
 void RunStore::Files(const Keys& keys, int step, const std::vector<StoredFile>& files) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -127,7 +128,8 @@ class RunStore {
 
   // The run is "running" from now on, unless it is known already.
   Keys Start(const RunStart& start);
-  void Step(const Keys& keys, const StoredStep& step);
+  // Steps of one run, in few statements: each is a way to the server and back.
+  void Steps(const Keys& keys, std::span<const StoredStep> steps);
   void End(const Keys& keys, const RunEnd& end);
 
   // After a transaction that was not committed: the keys that it made are not there.
@@ -137,7 +139,6 @@ class RunStore {
   std::int64_t PlanKey(const RunStart& start);
   std::int64_t StepKey(std::int64_t plan, const StoredStep& step);
   std::int64_t ValueKey(std::int64_t step, const StoredValue& value);
-  void Values(const Keys& keys, const StoredStep& step, std::int64_t definition);
   void Files(const Keys& keys, int step, const std::vector<StoredFile>& files);
 
   Connection& connection_;

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <deque>
 #include <mutex>
@@ -151,7 +152,7 @@ class RunRecorder::Work {
     {
       Transaction transaction(*connection_);
       if (first) keys_ = store_->Start(start_);
-      for (std::size_t i = stored_in_database_; i < count; ++i) store_->Step(keys_, StepAt(i));
+      StoreSteps(count);
       if (ending) store_->End(keys_, *end_);
       transaction.Commit();
     }
@@ -164,6 +165,20 @@ class RunRecorder::Work {
     } catch (const ResultsError& error) {
       NoteProblem(error.what());
     }
+  }
+
+  // One that comes again has to be in another statement than the first.
+  void StoreSteps(std::size_t count) {
+    std::vector<StoredStep> steps;
+    for (std::size_t i = stored_in_database_; i < count; ++i) {
+      const StoredStep& step = StepAt(i);
+      if (std::ranges::find(steps, step.number, &StoredStep::number) != steps.end()) {
+        store_->Steps(keys_, steps);
+        steps.clear();
+      }
+      steps.push_back(step);
+    }
+    store_->Steps(keys_, steps);
   }
 
   void Spool(std::size_t count, bool ending) {

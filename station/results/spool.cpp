@@ -48,7 +48,7 @@ void Store(RunStore& store, Connection& connection, const fs::path& path) {
     const SpooledLine spooled = ParseSpoolLine(line);
     if (spooled.start) keys = store.Start(*spooled.start);
     if (!keys) break;
-    if (spooled.step) store.Step(*keys, *spooled.step);
+    if (spooled.step) store.Steps(*keys, {&*spooled.step, 1});
     if (spooled.end) store.End(*keys, *spooled.end);
   }
   transaction.Commit();
