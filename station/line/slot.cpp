@@ -8,6 +8,7 @@
 #include "station/commands/clean_text.h"
 #include "station/line/route_check.h"
 #include "station/line/verdict_card.h"
+#include "station/plan/variable_checks.h"
 
 namespace station {
 
@@ -62,8 +63,11 @@ std::string NameOr(const std::string& name, const char* otherwise) {
   return name.empty() ? otherwise : name;
 }
 
-std::string WrongLabel(const std::string& field, const std::string& value) {
-  return fmt::format("“{}” is no {}. Scan the right label.", CleanText(value), field);
+// Empty if the value is one that the field can have.
+std::string WrongLabel(const std::string& field, const nlohmann::json& checks, const std::string& value) {
+  const std::string fault = VariableFault(checks, value);
+  if (fault.empty()) return "";
+  return fmt::format("“{}” is no {}: {}. Scan the right label.", CleanText(value), field, fault);
 }
 
 }  // namespace
@@ -87,12 +91,22 @@ void LineSlot::NewPhone() {
   values_.clear();
   verdict_ = nullptr;
   marks_.clear();
-  fields_ = {{SERIAL, "on the phone's label", line_.plan.line.serial_pattern}};
+  fields_ = {{SERIAL, "on the phone's label", SerialChecks()}};
   for (const PlanVariable& variable : line_.plan.variables) {
     const bool given = line_.variables.contains(variable.name) || variable.name == line_.plan.line.serial;
-    if (variable.needed && !given) fields_.push_back({variable.name, variable.help, variable.pattern});
+    if (variable.needed && !given) fields_.push_back({variable.name, variable.help, variable.declaration});
   }
   state_ = State::Idle;
+}
+
+// The variable that gets the serial number may have checks too.
+nlohmann::json LineSlot::SerialChecks() const {
+  nlohmann::json checks = nlohmann::json::object();
+  for (const PlanVariable& variable : line_.plan.variables) {
+    if (variable.name == line_.plan.line.serial) checks = variable.declaration;
+  }
+  if (!line_.plan.line.serial_pattern.empty()) checks["pattern"] = line_.plan.line.serial_pattern;
+  return checks;
 }
 
 const LineSlot::Field* LineSlot::NextField() const {
@@ -107,29 +121,24 @@ std::string LineSlot::Enter(const std::string& value, const std::string& who) {
     const std::lock_guard lock(mutex_);
     if (state_ == State::Finished) {
       // The verdict stays until there is really another phone.
-      if (!MatchesPattern(line_.plan.line.serial_pattern, value)) return WrongLabel(SERIAL, value);
+      const std::string wrong = WrongLabel(SERIAL, SerialChecks(), value);
+      if (!wrong.empty()) return wrong;
       NewPhone();
     }
     if (state_ != State::Idle && state_ != State::Ready) {
       return fmt::format("LineSlot {} is testing {}. Wait for its end, or abort it.", order_.name,
                          values_.at(SERIAL));
     }
-    refusal = EnterField(*NextField(), value);
+    const Field& field = *NextField();
+    refusal = WrongLabel(field.name, field.checks, value);
     if (refusal.empty()) {
+      values_[field.name] = value;
       state_ = State::Ready;
       if (NextField() == nullptr) Start(who);
     }
   }
   changed_();
   return refusal;
-}
-
-std::string LineSlot::EnterField(const Field& field, const std::string& value) {
-  if (!MatchesPattern(field.pattern, value)) {
-    return WrongLabel(field.name, value);
-  }
-  values_[field.name] = value;
-  return "";
 }
 
 std::string LineSlot::Clear() {
@@ -212,7 +221,7 @@ bool LineSlot::MayStart() {
   }
   if (!rules.asks_retest_reason || asked || !HasPassed(line_.plan.name, serial, store_)) return true;
   const std::lock_guard lock(mutex_);
-  fields_.push_back({RETEST_REASON, "this phone has passed this plan before", ""});
+  fields_.push_back({RETEST_REASON, "this phone has passed this plan before", nlohmann::json::object()});
   state_ = State::Ready;
   return false;
 }

@@ -68,11 +68,11 @@ class LineSlot {
   struct Field {
     std::string name;
     std::string help;
-    std::string pattern;
+    nlohmann::json checks;  // as a plan's variable declares them
   };
 
   const Field* NextField() const;
-  std::string EnterField(const Field& field, const std::string& value);
+  nlohmann::json SerialChecks() const;
   void NewPhone();
   void Start(const std::string& who);
   void Work(const std::stop_token& stop);

@@ -1,10 +1,11 @@
 #include "station/plan/outline.h"
 
 #include <fmt/format.h>
-#include <re2/re2.h>
+
+#include <algorithm>
 
 #include "station/commands/errors.h"
-#include "station/plan/variables.h"
+#include "station/plan/variable_checks.h"
 
 namespace station {
 
@@ -16,13 +17,6 @@ std::string Text(const json& object, const char* key, const std::string& fallbac
   const json value = object.value(key, json(fallback));
   if (!value.is_string()) throw PlanError(fmt::format("\"{}\" is not a text", key));
   return value;
-}
-
-std::string Pattern(const json& object, const char* key) {
-  std::string pattern = Text(object, key);
-  const re2::RE2 compiled(pattern, re2::RE2::Quiet);
-  if (!compiled.ok()) throw PlanError(fmt::format("\"{}\": {}", key, compiled.error()));
-  return pattern;
 }
 
 bool YesOrNo(const json& object, const char* key) {
@@ -51,12 +45,13 @@ LineRules ReadRules(const json& rules, const json& variables) {
       throw PlanError(fmt::format("\"line\": unknown key \"{}\"", key));
   }
   LineRules read{.serial = Text(rules, "serial"),
-                 .serial_pattern = Pattern(rules, "serial-pattern"),
+                 .serial_pattern = Text(rules, "serial-pattern"),
                  .requires_plans = Names(rules, "requires"),
                  .asks_retest_reason = YesOrNo(rules, "retest-reason")};
   if (!read.serial.empty() && !variables.contains(read.serial)) {
     throw PlanError(fmt::format("\"line\": the plan has no variable \"{}\"", read.serial));
   }
+  VariableFault({{"pattern", read.serial_pattern}}, "");  // throws if it is no regular expression
   const std::string choice = Text(rules, "without-results", "refuse");
   if (choice != "refuse" && choice != "run") {
     throw PlanError("\"line\": \"without-results\" must be \"refuse\" or \"run\"");
@@ -72,7 +67,7 @@ PlanVariable ReadVariable(const std::string& name, const json& declaration) {
   const bool drawn = declaration.contains("draw");
   return {.name = name,
           .help = Text(declaration, "help"),
-          .pattern = Pattern(declaration, "pattern"),
+          .declaration = declaration,
           .needed = !drawn && (fallback.is_null() || (required && fallback == json("")))};
 }
 
@@ -100,10 +95,6 @@ PlanOutline ReadPlanOutline(const std::string& path) {
   } catch (const std::exception& error) {
     throw PlanError(fmt::format("{}: {}", path, error.what()));
   }
-}
-
-bool MatchesPattern(const std::string& pattern, const std::string& value) {
-  return pattern.empty() || re2::RE2::FullMatch(value, re2::RE2(pattern, re2::RE2::Quiet));
 }
 
 }  // namespace station

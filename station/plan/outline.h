@@ -2,7 +2,7 @@
 // plan's rules for the line.
 #pragma once
 
-#include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -13,14 +13,14 @@ namespace station {
 struct PlanVariable {
   std::string name;
   std::string help;
-  std::string pattern;  // a regular expression that a value must match as a whole; empty for any value
-  bool needed = false;  // it has no default and is not drawn, so someone must set it
+  nlohmann::json declaration;  // with its checks: VariableFault
+  bool needed = false;         // it has no default and is not drawn, so someone must set it
 };
 
 // The plan's "line" object.
 struct LineRules {
-  std::string serial = {};  // the variable that gets the phone's serial number; may be empty
-  std::string serial_pattern = {};
+  std::string serial = {};          // the variable that gets the phone's serial number; may be empty
+  std::string serial_pattern = {};  // that a serial number matches as a whole; empty for any
   std::vector<std::string> requires_plans = {};  // names of plans that the phone must have passed
   bool runs_without_results = false;             // although nobody can look up what the phone has passed
   bool asks_retest_reason = false;               // when a phone is tested again that has passed this plan
@@ -36,8 +36,5 @@ struct PlanOutline {
 
 // Throws PlanError. The steps are not checked further: that needs the variables' values.
 PlanOutline ReadPlanOutline(const std::string& path);
-
-// Whether the whole value matches; an empty pattern matches everything.
-bool MatchesPattern(const std::string& pattern, const std::string& value);
 
 }  // namespace station

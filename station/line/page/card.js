@@ -72,7 +72,7 @@ export class Card {
     return [
       make('p', {class: 'wants'}, begun ? `Scan the ${view.wants?.name}` : 'Put a phone in and scan it'),
       begun ? make('p', {class: 'quiet'}, view.wants?.help) : make('p', {class: 'quiet mono'}, view.barcode),
-      begun ? make('dl', {}, known) : null,
+      begun ? make('dl', {}, known.flat()) : null,
       begun ? make('div', {class: 'actions'}, this.button('Start over', 'clear')) : null,
     ].filter(Boolean);
   }

@@ -7,6 +7,7 @@ const shown = new Map();
 const colour = (name) => getComputedStyle(document.documentElement).getPropertyValue(`--${name}`).trim();
 
 Chart.defaults.animation = false;
+Chart.defaults.datasets.bar.maxBarThickness = 64;
 Chart.defaults.maintainAspectRatio = false;
 Chart.defaults.font.family = getComputedStyle(document.body).fontFamily;
 
@@ -125,7 +126,7 @@ export function drawHistogram(id, {name, unit, points, minimum, maximum}) {
   const {classes, low, high} = classesOf(points.map(({value}) => value), limits);
   draw(id, `Histogram of ${name}`, () => ({
     type: 'bar',
-    data: {datasets: [{label: 'runs', data: classes, backgroundColor: colour('accent'), barPercentage: 1,
+    data: {datasets: [{label: 'runs', data: classes, backgroundColor: colour('accent'), barPercentage: 1, maxBarThickness: 400,
       categoryPercentage: 0.95}]},
     options: {
       plugins: {legend: {display: false}, limitMarks: {limits}},

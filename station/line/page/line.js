@@ -16,7 +16,7 @@ for (const slot of line.slots) {
   cards.set(slot.name, card);
   find('#cards').append(card.element);
 }
-find('#cards').style.setProperty('--slots', line.slots.length);
+find('#cards').classList.toggle('few', line.slots.length <= 4);
 
 function choose(name) {
   chosen = name;
