@@ -25,6 +25,7 @@ struct LineOrder {
   std::string station;
   std::string tool_version;
   std::optional<std::chrono::milliseconds> answer_time;
+  std::size_t reserve = 0;  // numbers that this station keeps of each pool for times without the database
   // Called with slot and serial number in the slot's thread before a run; simulated slots put the phone in
   // then. May be empty.
   std::function<void(const std::string& slot, const std::string& serial)> insert;

@@ -82,6 +82,8 @@ LinePage::LinePage(LineOrder order, ResultsStore& store, web::PageServerOptions 
   ServeSlots();
   ServeManager();
   ServeHistory(server_, store);
+  ServeYield(server_, store);
+  ServeNumbers(server_, store);
   for (const LineSlot& slot : line_.Slots()) changed_.insert(slot.Order().name);
 }
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "station/plan/runner.h"
+#include "station/results/plan_numbers.h"
 
 namespace station {
 
@@ -42,6 +43,7 @@ struct LineRun {
 
 // What is known of a run when it begins.
 struct LineRunStart {
+  std::string id;  // of NewRunId
   std::string serial;
   const Plan* plan = nullptr;
   std::string port;
@@ -64,6 +66,11 @@ class LineStore {
 
   // Throws StoreAway.
   virtual std::optional<PastRun> NewestRun(const std::string& serial, const std::string& plan) = 0;
+
+  // The numbers that the plan draws for this phone, beside the variables that it has. Throws PlanError.
+  virtual std::unique_ptr<PlanNumbers> Draw(const LineRunStart& start, const std::string& plan_file,
+                                            const std::map<std::string, std::string>& variables,
+                                            std::size_t reserve) = 0;
 
   virtual std::unique_ptr<LineRunWriter> Begin(const LineRunStart& beginning) = 0;
 

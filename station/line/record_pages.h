@@ -1,4 +1,4 @@
-// The stored runs as the history page and the yield page ask for them.
+// What is in the database, as the pages for history, yield and numbers ask for it.
 #pragma once
 
 #include "station/line/results_store.h"
@@ -11,5 +11,8 @@ void ServeHistory(web::PageServer& server, const ResultsStore& store);
 
 // GET /yields and /trend.
 void ServeYield(web::PageServer& server, const ResultsStore& store);
+
+// GET /numbers, and POST /numbers for the line manager.
+void ServeNumbers(web::PageServer& server, const ResultsStore& store);
 
 }  // namespace station

@@ -117,8 +117,17 @@ std::optional<PastRun> ResultsStore::NewestRun(const std::string& serial, const 
   }
 }
 
+std::unique_ptr<PlanNumbers> ResultsStore::Draw(const LineRunStart& start, const std::string& plan_file,
+                                                const std::map<std::string, std::string>& variables,
+                                                std::size_t reserve) {
+  std::map<std::string, std::string> given = variables;
+  given["serial"] = start.serial;
+  return std::make_unique<PlanNumbers>(address_, DrawsOfPlan(plan_file), given, start.id,
+                                       start.origin.station, reserve);
+}
+
 std::unique_ptr<LineRunWriter> ResultsStore::Begin(const LineRunStart& start) {
-  RunStart run = StartOf(*start.plan, start.port, start.origin);
+  RunStart run = StartOf(*start.plan, start.port, start.origin, start.id);
   run.serial = start.serial;
   if (!start.retest_reason.empty()) run.variables.emplace_back("retest reason", start.retest_reason);
   return std::make_unique<Writer>(address_, run);

@@ -16,6 +16,9 @@ class ResultsStore : public LineStore {
   explicit ResultsStore(ResultsAddress address);
 
   std::optional<PastRun> NewestRun(const std::string& serial, const std::string& plan) override;
+  std::unique_ptr<PlanNumbers> Draw(const LineRunStart& start, const std::string& plan_file,
+                                    const std::map<std::string, std::string>& variables,
+                                    std::size_t reserve) override;
   std::unique_ptr<LineRunWriter> Begin(const LineRunStart& start) override;
   std::map<std::size_t, std::chrono::microseconds> StepTimes(const std::string& plan) override;
   Condition State() override;

@@ -9,6 +9,7 @@
 #include "station/line/route_check.h"
 #include "station/line/verdict_card.h"
 #include "station/plan/variable_checks.h"
+#include "station/results/record.h"
 
 namespace station {
 
@@ -245,6 +246,7 @@ std::map<std::string, std::string> LineSlot::PlanVariables() const {
 
 void LineSlot::RunPhone(const std::stop_token& stop) {
   LineRunStart beginning;
+  beginning.id = NewRunId();
   beginning.port = order_.port;
   std::map<std::string, std::string> variables;
   {
@@ -255,6 +257,9 @@ void LineSlot::RunPhone(const std::stop_token& stop) {
     if (values_.contains(RETEST_REASON)) beginning.retest_reason = values_.at(RETEST_REASON);
   }
   if (line_.insert) line_.insert(order_.name, beginning.serial);
+  const std::unique_ptr<PlanNumbers> numbers =
+      store_.Draw(beginning, line_.plan.file, variables, line_.reserve);
+  variables.insert(numbers->Values().begin(), numbers->Values().end());
   const auto run = std::make_shared<const PhoneRun>(line_.plan.file, variables, order_.port);
   beginning.plan = &run->GetPlan();
   const std::unique_ptr<LineRunWriter> writer = store_.Begin(beginning);
@@ -266,6 +271,7 @@ void LineSlot::RunPhone(const std::stop_token& stop) {
     state_ = State::Running;
   }
   changed_();
+  numbers->Begin();
   PlanResult result =
       run->Run({.session = {.answer_time = line_.answer_time}}, person_,
                {.started = [this](std::size_t step, const std::string&) { NoteStarted(step); },
@@ -275,6 +281,7 @@ void LineSlot::RunPhone(const std::stop_token& stop) {
                       NoteFinished(step, done);
                     },
                 .stop = stop});
+  numbers->Settle(run->GetPlan(), result);
   times_.Add(result.steps);
   result.origin = beginning.origin;
   const LineRun stored = writer->End(result);

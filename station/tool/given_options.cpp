@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <charconv>
 
 namespace station {
 
@@ -22,6 +23,17 @@ std::map<std::string, std::string> ParseAssignments(const std::string& option,
     values[assignment.substr(0, equals)] = assignment.substr(equals + 1);
   }
   return values;
+}
+
+std::size_t GivenCount(ToolCommand::Given& given, const std::string& name, std::size_t least,
+                       std::size_t most) {
+  if (given[name].empty()) return least;
+  const std::string& text = given[name].front();
+  std::size_t count = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+  if (error == std::errc{} && end == text.data() + text.size() && count >= least && count <= most)
+    return count;
+  throw UsageError(fmt::format("--{}: '{}' is not a whole number from {} to {}", name, text, least, most));
 }
 
 std::string StationName(const Configuration& configuration) {

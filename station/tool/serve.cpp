@@ -94,6 +94,7 @@ LineOrder ReadLine(const Settings& settings, Given& given) {
           .station = OnlyText(given, "station", StationName(settings.configuration)),
           .tool_version = PROGRAM_VERSION,
           .answer_time = settings.answer_time,
+          .reserve = GivenCount(given, "reserve", 0, MOST_RESERVED),
           .insert = {}};
 }
 
@@ -113,26 +114,19 @@ void WaitForSignal() {
   }
 }
 
-std::size_t ReadCount(const std::string& text) {
-  constexpr std::size_t MOST = 64;
-  std::size_t count = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
-  if (error == std::errc{} && end == text.data() + text.size() && count >= 1 && count <= MOST) return count;
-  throw UsageError(fmt::format("--simulate: '{}' is not a number from 1 to {}", text, MOST));
-}
-
 bool HasVariable(const PlanOutline& plan, const std::string& name) {
   return std::ranges::find(plan.variables, name, &PlanVariable::name) != plan.variables.end();
 }
 
 // Simulated phones instead of ports. The plan's programs that play the phone's user are told of them.
 std::unique_ptr<SimulatedSlots> Simulate(Given& given, LineOrder& order) {
-  const std::string count = OnlyText(given, "simulate");
+  constexpr std::size_t MOST = 64;
   const bool demonstrates = !given["demo"].empty();
-  if (count.empty() && demonstrates) throw UsageError("--demo needs --simulate");
-  if (count.empty()) return nullptr;
+  const bool simulates = !given["simulate"].empty();
+  if (!simulates && demonstrates) throw UsageError("--demo needs --simulate");
+  if (!simulates) return nullptr;
   const std::string phonesim = PhonesimBesideTool();
-  auto slots = std::make_unique<SimulatedSlots>(phonesim, ReadCount(count));
+  auto slots = std::make_unique<SimulatedSlots>(phonesim, GivenCount(given, "simulate", 1, MOST));
   if (demonstrates) slots->SeedDefects();
   order.slots = slots->Orders();
   if (HasVariable(order.plan, "phonesim")) order.variables.try_emplace("phonesim", phonesim);
@@ -171,6 +165,10 @@ ToolCommand ServeCommand() {
        {Kind::Text, "simulate", "simulated phones as slots: a scanned serial number puts the phone in", "N"},
        {Kind::Flag, "demo", "with --simulate: the line runs by itself, and some phones have defects"},
        ResultsOption(),
+       {Kind::Text, "reserve",
+        "numbers of each pool that the plan draws from, kept for this station for when the database is away "
+        "[0]",
+        "COUNT"},
        {Kind::Text, "listen",
         "where the page is served; a network's address needs --token-file [127.0.0.1:0]", "ADDRESS:PORT"},
        {Kind::Text, "token-file", "the tokens of operators and line manager; made if it does not exist",

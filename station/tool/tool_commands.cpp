@@ -37,15 +37,6 @@ std::map<std::string, std::string> SlotsOf(const std::vector<std::string>& ports
   return slots;
 }
 
-std::size_t ParseCount(const std::string& text) {
-  constexpr std::size_t MOST = 100'000;
-  std::size_t count = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
-  if (error != std::errc{} || end != text.data() + text.size() || count > MOST)
-    throw UsageError(fmt::format("--reserve: '{}' is not a whole number up to {}", text, MOST));
-  return count;
-}
-
 ExitStatus Run(const Settings& settings, Given& given) {
   const bool check = !given["check"].empty();
   const bool list = !given["list"].empty();
@@ -73,7 +64,7 @@ ExitStatus Run(const Settings& settings, Given& given) {
                       .json = settings.json,
                       .results = GivenResults(settings, given),
                       .attached = given["attach"],
-                      .reserve = ParseCount(OnlyText(given, "reserve", "0"))});
+                      .reserve = GivenCount(given, "reserve", 0, MOST_RESERVED)});
 }
 
 std::chrono::milliseconds ParsePause(const std::string& text) {

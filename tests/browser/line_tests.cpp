@@ -32,8 +32,10 @@ constexpr const char* BOARD_TEST = R"({
 
 constexpr const char* BOX_TEST = R"({
   "name": "Box test",
+  "variables": {"address": {"draw": "addresses"}},
   "line": {"requires": "Board test"},
-  "steps": [{"name": "The server answers", "command": "ping"}]
+  "steps": [{"name": "The server answers", "command": "ping"},
+            {"name": "The label is printed", "program": ["true", "${address}"]}]
 })";
 
 class LineTest : public testing::Test {
@@ -221,9 +223,18 @@ TEST_F(LineTest, TheLineGoesOnWithoutItsDatabaseAndRefusesWhatNobodyCanLookUp) {
     EXPECT_EQ("passed", NewestRun("SN3").at("verdict"));
   }
   const auto box = Serve("box.json", {"A"});
+  // The line manager adds numbers, and the plan draws one.
+  const char* add =
+      "return fetch('/numbers', {method: 'POST', body: JSON.stringify({pool: 'addresses',"
+      "range: '00:02:5B:0A:00:00-00:02:5B:0A:00:0F'})}).then((a) => a.status)";
+  EXPECT_EQ(403, page_.Run(add));
+  page_.Open(box->ManagerAddress());
+  EXPECT_EQ(200, page_.Run(add));
   AwaitCard("A", "SLOT-A");
   Scan("SN1");
   AwaitCard("A", "PASS");
+  EXPECT_EQ("00:02:5B:0A:00:00", NewestRun("SN1").at("variables").at("address"));
+  EXPECT_EQ(15, Ask("/numbers").at(0).at("left"));
   Scan("SN2");
   AwaitCard("A", "Phone SN2 has not passed “Board test”. It failed there at station LINE3");
   Scan("SN9");
@@ -234,7 +245,7 @@ TEST_F(LineTest, TheLineGoesOnWithoutItsDatabaseAndRefusesWhatNobodyCanLookUp) {
   AwaitCard("A", "The results cannot be reached");
 }
 
-TEST_F(LineTest, HistoryShowsWhatWasRun) {
+TEST_F(LineTest, HistoryAndChartsShowWhatWasRun) {
   const RunningPhone phone("a", folder_ / "A");
   const auto line = Serve("board.json", {"A"});
   AwaitCard("A", "SLOT-A");

@@ -1,9 +1,9 @@
-// What all three pages of the line have at their top: where one is, whose station it is, who works here, and whether
+// What all pages of the line have at their top: where one is, whose station it is, who works here, and whether
 // the results are stored.
 import {ask, change, find, make, setText} from '/dom.js';
 import {trying} from '/live.js';
 
-const PAGES = [['/', 'Line'], ['/history.html', 'History'], ['/yield.html', 'Yield']];
+const PAGES = [['/', 'Line'], ['/history.html', 'History'], ['/yield.html', 'Yield'], ['/numbers.html', 'Numbers']];
 
 // Fills the header and returns {line, showStore, showLink}. `line` is what GET /line says.
 export async function openFrame(title) {
