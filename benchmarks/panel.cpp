@@ -168,6 +168,7 @@ int Print() {
 }  // namespace
 
 int main() {
+  setvbuf(stdout, nullptr, _IOLBF, 0);
   RunLine(PHONESIM + "--no-waiting start");
   const int failed = Print();
   RunLine(PHONESIM + "stop");

@@ -77,6 +77,22 @@ int StopPhone(const std::string& name) {
   return Show(answer);
 }
 
+int RestartPhone(const std::string& name) {
+  constexpr auto LONGEST_START = std::chrono::seconds(30);
+  const std::vector<std::string> status = {"status", "--json"};
+  const std::string before = Ask(name, status).text;
+  const Answer answer = Ask(name, {"restart"});
+  const posix::Deadline deadline(LONGEST_START);
+  while (answer.good) {
+    // Process numbers and ports of the phone are new.
+    const Answer now = Ask(name, status);
+    if (now.good && now.text != before && now.text.find("\"running\":true") != std::string::npos) break;
+    if (deadline.HasPassed()) return Show({false, fmt::format("{}: does not start again\n", name), {}});
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return Show(answer);
+}
+
 int ShowPhones(bool as_json) {
   if (as_json) {
     std::string list;

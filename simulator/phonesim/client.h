@@ -11,6 +11,8 @@ namespace simulator {
 std::string PhoneAtPort(const std::string& port);
 
 int StopPhone(const std::string& name);
+// Returns when the phone runs again.
+int RestartPhone(const std::string& name);
 // As a list of JSON objects if wanted so.
 int ShowPhones(bool as_json);
 int ShellInPhone(const std::string& name);

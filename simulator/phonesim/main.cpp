@@ -290,7 +290,7 @@ int RunProgram(int argc, char** argv) {
     return failure == 0 && with_panel ? StartPanelInBackground(panel_options, options.name) : failure;
   }
   if (*panel) return RunPanelInForeground(panel_options, options.name);
-  if (*restart) return simulator::CommandPhone(name, {"restart"});
+  if (*restart) return simulator::RestartPhone(name);
   if (*lcd) return simulator::FollowLcd(name);
   if (*listen) return simulator::Listen(name);
   if (*stop) return simulator::StopPhone(name);

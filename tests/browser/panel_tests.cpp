@@ -148,7 +148,7 @@ TEST_F(PanelTest, CableFaultsCameraAndBatteryAreSwitches) {
   Page().Await(BARS_STAND, "the LCD of the phone that has started anew");
   Page().Click("#power-cut");
   Page().Await("return document.querySelector('#faults code') !== null", "the fault");
-  Phonetest(fmt::format("--timeout 1000 partition-word {}", 7));
+  Phonetest(fmt::format("--yes --timeout 1000 partition-word {}", 7));
   Page().Await("return document.querySelector('#faults code') === null", "the phone after the power cut");
   EXPECT_EQ(0, Phonetest("ping").status);
 }
