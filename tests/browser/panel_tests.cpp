@@ -168,7 +168,8 @@ TEST_F(PanelTest, TenViewersAndNoForeignPage) {
       "body: '{\"words\": [\"key\", \"power\"]}'}).catch(() => true)",
       {Origin() + "/phone/shown/command"});
   Page().Complaints();  // the refusal
-  EXPECT_NE(std::string::npos, Phonetest("key poll").output.find("new:   no")) << Phonetest("key poll").output;
+  EXPECT_NE(std::string::npos, Phonetest("key poll").output.find("new:   no"))
+      << Phonetest("key poll").output;
 
   // Ten viewers, one of which takes nothing: the others see what happens, and commands are answered.
   const auto token = httplib::Client(Origin()).Get(address_.substr(Origin().size()));
