@@ -10,6 +10,7 @@ build=$(cd "$1" && pwd)
 declare -A not_run=(
   ["./run"]="builds everything and takes a minute; a command of its own"
   ["./run --arm"]="the same"
+  ["./run --line"]="builds, and takes a minute"
   ["phonesim listen | aplay"]="needs a sound card"
   ["phonesim lcd | ffplay -f rawvideo -pixel_format rgb565le -video_size 240x320 -"]="needs a screen"
   ["./test"]="runs this test"

@@ -149,6 +149,7 @@ ExitStatus Serve(const Settings& settings, Given& given) {
   std::optional<Demonstration> demonstration;
   if (!given["demo"].empty()) demonstration.emplace(page.GetLine());
   WaitForSignal();
+  CleanUpFromHere();  // the programs that stop simulated phones are waited for
   return ExitStatus::Passed;
 }
 

@@ -245,6 +245,25 @@ TEST_F(LineTest, TheLineGoesOnWithoutItsDatabaseAndRefusesWhatNobodyCanLookUp) {
   AwaitCard("A", "The results cannot be reached");
 }
 
+TEST_F(LineTest, SimulatedPhonesComeWithAScanAndGoWithTheLine) {
+  {
+    const ServedLine line(
+        {}, {"--plan", folder_ / "board.json", "--simulate", "1", "--results", folder_ / "results.db"},
+        folder_ / "log");
+    page_.Open(line.Address());
+    AwaitCard("1", "SLOT-1");
+    Scan("SN7");
+    Scan("pink");
+    AwaitCard("1", "Does the pink phone vibrate?");
+    EXPECT_NE(std::string::npos, browser::RunToEnd({PHONESIM_PROGRAM, "status"}).find("-1: running"));
+    // The line ends while the question is open: the phone is put back, and the run is stored as aborted.
+  }
+  EXPECT_EQ(std::string::npos, browser::RunToEnd({PHONESIM_PROGRAM, "status"}).find("running"));
+  EXPECT_NE(std::string::npos,
+            browser::RunToEnd({PHONETEST_PROGRAM, "history", "SN7", "--results", folder_ / "results.db"})
+                .find("aborted"));
+}
+
 TEST_F(LineTest, HistoryAndChartsShowWhatWasRun) {
   const RunningPhone phone("a", folder_ / "A");
   const auto line = Serve("board.json", {"A"});
