@@ -26,6 +26,7 @@ declare -A not_run=(
   ["EVERY_POWER_CUT=1 ctest --test-dir build/desk -R PowerCut"]="a part of ./test --full"
   ["EXCHANGES=100000 build/asan/phone_tests --gtest_filter='ConversationFuzz*'"]="takes long"
   ["SOAK=1000000 build/desk/phone_tests --gtest_filter='Soak*'"]="takes half an hour"
+  ["tools/campaigns"]="takes ten minutes"
   ["tools/coverage"]="builds another server and takes long"
   ["tools/fuzz 600"]="takes long"
   ["tools/fuzz --keep plans"]="takes long"

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "station/commands/bytes.h"
@@ -12,15 +13,6 @@
 namespace station {
 
 namespace {
-
-std::string Compare(const RecordedPiece& event, std::span<const std::uint8_t> came) {
-  const auto [recorded, now] = std::ranges::mismatch(event.bytes, came);
-  if (recorded == event.bytes.end()) return "";
-  const std::ptrdiff_t at = recorded - event.bytes.begin();
-  const std::string what = now == came.end() ? "nothing more came" : fmt::format("{:02X} came", *now);
-  return fmt::format("line {}, {}: answer byte {} was {:02X}, now {}\n  recorded: {}\n  now:      {}",
-                     event.line, event.remark, at, *recorded, what, HexText(event.bytes), HexText(came));
-}
 
 class Player {
  public:
@@ -38,6 +30,7 @@ class Player {
       }
       if (!result_.difference.empty()) break;
     }
+    if (result_.difference.empty() && !events.empty()) CheckEnd(events.back());
     return result_;
   }
 
@@ -47,14 +40,12 @@ class Player {
     std::this_thread::sleep_for(std::min(pause, order_.longest_pause));
     Bytes extra(4096);
     extra.resize(link_.ReceiveWaiting(extra));
-    if (!extra.empty()) {
-      result_.difference = fmt::format("before line {}, {}: more came than was recorded: {}", event.line,
-                                       event.remark, HexText(extra));
-      return;
-    }
+    if (!extra.empty()) return Extra(event.line, extra);
     link_.Remark(event.remark);
     link_.Send(event.bytes, Clock::now() + SEND_TIME);
     result_.sent += event.bytes.size();
+    sent_ = event;
+    answer_.clear();
   }
 
   void ReceiveAgain(const RecordedPiece& event, std::chrono::milliseconds pause) {
@@ -62,12 +53,35 @@ class Player {
     Bytes came(event.bytes.size());
     came.resize(link_.Receive(came, Clock::now() + order_.answer_time.value_or(pause + GRACE)));
     result_.received += came.size();
-    result_.difference = Compare(event, came);
+    answer_ = event.bytes;
+    if (came == event.bytes) return;
+    Tell(event.line, event.remark, "", ExplainDifference(sent_.bytes, event.bytes, came));
+  }
+
+  // What comes after the last command's answer has nothing that it could be before.
+  void CheckEnd(const RecordedPiece& last) {
+    constexpr std::chrono::milliseconds LATE{100};
+    Bytes extra(4096);
+    extra.resize(link_.Receive(extra, Clock::now() + LATE));
+    if (!extra.empty()) Extra(last.line, extra);
+  }
+
+  void Extra(std::size_t line, const Bytes& extra) {
+    result_.received += extra.size();
+    Tell(line, sent_.remark, "after ", ExplainExtra(sent_.bytes, answer_, extra));
+  }
+
+  void Tell(std::size_t line, const std::string& remark, const char* after, AnswerDifference explanation) {
+    result_.line = line;
+    result_.difference = fmt::format("line {}, {}{}: {}", line, after, remark, explanation.text);
+    result_.explanation = std::move(explanation);
   }
 
   Link& link_;
   const ReplayOrder& order_;
   ReplayResult result_;
+  RecordedPiece sent_ = {};  // the latest command
+  Bytes answer_ = {};        // what was recorded after it
 };
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "station/commands/errors.h"
 #include "station/link/link.h"
+#include "station/tool/answer_difference.h"
 
 namespace station {
 
@@ -19,7 +20,9 @@ struct ReplayOrder {
 struct ReplayResult {
   std::size_t sent = 0;
   std::size_t received = 0;
-  std::string difference;  // the first one; empty for none
+  std::string difference;  // the first one in lines of text; empty for none
+  std::size_t line = 0;    // of the trace, where it is
+  AnswerDifference explanation = {};
 };
 
 // Throws UsageError for a file that is not a trace, and LinkFailure if the link fails.

@@ -91,7 +91,14 @@ ExitStatus RunReplay(const Settings& settings, Given& given) {
     nlohmann::ordered_json json = {{"result", same ? "same" : "different"},
                                    {"bytes-sent", result.sent},
                                    {"bytes-received", result.received}};
-    if (!same) json["difference"] = result.difference;
+    if (!same) {
+      json["difference"] = result.difference;
+      json["line"] = result.line;
+      json["command"] = result.explanation.command;
+      json["field"] = result.explanation.field;
+      json["recorded"] = result.explanation.recorded;
+      json["now"] = result.explanation.now;
+    }
     posix::Print("{}\n", JsonText(json));
   } else if (same) {
     posix::Print("{} bytes sent, {} bytes received: no difference\n", result.sent, result.received);

@@ -58,12 +58,21 @@ TEST(Traces, AreReplayedAndCompared) {
   ScriptedPhone shorter({PING, NOTHING, {KEY.expected, "0011"}});
   const ToolResult cut = RunTool({"--port", shorter.Port(), "--timeout", "1000", "replay", trace});
   EXPECT_EQ(cut.status, 1);
-  EXPECT_NE(cut.errors.find("answer byte 2 was 00, now nothing more came"), std::string::npos) << cut.errors;
+  EXPECT_NE(cut.errors.find("answer byte 2 was 00, now nothing more came\n  field \"key\""),
+            std::string::npos)
+      << cut.errors;
+  EXPECT_NE(cut.errors.find(", now 2 of 4 bytes came\n"), std::string::npos) << cut.errors;
 
   ScriptedPhone longer({PING, {NOTHING.expected, "AA"}});
   const ToolResult more = RunTool({"--port", longer.Port(), "replay", trace});
   EXPECT_EQ(more.status, 1);
-  EXPECT_NE(more.errors.find("more came than was recorded: AA"), std::string::npos) << more.errors;
+  EXPECT_NE(more.errors.find("after do nothing (code 0x01): 1 bytes more came than was recorded"),
+            std::string::npos)
+      << more.errors;
+  ScriptedPhone later({PING, NOTHING, {KEY.expected, "00110000FF"}});
+  const ToolResult last = RunTool({"--port", later.Port(), "--json", "replay", trace});
+  EXPECT_EQ(last.status, 1) << "what comes after the last answer counts too";
+  EXPECT_EQ(nlohmann::json::parse(last.output)["command"], "poll keypad");
 
   for (const std::string& none : {TemporaryFile("none", "nothing\n"), std::string("/dev/zero")})
     EXPECT_EQ(RunTool({"--port", same.Port(), "replay", none}).status, 2);
