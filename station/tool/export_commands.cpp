@@ -1,6 +1,7 @@
 // phonetest export: stored runs for other programs.
 #include <fmt/format.h>
 
+#include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
 #include "station/tool/results_commands.h"
 
@@ -25,7 +26,7 @@ std::string Cell(const std::string& text) {
 void PrintLine(const Cells& cells) {
   std::string line;
   for (std::size_t i = 0; i < cells.size(); ++i) line += (i == 0 ? "" : ",") + Cell(CleanText(cells[i]));
-  fmt::print("{}\r\n", line);
+  posix::Print("{}\r\n", line);
 }
 
 Cells RunCells(const RunRow& run) {

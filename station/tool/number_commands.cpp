@@ -1,6 +1,7 @@
 // phonetest numbers: what a line manager does with pools of numbers.
 #include <fmt/format.h>
 
+#include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
 #include "station/results/numbers.h"
 #include "station/tool/results_commands.h"
@@ -19,10 +20,10 @@ ExitStatus Add(const Settings& settings, Given& given) {
   Connection connection = OpenedResults(settings, given);
   const std::int64_t count = AddNumbers(connection, pool, range);
   if (settings.json) {
-    fmt::print("{}\n", JsonText({{"pool", pool}, {"added", count}}));
+    posix::Print("{}\n", JsonText({{"pool", pool}, {"added", count}}));
   } else {
-    fmt::print("{}: {} numbers from {} to {}\n", CleanText(pool), count, NumberText(range.kind, range.first),
-               NumberText(range.kind, range.last));
+    posix::Print("{}: {} numbers from {} to {}\n", CleanText(pool), count,
+                 NumberText(range.kind, range.first), NumberText(range.kind, range.last));
   }
   return ExitStatus::Passed;
 }
@@ -40,7 +41,7 @@ ExitStatus ListPools(const Settings& settings, Given& given) {
     text += fmt::format("{:<20}  {:<10}  {:>9} left  {:>9} reserved  {:>9} given out\n", pool.name, pool.kind,
                         pool.left, pool.reserved, pool.given_out);
   }
-  fmt::print("{}", settings.json ? JsonText(list) + "\n" : text.empty() ? "no pool\n" : CleanText(text));
+  posix::Print("{}", settings.json ? JsonText(list) + "\n" : text.empty() ? "no pool\n" : CleanText(text));
   return ExitStatus::Passed;
 }
 
@@ -58,9 +59,9 @@ ExitStatus ShowPool(const Settings& settings, Given& given) {
     text += fmt::format("{:<17}  {:<8}  {}  {}  {}\n", row.value, row.state, MomentText(row.changed),
                         row.receiver.phone, row.receiver.station);
   }
-  fmt::print("{}", settings.json  ? JsonText(list) + "\n"
-                   : text.empty() ? "no number is given out\n"
-                                  : CleanText(text));
+  posix::Print("{}", settings.json  ? JsonText(list) + "\n"
+                     : text.empty() ? "no number is given out\n"
+                                    : CleanText(text));
   return ExitStatus::Passed;
 }
 
@@ -68,9 +69,9 @@ ExitStatus Draw(const Settings& settings, Given& given) {
   Connection connection = OpenedResults(settings, given);
   const DrawnNumber number = DrawNumber(connection, given["pool"].front(), {given["serial"].front(), "", ""});
   if (settings.json) {
-    fmt::print("{}\n", JsonText({{"number", number.value}, {"fresh", number.fresh}}));
+    posix::Print("{}\n", JsonText({{"number", number.value}, {"fresh", number.fresh}}));
   } else {
-    fmt::print("{}\n", number.value);
+    posix::Print("{}\n", number.value);
   }
   return ExitStatus::Passed;
 }

@@ -1,6 +1,7 @@
 // phonetest yield: how good the phones of a day, a plan or a station are.
 #include <fmt/format.h>
 
+#include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
 #include "station/results/yield.h"
 #include "station/tool/results_commands.h"
@@ -113,8 +114,8 @@ ExitStatus ShowYield(const Settings& settings, Given& given) {
   const auto yields = Yields(connection, filter, by);
   const auto failing = FailingSteps(connection, filter);
   const auto statistics = Statistics(connection, filter);
-  fmt::print("{}", settings.json ? JsonText(Json(yields, failing, statistics)) + "\n"
-                                 : CleanText(Text(yields, failing, statistics)));
+  posix::Print("{}", settings.json ? JsonText(Json(yields, failing, statistics)) + "\n"
+                                   : CleanText(Text(yields, failing, statistics)));
   return ExitStatus::Passed;
 }
 
