@@ -235,6 +235,9 @@ int RunProgram(int argc, char** argv) {
   status->add_flag("--json", as_json, "as JSON, with the executable's SHA-256 and what confines the phone");
   CLI::App* shell = app.add_subcommand("shell", "opens a shell in the phone")->fallthrough();
   CLI::App* journal = app.add_subcommand("journal", "prints what has happened so far")->fallthrough();
+  CLI::App* defects =
+      app.add_subcommand("defects", "lists the commands that make the phone's devices defective, as JSON")
+          ->fallthrough();
   CLI::App* commands = app.add_subcommand("commands", "lists the commands that go to a phone");
   bool as_manual = false;
   commands->add_flag("--manual", as_manual, "in the manual page's form");
@@ -296,6 +299,7 @@ int RunProgram(int argc, char** argv) {
   if (*stop) return simulator::StopPhone(name);
   if (*status) return simulator::ShowPhones(as_json);
   if (*shell) return simulator::ShellInPhone(name);
+  if (*defects) return simulator::CommandPhone(name, {"defects"});
   if (*commands) return ShowCommands(as_manual);
   if (*completion) return ShowCompletion(app, kind);
   if (*journal) return simulator::ShowJournal(name, journal_wish);

@@ -24,12 +24,14 @@ std::chrono::microseconds Since(Clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
 }
 
-// Compares one limit with its reading, which `judged` then has.
+// Compares one limit with its reading, which `judged` then has. A failed answer has no readings, which is not
+// the plan's mistake.
 Judgement JudgeOne(const Limit& limit, const Outcome& outcome, const std::vector<Reading>& readings,
                    JudgedLimit& judged) {
   const bool status = limit.reading == "status" && outcome.status;
   const auto reading = std::ranges::find(readings, limit.reading, &Reading::name);
   if (!status && reading == readings.end()) {
+    if (!outcome.failure.empty()) return {Verdict::Failed, outcome.failure};
     std::vector<std::string> known = {"status"};
     for (const Reading& each : readings) known.push_back(each.name);
     return {Verdict::PlanWrong, fmt::format("the answer has no \"{}\"{}", limit.reading,
@@ -63,9 +65,7 @@ Judgement JudgeOutcome(const Step& step, const Outcome& outcome, StepResult& don
   Judgement first;
   for (std::size_t i = 0; i < step.limits.size(); ++i) {
     Judgement one = JudgeOne(step.limits[i], outcome, done.readings, done.limits[i]);
-    // A failed answer has no readings, which is not the plan's mistake.
-    if (one.verdict == Verdict::PlanWrong && first.verdict == Verdict::Failed) continue;
-    done.limits[i].verdict = one.verdict;
+    if (!done.limits[i].value.is_null()) done.limits[i].verdict = one.verdict;
     if (first.verdict == Verdict::Passed) first = std::move(one);
   }
   return first;

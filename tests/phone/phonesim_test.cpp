@@ -141,12 +141,12 @@ TEST_F(PhonesimTest, WorksTheRunningPhone) {
   const std::string picture = directory_ + "/lcd.png";
   EXPECT_EQ(Run("screenshot " + picture).status, 0);
   EXPECT_EQ(Read(picture).substr(0, 8), "\x89PNG\r\n\x1a\n");
-  EXPECT_EQ(Run("screenshot /nowhere/lcd.png").status, 1);
+  EXPECT_EQ(Run("screenshot /nowhere/lcd.png").status, 7);
   EXPECT_TRUE(Run("gpio modem-state 0").Says("modem-state 0"));
   EXPECT_TRUE(Run("commands").Says("replug"));
   const Outcome unknown = Run("frobnicate");
-  EXPECT_EQ(unknown.status, 1);
-  EXPECT_TRUE(unknown.Says("knows no command")) << unknown.output;
+  EXPECT_EQ(unknown.status, 2);
+  EXPECT_TRUE(unknown.Says("there is no command frobnicate")) << unknown.output;
 
   HostLine host(PortIn(started.output));
   host.Send(Words({0x3E, 0}));

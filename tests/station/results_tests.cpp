@@ -25,7 +25,7 @@ Turn Signal(const std::string& little_endian) {
 }
 
 std::string Radio(const std::string& limit) {
-  return R"({"name": "Radio", "command": "radio measure", "arguments": {"frequency": "0x628"}, "limits": {"signal": )" +
+  return R"({"name": "Radio", "command": "radio measure", "arguments": {"frequency": 98.5}, "limits": {"signal": )" +
          limit + "}}";
 }
 

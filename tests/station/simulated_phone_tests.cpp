@@ -213,9 +213,16 @@ TEST(SimulatedPhone, ServiceAndQuickPlanFindSeededFaults) {
          {"Blemish picture", "the camera could not be opened"},
          {"Focus picture", "the camera could not be opened"}}},
        {{"card", "read-only"}, {{"Memory card", "the test file on it could not be opened"}}}});
+  const std::string silence = "no \"OK\" or \"ERROR\" came";
   TryFaults("quick.json", false,
-            {{{"missing", "/etc/version"}, {{"System version", "version is , which does not match"}}},
-             {{"modem", "silent", "on"}, {{"Modem answers", "no \"OK\" or \"ERROR\" came"}}},
+            {{{"missing", "/etc/version"},
+              {{"System version", "version is , which does not match"},
+               {"All three versions are there", "system is , which does not match"}}},
+             {{"modem", "silent", "on"},
+              {{"Modem answers", silence},
+               {"Modem receives", silence},
+               {"Modem's serial number", silence},
+               {"SIM", silence}}},
              {{"bluetooth", "2", "none"}, {{"Bluetooth chip", "printed no status"}}}});
 }
 

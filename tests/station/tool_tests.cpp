@@ -66,7 +66,7 @@ TEST(Traces, AreReplayedAndCompared) {
   ScriptedPhone longer({PING, {NOTHING.expected, "AA"}});
   const ToolResult more = RunTool({"--port", longer.Port(), "replay", trace});
   EXPECT_EQ(more.status, 1);
-  EXPECT_NE(more.errors.find("after do nothing (code 0x01): 1 bytes more came than was recorded"),
+  EXPECT_NE(more.errors.find("after no operation (code 0x01): 1 bytes more came than was recorded"),
             std::string::npos)
       << more.errors;
   ScriptedPhone later({PING, NOTHING, {KEY.expected, "00110000FF"}});
