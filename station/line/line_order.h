@@ -16,6 +16,7 @@ struct SlotOrder {
   std::string name;     // "A": on the card
   std::string port;     // of the phone that is put there
   std::string barcode;  // on the label that chooses the slot
+  std::string page{};   // where the phone itself is shown, if it is a simulated one
 };
 
 struct LineOrder {

@@ -195,7 +195,9 @@ void LinePage::PublishStore() {
 ordered_json LinePage::LineView() const {
   const LineOrder& order = line_.Order();
   ordered_json slots = ordered_json::array();
-  for (const SlotOrder& slot : order.slots) slots.push_back({{"name", slot.name}, {"barcode", slot.barcode}});
+  for (const SlotOrder& slot : order.slots) {
+    slots.push_back({{"name", slot.name}, {"barcode", slot.barcode}, {"page", slot.page}});
+  }
   return {{"plan", CleanText(order.plan.name)},
           {"station", CleanText(order.station)},
           {"steps", order.plan.steps},

@@ -7,7 +7,6 @@
 #include <functional>
 
 #include "station/commands/errors.h"
-#include "station/plan/host_program.h"
 
 namespace station {
 
@@ -58,6 +57,18 @@ SimulatedSlots::~SimulatedSlots() {
 
 std::string SimulatedSlots::FactoryInformation() const {
   return folder_.Path() + "/factory-info";
+}
+
+void SimulatedSlots::ShowPhones() {
+  const std::string line = panel_.emplace(std::vector<std::string>{phonesim_, "panel"}).AwaitLine(PATIENCE);
+  // "panel: http://127.0.0.1:43215/?token=…"
+  const std::size_t address = line.find("http");
+  const std::size_t token = line.find("?token=");
+  if (address == std::string::npos || token == std::string::npos)
+    throw PlanError(fmt::format("the simulated phones' page did not start: {}", panel_->Output()));
+  for (SlotOrder& order : orders_) {
+    order.page = line.substr(address, token - address) + "phone/" + Name(order.name) + line.substr(token);
+  }
 }
 
 std::string SimulatedSlots::Name(const std::string& slot) const {

@@ -5,10 +5,12 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "station/line/line_order.h"
+#include "station/plan/host_program.h"
 #include "station/plan/phone_run.h"
 
 namespace station {
@@ -31,6 +33,10 @@ class SimulatedSlots {
   // PlanError if it does not start.
   void Insert(const std::string& slot, const std::string& serial);
 
+  // Starts the page that shows the simulated phones, so that each slot's order has its phone's. Throws
+  // PlanError.
+  void ShowPhones();
+
   // Some of the phones have a defect, each always the same, chosen by its serial number: off by default.
   void SeedDefects() {
     defects_ = true;
@@ -47,6 +53,7 @@ class SimulatedSlots {
   std::string phonesim_;
   ScratchFolder folder_;
   std::vector<SlotOrder> orders_;
+  std::optional<HostProgram> panel_;
   bool defects_ = false;
   std::mutex mutex_;
   std::map<std::string, std::string> inserted_;  // the serial numbers, by slot

@@ -95,6 +95,15 @@ bool HostProgram::ReadSome(std::chrono::milliseconds limit) {
   return true;
 }
 
+std::string HostProgram::AwaitLine(std::chrono::milliseconds limit) {
+  const Clock::time_point end = Clock::now() + limit;
+  while (output_.find('\n') == std::string::npos) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now());
+    if (left.count() <= 0 || !ReadSome(left)) return "";
+  }
+  return output_.substr(0, output_.find('\n'));
+}
+
 std::string HostProgram::Wait(std::chrono::milliseconds limit) {
   constexpr std::chrono::milliseconds LOOK{20};
   const Clock::time_point end = Clock::now() + limit;

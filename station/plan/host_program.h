@@ -26,6 +26,9 @@ class HostProgram {
   // Waits for the program's end. Returns what went wrong, or nothing if it ended with exit status 0 in time.
   std::string Wait(std::chrono::milliseconds limit);
 
+  // Waits for the first line of its output, for a program that goes on. Empty if none comes within the limit.
+  std::string AwaitLine(std::chrono::milliseconds limit);
+
   // How it ended, as waitpid tells it; nothing if it was killed after its time.
   std::optional<int> WaitStatus() const {
     return wait_status_;

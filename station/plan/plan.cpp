@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <set>
 
@@ -28,7 +29,11 @@ std::chrono::milliseconds Seconds(const json& step, const std::string& key, doub
   const json value = step.value(key, json(fallback));
   double seconds = -1;
   if (value.is_number()) seconds = value;
-  if (value.is_string()) seconds = std::atof(value.get_ref<const std::string&>().c_str());
+  if (value.is_string()) {
+    const auto& text = value.get_ref<const std::string&>();
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+    if (error != std::errc() || end != text.data() + text.size()) seconds = -1;
+  }
   if (!(seconds >= 0 && seconds <= LONGEST)) {
     throw PlanError(fmt::format("\"{}\": {} is not a time in seconds from 0 to 86400", key, value.dump()));
   }

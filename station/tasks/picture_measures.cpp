@@ -163,7 +163,7 @@ Reading Count(const char* name, int count) {
 // Rounded: the digits after it say nothing.
 Reading Measured(const char* name, double value, const char* unit) {
   const double rounded = std::round(value * 10) / 10;
-  return {name, rounded, fmt::format("{:.1f} {}", rounded, unit), unit};
+  return {name, rounded, fmt::format("{:.1f}", rounded), unit};
 }
 
 }  // namespace

@@ -128,6 +128,7 @@ std::unique_ptr<SimulatedSlots> Simulate(Given& given, LineOrder& order) {
   const std::string phonesim = PhonesimBesideTool();
   auto slots = std::make_unique<SimulatedSlots>(phonesim, GivenCount(given, "simulate", 1, MOST));
   if (demonstrates) slots->SeedDefects();
+  slots->ShowPhones();
   order.slots = slots->Orders();
   if (HasVariable(order.plan, "phonesim")) order.variables.try_emplace("phonesim", phonesim);
   if (HasVariable(order.plan, "factory-info"))

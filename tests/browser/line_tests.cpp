@@ -256,9 +256,11 @@ TEST_F(LineTest, SimulatedPhonesComeWithAScanAndGoWithTheLine) {
     Scan("pink");
     AwaitCard("1", "Does the pink phone vibrate?");
     EXPECT_NE(std::string::npos, browser::RunToEnd({PHONESIM_PROGRAM, "status"}).find("-1: running"));
+    page_.Open(page_.Run("return document.querySelector('#slot-1 header a').href").get<std::string>());
+    page_.Await("return document.querySelector('header').innerText.includes('running')", "the phone's page");
     // The line ends while the question is open: the phone is put back, and the run is stored as aborted.
   }
-  EXPECT_EQ(std::string::npos, browser::RunToEnd({PHONESIM_PROGRAM, "status"}).find("running"));
+  EXPECT_EQ(std::string::npos, browser::RunToEnd({PHONESIM_PROGRAM, "status"}).find("line-"));
   EXPECT_NE(std::string::npos,
             browser::RunToEnd({PHONETEST_PROGRAM, "history", "SN7", "--results", folder_ / "results.db"})
                 .find("aborted"));

@@ -19,6 +19,7 @@ export class Card {
     this.view = null;
     this.clock = 0;
     this.head = make('header', {}, make('h2', {}, slot.name), make('span', {class: 'phone'}),
+      slot.page ? make('a', {href: slot.page, target: '_blank', rel: 'noopener'}, 'See the phone') : null,
       make('span', {class: 'badge state'}));
     this.body = make('div', {class: 'body'});
     this.element = make('article', {class: 'card slot', id: `slot-${slot.name}`, tabindex: 0,
