@@ -56,6 +56,8 @@ constexpr int32_t RATES[] = {8000, 11025, 12000, 16000, 22050, 24000, 32000, 441
 constexpr int STEPS_PER_SECOND = 50;  // in which a paced stream is drained
 constexpr size_t UNPACED_STEP = 1 << 16;
 constexpr size_t KEPT_RECORDINGS = 32;
+constexpr uint64_t MOST_RECORDED = 256U
+                                   << 20;  // bytes of all but the newest: they count as the phone's files
 constexpr uint32_t LONGEST_RECORDING = 256U << 20;  // 25 minutes of 44.1 kHz, stereo, 16 bits
 
 std::string PhonePath(const Sound::Recording& recording) {
@@ -166,10 +168,14 @@ void Sound::Tell(const Stream& stream, std::span<const uint8_t> samples) {
 }
 
 void Sound::KeepRecording(std::shared_ptr<Recording> recording) {
+  uint64_t bytes = 0;
+  for (const auto& kept : recordings_) bytes += kept->bytes;
+  while (recordings_.size() >= KEPT_RECORDINGS || bytes > MOST_RECORDED) {
+    bytes -= recordings_.front()->bytes;
+    phone_.root.Remove(PhonePath(*recordings_.front()));
+    recordings_.pop_front();
+  }
   recordings_.push_back(std::move(recording));
-  if (recordings_.size() <= KEPT_RECORDINGS) return;
-  phone_.root.Remove(PhonePath(*recordings_.front()));
-  recordings_.pop_front();
 }
 
 std::vector<Sound::Recording> Sound::Recordings() const {

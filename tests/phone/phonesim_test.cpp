@@ -241,6 +241,9 @@ TEST_F(PhonesimTest, SaysThatTheServerDoesNotServe) {
 
 // A simulator with few descriptors serves or says why it does not; it neither hangs nor spins.
 TEST_F(PhonesimTest, StartsOrSaysWhyWithFewDescriptors) {
+#ifdef __SANITIZE_ADDRESS__
+  GTEST_SKIP() << "without a free descriptor the sanitizer takes every object for a wrong one";
+#endif
   bool served = false, refused = false;
   for (const int limit : {16, 24, 32, 36, 40, 44, 48, 64}) {
     const Outcome started = Run("start", "", "ulimit -n " + std::to_string(limit) + "; timeout 20 ");
