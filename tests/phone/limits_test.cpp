@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <ostream>
 #include <regex>
 
 #include "simulator/supervisor/phone_processes.h"
@@ -111,6 +112,10 @@ struct Bomb {
   simulator::TaskLimit held_by;
   const char* argument;
 };
+
+void PrintTo(const Bomb& bomb, std::ostream* out) {
+  *out << bomb.name;
+}
 
 const Bomb BOMBS[] = {
     {"Roots", [] { return true; }, simulator::TaskLimit::ControlGroup, "together"},
