@@ -82,8 +82,10 @@ void ModemAtPort::Answer(const std::string& command) {
     return Send(script->second);
   }
   const std::string lower = LowerCase(command);
-  if (!lower.starts_with("at")) return;  // to a modem this is noise
-  const Result result = Execute(lower);
+  // A modem skips what stands before the prefix (ITU-T V.250, 5.2.1); without it, all of the line is noise.
+  const size_t prefix = lower.find("at");
+  if (prefix == std::string::npos) return;
+  const Result result = Execute(lower.substr(prefix));
   std::string answer = state.before_answer;
   if (state.surplus != 0) answer += fmt::format("\r\n{:x<{}}\r\n", "", state.surplus);
   if (!result.information.empty()) answer += fmt::format("\r\n{}\r\n", result.information);
