@@ -32,7 +32,7 @@ double Radians(double degrees) {
   return degrees * std::numbers::pi / 180;
 }
 
-// All that a seed decides, but for the grain of cloth and card.
+// What a seed decides, except the grain of the cloth and the card.
 struct Variation {
   explicit Variation(uint32_t of)
       : seed(of),
