@@ -45,7 +45,7 @@ std::string CommandWords(const Path& path) {
 }  // namespace
 
 std::string Mistyped(const CLI::App& app, const std::vector<std::string>& words,
-                     const std::vector<std::string>& more_words) {
+                     const std::optional<std::vector<std::string>>& more_commands) {
   Path path = {&app};
   for (std::size_t i = 0; i < words.size() && words[i] != "--"; ++i) {
     const std::string& word = words[i];
@@ -64,10 +64,12 @@ std::string Mistyped(const CLI::App& app, const std::vector<std::string>& words,
     const std::vector<std::string> names = CommandNames(*path.back());
     // Numbers may be negative, and short options are left to the parser.
     if (names.empty() || word.starts_with('-')) continue;
-    if (path.size() == 1 && std::ranges::find(more_words, word) != more_words.end()) return "";
     if (std::ranges::find(names, word) == names.end()) {
       std::vector<std::string> known = names;
-      if (path.size() == 1) known.insert(known.end(), more_words.begin(), more_words.end());
+      if (path.size() == 1) {
+        if (!more_commands || std::ranges::find(*more_commands, word) != more_commands->end()) return "";
+        known.insert(known.end(), more_commands->begin(), more_commands->end());
+      }
       const std::string before = CommandWords(path);
       return fmt::format("there is no command {}{}{}{}", before, before.empty() ? "" : " ", word,
                          posix::DidYouMean(word, known));

@@ -50,7 +50,7 @@ std::vector<PhoneAnswer> AskAll(const std::vector<std::string>& words) {
 
 // For commands whose answer is the content of a file. The phone itself says which ones are.
 bool ReturnsFile(const std::string& name, const std::string& command, const posix::Deadline& deadline) {
-  return Ask(name, {"returns-file", command}, deadline).good;
+  return Ask(name, {"answer-of", command}, deadline).text == "file";
 }
 
 }  // namespace
@@ -146,6 +146,10 @@ int ShowJournal(const std::string& name, const JournalWish& wish) {
     posix::FinishOutput();
     if (posix::IsOutputLost()) return posix::OUTPUT_LOST_STATUS;
   }
+}
+
+bool PhoneKnows(const std::string& name, const std::string& command) {
+  return Ask(name, {"answer-of", command}).good;
 }
 
 int CommandPhone(const std::string& name, std::vector<std::string> words) {

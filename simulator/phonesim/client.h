@@ -30,6 +30,8 @@ int ShowJournal(const std::string& name, const JournalWish& wish);
 int FollowLcd(const std::string& name);
 // To standard output until the phone ends: what it plays, as a WAV stream in the format of the first sound.
 int Listen(const std::string& name);
+// False if no phone of this name runs.
+bool PhoneKnows(const std::string& name, const std::string& command);
 int CommandPhone(const std::string& name, std::vector<std::string> words);
 
 }  // namespace simulator

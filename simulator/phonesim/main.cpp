@@ -147,6 +147,11 @@ std::filesystem::path ServerOfPhonesim() {
   return !std::filesystem::exists(beside) && std::filesystem::exists(installed) ? installed : beside;
 }
 
+int RefuseUsage(const std::string& sentence) {
+  fmt::print(stderr, "phonesim: {}\nRun with --help for more information.\n", sentence);
+  return WRONG_USAGE;
+}
+
 // Returns the exit status for what ended the reading of the command line: help, version or a mistake.
 int ShowEnd(const CLI::App& app, const CLI::ParseError& end) {
   if (end.get_exit_code() == 0) {
@@ -155,8 +160,7 @@ int ShowEnd(const CLI::App& app, const CLI::ParseError& end) {
     posix::PrintText(text.str());
     return 0;
   }
-  fmt::print(stderr, "phonesim: {}\nRun with --help for more information.\n", end.what());
-  return WRONG_USAGE;
+  return RefuseUsage(end.what());
 }
 
 int ShowCommands(bool as_manual) {
@@ -182,6 +186,16 @@ std::vector<std::string> SplitServerArguments(int& argc, char** argv) {
     return arguments;
   }
   return {};
+}
+
+// The running phone is asked first: the list of all commands takes a phone that is made for it.
+int RunPhoneCommand(const CLI::App& app, const std::string& name, const std::vector<std::string>& words) {
+  if (words[0].starts_with('-')) return RefuseUsage(fmt::format("there is no option {}", words[0]));
+  if (!simulator::PhoneKnows(name, words[0])) {
+    const std::string mistyped = completion::Mistyped(app, words, simulator::PhoneCommandNames());
+    if (!mistyped.empty()) return RefuseUsage(mistyped);
+  }
+  return simulator::CommandPhone(name, words);
 }
 
 int RunProgram(int argc, char** argv) {
@@ -270,12 +284,8 @@ int RunProgram(int argc, char** argv) {
       app.add_subcommand("panel", "shows the phones that run as a page; prints its address")->fallthrough();
   for (CLI::App* command : {start, panel}) AddPanelOptions(*command, panel_options);
   app.prefix_command();
-  const std::string mistyped =
-      completion::Mistyped(app, {argv + 1, argv + argc}, simulator::PhoneCommandNames());
-  if (!mistyped.empty()) {
-    fmt::print(stderr, "phonesim: {}\nRun with --help for more information.\n", mistyped);
-    return WRONG_USAGE;
-  }
+  const std::string mistyped = completion::Mistyped(app, {argv + 1, argv + argc}, std::nullopt);
+  if (!mistyped.empty()) return RefuseUsage(mistyped);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& wrong) {
@@ -304,12 +314,7 @@ int RunProgram(int argc, char** argv) {
   if (*completion) return ShowCompletion(app, kind);
   if (*journal) return simulator::ShowJournal(name, journal_wish);
   if (const std::vector<std::string> words = app.remaining(); !words.empty()) {
-    if (words[0].starts_with('-')) {
-      fmt::print(stderr, "phonesim: there is no option {}\nRun with --help for more information.\n",
-                 words[0]);
-      return WRONG_USAGE;
-    }
-    return simulator::CommandPhone(name, words);
+    return RunPhoneCommand(app, name, words);
   }
   return no_server ? RunShellOnly(options) : RunInForeground(options);
 }

@@ -207,8 +207,8 @@ void Session::Serve(Client& client, const std::vector<std::string>& words) {
     text = phone_.HostPort();
   } else if (words[0] == "defects") {
     text = Defects();
-  } else if (words[0] == "returns-file") {
-    if (!ReturnsFile(words.at(1))) throw std::invalid_argument(words[1]);
+  } else if (words[0] == "answer-of") {
+    text = KindOfAnswer(words.at(1));
   } else {
     text = phone_.Command(words);
   }
@@ -296,11 +296,11 @@ std::string Session::Defects() {
   return lines;
 }
 
-bool Session::ReturnsFile(const std::string& name) {
+std::string Session::KindOfAnswer(const std::string& name) {
   for (const ModelCommand& command : phone_.Commands()) {
-    if (command.name == name) return command.returns_file;
+    if (command.name == name) return command.returns_file ? "file" : "text";
   }
-  return false;
+  throw std::invalid_argument(name);
 }
 
 }  // namespace simulator

@@ -75,7 +75,7 @@ class Session {
   std::string StatusAsJson() const;
   // The commands that make a model defective, one in each line, as a JSON list of words.
   std::string Defects();
-  bool ReturnsFile(const std::string& command);
+  std::string KindOfAnswer(const std::string& command);
 
   SessionOptions options_;
   std::optional<ExecutableIdentity> executable_;  // as it was when the phone was made

@@ -144,9 +144,9 @@ TEST_F(PhonesimTest, WorksTheRunningPhone) {
   EXPECT_EQ(Run("screenshot /nowhere/lcd.png").status, 7);
   EXPECT_TRUE(Run("gpio modem-state 0").Says("modem-state 0"));
   EXPECT_TRUE(Run("commands").Says("replug"));
-  const Outcome unknown = Run("frobnicate");
+  const Outcome unknown = Run("sreenshot " + picture);
   EXPECT_EQ(unknown.status, 2);
-  EXPECT_TRUE(unknown.Says("there is no command frobnicate")) << unknown.output;
+  EXPECT_TRUE(unknown.Says("there is no command sreenshot; did you mean screenshot?")) << unknown.output;
 
   HostLine host(PortIn(started.output));
   host.Send(Words({0x3E, 0}));
