@@ -148,12 +148,11 @@ int ShowJournal(const std::string& name, const JournalWish& wish) {
   }
 }
 
-bool PhoneKnows(const std::string& name, const std::string& command) {
-  return Ask(name, {"answer-of", command}).good;
+bool PhoneKnows(const std::string& name, const std::string& command, const posix::Deadline& deadline) {
+  return Ask(name, {"answer-of", command}, deadline).good;
 }
 
-int CommandPhone(const std::string& name, std::vector<std::string> words) {
-  const posix::Deadline deadline(CONTROL_TIME_OUT);
+int CommandPhone(const std::string& name, std::vector<std::string> words, const posix::Deadline& deadline) {
   if (words.size() < 2 || !ReturnsFile(name, words[0], deadline)) return Show(Ask(name, words, deadline));
   const std::string file = words.back();
   words.pop_back();

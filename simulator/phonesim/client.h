@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "posix/deadline.h"
+
 namespace simulator {
 
 // The name of the running phone that has this serial port. Throws an error with a sentence if there is none.
@@ -30,8 +32,8 @@ int ShowJournal(const std::string& name, const JournalWish& wish);
 int FollowLcd(const std::string& name);
 // To standard output until the phone ends: what it plays, as a WAV stream in the format of the first sound.
 int Listen(const std::string& name);
-// False if no phone of this name runs.
-bool PhoneKnows(const std::string& name, const std::string& command);
-int CommandPhone(const std::string& name, std::vector<std::string> words);
+// False if no phone of this name runs, or it does not answer until the deadline.
+bool PhoneKnows(const std::string& name, const std::string& command, const posix::Deadline& deadline);
+int CommandPhone(const std::string& name, std::vector<std::string> words, const posix::Deadline& deadline);
 
 }  // namespace simulator

@@ -17,6 +17,7 @@
 #include "completion/mistyped_words.h"
 #include "posix/whole_output.h"
 #include "program_version.h"
+#include "simulator/control/control_socket.h"
 #include "simulator/panel/panel.h"
 #include "simulator/phonesim/client.h"
 #include "simulator/phonesim/command_list.h"
@@ -191,11 +192,12 @@ std::vector<std::string> SplitServerArguments(int& argc, char** argv) {
 // The running phone is asked first: the list of all commands takes a phone that is made for it.
 int RunPhoneCommand(const CLI::App& app, const std::string& name, const std::vector<std::string>& words) {
   if (words[0].starts_with('-')) return RefuseUsage(fmt::format("there is no option {}", words[0]));
-  if (!simulator::PhoneKnows(name, words[0])) {
+  const posix::Deadline deadline(simulator::CONTROL_TIME_OUT);
+  if (!simulator::PhoneKnows(name, words[0], deadline)) {
     const std::string mistyped = completion::Mistyped(app, words, simulator::PhoneCommandNames());
     if (!mistyped.empty()) return RefuseUsage(mistyped);
   }
-  return simulator::CommandPhone(name, words);
+  return simulator::CommandPhone(name, words, deadline);
 }
 
 int RunProgram(int argc, char** argv) {
@@ -309,7 +311,9 @@ int RunProgram(int argc, char** argv) {
   if (*stop) return simulator::StopPhone(name);
   if (*status) return simulator::ShowPhones(as_json);
   if (*shell) return simulator::ShellInPhone(name);
-  if (*defects) return simulator::CommandPhone(name, {"defects"});
+  if (*defects) {
+    return simulator::CommandPhone(name, {"defects"}, posix::Deadline(simulator::CONTROL_TIME_OUT));
+  }
   if (*commands) return ShowCommands(as_manual);
   if (*completion) return ShowCompletion(app, kind);
   if (*journal) return simulator::ShowJournal(name, journal_wish);
