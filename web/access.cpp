@@ -1,5 +1,9 @@
 #include "web/access.h"
 
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netdb.h>
+#include <netinet/in.h>
 #include <strings.h>
 #include <sys/random.h>
 
@@ -7,11 +11,11 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <memory>
 #include <system_error>
 #include <utility>
 
 #include "posix/hex.h"
-
 #include "posix/sha256.h"
 
 namespace web {
@@ -23,6 +27,25 @@ std::string RandomText() {
     throw std::system_error(errno, std::generic_category(), "getrandom");
   }
   return posix::HexText(bytes);
+}
+
+// Those of the network, IPv4 last: it is the one that people can read.
+std::vector<std::string> AddressesOfThisComputer() {
+  ifaddrs* first = nullptr;
+  if (getifaddrs(&first) != 0) return {};
+  const std::unique_ptr<ifaddrs, decltype(&freeifaddrs)> all(first, &freeifaddrs);
+  std::vector<std::string> addresses;
+  for (const int family : {AF_INET6, AF_INET}) {
+    const socklen_t size = family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6);
+    for (const ifaddrs* one = first; one != nullptr; one = one->ifa_next) {
+      char text[NI_MAXHOST];
+      if (one->ifa_addr == nullptr || one->ifa_addr->sa_family != family) continue;
+      if ((one->ifa_flags & IFF_LOOPBACK) != 0) continue;
+      if (getnameinfo(one->ifa_addr, size, text, sizeof text, nullptr, 0, NI_NUMERICHOST) == 0)
+        addresses.emplace_back(text);
+    }
+  }
+  return addresses;
 }
 
 bool EqualNames(const std::string& left, const std::string& right) {
@@ -55,10 +78,11 @@ void Access::SetPlace(const std::string& address, int port) {
   const std::string number = std::to_string(port);
   // A browser sends a server's cookies to all ports of its host: the port in the name keeps pages apart.
   cookie_name_ += "-" + number;
-  hosts_ = {"127.0.0.1:" + number, "localhost:" + number, "[::1]:" + number};
+  hosts_ = {"localhost:" + number, "[::1]:" + number, "127.0.0.1:" + number};
   const bool is_one = address != "0.0.0.0" && address != "::";
-  if (is_one)
-    hosts_.push_back((address.find(':') == std::string::npos ? address : "[" + address + "]") + ":" + number);
+  for (const std::string& own : is_one ? std::vector<std::string>{address} : AddressesOfThisComputer()) {
+    hosts_.push_back((own.find(':') == std::string::npos ? own : "[" + own + "]") + ":" + number);
+  }
 }
 
 bool Access::KnowsHost(const std::string& host) const {

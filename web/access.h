@@ -29,8 +29,12 @@ class Access {
   // `public_host` is the name that a proxy with TLS serves this page under ("panel.example.org"), or empty.
   Access(std::vector<Role> roles, std::string cookie_name, std::string public_host);
 
-  // Where the server listens. A single address of the network is a name of this server too.
+  // Where the server listens: an address of this computer, "0.0.0.0" or "::" for all of them.
   void SetPlace(const std::string& address, int port);
+  // "192.168.7.2:8080": an address that others reach the server at, if there is one.
+  const std::string& OwnHost() const {
+    return hosts_.back();
+  }
   // True if the request's Host header names this server.
   bool KnowsHost(const std::string& host) const;
   // True if the Origin header is that of this server's own pages.

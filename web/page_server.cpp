@@ -80,6 +80,29 @@ bool IsChange(const Request& request) {
   return request.method != "GET" && request.method != "HEAD";
 }
 
+// The methods whose bodies the HTTP library reads.
+bool TakesBody(const Request& request) {
+  constexpr std::string_view METHODS[] = {"POST", "PUT", "PATCH", "DELETE"};
+  return std::ranges::find(METHODS, request.method) != std::end(METHODS);
+}
+
+// Returns the body, or nothing if it is longer than `most` or in several parts. The rest is read and dropped,
+// so that the connection can go on: the library itself bounds only a body whose length is announced.
+std::optional<std::string> ReadBody(const Request& request, const httplib::ContentReader& read, size_t most) {
+  if (request.is_multipart_form_data()) {
+    read([](const httplib::MultipartFormData&) { return true; }, [](const char*, size_t) { return true; });
+    return std::nullopt;
+  }
+  std::string body;
+  bool fits = true;
+  const bool whole = read([&](const char* bytes, size_t size) {
+    fits = fits && size <= most - body.size();
+    if (fits) body.append(bytes, size);
+    return true;
+  });
+  return fits && whole ? std::optional(std::move(body)) : std::nullopt;
+}
+
 std::string Sentence(int status) {
   switch (status) {
     case 400:
@@ -139,8 +162,11 @@ class PageServer::Http {
     server_.set_default_headers(HEADERS);
     // A change is checked when its body has been read, so that the connection can go on.
     server_.set_pre_routing_handler([this](const Request& request, Response& response) {
-      const bool passes = IsChange(request) || Check(request, response);
-      return passes ? httplib::Server::HandlerResponse::Unhandled : httplib::Server::HandlerResponse::Handled;
+      if (TakesBody(request)) return httplib::Server::HandlerResponse::Unhandled;
+      const bool passes = Check(request, response);
+      if (passes && !IsChange(request)) return httplib::Server::HandlerResponse::Unhandled;
+      if (passes) Put(response, 404, Sentence(404));
+      return httplib::Server::HandlerResponse::Handled;
     });
     server_.set_error_handler([](const Request&, Response& response) {
       if (response.body.empty()) Put(response, response.status, Sentence(response.status));
@@ -154,14 +180,12 @@ class PageServer::Http {
 
   void Get(const std::string& pattern, Handler handler) {
     server_.Get(pattern, [this, handler = std::move(handler)](const Request& request, Response& response) {
-      Answer(handler, request, response);
+      Answer(handler, MakeVisit(request), response);
     });
   }
 
   void Post(const std::string& pattern, Handler handler) {
-    server_.Post(pattern, [this, handler = std::move(handler)](const Request& request, Response& response) {
-      if (Check(request, response)) Answer(handler, request, response);
-    });
+    server_.Post(pattern, TakeChange(std::move(handler)));
   }
 
   void Stream(const std::string& pattern, EventHub& hub, StreamHandler handler) {
@@ -199,6 +223,11 @@ class PageServer::Http {
   }
 
   void Start() {
+    const auto unknown = TakeChange([](const Visit&) -> Reply { throw Refused(404, Sentence(404)); });
+    server_.Post(".*", unknown);
+    server_.Put(".*", unknown);
+    server_.Patch(".*", unknown);
+    server_.Delete(".*", unknown);
     thread_ = std::thread([this] { server_.listen_after_bind(); });
     while (!server_.is_running()) std::this_thread::yield();
   }
@@ -214,8 +243,8 @@ class PageServer::Http {
   }
 
   std::string Address(const std::string& role, const std::string& path) const {
-    const std::string host = options_.public_host.empty() ? "http://127.0.0.1:" + std::to_string(port_)
-                                                          : "https://" + options_.public_host;
+    const std::string host =
+        options_.public_host.empty() ? "http://" + access_.OwnHost() : "https://" + options_.public_host;
     for (const Role& known : access_.Roles()) {
       if (known.name == role) return host + path + "?token=" + known.token;
     }
@@ -285,6 +314,18 @@ class PageServer::Http {
     response.set_redirect(WithoutToken(request), 303);
   }
 
+  httplib::Server::HandlerWithContentReader TakeChange(Handler handler) {
+    return [this, handler = std::move(handler)](const Request& request, Response& response,
+                                                const httplib::ContentReader& read) {
+      std::optional<std::string> body = ReadBody(request, read, options_.most_request_bytes);
+      if (!Check(request, response)) return;
+      if (!body) return Put(response, 413, Sentence(413));
+      Visit visit = MakeVisit(request);
+      visit.body = std::move(*body);
+      Answer(handler, visit, response);
+    };
+  }
+
   Visit MakeVisit(const Request& request) const {
     Visit visit;
     visit.role = access_.RoleOfCookies(request.get_header_value("Cookie"))->name;
@@ -293,7 +334,6 @@ class PageServer::Http {
       visit.places.push_back(request.matches[index].str());
     }
     visit.parameters = request.params;
-    visit.body = request.body;
     return visit;
   }
 
@@ -308,9 +348,9 @@ class PageServer::Http {
     }
   }
 
-  void Answer(const Handler& handler, const Request& request, Response& response) const {
+  void Answer(const Handler& handler, const Visit& visit, Response& response) const {
     Guarded(response, [&] {
-      const Reply reply = handler(MakeVisit(request));
+      const Reply reply = handler(visit);
       response.status = reply.status;
       response.set_header("Cache-Control", "no-store");
       if (!reply.file_name.empty()) {

@@ -1,5 +1,6 @@
 #include "station/tool/serve.h"
 
+#include <arpa/inet.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <unistd.h>
@@ -58,7 +59,13 @@ std::vector<SlotOrder> ReadSlots(const Settings& settings, const Assignments& ba
   return slots;
 }
 
-// "127.0.0.1:8080". The network needs tokens that were handed out before.
+bool IsLoopback(const std::string& address) {
+  in_addr four;
+  if (inet_pton(AF_INET, address.c_str(), &four) == 1) return ntohl(four.s_addr) >> 24 == 127;
+  return address == "localhost" || address == "::1";
+}
+
+// "127.0.0.1:8080" or "[::1]:8080". The network needs tokens that were handed out before.
 void ReadListen(const std::string& text, bool has_tokens, web::PageServerOptions& options) {
   if (text.empty()) return;
   const std::size_t colon = text.rfind(':');
@@ -68,7 +75,9 @@ void ReadListen(const std::string& text, bool has_tokens, web::PageServerOptions
     throw UsageError(fmt::format("--listen: '{}' is not ADDRESS:PORT", text));
   }
   options.address = text.substr(0, colon);
-  if (!options.address.starts_with("127.") && !has_tokens) {
+  if (options.address.starts_with('[') && options.address.ends_with(']'))
+    options.address = options.address.substr(1, options.address.size() - 2);
+  if (!IsLoopback(options.address) && !has_tokens) {
     throw UsageError("--listen on a network needs --token-file, so that only people with a token get in");
   }
 }

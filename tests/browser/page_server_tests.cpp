@@ -16,7 +16,7 @@ class PageServerTest : public testing::Test {
  protected:
   PageServerTest() : server_({.name = "test page", .roles = {"operator", "lead"}, .most_streams = 2}) {
     server_.Get("/who/(.*)", [](const web::Visit& visit) {
-      if (visit.places.at(0) == "nobody") throw web::Refused(409, "There is nobody.");
+      if (visit.places.at(0) == "unknown") throw web::Refused(409, "This name is not known.");
       return web::Reply{.body = visit.role + visit.places.at(0) + visit.Parameter("more")};
     });
     server_.Post("/change", [this](const web::Visit& visit) {
@@ -73,7 +73,7 @@ TEST_F(PageServerTest, OnlyVisitorsWithATokenAreServedEachInItsRole) {
   EXPECT_EQ("lead7&", Connect().Get("/who/7?more=%26", {{"Cookie", "a=b; " + lead}})->body);
   EXPECT_EQ("operator", Connect().Get("/who/", {{"Cookie", Cookie("operator")}})->body);
   EXPECT_EQ(404, Status({{"Cookie", lead}}, "/nowhere"));
-  EXPECT_EQ(409, Status({{"Cookie", lead}}, "/who/nobody"));
+  EXPECT_EQ(409, Status({{"Cookie", lead}}, "/who/unknown"));
 
   const auto asset = Connect().Get("/web.css", {{"Cookie", lead}});
   EXPECT_EQ("text/css; charset=utf-8", asset->get_header_value("Content-Type"));
@@ -97,7 +97,28 @@ TEST_F(PageServerTest, ForeignHostsAndOriginsAreRefused) {
   EXPECT_EQ(200, Change({{"Cookie", cookie}, {"Origin", "http://" + host_}}));
   EXPECT_EQ("+", changes_);
   EXPECT_EQ(413, Change({{"Cookie", cookie}, {"Origin", "http://" + host_}}, std::string(100'000, '+')));
+  // Also if its length is not announced; the connection goes on after it.
+  auto uploader = Connect();
+  uploader.set_keep_alive(true);
+  int chunks = 100;
+  const auto chunked = uploader.Post(
+      "/change", {{"Cookie", cookie}, {"Origin", "http://" + host_}},
+      [&chunks](size_t, httplib::DataSink& sink) {
+        if (chunks-- > 0) return sink.write(std::string(1000, '+').data(), 1000);
+        sink.done();
+        return true;
+      },
+      "application/json");
+  EXPECT_EQ(413, chunked->status);
+  EXPECT_EQ(200, uploader.Get("/who/x", {{"Cookie", cookie}})->status);
   EXPECT_EQ("+", changes_);
+
+  // The printed address is where it listens.
+  web::PageServer elsewhere({.name = "test page", .address = "127.0.0.2"});
+  elsewhere.Start();
+  const std::string there = elsewhere.Address();
+  EXPECT_TRUE(there.starts_with("http://127.0.0.2:")) << there;
+  EXPECT_EQ(303, httplib::Client("127.0.0.2", elsewhere.Port()).Get(there.substr(there.find("/?")))->status);
 
   // A page that goes out under a name of its own: TLS is in front, and the cookie stays behind it.
   web::PageServer named({.name = "test page", .public_host = "panel.example"});
