@@ -96,7 +96,8 @@ TEST_F(LineTest, APhoneIsScannedTestedAskedAboutAndPassed) {
   const RunningPhone phone("a", folder_ / "A");
   const auto line = Serve("board.json", {"A", "B"});
   AwaitCard("A", "SLOT-A");
-  page_.Type("#person", "Kim\t");
+  page_.Type("#person", "Kim\n");
+  EXPECT_EQ("scan", page_.Run("return document.activeElement.id"));
 
   Scan("SN0001");
   page_.Await("return document.querySelector('#hint').innerText.includes('Choose a slot')", "the refusal");
@@ -164,6 +165,13 @@ TEST_F(LineTest, SlotsDoNotWaitForEachOther) {
   const std::string failed = AwaitCard("B", "FAIL");
   EXPECT_NE(std::string::npos, failed.find("Motor felt"));
   EXPECT_NE(std::string::npos, failed.find("Clock"));
+  // The key reaches the question also when the focus is on no field, as after a click.
+  page_.Click("#slot-B .retest");
+  AwaitCard("B", "Does the blue phone vibrate?");
+  page_.Run("document.activeElement.blur()");
+  page_.KeyDown("f");
+  page_.KeyUp("f");
+  AwaitCard("B", "FAIL");
   AwaitCard("A", "Does the red phone vibrate?");
   page_.Screenshot(std::filesystem::path(SCREENSHOTS) / "line-fail.png");
   // What the card says is what is stored.
@@ -194,7 +202,7 @@ TEST_F(LineTest, SlotsDoNotWaitForEachOther) {
   AwaitCard("B", "FAIL");
 }
 
-TEST_F(LineTest, TheLineGoesOnWithoutItsDatabaseAndRefusesWhatNobodyCanLookUp) {
+TEST_F(LineTest, TheLineGoesOnWithoutItsDatabaseAndRefusesWhatCannotBeLookedUp) {
   const RunningPhone phone("a", folder_ / "A");
   const std::string database = folder_ / "results.db";
   {

@@ -59,12 +59,7 @@ export class Card {
   }
 
   button(label, word, data = {}, attributes = {}) {
-    const press = (event) => {
-      event.stopPropagation();
-      this.actions.choose(this.slot.name);
-      this.actions.act(word, data);
-    };
-    return make('button', {type: 'button', onclick: press, ...attributes}, label);
+    return make('button', {type: 'button', onclick: () => this.actions.act(word, data), ...attributes}, label);
   }
 
   wants(view) {

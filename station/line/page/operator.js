@@ -18,7 +18,7 @@ export function watchScans({openQuestion, answer, sendScan}) {
     pending = null;
   };
 
-  field.addEventListener('keydown', (event) => {
+  const judge = (event) => {
     forget();
     const reply = REPLIES[event.key.toLowerCase()];
     const question = openQuestion();
@@ -31,7 +31,14 @@ export function watchScans({openQuestion, answer, sendScan}) {
       field.value = '';
       answer(question, reply);
     }, SCANNER_PAUSE)};
-  });
+  };
+
+  // What is typed is for the scan field, wherever the focus is, unless it is in another field.
+  document.addEventListener('keydown', (event) => {
+    if (isText(document.activeElement) && document.activeElement !== field) return;
+    if (isCharacter(event)) field.focus({preventScroll: true});
+    if (document.activeElement === field) judge(event);
+  }, true);
 
   find('#scan-form').addEventListener('submit', (event) => {
     event.preventDefault();
@@ -42,27 +49,40 @@ export function watchScans({openQuestion, answer, sendScan}) {
   });
 
   keepFocus(field);
+  returnFocus(find('#person'), field);
 }
+
+const isCharacter = (event) =>
+  event.key.length === 1 && event.key !== ' ' && !event.ctrlKey && !event.altKey && !event.metaKey;
 
 function isText(element) {
   return element instanceof HTMLInputElement || element instanceof HTMLTextAreaElement ||
     element instanceof HTMLSelectElement;
 }
 
-// After a click the field has the focus again; who goes through the page with the Tab key keeps it where it is, until a
-// character is typed.
+// After a click the field has the focus again. The Tab key moves it on, until a character is typed.
 function keepFocus(field) {
   document.addEventListener('click', (event) => {
     if (!isText(event.target) && !event.target.closest('label, a')) field.focus({preventScroll: true});
   });
-  document.addEventListener('keydown', (event) => {
-    const typed = event.key.length === 1 && event.key !== ' ' && !event.ctrlKey && !event.altKey && !event.metaKey;
-    if (typed && !isText(document.activeElement)) field.focus({preventScroll: true});
-  }, true);
   window.addEventListener('focus', () => {
     if (!isText(document.activeElement)) field.focus({preventScroll: true});
   });
   field.focus();
+}
+
+// The next scan must not end up in the operator's name.
+function returnFocus(name, field) {
+  const PATIENCE = 10000; // ms
+  let timer = 0;
+  const back = () => field.focus({preventScroll: true});
+  const wait = () => {
+    clearTimeout(timer);
+    timer = setTimeout(() => { if (document.activeElement === name) back(); }, PATIENCE);
+  };
+  name.addEventListener('focus', wait);
+  name.addEventListener('input', wait);
+  name.addEventListener('keydown', (event) => { if (event.key === 'Enter') back(); });
 }
 
 export const act = (slot, word, data = {}) => change(`/slots/${slot}/${word}`, {who: person(), ...data});
