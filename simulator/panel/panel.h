@@ -1,5 +1,5 @@
 // The page that shows the running phones, in a program of its own: it asks them by their control sockets, as
-// every other program can, and only for what somebody looks at.
+// every other program can, and only for what a viewer has open.
 #pragma once
 
 #include <map>

@@ -66,7 +66,7 @@ class PhoneWatch {
   void Publish(const std::string& topic, const std::string& data, web::TopicKind kind = web::TopicKind::State,
                size_t keep = 1);
   void PublishPhone(bool running);
-  // Until the phone ends or nobody looks.
+  // Returns when the phone has ended or has no viewer any more.
   void Follow(Contact& contact);
   void Open(Contact& contact);
   int TimeOut(const Contact& contact) const;

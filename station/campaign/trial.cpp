@@ -15,7 +15,7 @@ namespace station {
 
 namespace {
 
-// Nobody looks at a simulated phone: what only an operator's eye notices goes unnoticed.
+// A simulated phone has no operator: a fault that can only be seen by eye is not found.
 class AbsentOperator : public Operator {
  public:
   bool Answers(const std::string&) const override {

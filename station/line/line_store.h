@@ -1,4 +1,4 @@
-// What a line wants of the place where runs are kept. The line goes on while that place cannot be reached:
+// What a line needs from the place where runs are kept. The line goes on while that place cannot be reached:
 // runs are kept aside then, and only the look into the past fails.
 #pragma once
 
@@ -74,7 +74,7 @@ class LineStore {
 
   virtual std::unique_ptr<LineRunWriter> Begin(const LineRunStart& beginning) = 0;
 
-  // How long the plan's steps took before, by their number, from 0; empty if nobody can look it up.
+  // How long the plan's steps took before, by their number, from 0; empty if the database cannot be asked.
   virtual std::map<std::size_t, std::chrono::microseconds> StepTimes(const std::string& plan) = 0;
 
   struct Condition {

@@ -10,7 +10,7 @@ namespace {
 
 std::string HowItEnded(Verdict verdict) {
   if (verdict == Verdict::Failed) return "It failed";
-  if (verdict == Verdict::Aborted) return "Somebody aborted";
+  if (verdict == Verdict::Aborted) return "It was aborted";
   return "It did not finish";
 }
 
@@ -33,8 +33,8 @@ std::string CheckRoute(const LineRules& rules, const std::string& serial, LineSt
     } catch (const StoreAway&) {
       if (rules.runs_without_results) return "";
       return fmt::format(
-          "The results cannot be reached, so nobody knows whether phone {} has passed “{}”. Wait until they "
-          "are back.",
+          "The results cannot be reached, so it is unknown whether phone {} has passed “{}”. Wait until they "
+          "can be reached again.",
           serial, plan);
     }
   }

@@ -11,7 +11,7 @@ namespace station {
 // Returns why the phone is refused, in a sentence, or nothing.
 std::string CheckRoute(const LineRules& rules, const std::string& serial, LineStore& store);
 
-// Whether the phone's newest run of the plan passed. False if nobody can look it up.
+// Whether the phone's newest run of the plan passed. False if the database cannot be asked.
 bool HasPassed(const std::string& plan, const std::string& serial, LineStore& store);
 
 }  // namespace station

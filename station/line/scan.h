@@ -1,5 +1,5 @@
-// What a scanned text means on the line: a scanner types its code and sends Enter, and nobody says what kind
-// of code it is.
+// What a scanned text means on the line: a scanner types a code and sends Enter, and the code alone
+// must tell what it is.
 #pragma once
 
 #include <string>
@@ -21,8 +21,8 @@ struct Scan {
   std::string text = {};  // the value without the blanks around it, or why the scan is refused
 };
 
-// A slot's barcode chooses the slot, whatever is chosen. Anything else is the chosen slot's next value; with
-// a single slot nobody has to choose it. `chosen` may be empty.
+// A slot's barcode chooses the slot, whatever is chosen. Anything else is the chosen slot's next value. `chosen` may be
+// empty: a single slot needs no choice.
 Scan ParseScan(const std::string& typed, const std::vector<ScanTarget>& slots, const std::string& chosen);
 
 }  // namespace station

@@ -127,7 +127,7 @@ std::string LineSlot::Enter(const std::string& value, const std::string& who) {
       NewPhone();
     }
     if (state_ != State::Idle && state_ != State::Ready) {
-      return fmt::format("LineSlot {} is testing {}. Wait for its end, or abort it.", order_.name,
+      return fmt::format("Slot {} is testing {}. Wait for its end, or abort it.", order_.name,
                          values_.at(SERIAL));
     }
     const Field& field = *NextField();
@@ -146,7 +146,7 @@ std::string LineSlot::Clear() {
   {
     const std::lock_guard lock(mutex_);
     if (state_ != State::Idle && state_ != State::Ready && state_ != State::Finished) {
-      return fmt::format("LineSlot {} is testing a phone.", order_.name);
+      return fmt::format("Slot {} is testing a phone.", order_.name);
     }
     NewPhone();
   }
@@ -166,7 +166,7 @@ std::string LineSlot::Abort(const std::string& who) {
   {
     const std::lock_guard lock(mutex_);
     if (state_ != State::Running && state_ != State::Aborting)
-      return fmt::format("LineSlot {} tests no phone.", order_.name);
+      return fmt::format("Slot {} tests no phone.", order_.name);
     if (state_ == State::Running) aborted_by_ = NameOr(who, "operator at the page");
     state_ = State::Aborting;
     thread_.request_stop();
@@ -178,7 +178,7 @@ std::string LineSlot::Abort(const std::string& who) {
 std::string LineSlot::Retest(const std::string& who) {
   {
     const std::lock_guard lock(mutex_);
-    if (state_ != State::Finished) return fmt::format("LineSlot {} has no tested phone.", order_.name);
+    if (state_ != State::Finished) return fmt::format("Slot {} has no tested phone.", order_.name);
     values_.erase(RETEST_REASON);
     std::erase_if(fields_, [](const Field& field) { return field.name == RETEST_REASON; });
     Start(who);

@@ -22,7 +22,7 @@ struct LineRules {
   std::string serial = {};          // the variable that gets the phone's serial number; may be empty
   std::string serial_pattern = {};  // that a serial number matches as a whole; empty for any
   std::vector<std::string> requires_plans = {};  // names of plans that the phone must have passed
-  bool runs_without_results = false;             // although nobody can look up what the phone has passed
+  bool runs_without_results = false;             // although it is unknown what the phone has passed
   bool asks_retest_reason = false;               // when a phone is tested again that has passed this plan
 };
 

@@ -101,7 +101,7 @@ class Relay {
 
   void FromModem() {
     std::array<std::uint8_t, ROOM> room;
-    // The phone must leave the relay also if nobody hears it any longer.
+    // The phone must leave the relay also when the output is closed.
     if (!WriteOutput(std::span(room).first(link_.ReceiveWaiting(room)))) leaving_ = asked_ = true;
   }
 

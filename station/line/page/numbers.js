@@ -1,4 +1,4 @@
-// The pools that plans draw identities and addresses from. The line manager adds numbers; nobody takes any away.
+// The pools that plans draw identities and addresses from. The line manager adds numbers; none can be taken away.
 import {ask, change, find, make} from '/dom.js';
 import {openEvents} from '/events.js';
 import {tell, trying} from '/live.js';
