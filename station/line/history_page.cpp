@@ -26,6 +26,7 @@ ordered_json RowJson(const RunRow& run) {
           {"address", run.address},
           {"station", run.station},
           {"operator", run.person},
+          {"slot", run.slot},
           {"started", run.started},
           {"milliseconds",
            run.ended == 0 ? ordered_json() : ordered_json(static_cast<double>(run.microseconds) / 1000)}};
@@ -75,6 +76,7 @@ ordered_json Report(Connection& connection, const std::string& id) {
   report["port"] = run.port;
   report["tool"] = run.tool_version;
   report["plan_sha256"] = run.plan_sha256;
+  report["executable_sha256"] = run.executable_sha256;
   report["versions"] = ordered_json::parse(run.versions, nullptr, false);
   report["variables"] = ordered_json::parse(run.variables, nullptr, false);
   const std::vector<AttachmentRow> files = AttachmentsOfRun(connection, run.key);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "station/plan/outline.h"
+#include "station/plan/runner.h"
 
 namespace station {
 
@@ -30,6 +31,8 @@ struct LineOrder {
   // Called with slot and serial number in the slot's thread before a run; simulated slots put the phone in
   // then. May be empty.
   std::function<void(const std::string& slot, const std::string& serial)> insert;
+  // The server of the simulated phone at this port; nothing if it is another phone. May be empty.
+  std::function<std::optional<Executable>(const std::string& port)> executable;
 };
 
 }  // namespace station

@@ -47,6 +47,7 @@ struct LineRunStart {
   std::string serial;
   const Plan* plan = nullptr;
   std::string port;
+  std::string slot;
   Origin origin;
   std::string retest_reason;
 };

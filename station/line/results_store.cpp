@@ -129,6 +129,7 @@ std::unique_ptr<PlanNumbers> ResultsStore::Draw(const LineRunStart& start, const
 std::unique_ptr<LineRunWriter> ResultsStore::Begin(const LineRunStart& start) {
   RunStart run = StartOf(*start.plan, start.port, start.origin, start.id);
   run.serial = start.serial;
+  run.slot = start.slot;
   if (!start.retest_reason.empty()) run.variables.emplace_back("retest reason", start.retest_reason);
   return std::make_unique<Writer>(address_, run);
 }

@@ -248,6 +248,7 @@ void LineSlot::RunPhone(const std::stop_token& stop) {
   LineRunStart beginning;
   beginning.id = NewRunId();
   beginning.port = order_.port;
+  beginning.slot = order_.name;
   std::map<std::string, std::string> variables;
   {
     const std::lock_guard lock(mutex_);
@@ -262,6 +263,8 @@ void LineSlot::RunPhone(const std::stop_token& stop) {
   variables.insert(numbers->Values().begin(), numbers->Values().end());
   const auto run = std::make_shared<const PhoneRun>(line_.plan.file, variables, order_.port);
   beginning.plan = &run->GetPlan();
+  // Before the plan: its last step may switch the phone off.
+  const auto executable = line_.executable ? line_.executable(order_.port) : std::nullopt;
   const std::unique_ptr<LineRunWriter> writer = store_.Begin(beginning);
   {
     const std::lock_guard lock(mutex_);
@@ -284,6 +287,8 @@ void LineSlot::RunPhone(const std::stop_token& stop) {
   numbers->Settle(run->GetPlan(), result);
   times_.Add(result.steps);
   result.origin = beginning.origin;
+  result.slot = order_.name;
+  result.executable = executable;
   const LineRun stored = writer->End(result);
   const std::lock_guard lock(mutex_);
   run_ = nullptr;

@@ -12,9 +12,9 @@ namespace {
 
 constexpr const char* COLUMNS =
     "r.id, r.uuid, p.name, p.sha256, r.phone, r.serial, r.identity, r.address, r.station, r.operator, "
-    "r.port, "
+    "r.port, r.slot, "
     "r.tool, r.variables, r.versions, r.executable_sha256, r.started, r.ended, r.microseconds, r.verdict";
-constexpr const char* LETTERS = "ittttttttttttttiiii";
+constexpr const char* LETTERS = "itttttttttttttttiiii";
 
 RunRow RowOf(const SqlRow& row) {
   return {.key = row[0].number,
@@ -28,14 +28,15 @@ RunRow RowOf(const SqlRow& row) {
           .station = row[8].text,
           .person = row[9].text,
           .port = row[10].text,
-          .tool_version = row[11].text,
-          .variables = row[12].text,
-          .versions = row[13].text,
-          .executable_sha256 = row[14].text,
-          .started = row[15].number,
-          .ended = row[16].number,
-          .microseconds = row[17].number,
-          .verdict = static_cast<StoredVerdict>(row[18].number)};
+          .slot = row[11].text,
+          .tool_version = row[12].text,
+          .variables = row[13].text,
+          .versions = row[14].text,
+          .executable_sha256 = row[15].text,
+          .started = row[16].number,
+          .ended = row[17].number,
+          .microseconds = row[18].number,
+          .verdict = static_cast<StoredVerdict>(row[19].number)};
 }
 
 std::vector<RunRow> Runs(Connection& connection, const std::string& rest,

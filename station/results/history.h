@@ -34,6 +34,7 @@ struct RunRow {
   std::string station;
   std::string person;
   std::string port;
+  std::string slot;  // empty without one
   std::string tool_version;
   std::string variables;  // a JSON object
   std::string versions;   // the phone's, a JSON object

@@ -93,13 +93,13 @@ RunStore::Keys RunStore::Start(const RunStart& start) {
   keys.plan = PlanKey(start);
   const auto local = fmt::localtime(static_cast<std::time_t>(start.started / 1000));
   connection_.Run(
-      "INSERT INTO runs (uuid, plan, phone, serial, identity, address, station, operator, port, tool, "
-      "process, "
-      "variables, versions, executable, executable_sha256, started, day, hour, heard, verdict) "
-      "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, '{}', '', '', ?, ?, ?, " +
+      "INSERT INTO runs (uuid, plan, phone, serial, identity, address, station, operator, port, slot, "
+      "tool, process, variables, versions, executable, executable_sha256, started, day, hour, heard, "
+      "verdict) "
+      "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, '{}', '', '', ?, ?, ?, " +
           std::string(connection_.Now()) + ", 8) ON CONFLICT (uuid) DO NOTHING",
       {start.uuid, keys.plan, FirstOf(start.serial, start.identity, start.address), start.serial,
-       start.identity, start.address, start.station, start.person, start.port, start.tool_version,
+       start.identity, start.address, start.station, start.person, start.port, start.slot, start.tool_version,
        start.process, JsonObject(start.variables), start.started, fmt::format("{:%Y-%m-%d}", local),
        local.tm_hour});
   keys.run = connection_.Ask("SELECT id FROM runs WHERE uuid = ?", "i", {start.uuid}).at(0).at(0).number;

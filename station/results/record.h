@@ -46,6 +46,7 @@ struct RunStart {
   std::string person = {};
   std::string tool_version = {};
   std::string port = {};
+  std::string slot = {};     // of the line or the configuration; empty without one
   std::string process = {};  // of ThisProcess
   std::int64_t started = 0;
   std::vector<std::pair<std::string, std::string>> variables = {};

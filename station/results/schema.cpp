@@ -35,17 +35,17 @@ constexpr const char* RUNS[] = {
     R"(CREATE TABLE plan_steps (id {key}, plan BIGINT NOT NULL REFERENCES plans, number SMALLINT NOT NULL,
        name TEXT NOT NULL, work TEXT NOT NULL, question TEXT NOT NULL,
        UNIQUE (plan, number, name, work, question)))",
-    R"(CREATE TABLE steps (run BIGINT NOT NULL REFERENCES runs ON DELETE CASCADE, number SMALLINT NOT NULL,
-       definition BIGINT NOT NULL, verdict SMALLINT NOT NULL, attempts INTEGER NOT NULL,
-       microseconds BIGINT NOT NULL, message TEXT, PRIMARY KEY (run, number)){ordered})",
+    // The widest columns come first, since a server fills up before each wide one.
+    R"(CREATE TABLE steps (run BIGINT NOT NULL REFERENCES runs ON DELETE CASCADE, definition BIGINT NOT NULL,
+       microseconds BIGINT NOT NULL, attempts INTEGER NOT NULL, number SMALLINT NOT NULL,
+       verdict SMALLINT NOT NULL, message TEXT, PRIMARY KEY (run, number)){ordered})",
     "CREATE INDEX steps_not_passed ON steps (run, definition, verdict) WHERE verdict > 1",
     R"(CREATE TABLE plan_measurements (id {key}, step BIGINT NOT NULL REFERENCES plan_steps,
        reading TEXT NOT NULL, unit TEXT NOT NULL, limits TEXT NOT NULL, minimum DOUBLE PRECISION,
        maximum DOUBLE PRECISION, UNIQUE (step, reading, unit, limits)))",
     R"(CREATE TABLE measurements (run BIGINT NOT NULL REFERENCES runs ON DELETE CASCADE,
-       step SMALLINT NOT NULL, number SMALLINT NOT NULL, definition BIGINT NOT NULL,
-       value DOUBLE PRECISION, text TEXT, stated TEXT, verdict SMALLINT NOT NULL,
-       PRIMARY KEY (run, step, number)){ordered})",
+       definition BIGINT NOT NULL, value DOUBLE PRECISION, step SMALLINT NOT NULL, number SMALLINT NOT NULL,
+       verdict SMALLINT NOT NULL, text TEXT, stated TEXT, PRIMARY KEY (run, step, number)){ordered})",
     // Only what has been compared with a limit: few of a run's readings.
     R"(CREATE INDEX measurements_judged ON measurements (run, definition, value)
        WHERE verdict <> 0 AND value IS NOT NULL)",
@@ -72,12 +72,20 @@ constexpr const char* NUMBERS[] = {
     "CREATE INDEX numbers_free ON numbers (pool, value) WHERE state = 'free'",
 };
 
+constexpr const char* SLOTS[] = {
+    "ALTER TABLE runs ADD COLUMN slot TEXT NOT NULL DEFAULT ''",
+    // Each run's measurements lie together and are found by the primary key.
+    "DROP INDEX measurements_judged",
+    "DROP INDEX measurements_trend",
+};
+
 struct Migration {
   const char* const* statements;
   std::size_t count;
 };
 
-constexpr Migration MIGRATIONS[] = {{RUNS, std::size(RUNS)}, {NUMBERS, std::size(NUMBERS)}};
+constexpr Migration MIGRATIONS[] = {
+    {RUNS, std::size(RUNS)}, {NUMBERS, std::size(NUMBERS)}, {SLOTS, std::size(SLOTS)}};
 
 std::string Worded(const Connection& connection, std::string statement) {
   const std::pair<std::string_view, const char*> words[] = {{"{key}", connection.CountedKey()},

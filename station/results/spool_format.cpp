@@ -31,14 +31,18 @@ void from_json(const json& from, StoredFile& to) {
   to = {from.at("name"), from.at("type"), std::string(bytes.begin(), bytes.end())};
 }
 
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(StoredAnswer, reply, by, at)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(StoredValue, reading, unit, value, text, minimum, maximum, stated, verdict)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(StoredStep, number, name, work, question, verdict, attempts, microseconds,
-                                   message, values, answer, files)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RunStart, uuid, plan, plan_file, plan_sha256, serial, identity, address,
-                                   station, person, tool_version, port, process, started, variables)
-NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(RunEnd, verdict, ended, microseconds, microseconds_waited, identity,
-                                   address, versions, executable, executable_sha256, files)
+// What an older program's line does not have stays as it is by default.
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(StoredAnswer, reply, by, at)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(StoredValue, reading, unit, value, text, minimum, maximum,
+                                                stated, verdict)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(StoredStep, number, name, work, question, verdict, attempts,
+                                                microseconds, message, values, answer, files)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(RunStart, uuid, plan, plan_file, plan_sha256, serial,
+                                                identity, address, station, person, tool_version, port, slot,
+                                                process, started, variables)
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(RunEnd, verdict, ended, microseconds, microseconds_waited,
+                                                identity, address, versions, executable, executable_sha256,
+                                                files)
 
 namespace {
 

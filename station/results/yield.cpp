@@ -170,18 +170,29 @@ std::vector<MeasurementStatistics> Statistics(Connection& connection, const RunF
 
 std::vector<TrendPoint> Trend(Connection& connection, const RunFilter& filter, const std::string& step,
                               const std::string& reading, std::size_t most) {
+  // Its definitions first: then the runs are gone through from the newest, and in each the reading is found
+  // by the primary key.
+  std::string plans;
+  std::string steps;
+  std::string definitions;
+  for (const SqlRow& row : connection.Ask("SELECT s.plan, s.number, d.id FROM plan_steps s "
+                                          "JOIN plan_measurements d ON d.step = s.id "
+                                          "WHERE s.name = ? AND d.reading = ?",
+                                          "iii", {step, reading})) {
+    const char* comma = plans.empty() ? "" : ", ";
+    plans += fmt::format("{}{}", comma, row[0].number);
+    steps += fmt::format("{}{}", comma, row[1].number);
+    definitions += fmt::format("{}{}", comma, row[2].number);
+  }
+  if (plans.empty()) return {};
   const Condition condition = ConditionOf(filter);
-  std::vector<SqlValue> values = {step, reading};
-  values.insert(values.end(), condition.values.begin(), condition.values.end());
   const std::string query = fmt::format(
-      "SELECT r.uuid, r.phone, r.started, m.value, m.verdict FROM plan_measurements d "
-      "JOIN plan_steps s ON s.id = d.step JOIN measurements m ON m.definition = d.id JOIN runs r ON r.id = "
-      "m.run "
-      "WHERE m.verdict <> 0 AND m.value IS NOT NULL AND s.name = ? AND d.reading = ?{} "
-      "ORDER BY r.started DESC LIMIT {}",
-      condition.text, most);
+      "SELECT r.uuid, r.phone, r.started, m.value, m.verdict FROM runs r CROSS JOIN measurements m "
+      "WHERE r.plan IN ({}) AND m.run = r.id AND m.step IN ({}) AND m.definition IN ({}) "
+      "AND m.verdict <> 0 AND m.value IS NOT NULL{} ORDER BY r.started DESC LIMIT {}",
+      plans, steps, definitions, condition.text, most);
   std::vector<TrendPoint> points;
-  for (const SqlRow& row : connection.Ask(query, "ttidi", values))
+  for (const SqlRow& row : connection.Ask(query, "ttidi", condition.values))
     points.push_back(
         {row[0].text, row[1].text, row[2].number, row[3].real, static_cast<StoredVerdict>(row[4].number)});
   return points;

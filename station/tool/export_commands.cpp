@@ -39,7 +39,8 @@ Cells RunCells(const RunRow& run) {
           run.identity,
           run.address,
           run.station,
-          run.person};
+          run.person,
+          run.slot};
 }
 
 Cells Joined(Cells first, const Cells& second) {
@@ -75,8 +76,8 @@ void PrintRun(Connection& connection, const RunRow& run, const std::string& tabl
 }
 
 Cells Header(const std::string& table) {
-  const Cells run = {"run",    "plan",     "plan_sha256", "verdict", "started",
-                     "serial", "identity", "address",     "station", "operator"};
+  const Cells run = {"run",      "plan",    "plan_sha256", "verdict",  "started", "serial",
+                     "identity", "address", "station",     "operator", "slot"};
   if (table == "runs") return Joined(run, {"ended", "microseconds"});
   const Cells step = Joined(run, {"step", "name", "step_verdict"});
   if (table == "steps") return Joined(step, {"work", "attempts", "microseconds", "message"});

@@ -193,6 +193,7 @@ ordered_json RunJson(const RunRow& run) {
           {"station", run.station},
           {"operator", run.person},
           {"port", run.port},
+          {"slot", run.slot},
           {"tool-version", run.tool_version},
           {"variables", object(run.variables)},
           {"versions", object(run.versions)},

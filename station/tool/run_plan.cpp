@@ -74,10 +74,12 @@ struct OnePhone {
 
 PlanResult RunOnPhone(const PlanOrder& order, OnePhone& one, Operator& person, RunControl control) {
   const Origin origin = {order.station, order.person, PROGRAM_VERSION};
+  const std::string slot = order.slots.contains(one.phone.Port()) ? order.slots.at(one.phone.Port()) : "";
   std::size_t recorded = 0;
   if (order.results) {
-    one.recorder = std::make_unique<RunRecorder>(
-        *order.results, StartOf(one.phone.GetPlan(), one.phone.Port(), origin, one.run));
+    RunStart start = StartOf(one.phone.GetPlan(), one.phone.Port(), origin, one.run);
+    start.slot = slot;
+    one.recorder = std::make_unique<RunRecorder>(*order.results, start);
     control.finished = [&](std::size_t step, const StepResult& done) {
       one.recorder->Add(StepOf(step, done));
       recorded = step + 1;
@@ -87,7 +89,7 @@ PlanResult RunOnPhone(const PlanOrder& order, OnePhone& one, Operator& person, R
   PlanResult result = one.phone.Run(options, person, control);
   result.executable = one.executable;
   result.origin = origin;
-  if (order.slots.contains(result.port)) result.slot = order.slots.at(result.port);
+  result.slot = slot;
   if (!one.recorder) return result;
   // Of a run that could not start, no step has been told.
   for (std::size_t i = recorded; i < result.steps.size(); ++i) one.recorder->Add(StepOf(i, result.steps[i]));

@@ -96,15 +96,17 @@ LineOrder ReadLine(const Settings& settings, Given& given) {
   const std::string plan = OnlyText(given, "plan");
   if (plan.empty()) throw UsageError("serve needs a plan: --plan PLAN");
   const bool simulates = !given["simulate"].empty();
-  return {.slots = simulates ? std::vector<SlotOrder>()
-                             : ReadSlots(settings, ParseAssignments("--barcode", given["barcode"])),
-          .plan = ReadPlanOutline(FindPlan(plan)),
-          .variables = ParseAssignments("--set", given["set"]),
-          .station = OnlyText(given, "station", StationName(settings.configuration)),
-          .tool_version = PROGRAM_VERSION,
-          .answer_time = settings.answer_time,
-          .reserve = GivenCount(given, "reserve", 0, MOST_RESERVED),
-          .insert = {}};
+  return {
+      .slots = simulates ? std::vector<SlotOrder>()
+                         : ReadSlots(settings, ParseAssignments("--barcode", given["barcode"])),
+      .plan = ReadPlanOutline(FindPlan(plan)),
+      .variables = ParseAssignments("--set", given["set"]),
+      .station = OnlyText(given, "station", StationName(settings.configuration)),
+      .tool_version = PROGRAM_VERSION,
+      .answer_time = settings.answer_time,
+      .reserve = GivenCount(given, "reserve", 0, MOST_RESERVED),
+      .insert = {},
+      .executable = [](const std::string& port) { return SimulatedExecutable(PhonesimBesideTool(), port); }};
 }
 
 void Greet(LinePage& page) {

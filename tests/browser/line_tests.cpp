@@ -127,6 +127,7 @@ TEST_F(LineTest, APhoneIsScannedTestedAskedAboutAndPassed) {
   const Json run = NewestRun("SN0001");
   EXPECT_EQ("passed", run.at("verdict"));
   EXPECT_EQ("LINE3", run.at("station"));
+  EXPECT_EQ("A", run.at("slot"));
   EXPECT_EQ("Kim", run.at("operator"));
   EXPECT_EQ("green", run.at("variables").at("colour"));
   EXPECT_EQ("pass", StepNamed(run, "Motor felt").at("answer").at("reply"));
@@ -254,6 +255,7 @@ TEST_F(LineTest, TheLineGoesOnWithoutItsDatabaseAndRefusesWhatCannotBeLookedUp) 
 }
 
 TEST_F(LineTest, SimulatedPhonesComeWithAScanAndGoWithTheLine) {
+  std::string executable;
   {
     const ServedLine line(
         {}, {"--plan", folder_ / "board.json", "--simulate", "1", "--results", folder_ / "results.db"},
@@ -264,14 +266,20 @@ TEST_F(LineTest, SimulatedPhonesComeWithAScanAndGoWithTheLine) {
     Scan("pink");
     AwaitCard("1", "Does the pink phone vibrate?");
     EXPECT_NE(std::string::npos, browser::RunToEnd({PHONESIM_PROGRAM, "status"}).find("-1: running"));
+    executable = Json::parse(browser::RunToEnd({PHONESIM_PROGRAM, "status", "--json"}))
+                     .at(0)
+                     .at("executable")
+                     .at("sha256");
     page_.Open(page_.Run("return document.querySelector('#slot-1 header a').href").get<std::string>());
     page_.Await("return document.querySelector('header').innerText.includes('running')", "the phone's page");
     // The line ends while the question is open: the phone is put back, and the run is stored as aborted.
   }
   EXPECT_EQ(std::string::npos, browser::RunToEnd({PHONESIM_PROGRAM, "status"}).find("line-"));
-  EXPECT_NE(std::string::npos,
-            browser::RunToEnd({PHONETEST_PROGRAM, "history", "SN7", "--results", folder_ / "results.db"})
-                .find("aborted"));
+  const Json runs = Json::parse(browser::RunToEnd(
+      {PHONETEST_PROGRAM, "--json", "history", "SN7", "--results", folder_ / "results.db"}));
+  EXPECT_EQ("aborted", runs.at(0).at("verdict"));
+  EXPECT_EQ("1", runs.at(0).at("slot"));
+  EXPECT_EQ(executable, runs.at(0).at("executable-sha256"));
 }
 
 TEST_F(LineTest, HistoryAndChartsShowWhatWasRun) {

@@ -65,6 +65,8 @@ TEST(Configuration, EachRunHasAFolderForItsReport) {
     ++folders;
   }
   EXPECT_EQ(folders, 2u);
+  const std::string stored = RunWith(text, {}, {"--json", "export", "--at-station", "bench 7"}).output;
+  EXPECT_EQ(nlohmann::json::parse(stored.substr(0, stored.find('\n')))["slot"], "left");
   const std::string other = TemporaryFolder() + "/chosen";
   EXPECT_EQ(RunWith(text, {}, {"run", plan, "--report", other, "--station", "X"}).status, 0);
   EXPECT_EQ(nlohmann::json::parse(ReadFile(other + "/report.json"))["station"], "X");

@@ -343,10 +343,16 @@ TEST_P(Results, YieldAndCapabilityAgreeWithAnotherProgram) {
 TEST_P(Results, AnOlderDatabaseIsMigratedAndANewerOneIsLeftAlone) {
   const std::string plan = PlanFile(R"({"command": "ping"})");
   EXPECT_EQ(Run(plan, {PING}, "SN1").status, 0);
-  Sql("DROP TABLE numbers; DROP TABLE number_ranges; DROP TABLE pools; DELETE FROM schema_versions WHERE "
-      "version = 2");
+  Sql("DROP TABLE numbers; DROP TABLE number_ranges; DROP TABLE pools; ALTER TABLE runs DROP COLUMN slot; "
+      "CREATE INDEX measurements_judged ON measurements (run, definition, value); "
+      "CREATE INDEX measurements_trend ON measurements (definition, run, value); "
+      "DELETE FROM schema_versions WHERE version > 1");
   EXPECT_EQ(Tool({"numbers", "add", "identity", "00499901064000"}).status, 0);
-  EXPECT_EQ(Json({"history", "SN1"}).size(), 1u);
+  const json migrated = Json({"history", "SN1"});
+  ASSERT_EQ(migrated.size(), 1u);
+  EXPECT_EQ(migrated[0]["slot"], "");
+  EXPECT_EQ(migrated[0]["verdict"], "passed");
+  EXPECT_EQ(Sql("SELECT count(*) FROM schema_versions"), "3");
   Sql("INSERT INTO schema_versions (version, applied) VALUES (99, 0)");
   const ToolResult newer = Tool({"history", "SN1"});
   EXPECT_EQ(newer.status, 2);

@@ -63,8 +63,9 @@ export function reportOf(report) {
     make('dl', {class: 'facts'}, [
       fact('Identity', report.identity), fact('Bluetooth address', report.address),
       fact('Started', moment(report.started)), fact('Took', seconds(report.milliseconds)),
-      fact('Station', report.station), fact('Operator', report.operator), fact('Port', report.port),
-      fact('Tool', report.tool), fact('Plan SHA-256', report.plan_sha256),
+      fact('Station', report.station), fact('Operator', report.operator), fact('Slot', report.slot),
+      fact('Port', report.port), fact('Tool', report.tool), fact('Plan SHA-256', report.plan_sha256),
+      fact('Executable’s SHA-256', report.executable_sha256),
       ...Object.entries(report.versions || {}).map(([name, text]) => fact(`${name} version`, text)),
       ...Object.entries(report.variables || {}).map(([name, text]) => fact(name, text)),
     ].filter(Boolean)),
