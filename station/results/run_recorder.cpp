@@ -65,11 +65,15 @@ class RunRecorder::Work {
 
   std::string Problem() const {
     const std::lock_guard lock(mutex_);
-    return problem_;
+    return lost_.empty() ? problem_ : fmt::format("{}; {}", problem_, lost_);
+  }
+  std::string HandInProblem() const {
+    const std::lock_guard lock(mutex_);
+    return hand_in_problem_;
   }
   bool IsLost() const {
     const std::lock_guard lock(mutex_);
-    return lost_;
+    return !lost_.empty();
   }
 
   // The recording thread.
@@ -163,7 +167,8 @@ class RunRecorder::Work {
       HandIn(*store_, *connection_, MOST_HANDED_IN);
       MarkInterrupted(*connection_);
     } catch (const ResultsError& error) {
-      NoteProblem(error.what());
+      const std::lock_guard lock(mutex_);
+      hand_in_problem_ = error.what();
     }
   }
 
@@ -181,16 +186,18 @@ class RunRecorder::Work {
     store_->Steps(keys_, steps);
   }
 
+  // What a full disk does not take is tried again with the next step and at the end.
   void Spool(std::size_t count, bool ending) {
+    std::string failure;
     try {
       if (!spool_) spool_ = std::make_unique<SpoolFile>(address_.SpoolFolder(), start_);
       for (; spooled_ < count; ++spooled_) spool_->Add(StepAt(spooled_));
       if (ending) spool_->Add(*end_);
     } catch (const std::exception& error) {
-      const std::lock_guard lock(mutex_);
-      lost_ = true;
-      problem_ += fmt::format("{}{}", problem_.empty() ? "" : "; ", error.what());
+      failure = error.what();
     }
+    const std::lock_guard lock(mutex_);
+    lost_ = failure;
   }
 
   void Beat() {
@@ -224,8 +231,9 @@ class RunRecorder::Work {
   bool begun_ = false;
   bool left_ = false;
   bool over_ = false;
-  bool lost_ = false;
   std::string problem_;
+  std::string hand_in_problem_;
+  std::string lost_;  // why the spool does not have all; empty if nothing is lost
 
   // The recording thread's own.
   std::optional<Connection> connection_;
@@ -266,6 +274,10 @@ void RunRecorder::Finish(RunEnd end) {
 
 std::string RunRecorder::Problem() const {
   return work_->Problem();
+}
+
+std::string RunRecorder::HandInProblem() const {
+  return work_->HandInProblem();
 }
 
 bool RunRecorder::IsLost() const {

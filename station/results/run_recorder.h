@@ -31,6 +31,9 @@ class RunRecorder {
   // A sentence about a database that does not take the run: it is spooled, or lost. Empty if all is well.
   std::string Problem() const;
 
+  // A sentence about earlier runs that were spooled and that this one could not hand in. Mostly empty.
+  std::string HandInProblem() const;
+
   // Whether something of this run could be kept nowhere.
   bool IsLost() const;
 

@@ -18,9 +18,9 @@ namespace fs = std::filesystem;
 
 constexpr const char* SUFFIX = ".jsonl";
 
-[[noreturn]] void ThrowLost(const fs::path& path) {
+[[noreturn]] void ThrowLost(const fs::path& path, int error) {
   throw OutputLost(fmt::format("the run cannot be spooled in {}: {}", path.string(),
-                               std::generic_category().message(errno)));
+                               std::generic_category().message(error)));
 }
 
 std::vector<fs::path> FilesIn(const fs::path& folder) {
@@ -36,7 +36,7 @@ std::vector<fs::path> FilesIn(const fs::path& folder) {
 
 void SyncFolder(const fs::path& folder) {
   const posix::FileDescriptor descriptor(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!descriptor.IsOpen() || fsync(descriptor.Get()) != 0) ThrowLost(folder);
+  if (!descriptor.IsOpen() || fsync(descriptor.Get()) != 0) ThrowLost(folder, errno);
 }
 
 // All of a file's whole lines. The last one is cut if the program was killed while it wrote.
@@ -47,7 +47,10 @@ void Store(RunStore& store, Connection& connection, const fs::path& path) {
   for (std::string line; std::getline(file, line) && !file.eof();) {
     const SpooledLine spooled = ParseSpoolLine(line);
     if (spooled.start) keys = store.Start(*spooled.start);
-    if (!keys) break;
+    if (!keys) {
+      throw ResultsError(fmt::format(
+          "{} begins with no start of a run that this phonetest can read, and is kept", path.string()));
+    }
     if (spooled.step) store.Steps(*keys, {&*spooled.step, 1});
     if (spooled.end) store.End(*keys, *spooled.end);
   }
@@ -59,11 +62,25 @@ void Store(RunStore& store, Connection& connection, const fs::path& path) {
 SpoolFile::SpoolFile(const fs::path& folder, const RunStart& start) : path_(folder / (start.uuid + SUFFIX)) {
   std::error_code error;
   fs::create_directories(folder, error);
-  descriptor_.Reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
-  if (!descriptor_.IsOpen()) ThrowLost(path_);
-  flock(descriptor_.Get(), LOCK_EX);
-  Write(SpoolLine(start));
-  SyncFolder(folder);
+  Open();
+  try {
+    Write(SpoolLine(start));
+    SyncFolder(folder);
+  } catch (const OutputLost&) {
+    fs::remove(path_, error);
+    throw;
+  }
+}
+
+// Another process that hands in may remove the file as long as it is empty and not locked.
+void SpoolFile::Open() {
+  struct stat found {};
+  do {
+    descriptor_.Reset(open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600));
+    if (!descriptor_.IsOpen()) ThrowLost(path_, errno);
+    flock(descriptor_.Get(), LOCK_EX);
+    if (fstat(descriptor_.Get(), &found) != 0) ThrowLost(path_, errno);
+  } while (found.st_nlink == 0);
 }
 
 void SpoolFile::Add(const StoredStep& step) {
@@ -80,10 +97,17 @@ void SpoolFile::Write(const std::string& line) {
   while (written < text.size()) {
     const ssize_t count = write(descriptor_.Get(), text.data() + written, text.size() - written);
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) ThrowLost(path_);
+    if (count < 0) break;
     written += static_cast<std::size_t>(count);
   }
-  if (fdatasync(descriptor_.Get()) != 0) ThrowLost(path_);
+  if (written == text.size() && fdatasync(descriptor_.Get()) == 0) {
+    whole_ += static_cast<off_t>(text.size());
+    return;
+  }
+  const int error = errno;
+  // The next line must not be appended to a part of this one.
+  if (ftruncate(descriptor_.Get(), whole_) != 0) descriptor_.Reset();
+  ThrowLost(path_, error);
 }
 
 std::size_t SpooledRuns(const fs::path& folder) {
@@ -91,9 +115,13 @@ std::size_t SpooledRuns(const fs::path& folder) {
 }
 
 std::size_t HandIn(RunStore& store, Connection& connection, std::size_t most) {
+  const fs::path folder = connection.Address().SpoolFolder();
+  // One process at a time, so that the runs come in order.
+  const posix::FileDescriptor turn(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!turn.IsOpen() || flock(turn.Get(), LOCK_EX | LOCK_NB) != 0) return 0;
   std::size_t count = 0;
   std::string failure;
-  for (const fs::path& path : FilesIn(connection.Address().SpoolFolder())) {
+  for (const fs::path& path : FilesIn(folder)) {
     if (count == most) break;
     const posix::FileDescriptor descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!descriptor.IsOpen() || flock(descriptor.Get(), LOCK_EX | LOCK_NB) != 0) continue;

@@ -11,7 +11,7 @@
 namespace station {
 
 // The file of one run, locked as long as this object lives. What is written is on the disk when a function
-// returns. Each throws OutputLost.
+// returns. Each throws OutputLost; what could not be written may be tried again.
 class SpoolFile {
  public:
   SpoolFile(const std::filesystem::path& folder, const RunStart& start);
@@ -20,17 +20,20 @@ class SpoolFile {
   void Add(const RunEnd& end);
 
  private:
+  void Open();
   void Write(const std::string& line);
 
   std::filesystem::path path_;
   posix::FileDescriptor descriptor_;
+  off_t whole_ = 0;  // the bytes of whole lines
 };
 
 std::size_t SpooledRuns(const std::filesystem::path& folder);
 
 // Stores the spooled runs, the oldest first and at most `most`, and removes each file when its run is in the
-// database. A run that is still going on is left, and one that another process hands in. Returns how many
-// were handed in. Throws ResultsError.
+// database. A run that is still going on is left; nothing is done while another process hands in. A file that
+// the database or this program refuses is kept, and does not hold up the others. Returns how many were handed
+// in. Throws ResultsError.
 std::size_t HandIn(RunStore& store, Connection& connection, std::size_t most = SIZE_MAX);
 
 }  // namespace station

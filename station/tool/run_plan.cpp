@@ -104,6 +104,10 @@ PlanResult RunOnPhone(const PlanOrder& order, OnePhone& one, Operator& person, R
 void TellProblems(const std::list<OnePhone>& ones) {
   std::string lost;
   for (const OnePhone& one : ones) {
+    if (one.recorder && !one.recorder->HandInProblem().empty()) {
+      fmt::print(stderr, "phonetest: not every spooled run could be handed in: {}\n",
+                 CleanText(one.recorder->HandInProblem()));
+    }
     if (!one.recorder || one.recorder->Problem().empty()) continue;
     const std::string problem = CleanText(one.recorder->Problem());
     if (one.recorder->IsLost()) {
