@@ -15,10 +15,11 @@
 
 #include "completion/bash_completion.h"
 #include "completion/mistyped_words.h"
+#include "posix/background.h"
+#include "posix/file_descriptor.h"
 #include "posix/whole_output.h"
 #include "program_version.h"
 #include "simulator/control/control_socket.h"
-#include "simulator/panel/panel.h"
 #include "simulator/phonesim/client.h"
 #include "simulator/phonesim/command_list.h"
 #include "simulator/phonesim/session.h"
@@ -94,7 +95,7 @@ int RunShellOnly(const SessionOptions& options) {
 }
 
 int StartInBackground(const SessionOptions& options) {
-  return simulator::RunInBackground([&options](const std::function<void(const std::string&)>& ready) {
+  return posix::RunInBackground("phonesim", [&options](const std::function<void(const std::string&)>& ready) {
     std::optional<SessionOptions> next = options;
     while (next) {
       PrepareStart();
@@ -107,45 +108,52 @@ int StartInBackground(const SessionOptions& options) {
   });
 }
 
-void AddPanelOptions(CLI::App& command, simulator::PanelOptions& options) {
-  command.add_option("--panel-port", options.port, "the page's port (default: any free one)")
+struct PanelWish {
+  std::string address = "127.0.0.1";
+  int port = 0;  // 0: any free one
+  std::string public_name;
+};
+
+void AddPanelOptions(CLI::App& command, PanelWish& wish) {
+  command.add_option("--panel-port", wish.port, "the page's port (default: any free one)")
       ->check(CLI::Range(0, 65535));
   command
       .add_option(
-          "--listen", options.address,
+          "--listen", wish.address,
           "the address to listen on. Others than loopback are for a proxy with TLS in front; name it with "
           "--public-name")
       ->capture_default_str();
-  command.add_option("--public-name", options.public_name,
+  command.add_option("--public-name", wish.public_name,
                      "the host name under which a proxy with TLS serves the page");
 }
 
-// The page of the named phone, or of all.
-int RunPanelInForeground(const simulator::PanelOptions& options, const std::string& name) {
-  PrepareStart();
-  simulator::Panel panel(options);
-  posix::Print("panel: {}\n", panel.Address(name));
-  posix::FinishOutput();
-  panel.Run();
-  return 0;
-}
-
-int StartPanelInBackground(simulator::PanelOptions options, const std::string& name) {
-  options.ends_with_phones = true;
-  return simulator::RunInBackground([&](const std::function<void(const std::string&)>& ready) {
-    PrepareStart();
-    simulator::Panel panel(options);
-    ready(fmt::format("panel: {}\n", panel.Address(name)));
-    panel.Run();
-  });
-}
-
 // Beside phonesim after a build, in a folder of its own after an installation.
-std::filesystem::path ServerOfPhonesim() {
+std::string ProgramOfPhonesim(const std::string& name) {
   const std::filesystem::path folder = std::filesystem::read_symlink("/proc/self/exe").parent_path();
-  const std::filesystem::path installed = (folder / SERVER_FOLDER / "phonetestd").lexically_normal();
-  const std::filesystem::path beside = folder / "phonetestd";
+  const std::filesystem::path installed = (folder / SERVER_FOLDER / name).lexically_normal();
+  const std::filesystem::path beside = folder / name;
   return !std::filesystem::exists(beside) && std::filesystem::exists(installed) ? installed : beside;
+}
+
+// Becomes the program of the page: of the named phone, or of all. Returns only if it cannot.
+int BecomePanel(const PanelWish& wish, const std::string& name, bool in_background) {
+  posix::FinishOutput();
+  const std::string program = ProgramOfPhonesim("phonesim-panel");
+  std::vector<std::string> words = {program,
+                                    "--name",
+                                    name,
+                                    "--panel-port",
+                                    std::to_string(wish.port),
+                                    "--listen",
+                                    wish.address,
+                                    "--public-name",
+                                    wish.public_name};
+  if (in_background) words.push_back("--background");
+  std::vector<char*> arguments;
+  for (std::string& word : words) arguments.push_back(word.data());
+  arguments.push_back(nullptr);
+  execv(program.c_str(), arguments.data());
+  posix::ThrowErrno(program);
 }
 
 int RefuseUsage(const std::string& sentence) {
@@ -204,7 +212,7 @@ int RunProgram(int argc, char** argv) {
   SessionOptions options;
   bool no_server = false;
   options.phone.server_arguments = SplitServerArguments(argc, argv);
-  options.phone.server = ServerOfPhonesim();
+  options.phone.server = ProgramOfPhonesim("phonetestd");
 
   CLI::App app(
       "A simulated phone: boots the test-command server without hardware.\n"
@@ -279,12 +287,12 @@ int RunProgram(int argc, char** argv) {
                          "takes the battery out and puts it in: the phone boots anew, and what is in flash "
                          "and on the card stays")
           ->fallthrough();
-  simulator::PanelOptions panel_options;
+  PanelWish panel_wish;
   bool with_panel = false;
   start->add_flag("--panel", with_panel, "also shows the phone as a page; prints its address");
   CLI::App* panel =
       app.add_subcommand("panel", "shows the phones that run as a page; prints its address")->fallthrough();
-  for (CLI::App* command : {start, panel}) AddPanelOptions(*command, panel_options);
+  for (CLI::App* command : {start, panel}) AddPanelOptions(*command, panel_wish);
   app.prefix_command();
   const std::string mistyped = completion::Mistyped(app, {argv + 1, argv + argc}, std::nullopt);
   if (!mistyped.empty()) return RefuseUsage(mistyped);
@@ -302,9 +310,9 @@ int RunProgram(int argc, char** argv) {
   const std::string name = options.name.empty() ? "phone" : options.name;
   if (*start) {
     const int failure = StartInBackground(options);
-    return failure == 0 && with_panel ? StartPanelInBackground(panel_options, options.name) : failure;
+    return failure == 0 && with_panel ? BecomePanel(panel_wish, options.name, true) : failure;
   }
-  if (*panel) return RunPanelInForeground(panel_options, options.name);
+  if (*panel) return BecomePanel(panel_wish, options.name, false);
   if (*restart) return simulator::RestartPhone(name);
   if (*lcd) return simulator::FollowLcd(name);
   if (*listen) return simulator::Listen(name);

@@ -21,11 +21,6 @@ void SayTo(int descriptor, const std::string& text) {
   [[maybe_unused]] const ssize_t ignored = write(descriptor, text.data(), text.size());
 }
 
-void LeaveTerminal() {
-  const posix::FileDescriptor nothing(open("/dev/null", O_RDWR | O_CLOEXEC));
-  for (int number = 0; number < 3; ++number) dup2(nothing.Get(), number);
-}
-
 // Returns false at the end of the source.
 bool Pass(int from, int to) {
   char bytes[4096];
@@ -40,39 +35,6 @@ bool Pass(int from, int to) {
 }
 
 }  // namespace
-
-int RunInBackground(const std::function<void(const std::function<void(const std::string&)>& ready)>& work) {
-  posix::Connection pipe = posix::MakePipe();
-  if (!pipe) posix::ThrowErrno("pipe");
-  const pid_t process = fork();
-  if (process < 0) posix::ThrowErrno("fork");
-  if (process == 0) {
-    setsid();
-    try {
-      work([&pipe](const std::string& text) {
-        SayTo(pipe.writing.Get(), "+" + text);
-        pipe.writing.Reset();
-        LeaveTerminal();
-      });
-    } catch (const std::exception& failure) {
-      SayTo(pipe.writing.Get(), fmt::format("-phonesim: {}\n", failure.what()));
-      _exit(1);
-    }
-    _exit(0);
-  }
-  pipe.writing.Reset();
-  std::string text;
-  char bytes[4096];
-  ssize_t size;
-  while ((size = read(pipe.reading.Get(), bytes, sizeof bytes)) > 0) {
-    text.append(bytes, static_cast<size_t>(size));
-  }
-  const bool ready = text.starts_with('+');
-  if (ready) posix::PrintText(text.substr(1));
-  if (!ready)
-    fmt::print(stderr, "{}", text.empty() ? "phonesim: the phone ended while it started\n" : text.substr(1));
-  return ready ? 0 : 1;
-}
 
 void RelayTerminal(const posix::FileDescriptor& shell) {
   // The shell's own terminal does the line editing and the signals; ours only passes keys.

@@ -36,14 +36,15 @@ Plane LocalMean(const Plane& plane, std::size_t reach) {
       sums[(y + 1) * (width + 1) + x + 1] = sums[y * (width + 1) + x + 1] + row;
     }
   }
+  std::vector<std::pair<std::size_t, std::size_t>> across;
+  for (std::size_t x = 0; x < width; ++x) across.push_back(Window(x, width, reach, BLOCK));
   Plane mean{width, height, {}};
   mean.values.reserve(plane.values.size());
   for (std::size_t y = 0; y < height; ++y) {
     const auto [top, bottom] = Window(y, height, reach, BLOCK);
     const double* above = &sums[top * (width + 1)];
     const double* below = &sums[bottom * (width + 1)];
-    for (std::size_t x = 0; x < width; ++x) {
-      const auto [left, right] = Window(x, width, reach, BLOCK);
+    for (const auto& [left, right] : across) {
       const double sum = below[right] - below[left] - above[right] + above[left];
       mean.values.push_back(static_cast<float>(sum / static_cast<double>((bottom - top) * (right - left))));
     }

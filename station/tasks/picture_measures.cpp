@@ -104,8 +104,9 @@ Spots FindSpots(const Plane& alone, const Plane& smooth, float sign) {
   for (std::size_t i = 0; i < marked.size(); ++i) {
     const float by_itself = sign * alone.values[i];
     const float with_neighbours = sign * smooth.values[i];
-    marked[i] = by_itself > SPOT_OF_ONE_PIXEL || with_neighbours > SPOT_OF_NEIGHBOURS;
-    if (marked[i]) spots.strongest = std::max<double>(spots.strongest, std::max(by_itself, with_neighbours));
+    if (by_itself <= SPOT_OF_ONE_PIXEL && with_neighbours <= SPOT_OF_NEIGHBOURS) continue;
+    marked[i] = true;
+    spots.strongest = std::max<double>(spots.strongest, std::max(by_itself, with_neighbours));
   }
   for (std::size_t i = 0; i < marked.size(); ++i) {
     if (!marked[i]) continue;
