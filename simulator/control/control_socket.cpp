@@ -24,16 +24,24 @@ constexpr size_t MAX_REQUEST = 1 << 16;
 constexpr int WAITING_CLIENTS = 64;
 
 // Phones of one user see each other, unless $PHONESIM_GROUP keeps some to themselves.
-std::string NamePrefix(uid_t user) {
+std::string Prefix(const char* kind) {
   const char* group = getenv("PHONESIM_GROUP");
-  return group == nullptr ? fmt::format("phonesim/{}/", user) : fmt::format("phonesim/{}:{}/", user, group);
+  return group == nullptr ? fmt::format("{}/{}/", kind, geteuid())
+                          : fmt::format("{}/{}:{}/", kind, geteuid(), group);
 }
 
-// Calls `use(address, size)` with the address of a phone's socket. The zero byte before the name makes it a
-// name without a file.
+std::string NamePrefix() {
+  return Prefix("phonesim");
+}
+
+std::string PortPath(const std::string& device) {
+  return Prefix("phonesim-port") + device;
+}
+
+// Calls `use(address, size)` with the address of a phone's socket. The zero byte before the path makes it one
+// without a file.
 template <typename Use>
-int WithAddress(const std::string& name, Use use) {
-  const std::string path = NamePrefix(geteuid()) + name;
+int WithAddress(const std::string& path, Use use) {
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof address.sun_path) throw std::invalid_argument("The phone's name is too long.");
@@ -48,12 +56,12 @@ posix::FileDescriptor NewSocket() {
   return made;
 }
 
-posix::FileDescriptor ConnectTo(const std::string& name, const posix::Deadline& deadline) {
+posix::FileDescriptor ConnectTo(const std::string& path, const posix::Deadline& deadline) {
   posix::FileDescriptor phone = NewSocket();
   const auto connects = [&phone](const sockaddr* address, socklen_t size) {
     return connect(phone.Get(), address, size);
   };
-  while (WithAddress(name, connects) != 0) {
+  while (WithAddress(path, connects) != 0) {
     // EAGAIN: too many other clients wait for the phone. After the deadline the socket stays open without a
     // phone, and so without an answer.
     if (errno != EAGAIN) phone.Reset();
@@ -63,15 +71,24 @@ posix::FileDescriptor ConnectTo(const std::string& name, const posix::Deadline& 
   return phone;
 }
 
-}  // namespace
-
-posix::FileDescriptor ListenAs(const std::string& name) {
+// Not open if the address is taken.
+posix::FileDescriptor ListenAt(const std::string& path) {
   posix::FileDescriptor listening = NewSocket();
   const auto binds = [&listening](const sockaddr* address, socklen_t size) {
     return bind(listening.Get(), address, size);
   };
-  if (WithAddress(name, binds) != 0 || listen(listening.Get(), WAITING_CLIENTS) != 0) listening.Reset();
+  if (WithAddress(path, binds) != 0 || listen(listening.Get(), WAITING_CLIENTS) != 0) listening.Reset();
   return listening;
+}
+
+}  // namespace
+
+posix::FileDescriptor ListenAs(const std::string& name) {
+  return ListenAt(NamePrefix() + name);
+}
+
+posix::FileDescriptor ListenAtPort(const std::string& device) {
+  return ListenAt(PortPath(device));
 }
 
 posix::FileDescriptor AcceptClient(const posix::FileDescriptor& listening) {
@@ -120,7 +137,7 @@ bool SendSome(const posix::FileDescriptor& client, std::string& pending) {
 }
 
 std::vector<std::string> RunningPhones() {
-  const std::string prefix = "@" + NamePrefix(geteuid());
+  const std::string prefix = "@" + NamePrefix();
   std::vector<std::string> names;
   std::ifstream sockets("/proc/net/unix");
   for (std::string line; std::getline(sockets, line);) {
@@ -135,7 +152,15 @@ std::vector<std::string> RunningPhones() {
 
 PhoneRequest::PhoneRequest(const std::string& name, const std::vector<std::string>& words,
                            const posix::Deadline& deadline)
-    : name_(name), deadline_(deadline), socket_(ConnectTo(name, deadline_)) {
+    : PhoneRequest(name, NamePrefix() + name, words, deadline) {}
+
+PhoneRequest PhoneRequest::AtPort(const std::string& device, const std::vector<std::string>& words) {
+  return {device, PortPath(device), words, posix::Deadline(CONTROL_TIME_OUT)};
+}
+
+PhoneRequest::PhoneRequest(const std::string& name, const std::string& path,
+                           const std::vector<std::string>& words, const posix::Deadline& deadline)
+    : name_(name), deadline_(deadline), socket_(ConnectTo(path, deadline_)) {
   std::string request;
   for (const std::string& word : words) request.append(word.c_str(), word.size() + 1);
   while (!IsRefused() && SendSome(socket_, request) && !request.empty() && !deadline_.HasPassed()) {

@@ -26,6 +26,8 @@ constexpr auto CONTROL_TIME_OUT = std::chrono::seconds(5);
 
 // Listens under the phone's name. The descriptor is not open if another phone has this name.
 posix::FileDescriptor ListenAs(const std::string& name);
+// A second address, the device of the phone's serial port.
+posix::FileDescriptor ListenAtPort(const std::string& device);
 // Not open if the connection is another user's.
 posix::FileDescriptor AcceptClient(const posix::FileDescriptor& listening);
 // Adds to `request` what the client has sent. Returns true when the request is whole, or the client has gone.
@@ -52,6 +54,7 @@ class PhoneRequest {
  public:
   PhoneRequest(const std::string& name, const std::vector<std::string>& words,
                const posix::Deadline& deadline = posix::Deadline(CONTROL_TIME_OUT));
+  static PhoneRequest AtPort(const std::string& device, const std::vector<std::string>& words);
 
   // The whole answer, or a bad one with a sentence if no such phone runs or it does not answer in time.
   Answer TakeAnswer() {
@@ -69,9 +72,11 @@ class PhoneRequest {
   }
 
  private:
+  PhoneRequest(const std::string& name, const std::string& path, const std::vector<std::string>& words,
+               const posix::Deadline& deadline);
   Answer NoAnswer() const;
 
-  std::string name_;
+  std::string name_;  // for messages
   posix::Deadline deadline_;
   posix::FileDescriptor socket_;
 };

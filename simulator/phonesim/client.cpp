@@ -58,10 +58,13 @@ bool ReturnsFile(const std::string& name, const std::string& command, const posi
 std::string PhoneAtPort(const std::string& port) {
   std::error_code error;
   const std::string device = std::filesystem::canonical(port, error).string();
-  for (const PhoneAnswer& phone : AskAll({"host-port"})) {
-    if (phone.answer.good && phone.answer.text == device) return phone.name;
+  PhoneRequest request = PhoneRequest::AtPort(device, {"name"});
+  if (request.IsRefused()) {
+    throw std::runtime_error(fmt::format("No simulated phone has the port {}.", port));
   }
-  throw std::runtime_error(fmt::format("No simulated phone has the port {}.", port));
+  const Answer answer = request.TakeAnswer();
+  if (!answer.good) throw std::runtime_error(answer.text);
+  return answer.text;
 }
 
 int StopPhone(const std::string& name) {

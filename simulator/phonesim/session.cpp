@@ -58,6 +58,7 @@ Session::Session(SessionOptions options) : options_(std::move(options)), phone_(
   phone_.GetJournal().SetListener([this](const JournalEntry& entry) { Record(entry); });
   phone_.SetEnded([this](const PhoneEnd&) { eventfd_write(changed_.Get(), 1); });
   if (!options_.camera_file.empty()) phone_.Command({"camera", "picture", options_.camera_file});
+  listening_at_port_ = ListenAtPort(phone_.HostPort());
   phone_.Boot();
   phone_.Command({"launcher", "start"});
 }
@@ -80,19 +81,19 @@ void Session::TakeName() {
 }
 
 void Session::Record(const JournalEntry& entry) {
-  const std::string line = TimedLine(entry);
   if (journal_.is_open()) {
-    journal_ << (options_.journal_file.ends_with(".json") ? entry.JsonLine() : line) << std::flush;
+    journal_ << (options_.journal_file.ends_with(".json") ? entry.JsonLine() : TimedLine(entry))
+             << std::flush;
     if (!journal_) {
       posix::TellLostOutput(
           fmt::format("cannot write the journal {}: {}", options_.journal_file, strerror(errno)));
     }
   }
   if (options_.prints_journal) {
-    const std::string reason = posix::WriteAll(STDOUT_FILENO, line);
+    const std::string reason = posix::WriteAll(STDOUT_FILENO, TimedLine(entry));
     if (!reason.empty()) posix::TellLostOutput("cannot write standard output: " + reason);
   }
-  eventfd_write(changed_.Get(), 1);
+  if (is_followed_) eventfd_write(changed_.Get(), 1);
 }
 
 void Session::AwaitServer() {
@@ -112,6 +113,7 @@ PhoneEnd Session::Run() {
   while (true) {
     Wait();
     std::erase_if(clients_, [this](Client& client) { return !GoOn(client); });
+    is_followed_ = std::ranges::any_of(clients_, &Client::follows);
     if (stopped_) phone_.Stop();
     if (restarts_) phone_.CutPower();
     const auto end = phone_.WaitForEnd(std::chrono::milliseconds(0));
@@ -137,8 +139,10 @@ std::optional<SessionOptions> Session::OptionsOfRestart() const {
 }
 
 void Session::Wait() {
-  std::vector<pollfd> polled = {
-      {signals_.Get(), POLLIN, 0}, {changed_.Get(), POLLIN, 0}, {listening_.Get(), POLLIN, 0}};
+  std::vector<pollfd> polled = {{signals_.Get(), POLLIN, 0}, {changed_.Get(), POLLIN, 0}};
+  const posix::FileDescriptor* listening[] = {&listening_, &listening_at_port_};
+  for (const auto* each : listening) polled.push_back({each->Get(), POLLIN, 0});
+  const size_t others = polled.size();
   int time_out = -1;
   for (const Client& client : clients_) {
     const int events = !client.served ? POLLIN : client.pending.empty() ? 0 : POLLOUT;
@@ -153,8 +157,9 @@ void Session::Wait() {
   }
   eventfd_t ignored_count;
   if (polled[1].revents != 0) eventfd_read(changed_.Get(), &ignored_count);
-  if (polled[2].revents != 0) {
-    posix::FileDescriptor client = AcceptClient(listening_);
+  for (size_t index = 0; index < std::size(listening); ++index) {
+    if (polled[2 + index].revents == 0) continue;
+    posix::FileDescriptor client = AcceptClient(*listening[index]);
     if (client.IsOpen()) {
       clients_.push_back({std::move(client)});
     } else if (errno == EMFILE || errno == ENFILE) {
@@ -162,8 +167,8 @@ void Session::Wait() {
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
   }
-  for (size_t index = 3; index < polled.size(); ++index) {
-    clients_[index - 3].gone = (polled[index].revents & (POLLHUP | POLLERR)) != 0;
+  for (size_t index = others; index < polled.size(); ++index) {
+    clients_[index - others].gone = (polled[index].revents & (POLLHUP | POLLERR)) != 0;
   }
   if (polled[0].revents != 0) stopped_ = true;
 }
@@ -203,6 +208,8 @@ void Session::Serve(Client& client, const std::vector<std::string>& words) {
     restarts_ = true;
   } else if (words[0] == "status") {
     text = words.size() > 1 && words[1] == "--json" ? StatusAsJson() : Status();
+  } else if (words[0] == "name") {
+    text = options_.name;
   } else if (words[0] == "host-port") {
     text = phone_.HostPort();
   } else if (words[0] == "defects") {
@@ -216,6 +223,7 @@ void Session::Serve(Client& client, const std::vector<std::string>& words) {
 }
 
 void Session::StartJournal(Client& client, const std::vector<std::string>& words) {
+  is_followed_ = true;  // perhaps, and before the mark is taken: no entry comes unnoticed
   const size_t mark = phone_.GetJournal().Mark();
   client.journal_next = 0;
   for (size_t index = 1; index < words.size(); ++index) {

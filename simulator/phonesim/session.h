@@ -2,6 +2,7 @@
 // control it by its socket.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <fstream>
 #include <optional>
@@ -80,8 +81,10 @@ class Session {
   SessionOptions options_;
   std::optional<ExecutableIdentity> executable_;  // as it was when the phone was made
   posix::FileDescriptor listening_;
+  posix::FileDescriptor listening_at_port_;
   posix::FileDescriptor signals_;
-  posix::FileDescriptor changed_;  // an entry in the journal, or the phone's end
+  posix::FileDescriptor changed_;          // an entry in the journal, or the phone's end
+  std::atomic<bool> is_followed_ = false;  // each entry is to wake the session
   bool stopped_ = false;
   bool restarts_ = false;
   std::ofstream journal_;
