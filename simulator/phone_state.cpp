@@ -187,7 +187,11 @@ std::string StateAsJson(SimulatedPhone& phone) {
                      {"serial", card.state.serial_number}};
   });
   phone.With<ModemAtPort>([&](const ModemAtPort& modem) { state["modem"] = ModemState(modem); });
-  phone.With<BluetoothTool>([&](const BluetoothTool& tool) { state["bluetooth"] = tool.state.calls; });
+  phone.With<BluetoothTool>([&](BluetoothTool& tool) {
+    state["bluetooth"] = StateObject::array();
+    for (const auto& [line, printed] : tool.Calls())
+      state["bluetooth"].push_back({{"line", line}, {"printed", printed}});
+  });
   phone.With<RealTimeClock>(
       [&](const RealTimeClock& clock) { state["clock"] = fmt::format("{:%Y-%m-%d %H:%M:%S}", clock.Now()); });
   phone.With<TouchPanel>([&](const TouchPanel& panel) { state["touch_noise"] = panel.state.noise; });

@@ -14,11 +14,15 @@ namespace {
 
 constexpr const char* TOOL = "/root/bt_cit_test";
 constexpr const char* SCENARIOS = "/root/.bt_cit_test";
+constexpr const char* PRINTED = "/root/.bt_cit_printed";
 
 // A value follows its switch without a space. A scenario is a file of shell variables named for its function.
+// What is printed is kept in a file as well, for those who look at the phone.
 constexpr char PROGRAM[] = R"SCRIPT(#!/bin/sh
+printed=/root/.bt_cit_printed
+say() { printf "$@"; printf "$@" >>$printed; }
 usage() {
-  echo "bt_cit_test: $1" >&2
+  say 'bt_cit_test: %s\n' "$1" >&2
   echo "usage: bt_cit_test -f1 -aN -bN -cN | -f2 | -f3 -aN -bN | -f4 -aADDRESS -bLENGTH -cHEX |" >&2
   echo "       -f5 -aADDRESS -bCODE | -f6 -aN | -f7 -aN" >&2
   exit 2
@@ -78,11 +82,11 @@ esac
 result="Status=$status$result"
 [ $delay = 0.000 ] || [ $shape = pieces ] || sleep $delay
 case $shape in
-normal) echo "$result" ;;
-short) printf %.12s "$result" ;;
-long) printf '%s\n%0300d\n' "$result" 0 ;;
-pieces) printf %.12s "$result"; sleep $delay; echo "${result#????????????}" ;;
-output) cat "$scenario.output" ;;
+normal) say '%s\n' "$result" ;;
+short) say %.12s "$result" ;;
+long) say '%s\n%0300d\n' "$result" 0 ;;
+pieces) say %.12s "$result"; sleep $delay; say '%s\n' "${result#????????????}" ;;
+output) cat "$scenario.output"; cat "$scenario.output" >>$printed ;;
 none) ;;
 esac
 )SCRIPT";
@@ -136,12 +140,25 @@ std::vector<std::string> BluetoothTool::Paths() const {
 void BluetoothTool::Furnish(RootDirectory& root) {
   root.PutFile(TOOL, PROGRAM, 0755);
   root.Remove(SCENARIOS);
+  root.Remove(PRINTED);
 }
 
 int BluetoothTool::Exec(const ExecCall& call) {
-  state.calls.push_back(fmt::format("{}", fmt::join(call.arguments, " ")));
+  TakePrinted();
+  state.calls.push_back({fmt::format("{}", fmt::join(call.arguments, " ")), ""});
   if (state.calls.size() > MOST_CALLS) state.calls.pop_front();
   return 0;
+}
+
+void BluetoothTool::TakePrinted() {
+  if (state.calls.empty() || !phone_.root.Exists(PRINTED)) return;
+  state.calls.back().printed += phone_.root.ReadFile(PRINTED, MOST_PRINTED);
+  phone_.root.Remove(PRINTED);
+}
+
+const std::deque<BluetoothTool::ToolCall>& BluetoothTool::Calls() {
+  TakePrinted();
+  return state.calls;
 }
 
 void BluetoothTool::SetScenario(int function, const Scenario& scenario) {

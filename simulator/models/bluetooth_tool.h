@@ -31,8 +31,13 @@ class BluetoothTool : public DeviceModel {
   };
 
   static constexpr size_t MOST_CALLS = 20;
+  static constexpr size_t MOST_PRINTED = 4096;
+  struct ToolCall {
+    std::string line;     // the command line
+    std::string printed;  // so far
+  };
   struct State {
-    std::deque<std::string> calls;  // the newest command lines
+    std::deque<ToolCall> calls;  // the newest ones
   };
   State state;
 
@@ -44,8 +49,12 @@ class BluetoothTool : public DeviceModel {
 
   void SetScenario(int function, const Scenario& scenario);
   void SetExecutable(bool executable);
+  // With what they have printed until now.
+  const std::deque<ToolCall>& Calls();
 
  private:
+  // Moves what the newest call has printed from the phone's file to the state.
+  void TakePrinted();
   std::string Command(const std::vector<std::string>& words);
 };
 

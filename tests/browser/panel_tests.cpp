@@ -138,6 +138,12 @@ TEST_F(PanelTest, CableFaultsCameraAndBatteryAreSwitches) {
       "a dusty preview");
   EXPECT_NE(std::string::npos, Phonesim("camera").output.find("12 grains of dust"));
 
+  ASSERT_EQ(0, Phonetest("bluetooth address").status);
+  Page().Await(
+      "const log = document.querySelector('#bluetooth').textContent;"
+      "return log.includes('bt_cit_test -f2') && log.includes('Status=0; ResultA=00:02:5B:0A:FF:10')",
+      "the Bluetooth tool's call and what it printed");
+
   // The phone is away for a moment, and what was in flash is there again.
   ASSERT_EQ(0, Phonetest("--yes identity write 004999010640000").status);
   Page().Click("#restart");

@@ -90,8 +90,10 @@ function showAround(state) {
   if (document.activeElement !== find('#noise')) find('#noise').value = state.touch_noise;
   setText(find('#noise-value'), state.touch_noise ? `± ${state.touch_noise} counts` : 'none');
   showLog('#at', state.modem.lines.map((line) => `${line.from_phone ? '→' : '←'} ${line.text.trim().replace(/\s+/g, ' ')}`));
-  showLog('#bluetooth', state.bluetooth);
+  showLog('#bluetooth', state.bluetooth.flatMap(({line, printed}) => [`← ${line}`, ...lines(printed).map((text) => `→ ${text}`)]));
 }
+
+const lines = (text) => text.split('\n').filter((line) => line !== '');
 
 function showLog(selector, lines) {
   const log = find(selector);

@@ -13,7 +13,7 @@ const KEYS = [
   ['paste', 'paste', 'Enter', '⏎', 150, 462, 30, 30, 'middle'],
   ['copy', 'copy', 'ArrowRight', '▶', 182, 458, 33, 38, ''],
   ['open', 'open', 'ArrowDown', '▼', 139, 498, 52, 29, ''],
-  ['power', 'power', 'p', 'P', 44, 509, 56, 27, 'end'],
+  ['power', 'power', 'p', 'P', 58, 504, 56, 27, 'end'],
   ['deletefile', 'deletefile', '1', '1', 50, 572, 70, 40, ''],
   ['eject', 'eject', '2', '2', 130, 572, 70, 40, ''],
   ['cancel', 'cancel', '3', '3', 210, 572, 70, 40, ''],
