@@ -114,6 +114,10 @@ TEST_F(Media, RoutesTheAmrClipTwoSecondsLater) {
         {{0x2271, "00000000"}, {0x2280, "04040000"}, {0x2252, output + "000000"}, {0x2242, "00"}});
     EXPECT_EQ(ServerLines(), (path == 2 ? AudioLine(LINE_B_ON) : Lines()) + played + routed);
   }
+  // A signal ends the wait early: it goes on.
+  Phone().GetFaults().Add({.call = simulator::FaultCall::Sleep, .error = EINTR});
+  EXPECT_EQ(Play(21, 1, 0), SUCCESS);
+  EXPECT_EQ(LinesSince(OfKind({JournalKind::Sleep})).size(), 2u);
 }
 
 TEST_F(Media, TellsTheAmrRoutesFailuresApart) {

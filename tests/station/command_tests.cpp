@@ -403,6 +403,7 @@ TEST(Commands, MistakesAreNamedBeforeAnythingIsSent) {
       {"--timeout 0 ping", "timeout: '0' is not a number from 1 to 3600000 ms"},
       {"clok get", "there is no command clok; did you mean clock?"},
       {"pong --help", "there is no command pong; did you mean ping?"},
+      {"--port=x pong", "there is no command pong; did you mean ping?"},
       {"radio tun 98.5", "there is no command radio tun; did you mean tune?"},
       {"--json radio", "radio needs one of "},
       {"--prot x ping", "there is no option --prot; did you mean --port?"},

@@ -83,6 +83,11 @@ TEST(Configuration, SaysWhereEachValueComesFrom) {
   EXPECT_EQ(json["slots"][0]["port"], "tcp:bench:3001");
   EXPECT_EQ(json["files"][0], (nlohmann::json{{"path", file}, {"read", true}}));
   EXPECT_NE(RunWith(text, {}, {"configuration"}).output.find(file), std::string::npos);
+  // A relative folder counts as none.
+  const ToolResult home =
+      RunWith(text, {"XDG_CONFIG_HOME=here", "HOME=" + TemporaryFolder()}, {"configuration", "--json"});
+  EXPECT_EQ(nlohmann::json::parse(home.output)["files"][0]["path"],
+            TemporaryFolder() + "/.config/phonetest/configuration.json");
   EXPECT_NE(RunWith(text, {}, {"ports"}).output.find("tcp:bench:3001    on the network, slot far\n"),
             std::string::npos);
 }
@@ -97,6 +102,7 @@ TEST(Configuration, AMistakeIsOneSentenceWithItsPlace) {
       {R"({"reports": "out"})", "\"reports\" must be an absolute path"},
       {R"({"ports": []})", "\"ports\" must be an object"},
       {R"({"ports": {"a b": "/dev/x"}})", "\"ports\", \"a b\": a slot's name"},
+      {R"({"ports": {"-a": "/dev/x"}})", "does not begin with"},
       {R"({"ports": {"a": "ttyACM0"}})", "\"ports\", \"a\": the port is neither"},
       {R"({"ports": {"a": {}}})", "\"ports\", \"a\": a slot is"},
       {R"({"ports": {"a": {"serial": "1"}}})", "\"ports\", \"a\": unknown key \"serial\""},
@@ -114,13 +120,15 @@ TEST(Configuration, AMistakeIsOneSentenceWithItsPlace) {
 }
 
 TEST(Configuration, TheUsersSlotReplacesTheSystemsAndUsbSlotsFindTheirPort) {
-  const std::string user = TemporaryFile("user", R"({"ports": {"a": {"serial-number": "12345"}}})");
+  const std::string user =
+      TemporaryFile("user", R"({"operator": "u", "ports": {"a": {"serial-number": "12345"}}})");
   const std::string system = TemporaryFile(
       "system",
-      R"({"station": "s", "ports": {"a": "/dev/x", "b": {"usb": "1-4.2"}, "c": {"usb": "1-4.2:1.2"}}})");
+      R"({"operator": "s", "station": "s", "ports": {"a": "/dev/x", "b": {"usb": "1-4.2"}, "c": {"usb": "1-4.2:1.2"}}})");
   const station::Configuration merged = station::LoadConfiguration({user, system, "/no/such/file"});
   EXPECT_EQ(merged.files, (std::vector<std::string>{user, system}));
   EXPECT_EQ(merged.Text("station"), "s");
+  EXPECT_EQ(merged.Text("operator"), "u");
   const station::PortDescription first = {.path = "/dev/ttyACM0",
                                           .usb = true,
                                           .serial_number = "12345",

@@ -167,6 +167,12 @@ TEST(Plans, StepsFollowEachOther) {
        {NO_CARD, {"2600000000000000", ZERO}},
        0,
        "in 2 attempts"},
+      {"tries again after silence",
+       Steps(R"({"command": "ping", "retries": 1, "retry-wait": 0})"),
+       {"--timeout", "2000"},
+       {{PING.expected, ""}, PING},
+       0,
+       "in 2 attempts"},
       {"gives up after its retries",
        Steps(R"({"command": "memory-card", "retries": 2, "retry-wait": 0})"),
        {},
@@ -707,7 +713,8 @@ TEST(Plans, ReportsHoldEverything) {
   EXPECT_NE(html.find("<td>height</td><td>8 pixels</td><td>at least 4, at most 8</td><td>passed</td>"),
             std::string::npos);
   EXPECT_NE(html.find("A &lt;small&gt; plan &amp; &quot;more&quot;"), std::string::npos);
-  EXPECT_NE(html.find("src=\"data:image/jpeg;base64,/9j//gAC/9sAQwAB"), std::string::npos);
+  const std::string coded = RunProgram({"base64", "-w0", folder / "02-blemish.jpg"}).output;
+  EXPECT_NE(html.find("src=\"data:image/jpeg;base64," + coded + "\""), std::string::npos);
   EXPECT_NE(html.find("&lt; F5 D8 FF FF"), std::string::npos);
   for (const char* outside : {"http:", "https:", "src=\"/", "@import"})
     EXPECT_EQ(html.find(outside), std::string::npos);
@@ -741,6 +748,10 @@ TEST(Plans, ReportsHoldEverything) {
   EXPECT_GE(whole, 0.05);  // the phone's first answer took as long
   EXPECT_LE(whole, result.took.count());
   EXPECT_NE(suite.find_child_by_attribute("testcase", "name", "Card").child("failure"), nullptr);
+  const std::string blemish =
+      suite.find_child_by_attribute("testcase", "name", "Blemish").child_value("system-out");
+  EXPECT_NE(blemish.find(" ...\n"), std::string::npos);
+  EXPECT_LT(blemish.size(), 2000u) << "a long answer is only in the other reports";
 }
 
 TEST(Plans, APageShowsAPictureOnceAndNoPathThatIsGone) {

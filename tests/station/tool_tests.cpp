@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <tuple>
 
 #include "station/commands/errors.h"
 #include "station/link/port_list.h"
@@ -236,6 +237,24 @@ TEST(Documents, AreCurrent) {
   // Compared as a whole: the difference of two long pages would be no help.
   EXPECT_TRUE(ReadFile(DOCUMENTS "/protocol.md") == RunTool({"commands", "--markdown"}).output)
       << "make it anew: phonetest commands --markdown > docs/protocol.md";
+}
+
+TEST(TestLine, ServesNoPageWithTokensThatOthersKnowOrGuess) {
+  const std::string plan = TemporaryFile("line-plan.json", R"({"steps": [{"command": "ping"}]})");
+  const std::string one(20, 'a'), other(20, 'b');
+  const std::string good = "operator " + one + "\nmanager " + other + "\n";
+  for (const auto& [tokens, mode, part] : {std::tuple(good, 0640, "others can read"),
+                                           {"operator " + one + "\nmanager b\n", 0600, "20 characters"},
+                                           {"operator " + one + "\nmanager " + one, 0600, "needs a line"},
+                                           {"operator " + one, 0600, "needs a line"}}) {
+    const std::string file = TemporaryFile("tokens", tokens);
+    chmod(file.c_str(), mode);
+    const ToolResult refused =
+        RunProgram({"timeout", "20", PHONETEST_PROGRAM, "--port", "A=/dev/null", "serve", "--plan", plan,
+                    "--results", TemporaryFolder() + "/line.db", "--token-file", file});
+    EXPECT_EQ(refused.status, 2) << refused.output;
+    EXPECT_NE(refused.errors.find(part), std::string::npos) << refused.errors;
+  }
 }
 
 }  // namespace
