@@ -1,7 +1,7 @@
 #include <algorithm>
 
 #include "station/line/record_pages.h"
-#include "station/results/history.h"
+#include "station/plan/limit.h"
 
 namespace station {
 
@@ -12,10 +12,6 @@ using web::Refused;
 using web::Visit;
 
 constexpr std::size_t MOST_RUNS = 200;
-
-std::string PageText(const ordered_json& value) {
-  return value.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
-}
 
 ordered_json RowJson(const RunRow& run) {
   return {{"run", run.uuid},
@@ -36,6 +32,16 @@ ordered_json NumberJson(const std::optional<double>& value) {
   return value ? ordered_json(*value) : ordered_json();
 }
 
+// What a limit that is no range wants, in words.
+std::string StatedText(const StoredValue& value) {
+  if (value.stated.empty()) return "";
+  try {
+    return LimitText(ParseLimit(value.reading, nlohmann::json::parse(value.stated)));
+  } catch (const std::exception&) {
+    return value.stated;  // of another version
+  }
+}
+
 ordered_json ValueJson(const StoredValue& value) {
   return {{"reading", value.reading},
           {"unit", value.unit},
@@ -43,7 +49,7 @@ ordered_json ValueJson(const StoredValue& value) {
           {"text", value.text},
           {"minimum", NumberJson(value.minimum)},
           {"maximum", NumberJson(value.maximum)},
-          {"stated", value.stated},
+          {"stated", StatedText(value)},
           {"verdict", StoredVerdictWord(value.verdict)}};
 }
 
@@ -104,22 +110,17 @@ web::Reply FileOf(Connection& connection, const std::string& id, const std::stri
 
 void ServeHistory(web::PageServer& server, const ResultsStore& store) {
   server.Get("/runs", [&store](const Visit& visit) -> web::Reply {
-    Connection connection = store.Connect();
+    Connection connection = ConnectForPage(store);
     ordered_json rows = ordered_json::array();
-    const RunFilter filter{.from_day = visit.Parameter("from"),
-                           .to_day = visit.Parameter("to"),
-                           .plan = visit.Parameter("plan"),
-                           .station = visit.Parameter("station"),
-                           .phone = visit.Parameter("phone")};
-    for (const RunRow& run : FindRuns(connection, filter, MOST_RUNS)) rows.push_back(RowJson(run));
-    return {.body = PageText(rows)};
+    for (const RunRow& run : FindRuns(connection, FilterOf(visit), MOST_RUNS)) rows.push_back(RowJson(run));
+    return JsonReply(rows);
   });
   server.Get("/runs/([0-9a-f-]+)", [&store](const Visit& visit) -> web::Reply {
-    Connection connection = store.Connect();
-    return {.body = PageText(Report(connection, visit.places.at(0)))};
+    Connection connection = ConnectForPage(store);
+    return JsonReply(Report(connection, visit.places.at(0)));
   });
   server.Get("/runs/([0-9a-f-]+)/files/([0-9]+)/([^/]+)", [&store](const Visit& visit) {
-    Connection connection = store.Connect();
+    Connection connection = ConnectForPage(store);
     return FileOf(connection, visit.places.at(0), visit.places.at(1), visit.places.at(2));
   });
 }

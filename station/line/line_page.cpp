@@ -27,11 +27,7 @@ constexpr std::size_t LONGEST_NAME = 60;
 
 // On one line, as an event's data is.
 std::string EventText(const ordered_json& value) {
-  return value.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
-}
-
-Reply JsonReply(const ordered_json& value) {
-  return {.body = EventText(value)};
+  return JsonReply(value).body;
 }
 
 json BodyOf(const Visit& visit) {

@@ -8,8 +8,8 @@ namespace station {
 
 namespace {
 
-std::string NumbersText(const ResultsStore& store) {
-  Connection connection = store.Connect();
+nlohmann::ordered_json Numbers(const ResultsStore& store) {
+  Connection connection = ConnectForPage(store);
   nlohmann::ordered_json pools = nlohmann::ordered_json::array();
   for (const PoolRow& pool : Pools(connection)) {
     pools.push_back({{"name", CleanText(pool.name)},
@@ -18,13 +18,13 @@ std::string NumbersText(const ResultsStore& store) {
                      {"reserved", pool.reserved},
                      {"given_out", pool.given_out}});
   }
-  return pools.dump();
+  return pools;
 }
 
 }  // namespace
 
 void ServeNumbers(web::PageServer& server, const ResultsStore& store) {
-  server.Get("/numbers", [&store](const web::Visit&) -> web::Reply { return {.body = NumbersText(store)}; });
+  server.Get("/numbers", [&store](const web::Visit&) { return JsonReply(Numbers(store)); });
   server.Post("/numbers", [&store](const web::Visit& visit) -> web::Reply {
     if (visit.role != MANAGER_ROLE) throw web::Refused(403, "Only the line manager may do this.");
     const auto body = nlohmann::json::parse(visit.body, nullptr, false);
@@ -34,9 +34,9 @@ void ServeNumbers(web::PageServer& server, const ResultsStore& store) {
     }
     try {
       const NumberRange range = ParseNumberRange(body["range"]);
-      Connection connection = store.Connect();
+      Connection connection = ConnectForPage(store);
       const std::int64_t added = AddNumbers(connection, body["pool"], range);
-      return {.body = nlohmann::json{{"added", added}}.dump()};
+      return JsonReply({{"added", added}});
     } catch (const UsageError& error) {
       throw web::Refused(409, CleanText(error.what()));
     }

@@ -280,7 +280,7 @@ void LineSlot::RunPhone(const std::stop_token& stop) {
                {.started = [this](std::size_t step, const std::string&) { NoteStarted(step); },
                 .finished =
                     [&](std::size_t step, const StepResult& done) {
-                      writer->Step(step, done);
+                      writer->Step(step, done.verdict == Verdict::Aborted ? WithAborter(done) : done);
                       NoteFinished(step, done);
                     },
                 .stop = stop});
@@ -295,8 +295,14 @@ void LineSlot::RunPhone(const std::stop_token& stop) {
   picture_.reset();
   verdict_ = VerdictCard(stored);
   verdict_["seconds"] = Seconds(result.took);
-  if (result.verdict == Verdict::Aborted && !aborted_by_.empty()) verdict_["aborted_by"] = aborted_by_;
   state_ = State::Finished;
+}
+
+// The record and the card say who it was.
+StepResult LineSlot::WithAborter(StepResult result) const {
+  const std::lock_guard lock(mutex_);
+  if (!aborted_by_.empty()) result.message = "aborted by " + aborted_by_;
+  return result;
 }
 
 void LineSlot::NoteStarted(std::size_t step) {

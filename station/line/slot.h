@@ -79,6 +79,7 @@ class LineSlot {
   // Returns false if the phone may not be tested now: the card says why, or asks for the reason.
   bool MayStart();
   void RunPhone(const std::stop_token& stop);
+  StepResult WithAborter(StepResult result) const;
   void NoteStarted(std::size_t step);
   void NoteFinished(std::size_t step, const StepResult& result);
   void Refuse(const std::string& sentence);

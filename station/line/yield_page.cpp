@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <charconv>
 
 #include "station/line/record_pages.h"
 #include "station/results/yield.h"
@@ -14,17 +15,6 @@ using web::Visit;
 // What a chart can show.
 constexpr std::size_t MOST_POINTS = 400;
 constexpr std::size_t MOST_STEPS = 12;
-
-std::string YieldText(const ordered_json& value) {
-  return value.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
-}
-
-RunFilter FilterOf(const Visit& visit) {
-  return {.from_day = visit.Parameter("from"),
-          .to_day = visit.Parameter("to"),
-          .plan = visit.Parameter("plan"),
-          .station = visit.Parameter("station")};
-}
 
 ordered_json Groups(Connection& connection, const RunFilter& filter, YieldBy by) {
   ordered_json groups = ordered_json::array();
@@ -77,13 +67,29 @@ ordered_json MeasurementJson(const MeasurementStatistics& one) {
           {"spread", OrNull(Spread(one))},
           {"cp", OrNull(Cp(one))},
           {"cpk", OrNull(Cpk(one))},
-          {"few", one.count < ENOUGH_VALUES}};
+          {"few", one.count < ENOUGH_VALUES},
+          {"definitions", one.definitions}};
+}
+
+// "3,17"
+std::vector<std::int64_t> Definitions(const std::string& text) {
+  std::vector<std::int64_t> numbers;
+  const char* const end = text.data() + text.size();
+  for (const char* at = text.data(); at < end; ++at) {
+    std::int64_t number = 0;
+    const auto read = std::from_chars(at, end, number);
+    if (read.ec != std::errc{} || (read.ptr != end && *read.ptr != ','))
+      throw Refused(400, "The measurement is not named by its numbers.");
+    numbers.push_back(number);
+    at = read.ptr;
+  }
+  return numbers;
 }
 
 ordered_json Points(Connection& connection, const Visit& visit) {
   ordered_json points = ordered_json::array();
-  for (const TrendPoint& point :
-       Trend(connection, FilterOf(visit), visit.Parameter("step"), visit.Parameter("reading"), MOST_POINTS)) {
+  const std::vector<std::int64_t> definitions = Definitions(visit.Parameter("measurement"));
+  for (const TrendPoint& point : Trend(connection, FilterOf(visit), definitions, MOST_POINTS)) {
     points.push_back({{"run", point.run},
                       {"phone", point.phone},
                       {"started", point.started},
@@ -98,7 +104,7 @@ ordered_json Points(Connection& connection, const Visit& visit) {
 
 void ServeYield(web::PageServer& server, const ResultsStore& store) {
   server.Get("/yields", [&store](const Visit& visit) -> web::Reply {
-    Connection connection = store.Connect();
+    Connection connection = ConnectForPage(store);
     const RunFilter filter = FilterOf(visit);
     ordered_json json = Totals(connection, filter);
     json["hours"] = Groups(connection, filter, YieldBy::Hour);
@@ -107,11 +113,11 @@ void ServeYield(web::PageServer& server, const ResultsStore& store) {
     json["measurements"] = ordered_json::array();
     for (const MeasurementStatistics& one : Statistics(connection, filter))
       json["measurements"].push_back(MeasurementJson(one));
-    return {.body = YieldText(json)};
+    return JsonReply(json);
   });
   server.Get("/trend", [&store](const Visit& visit) -> web::Reply {
-    Connection connection = store.Connect();
-    return {.body = YieldText(Points(connection, visit))};
+    Connection connection = ConnectForPage(store);
+    return JsonReply(Points(connection, visit));
   });
 }
 

@@ -36,6 +36,7 @@ void Join(MeasurementStatistics& into, const MeasurementStatistics& other) {
   into.count += other.count;
   into.lowest = std::min(into.lowest, other.lowest);
   into.highest = std::max(into.highest, other.highest);
+  into.definitions.insert(into.definitions.end(), other.definitions.begin(), other.definitions.end());
 }
 
 std::optional<double> Percent(std::int64_t part, std::int64_t whole) {
@@ -132,7 +133,7 @@ std::vector<MeasurementStatistics> Statistics(Connection& connection, const RunF
       "spreads AS (SELECT v.definition, sum((v.value - means.mean) * (v.value - means.mean)) AS squares "
       "FROM v JOIN means ON means.definition = v.definition GROUP BY v.definition) "
       "SELECT p.name, s.number, s.name, d.reading, d.unit, d.minimum, d.maximum, means.count, means.mean, "
-      "spreads.squares, means.lowest, means.highest FROM means "
+      "spreads.squares, means.lowest, means.highest, d.id FROM means "
       "JOIN spreads ON spreads.definition = means.definition JOIN plan_measurements d ON d.id = "
       "means.definition "
       "JOIN plan_steps s ON s.id = d.step JOIN plans p ON p.id = s.plan WHERE d.limits <> '' "
@@ -144,7 +145,7 @@ std::vector<MeasurementStatistics> Statistics(Connection& connection, const RunF
                       std::optional<double>>,
            std::size_t>
       known;
-  for (const SqlRow& row : connection.Ask(query, "titttddidddd", condition.values)) {
+  for (const SqlRow& row : connection.Ask(query, "titttddiddddi", condition.values)) {
     MeasurementStatistics one{.plan = row[0].text,
                               .number = static_cast<int>(row[1].number),
                               .step = row[2].text,
@@ -156,7 +157,8 @@ std::vector<MeasurementStatistics> Statistics(Connection& connection, const RunF
                               .mean = row[8].real,
                               .squares = row[9].real,
                               .lowest = row[10].real,
-                              .highest = row[11].real};
+                              .highest = row[11].real,
+                              .definitions = {row[12].number}};
     const auto [place, fresh] =
         known.try_emplace({one.plan, one.step, one.reading, one.unit, one.minimum, one.maximum}, all.size());
     if (fresh) {
@@ -168,29 +170,31 @@ std::vector<MeasurementStatistics> Statistics(Connection& connection, const RunF
   return all;
 }
 
-std::vector<TrendPoint> Trend(Connection& connection, const RunFilter& filter, const std::string& step,
-                              const std::string& reading, std::size_t most) {
-  // Its definitions first: then the runs are gone through from the newest, and in each the reading is found
-  // by the primary key.
+std::vector<TrendPoint> Trend(Connection& connection, const RunFilter& filter,
+                              const std::vector<std::int64_t>& definitions, std::size_t most) {
+  if (definitions.empty()) return {};
+  // Its plans and steps first: then the runs are gone through from the newest, and in each the reading is
+  // found by the primary key.
   std::string plans;
   std::string steps;
-  std::string definitions;
-  for (const SqlRow& row : connection.Ask("SELECT s.plan, s.number, d.id FROM plan_steps s "
-                                          "JOIN plan_measurements d ON d.step = s.id "
-                                          "WHERE s.name = ? AND d.reading = ?",
-                                          "iii", {step, reading})) {
+  const std::string ids = fmt::format("{}", fmt::join(definitions, ", "));
+  for (const SqlRow& row :
+       connection.Ask("SELECT s.plan, s.number FROM plan_steps s JOIN plan_measurements d ON d.step = s.id "
+                      "WHERE d.id IN (" +
+                          ids + ")",
+                      "ii")) {
     const char* comma = plans.empty() ? "" : ", ";
     plans += fmt::format("{}{}", comma, row[0].number);
     steps += fmt::format("{}{}", comma, row[1].number);
-    definitions += fmt::format("{}{}", comma, row[2].number);
   }
   if (plans.empty()) return {};
   const Condition condition = ConditionOf(filter);
   const std::string query = fmt::format(
       "SELECT r.uuid, r.phone, r.started, m.value, m.verdict FROM runs r CROSS JOIN measurements m "
       "WHERE r.plan IN ({}) AND m.run = r.id AND m.step IN ({}) AND m.definition IN ({}) "
-      "AND m.verdict <> 0 AND m.value IS NOT NULL{} ORDER BY r.started DESC LIMIT {}",
-      plans, steps, definitions, condition.text, most);
+      "AND m.verdict <> 0 AND m.value IS NOT NULL AND r.verdict BETWEEN 1 AND 4{} "
+      "ORDER BY r.started DESC LIMIT {}",
+      plans, steps, ids, condition.text, most);
   std::vector<TrendPoint> points;
   for (const SqlRow& row : connection.Ask(query, "ttidi", condition.values))
     points.push_back(

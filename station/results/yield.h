@@ -55,6 +55,8 @@ struct MeasurementStatistics {
   double squares = 0;  // the sum of the squared distances from the mean
   double lowest = 0;
   double highest = 0;
+  std::vector<std::int64_t>
+      definitions;  // in plan_measurements: a plan that was changed elsewhere has a new one
 };
 std::optional<double> Spread(const MeasurementStatistics& one);
 std::optional<double> Cp(const MeasurementStatistics& one);
@@ -71,8 +73,9 @@ struct TrendPoint {
   double value = 0;
   StoredVerdict verdict = StoredVerdict::Passed;
 };
-// The values of one reading with a limit; the newest first, and at most `most`.
-std::vector<TrendPoint> Trend(Connection& connection, const RunFilter& filter, const std::string& step,
-                              const std::string& reading, std::size_t most = 1000);
+// The values that Statistics() counts for the measurement with these definitions; the newest first, and at
+// most `most`.
+std::vector<TrendPoint> Trend(Connection& connection, const RunFilter& filter,
+                              const std::vector<std::int64_t>& definitions, std::size_t most = 1000);
 
 }  // namespace station

@@ -268,6 +268,17 @@ void Browser::Screenshot(const std::filesystem::path& file) {
   std::ofstream(file, std::ios::binary) << FromBase64(Command("GET", "/screenshot"));
 }
 
+double Browser::BusySeconds() {
+  const auto execute = [this](const char* command) {
+    return Command("POST", "/goog/cdp/execute", {{"cmd", command}, {"params", Json::object()}});
+  };
+  execute("Performance.enable");
+  for (const Json& metric : execute("Performance.getMetrics").at("metrics")) {
+    if (metric.at("name") == "TaskDuration") return metric.at("value");
+  }
+  return 0;
+}
+
 std::string Browser::Complaints() {
   std::string text;
   for (const Json& line : Command("POST", "/se/log", {{"type", "browser"}})) {

@@ -58,6 +58,8 @@ class Browser {
   // "dark" or "light".
   void PreferColours(const std::string& scheme);
   void Screenshot(const std::filesystem::path& file);
+  // Seconds that the page's main thread has worked since it was opened.
+  double BusySeconds();
   // What the page wrote to the browser's console as errors since the last call, scripts' exceptions and
   // violations of the page's security policy too.
   std::string Complaints();

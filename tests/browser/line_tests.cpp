@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <numeric>
 
 #include "tests/browser/browser.h"
 #include "tests/browser/line_under_test.h"
+#include "tests/station/postgresql_server.h"
 
 namespace {
 
@@ -49,13 +51,16 @@ class LineTest : public testing::Test {
   }
 
   std::unique_ptr<ServedLine> Serve(const std::string& plan, const std::vector<std::string>& slots) {
+    return Serve(plan, slots, folder_ / "results.db");
+  }
+
+  std::unique_ptr<ServedLine> Serve(const std::string& plan, const std::vector<std::string>& slots,
+                                    const std::string& results) {
     std::vector<std::string> ports;
     for (const std::string& slot : slots) ports.push_back(slot + "=" + (folder_ / slot));
-    auto line =
-        std::make_unique<ServedLine>(ports,
-                                     std::vector<std::string>{"--plan", folder_ / plan, "--station", "LINE3",
-                                                              "--results", folder_ / "results.db"},
-                                     folder_ / (plan + ".log"));
+    auto line = std::make_unique<ServedLine>(
+        ports,
+        std::vector<std::string>{"--plan", folder_ / plan, "--station", "LINE3", "--results", results});
     page_.Open(line->Address());
     return line;
   }
@@ -63,6 +68,19 @@ class LineTest : public testing::Test {
   // As a scanner does it: the characters at once, and Enter.
   void Scan(const std::string& text) {
     page_.Type("#scan", text + "\n");
+  }
+
+  // Scans a phone and answers the board test's question on card A; returns the card's text with the word.
+  std::string RunBoard(const std::string& serial, const std::string& answer, const std::string& word) {
+    Scan(serial);
+    Scan("grey");
+    AwaitCard("A", "Does the grey phone vibrate?");
+    page_.Type("#scan", answer);
+    return AwaitCard("A", word);
+  }
+
+  void AwaitStore(const std::string& part) {
+    page_.Await("return document.querySelector('#store').innerText.includes(arguments[0])", part, {part});
   }
 
   // Waits until the card's element shows the text; returns all of the card's text.
@@ -183,11 +201,13 @@ TEST_F(LineTest, SlotsDoNotWaitForEachOther) {
   }
 
   // An abort puts the phone back.
+  page_.Type("#person", "Robin\n");
   page_.Click("#slot-A .abort");
-  AwaitCard("A", "ABORTED");
+  EXPECT_NE(std::string::npos, AwaitCard("A", "ABORTED").find("aborted by Robin"));
   const Json aborted = NewestRun("SN1");
   EXPECT_EQ("aborted", aborted.at("verdict"));
   EXPECT_EQ("passed", StepNamed(aborted, "Motor off").at("verdict"));
+  EXPECT_EQ("aborted by Robin", StepNamed(aborted, "Motor felt").at("message"));
 
   // Only the line manager holds the line.
   const char* hold =
@@ -209,25 +229,16 @@ TEST_F(LineTest, TheLineGoesOnWithoutItsDatabaseAndRefusesWhatCannotBeLookedUp) 
   {
     const auto board = Serve("board.json", {"A"});
     AwaitCard("A", "SLOT-A");
-    const auto run = [&](const std::string& serial, const std::string& answer, const std::string& word) {
-      Scan(serial);
-      Scan("grey");
-      AwaitCard("A", "Does the grey phone vibrate?");
-      page_.Type("#scan", answer);
-      return AwaitCard("A", word);
-    };
-    run("SN1", "p", "PASS");
-    run("SN2", "f", "FAIL");
+    RunBoard("SN1", "p", "PASS");
+    RunBoard("SN2", "f", "FAIL");
 
     std::filesystem::rename(database, database + ".away");
     std::filesystem::create_directory(database);
-    page_.Await("return document.querySelector('#store').innerText.includes('cannot be reached')",
-                "the notice");
-    EXPECT_NE(std::string::npos, run("SN3", "p", "PASS").find("kept on this computer"));
+    AwaitStore("cannot be reached");
+    EXPECT_NE(std::string::npos, RunBoard("SN3", "p", "PASS").find("kept on this computer"));
     std::filesystem::remove(database);
     std::filesystem::rename(database + ".away", database);
-    page_.Await("return document.querySelector('#store').innerText === 'results stored'",
-                "the end of the notice");
+    AwaitStore("results stored");
     EXPECT_EQ(1u, Ask("/runs?phone=SN3").size());
     EXPECT_EQ("passed", NewestRun("SN3").at("verdict"));
   }
@@ -254,12 +265,48 @@ TEST_F(LineTest, TheLineGoesOnWithoutItsDatabaseAndRefusesWhatCannotBeLookedUp) 
   AwaitCard("A", "The results cannot be reached");
 }
 
+TEST_F(LineTest, AServerOfResultsStopsInTheMiddleOfARunAndGetsEachRunOnceWhenItIsBack) {
+  if (const std::string missing = PostgresqlServer::Missing(); !missing.empty()) GTEST_SKIP() << missing;
+  constexpr const char* PASSWORD = "not-for-the-page";
+  const RunningPhone phone("a", folder_ / "A");
+  PostgresqlServer server;
+  setenv("PGPASSWORD", PASSWORD, 1);
+  const auto line = Serve("board.json", {"A"}, server.Address());
+  unsetenv("PGPASSWORD");
+  AwaitCard("A", "SLOT-A");
+  RunBoard("SN1", "p", "PASS");
+  AwaitStore("results stored");
+
+  Scan("SN2");
+  Scan("grey");
+  AwaitCard("A", "Does the grey phone vibrate?");
+  server.Kill();
+  AwaitStore("results cannot be reached");
+  page_.Type("#scan", "f");
+  EXPECT_NE(std::string::npos, AwaitCard("A", "FAIL").find("kept on this computer"));
+  RunBoard("SN3", "p", "PASS");
+  AwaitStore("2 runs wait");
+  const std::string refusal = page_.Run("return fetch('/runs').then((answer) => answer.text())");
+  EXPECT_NE(std::string::npos, refusal.find("cannot be reached")) << refusal;
+  EXPECT_EQ(std::string::npos, refusal.find(PASSWORD)) << refusal;
+  EXPECT_EQ(std::string::npos, browser::RunProgram({"ps", "-ef"}).output.find(PASSWORD));
+
+  server.Start();
+  AwaitStore("results stored");
+  for (const auto& [serial, verdict] :
+       {std::pair{"SN1", "passed"}, {"SN2", "device failure"}, {"SN3", "passed"}}) {
+    ASSERT_EQ(1u, Ask(std::string("/runs?phone=") + serial).size()) << serial;
+    EXPECT_EQ(verdict, NewestRun(serial).at("verdict")) << serial;
+  }
+  EXPECT_EQ("fail", StepNamed(NewestRun("SN2"), "Motor felt").at("answer").at("reply"));
+  EXPECT_EQ(3, Ask("/yields").at("runs"));
+}
+
 TEST_F(LineTest, SimulatedPhonesComeWithAScanAndGoWithTheLine) {
   std::string executable;
   {
     const ServedLine line(
-        {}, {"--plan", folder_ / "board.json", "--simulate", "1", "--results", folder_ / "results.db"},
-        folder_ / "log");
+        {}, {"--plan", folder_ / "board.json", "--simulate", "1", "--results", folder_ / "results.db"});
     page_.Open(line.Address());
     AwaitCard("1", "SLOT-1");
     Scan("SN7");
@@ -303,7 +350,38 @@ TEST_F(LineTest, HistoryAndChartsShowWhatWasRun) {
   page_.Type("#phone", "0\n");
   page_.Await("return document.querySelector('#runs').innerText.includes('No run was found')",
               "the empty search");
+
+  // A run that measured and was then aborted says nothing about the phone: it is in no figure and no chart.
+  page_.Open(line->Address());
+  AwaitCard("A", "PASS");
+  Scan("SN6");
+  Scan("white");
+  AwaitCard("A", "vibrate?");
+  page_.Click("#slot-A .abort");
+  AwaitCard("A", "ABORTED");
+  page_.Click("a[href='/yield.html']");
+  page_.Await("return document.querySelector('#spread')?.innerText.startsWith('2 values')", "the values");
+  const Json drawn = page_.Run(
+      "return import('/charts.js').then(({drawn}) => Object.fromEntries(Object.entries(drawn()).map(([id, "
+      "chart]) =>"
+      "[id, chart.datasets.map(({data}) => data.map((one) => one.y ?? one))])))");
+  EXPECT_EQ(Json::parse("[[46000, 46000], [10000, 10000], [65000, 65000]]"), drawn.at("trend"));
+  const auto classes = drawn.at("histogram")[0].get<std::vector<int>>();
+  EXPECT_EQ(2, std::accumulate(classes.begin(), classes.end(), 0));
+  EXPECT_EQ(Json::parse("[[1]]"), drawn.at("steps"));
+  for (const char* chart : {"hours", "days"}) EXPECT_EQ(Json::parse("[[1], [0], [1]]"), drawn.at(chart));
+  EXPECT_NE(std::string::npos, page_.Text("#tiles").find("0 of 1 new phones"));
   EXPECT_EQ("", page_.Complaints());
+  page_.Screenshot(std::filesystem::path(SCREENSHOTS) / "line-yield.png");
+  // On a narrow window the pages scroll down only.
+  for (const char* path : {"/yield.html", "/history.html", "/"}) {
+    page_.Resize(390, 844);
+    page_.Run("location.pathname = arguments[0]", {path});
+    page_.Await("return location.pathname === arguments[0] && document.querySelector('#frame nav') !== null",
+                path, {path});
+    EXPECT_EQ(390, page_.Run("return document.documentElement.scrollWidth")) << path;
+  }
+  page_.Resize(1280, 800);
 }
 
 }  // namespace

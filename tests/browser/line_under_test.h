@@ -2,9 +2,10 @@
 #pragma once
 
 #include <filesystem>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
+
+#include "tests/browser/programs.h"
 
 namespace browser {
 
@@ -44,13 +45,8 @@ class RunningPhone {
 
 class ServedLine {
  public:
-  // `options` come after "serve"; `log` is a file for what it prints.
-  ServedLine(const std::vector<std::string>& ports, const std::vector<std::string>& options,
-             const std::string& log);
-  ServedLine(const ServedLine&) = delete;
-  ServedLine& operator=(const ServedLine&) = delete;
-  // Ends it with SIGTERM and waits.
-  ~ServedLine();
+  // `options` come after "serve".
+  ServedLine(const std::vector<std::string>& ports, const std::vector<std::string>& options);
 
   const std::string& Address() const {  // with the operator's token
     return operator_address_;
@@ -58,9 +54,12 @@ class ServedLine {
   const std::string& ManagerAddress() const {
     return manager_address_;
   }
+  pid_t Process() const {
+    return program_.Process();
+  }
 
  private:
-  pid_t process_ = -1;
+  RunningProgram program_;
   std::string operator_address_;
   std::string manager_address_;
 };

@@ -7,36 +7,9 @@
 #include <string>
 
 #include "tests/browser/browser.h"
+#include "tests/browser/programs.h"
 
-// What a command line printed, and how it ended.
-struct Finished {
-  int status;
-  std::string output;
-};
-Finished RunLine(const std::string& line);
-
-// A program that goes on; it ends with the test.
-class Background {
- public:
-  // Starts it and waits for its first line of output, which is kept.
-  explicit Background(const std::string& line);
-  ~Background();
-  Background(const Background&) = delete;
-  Background& operator=(const Background&) = delete;
-
-  const std::string& FirstLine() const {
-    return first_line_;
-  }
-  // Waits for its end and returns the exit status.
-  int Wait();
-  int Process() const {
-    return process_;
-  }
-
- private:
-  int process_ = 0;
-  std::string first_line_;
-};
+using browser::Finished;
 
 class PanelTest : public testing::Test {
  protected:
@@ -57,5 +30,5 @@ class PanelTest : public testing::Test {
 
   std::string name_;
   std::string address_;
-  std::unique_ptr<Background> panel_;
+  std::unique_ptr<browser::RunningProgram> panel_;
 };

@@ -41,7 +41,7 @@ export function drawYield(id, groups) {
           {label: 'passed', data: groups.map((group) => group.passed), backgroundColor: colour('pass'), stack: 'runs'},
           {label: 'not passed', data: groups.map((group) => group.failed), backgroundColor: colour('fail'), stack: 'runs'},
           {label: 'yield', type: 'line', yAxisID: 'share', data: groups.map(({passed, failed}) => passed / (passed + failed)),
-            borderColor: colour('text'), backgroundColor: colour('text'), borderWidth: 2, pointRadius: 2, tension: 0.2},
+            borderColor: colour('text'), backgroundColor: colour('text'), borderWidth: 2, pointRadius: 4, clip: false},
         ],
       },
       options: {

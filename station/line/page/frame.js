@@ -48,6 +48,7 @@ function showStore(store) {
 }
 
 function showLink(state) {
+  document.body.classList.toggle('lost', state !== 'open');
   if (state === 'open') badge('#link', '', '');
   else badge('#link', 'this page has lost the station', 'bad');
 }

@@ -42,6 +42,8 @@ async function showReport() {
 
 form.addEventListener('submit', (event) => {
   event.preventDefault();
+  location.hash = '';
+  form.phone.select(); // a scanner types the next one over it
   search();
 });
 window.addEventListener('hashchange', showReport);

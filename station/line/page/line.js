@@ -9,7 +9,7 @@ import {act, watchScans} from '/operator.js';
 const frame = await openFrame('Line');
 const cards = new Map();
 let line = frame.line;
-let chosen = sessionStorage.getItem('slot') || (line.slots.length === 1 ? line.slots[0].name : '');
+let chosen = '';
 
 for (const slot of line.slots) {
   const card = new Card(slot, line.steps, {choose, act: (word, data) => trying(() => act(slot.name, word, data))});
@@ -17,6 +17,8 @@ for (const slot of line.slots) {
   find('#cards').append(card.element);
 }
 find('#cards').classList.toggle('few', line.slots.length <= 4);
+if (cards.has(sessionStorage.getItem('slot'))) chosen = sessionStorage.getItem('slot');
+else if (line.slots.length === 1) chosen = line.slots[0].name;
 
 function choose(name) {
   chosen = name;
@@ -58,7 +60,10 @@ async function sendOne(text) {
   refuse('');
   try {
     const result = await change('/scan', {text, slot: chosen, who: person()});
-    if (result.slot) choose(result.slot);
+    if (result.slot) {
+      choose(result.slot);
+      cards.get(result.slot).element.scrollIntoView({block: 'nearest'});
+    }
     refuse(result.refusal);
   } catch (failure) {
     refuse(failure.message);

@@ -44,7 +44,13 @@ let measurements = new Map();
 function showMeasurements(list) {
   const select = find('#measurement');
   const before = select.value;
-  measurements = new Map(list.map((one) => [`${one.number}. ${one.step}: ${one.reading}`, one]));
+  // Where the limits were changed, the values before are a measurement of their own.
+  measurements = new Map();
+  for (const one of list) {
+    const name = `${one.number}. ${one.step}: ${one.reading}`;
+    const limits = `${one.minimum ?? ''} to ${one.maximum ?? ''}`;
+    measurements.set([name, `${name}, ${limits}`].find((free) => !measurements.has(free)) ?? `${name}, ${limits}, ${one.plan}`, one);
+  }
   select.replaceChildren(...[...measurements.keys()].map((name) => make('option', {value: name}, name)));
   if (measurements.has(before)) select.value = before;
 }
@@ -59,11 +65,11 @@ async function showMeasurement() {
     return;
   }
   const wanted = range();
-  wanted.set('step', one.step);
-  wanted.set('reading', one.reading);
+  wanted.set('measurement', one.definitions);
   const points = await trying(() => ask(`/trend?${wanted}`));
   if (!points) return;
-  setText(spread, `${one.count} values · mean ${number(one.mean)} ${one.unit} · spread ${number(one.spread)}` +
+  const shown = points.length < one.count ? `the newest ${points.length} of ${one.count} values` : `${one.count} values`;
+  setText(spread, `${shown} · mean ${number(one.mean)} ${one.unit} · spread ${number(one.spread)}` +
     ` · Cp ${number(one.cp)} · Cpk ${number(one.cpk)}${one.few ? ' (of few values)' : ''}`);
   const data = {...one, name: one.reading, points};
   drawTrend('trend', data);
