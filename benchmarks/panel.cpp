@@ -9,21 +9,23 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "benchmarks/processor_time.h"
 #include "posix/file_descriptor.h"
 #include "tests/browser/browser.h"
-#include "tests/browser/panel_test.h"
+#include "tests/browser/programs.h"
 
 namespace {
 
 using Clock = std::chrono::system_clock;
+using browser::Finished;
 using browser::Json;
+using browser::RunningProgram;
+using browser::RunProgram;
 
 constexpr auto MEASURED = std::chrono::seconds(5);
 constexpr int CHANGES = 100;
@@ -51,20 +53,6 @@ class Station {
  private:
   posix::FileDescriptor port_;
 };
-
-// Seconds of processor time of all threads.
-double ProcessorTime(int process) {
-  std::ifstream file(fmt::format("/proc/{}/stat", process));
-  std::string text;
-  std::getline(file, text);
-  std::istringstream fields(text.substr(text.rfind(')') + 2));
-  std::string field;
-  double ticks = 0;
-  for (int number = 3; number <= 15 && fields >> field; ++number) {
-    if (number >= 14) ticks += std::stod(field);
-  }
-  return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
-}
 
 // A page without a browser: takes all topics of a phone until it is stopped.
 class Viewers {
@@ -120,14 +108,16 @@ Load Measure(int phone, int page, const std::function<void()>& work) {
           (ProcessorTime(page) - before.page) / length.count() * 100};
 }
 
-const std::string PHONESIM = std::string(PHONESIM_PROGRAM) + " --name shown ";
+Finished Phonesim(std::vector<std::string> words) {
+  words.insert(words.begin(), {PHONESIM_PROGRAM, "--name", "shown"});
+  return RunProgram(words);
+}
 
 int Print() {
-  const Background panel(PHONESIM + "panel");
-  const std::string address =
-      panel.FirstLine().substr(sizeof "panel: " - 1, panel.FirstLine().size() - sizeof "panel: ");
+  RunningProgram panel({PHONESIM_PROGRAM, "--name", "shown", "panel"});
+  const std::string address = panel.AwaitLine("panel: ");
   const std::string origin = address.substr(0, address.find("/phone/"));
-  const Json status = Json::parse(RunLine(std::string(PHONESIM_PROGRAM) + " status --json").output).at(0);
+  const Json status = Json::parse(Phonesim({"status", "--json"}).output).at(0);
   Station station(status.at("host_port"));
   const int phone = status.at("simulator_process");
 
@@ -152,7 +142,7 @@ int Print() {
   };
   const std::string port = status.at("host_port");
   for (const bool busy : {false, true}) {
-    if (busy) RunLine(fmt::format("{} --port {} tone start 1000", PHONETEST_PROGRAM, port));
+    if (busy) RunProgram({PHONETEST_PROGRAM, "--port", port, "tone", "start", "1000"});
     for (const int count : {0, 1, 10}) {
       const Viewers viewers(origin, headers, count);
       std::this_thread::sleep_for(std::chrono::seconds(3));  // those of before have gone
@@ -169,8 +159,8 @@ int Print() {
 
 int main() {
   setvbuf(stdout, nullptr, _IOLBF, 0);
-  RunLine(PHONESIM + "--no-waiting start");
+  Phonesim({"--no-waiting", "start"});
   const int failed = Print();
-  RunLine(PHONESIM + "stop");
+  Phonesim({"stop"});
   return failed;
 }
