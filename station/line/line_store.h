@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <ctime>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -27,6 +28,9 @@ struct PastRun {
   std::time_t started = 0;
   std::string station;
 };
+
+// Looks it up by serial number and plan; nothing if there is no such run. Throws StoreAway.
+using PastRuns = std::function<std::optional<PastRun>(const std::string& serial, const std::string& plan)>;
 
 // What is stored of a run, as far as the operator sees it.
 struct LineRun {

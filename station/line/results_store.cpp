@@ -106,15 +106,20 @@ Connection ResultsStore::Connect() const {
   return OpenResults(address_);
 }
 
-std::optional<PastRun> ResultsStore::NewestRun(const std::string& serial, const std::string& plan) {
+std::optional<PastRun> NewestRunIn(const ResultsAddress& address, const std::string& serial,
+                                   const std::string& plan) {
   try {
-    Connection connection = Connect();
+    Connection connection = OpenResults(address);
     const auto row = LastJudgedRun(connection, serial, plan);
     if (!row) return std::nullopt;
     return PastRun{FromStored(row->verdict), static_cast<std::time_t>(row->started / 1000), row->station};
   } catch (const ResultsError& error) {
     throw StoreAway(error.what());
   }
+}
+
+std::optional<PastRun> ResultsStore::NewestRun(const std::string& serial, const std::string& plan) {
+  return NewestRunIn(address_, serial, plan);
 }
 
 std::unique_ptr<PlanNumbers> ResultsStore::Draw(const LineRunStart& start, const std::string& plan_file,
@@ -167,8 +172,13 @@ void ResultsStore::Look() {
   try {
     Connection connection = Connect();
     MarkInterrupted(connection);
-    RunStore store(connection);
-    HandIn(store, connection);
+    try {
+      RunStore store(connection);
+      HandIn(store, connection);
+    } catch (const ResultsError&) {
+      // A spooled run that is not taken still waits, which the page says; the database may be there.
+      connection.Ask("SELECT 1", "i");
+    }
   } catch (const ResultsError&) {
     reachable = false;
   }

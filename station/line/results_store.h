@@ -10,6 +10,10 @@
 
 namespace station {
 
+// How the phone's newest run of the plan ended, of those that say whether it is good. Throws StoreAway.
+std::optional<PastRun> NewestRunIn(const ResultsAddress& address, const std::string& serial,
+                                   const std::string& plan);
+
 class ResultsStore : public LineStore {
  public:
   // Looks at once, and then every few seconds, whether the database can be reached, and hands in what waits.

@@ -14,8 +14,8 @@ std::string HowItEnded(Verdict verdict) {
   return "It did not finish";
 }
 
-std::string CheckPlan(const std::string& plan, const std::string& serial, LineStore& store) {
-  const std::optional<PastRun> run = store.NewestRun(serial, plan);
+std::string CheckPlan(const std::string& plan, const std::string& serial, const PastRuns& past) {
+  const std::optional<PastRun> run = past(serial, plan);
   if (!run)
     return fmt::format("Phone {} has never passed “{}”. Take it to that station first.", serial, plan);
   if (run->verdict == Verdict::Passed) return "";
@@ -25,10 +25,10 @@ std::string CheckPlan(const std::string& plan, const std::string& serial, LineSt
 
 }  // namespace
 
-std::string CheckRoute(const LineRules& rules, const std::string& serial, LineStore& store) {
+std::string CheckRoute(const LineRules& rules, const std::string& serial, const PastRuns& past) {
   for (const std::string& plan : rules.requires_plans) {
     try {
-      const std::string refusal = CheckPlan(plan, serial, store);
+      const std::string refusal = CheckPlan(plan, serial, past);
       if (!refusal.empty()) return refusal;
     } catch (const StoreAway&) {
       if (rules.runs_without_results) return "";
@@ -41,9 +41,9 @@ std::string CheckRoute(const LineRules& rules, const std::string& serial, LineSt
   return "";
 }
 
-bool HasPassed(const std::string& plan, const std::string& serial, LineStore& store) {
+bool HasPassed(const std::string& plan, const std::string& serial, const PastRuns& past) {
   try {
-    const std::optional<PastRun> run = store.NewestRun(serial, plan);
+    const std::optional<PastRun> run = past(serial, plan);
     return run && run->verdict == Verdict::Passed;
   } catch (const StoreAway&) {
     return false;

@@ -9,9 +9,9 @@
 namespace station {
 
 // Returns why the phone is refused, in a sentence, or nothing.
-std::string CheckRoute(const LineRules& rules, const std::string& serial, LineStore& store);
+std::string CheckRoute(const LineRules& rules, const std::string& serial, const PastRuns& past);
 
 // Whether the phone's newest run of the plan passed. False if the database cannot be asked.
-bool HasPassed(const std::string& plan, const std::string& serial, LineStore& store);
+bool HasPassed(const std::string& plan, const std::string& serial, const PastRuns& past);
 
 }  // namespace station

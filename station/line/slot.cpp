@@ -215,12 +215,15 @@ bool LineSlot::MayStart() {
     serial = values_.at(SERIAL);
     asked = values_.contains(RETEST_REASON);
   }
-  const std::string refusal = CheckRoute(rules, serial, store_);
+  const auto past = [this](const std::string& phone, const std::string& plan) {
+    return store_.NewestRun(phone, plan);
+  };
+  const std::string refusal = CheckRoute(rules, serial, past);
   if (!refusal.empty()) {
     Refuse(refusal);
     return false;
   }
-  if (!rules.asks_retest_reason || asked || !HasPassed(line_.plan.name, serial, store_)) return true;
+  if (!rules.asks_retest_reason || asked || !HasPassed(line_.plan.name, serial, past)) return true;
   const std::lock_guard lock(mutex_);
   fields_.push_back({RETEST_REASON, "this phone has passed this plan before", nlohmann::json::object()});
   state_ = State::Ready;

@@ -36,7 +36,27 @@ std::vector<std::string> Names(const json& object, const char* key) {
   return names;
 }
 
-LineRules ReadRules(const json& rules, const json& variables) {
+PlanVariable ReadVariable(const std::string& name, const json& declaration) {
+  if (!declaration.is_object()) throw PlanError(fmt::format("variable \"{}\" is not an object", name));
+  const json fallback = declaration.value("default", json());
+  const bool required = declaration.value("required", json(false)) == json(true);
+  const bool drawn = declaration.contains("draw");
+  return {.name = name,
+          .help = Text(declaration, "help"),
+          .declaration = declaration,
+          .needed = !drawn && (fallback.is_null() || (required && fallback == json("")))};
+}
+
+std::string StepName(const json& step) {
+  for (const char* key : {"name", "command", "question"}) {
+    if (step.is_object() && step.contains(key) && step[key].is_string()) return step[key];
+  }
+  return "step";
+}
+
+}  // namespace
+
+LineRules ReadLineRules(const json& rules, const json& variables) {
   if (!rules.is_object()) throw PlanError("\"line\" is not an object");
   for (const auto& [key, value] : rules.items()) {
     static constexpr std::string_view KNOWN[] = {"serial", "serial-pattern", "requires", "without-results",
@@ -60,26 +80,6 @@ LineRules ReadRules(const json& rules, const json& variables) {
   return read;
 }
 
-PlanVariable ReadVariable(const std::string& name, const json& declaration) {
-  if (!declaration.is_object()) throw PlanError(fmt::format("variable \"{}\" is not an object", name));
-  const json fallback = declaration.value("default", json());
-  const bool required = declaration.value("required", json(false)) == json(true);
-  const bool drawn = declaration.contains("draw");
-  return {.name = name,
-          .help = Text(declaration, "help"),
-          .declaration = declaration,
-          .needed = !drawn && (fallback.is_null() || (required && fallback == json("")))};
-}
-
-std::string StepName(const json& step) {
-  for (const char* key : {"name", "command", "question"}) {
-    if (step.is_object() && step.contains(key) && step[key].is_string()) return step[key];
-  }
-  return "step";
-}
-
-}  // namespace
-
 PlanOutline ReadPlanOutline(const std::string& path) {
   try {
     const json description = ReadPlanFile(path);
@@ -90,7 +90,7 @@ PlanOutline ReadPlanOutline(const std::string& path) {
     }
     for (const json& step : description.value("steps", json::array()))
       outline.steps.push_back(StepName(step));
-    outline.line = ReadRules(description.value("line", json::object()), variables);
+    outline.line = ReadLineRules(description.value("line", json::object()), variables);
     return outline;
   } catch (const std::exception& error) {
     throw PlanError(fmt::format("{}: {}", path, error.what()));

@@ -26,6 +26,9 @@ struct LineRules {
   bool asks_retest_reason = false;               // when a phone is tested again that has passed this plan
 };
 
+// Throws PlanError.
+LineRules ReadLineRules(const nlohmann::json& rules, const nlohmann::json& variables);
+
 struct PlanOutline {
   std::string name;
   std::string file;

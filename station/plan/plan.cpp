@@ -10,6 +10,7 @@
 #include "posix/nearest_words.h"
 #include "posix/sha256.h"
 #include "station/commands/errors.h"
+#include "station/plan/outline.h"
 #include "station/plan/variables.h"
 
 namespace station {
@@ -187,7 +188,7 @@ void ParseWork(Step& step, const json& description, bool shown) {
 
 struct StepRules {
   bool stops;  // a failure ends the plan, if the step does not say
-  bool shown;  // the plan is only shown
+  bool shown;  // variables may stand as ${name} in it
 };
 
 Step ParseStep(const json& description, const StepRules& rules) {
@@ -259,7 +260,7 @@ bool Mentions(const json& description, const std::vector<std::string>& variables
 // Adds the mistakes to those found before. Steps that need a variable with a mistake are left out.
 std::vector<Step> ParseSteps(json plan, const SettledVariables& variables, bool shown,
                              std::vector<std::string>& mistakes) {
-  const StepRules rules{StopsOnFailure(plan, true), shown};
+  const bool stops = StopsOnFailure(plan, true);
   const json steps = plan.value("steps", json::array());
   if (!steps.is_array() || steps.empty()) throw PlanError("a plan needs \"steps\"");
   std::vector<Step> parsed;
@@ -269,8 +270,9 @@ std::vector<Step> ParseSteps(json plan, const SettledVariables& variables, bool 
     try {
       const std::string condition = description.is_object() ? TextAt(description, "if") : "";
       const std::set<std::string> used = VariablesIn(description, variables.values);
+      const bool open = shown || Mentions(description, variables.later);
       Substitute(description, variables.values);
-      parsed.push_back(ParseStep(description, rules));
+      parsed.push_back(ParseStep(description, {stops, open}));
       parsed.back().variables = used;
       parsed.back().missed = !parsed.back().wanted && IsMissed(condition, plan["variables"]);
     } catch (const std::exception& error) {
@@ -281,27 +283,33 @@ std::vector<Step> ParseSteps(json plan, const SettledVariables& variables, bool 
 }
 
 Plan ParseWhole(const std::string& path, const std::map<std::string, std::string>& given,
-                const std::map<std::string, std::string>& built_in, bool shown) {
+                const std::map<std::string, std::string>& built_in, PlanUse use) {
   const std::string content = ReadFile(path, LARGEST_PLAN);
   const json description = ParsePlan(content);
+  const json declared = description.value("variables", json::object());
   Plan plan;
   plan.file = path;
   plan.sha256 = posix::Sha256(content);
   plan.name = TextAt(description, "name");
   if (plan.name.empty()) plan.name = path;
-  SettledVariables variables = SettleVariables(description.value("variables", json::object()), given, shown);
+  SettledVariables variables = SettleVariables(declared, given, use);
   plan.variables = variables.values;
   variables.values.insert(variables.values.end(), built_in.begin(), built_in.end());
   std::vector<std::string> mistakes = std::move(variables.mistakes);
-  plan.steps = ParseSteps(description, variables, shown, mistakes);
+  try {
+    ReadLineRules(description.value("line", json::object()), declared);
+  } catch (const PlanError& error) {
+    mistakes.emplace_back(error.what());
+  }
+  plan.steps = ParseSteps(description, variables, use == PlanUse::Show, mistakes);
   if (!mistakes.empty()) throw PlanMistakes(path, std::move(mistakes));
   return plan;
 }
 
 Plan Load(const std::string& path, const std::map<std::string, std::string>& given,
-          const std::map<std::string, std::string>& built_in, bool shown) {
+          const std::map<std::string, std::string>& built_in, PlanUse use) {
   try {
-    return ParseWhole(path, given, built_in, shown);
+    return ParseWhole(path, given, built_in, use);
   } catch (const PlanMistakes&) {
     throw;
   } catch (const std::exception& error) {
@@ -327,12 +335,17 @@ PlanMistakes::PlanMistakes(const std::string& file, std::vector<std::string> mis
 
 Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>& given,
               const std::map<std::string, std::string>& built_in) {
-  return Load(path, given, built_in, false);
+  return Load(path, given, built_in, PlanUse::Run);
+}
+
+Plan LoadPlanToCheck(const std::string& path, const std::map<std::string, std::string>& given,
+                     const std::map<std::string, std::string>& built_in) {
+  return Load(path, given, built_in, PlanUse::Check);
 }
 
 Plan LoadPlanToShow(const std::string& path, const std::map<std::string, std::string>& given,
                     const std::map<std::string, std::string>& built_in) {
-  return Load(path, given, built_in, true);
+  return Load(path, given, built_in, PlanUse::Show);
 }
 
 std::vector<PoolDraw> DrawsOfPlan(const std::string& path) {

@@ -77,6 +77,10 @@ struct Plan {
 Plan LoadPlan(const std::string& path, const std::map<std::string, std::string>& given,
               const std::map<std::string, std::string>& built_in);
 
+// The same for a plan that is only checked: a number that it draws stands as ${name} in the steps' texts.
+Plan LoadPlanToCheck(const std::string& path, const std::map<std::string, std::string>& given,
+                     const std::map<std::string, std::string>& built_in);
+
 // The same for a plan that is only shown: a variable without a value stands as ${name} in the steps' texts,
 // and what holds it is not checked.
 Plan LoadPlanToShow(const std::string& path, const std::map<std::string, std::string>& given,

@@ -56,6 +56,14 @@ void CheckDeclaration(const std::string& name, const json& declaration) {
     }
   }
   IsTrue(name, declaration, "optional");
+  const json pool = declaration.value("draw", json("pool"));
+  if (!pool.is_string() || pool == json(""))
+    throw PlanError(fmt::format("variable \"{}\": \"draw\" must be the name of a pool of numbers", name));
+}
+
+// Its value is known when the plan runs.
+bool IsDrawnLater(const json& declaration, PlanUse use, bool given) {
+  return use == PlanUse::Check && !given && declaration.is_object() && declaration.contains("draw");
 }
 
 void CheckValue(const std::string& name, const json& declaration, const std::string& value) {
@@ -89,12 +97,14 @@ std::string Settled(const std::string& name, const json& declaration,
 }  // namespace
 
 SettledVariables SettleVariables(const json& declared, const std::map<std::string, std::string>& given,
-                                 bool shown) {
+                                 PlanUse use) {
   if (!declared.is_object()) throw PlanError("\"variables\" is not an object");
   SettledVariables settled;
   for (const auto& [name, declaration] : declared.items()) {
     try {
-      settled.values.emplace_back(name, Settled(name, declaration, given, shown));
+      const bool later = IsDrawnLater(declaration, use, given.contains(name));
+      settled.values.emplace_back(name, Settled(name, declaration, given, use == PlanUse::Show || later));
+      if (later) settled.later.push_back(name);
     } catch (const std::exception& error) {
       settled.mistakes.emplace_back(error.what());
       settled.wrong.push_back(name);

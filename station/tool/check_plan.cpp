@@ -22,7 +22,7 @@ void ShowMistakes(const std::string& file, const std::vector<std::string>& mista
 
 ExitStatus CheckPlan(const PlanQuestion& question) {
   try {
-    const Plan plan = LoadPlan(question.plan_file, question.variables, BuiltIn(question));
+    const Plan plan = LoadPlanToCheck(question.plan_file, question.variables, BuiltIn(question));
     if (question.json) {
       ShowMistakes(question.plan_file, {});
     } else {

@@ -19,6 +19,7 @@
 #include "station/results/plan_numbers.h"
 #include "station/results/run_recorder.h"
 #include "station/tasks/terminal.h"
+#include "station/tool/line_rules.h"
 #include "station/tool/simulated_executable.h"
 
 namespace station {
@@ -79,6 +80,8 @@ PlanResult RunOnPhone(const PlanOrder& order, OnePhone& one, Operator& person, R
   if (order.results) {
     RunStart start = StartOf(one.phone.GetPlan(), one.phone.Port(), origin, one.run);
     start.slot = slot;
+    if (!order.serial.empty()) start.serial = order.serial;
+    if (!order.retest_reason.empty()) start.variables.emplace_back("retest reason", order.retest_reason);
     one.recorder = std::make_unique<RunRecorder>(*order.results, start);
     control.finished = [&](std::size_t step, const StepResult& done) {
       one.recorder->Add(StepOf(step, done));
@@ -181,8 +184,12 @@ ExitStatus ExecutePlan(const PlanOrder& given) {
   CheckPorts(given.ports);
   const std::vector<PoolDraw> draws = DrawsOfPlan(given.plan_file);
   PlanOrder order = given;
+  CheckLineRules(order);
   const std::string run = NewRunId();  // of the only phone, if the plan draws
-  PlanNumbers numbers(order.results, draws, order.variables, run, order.station, order.reserve);
+  std::map<std::string, std::string> known = order.variables;
+  order.serial = SerialOf(order);
+  if (!order.serial.empty()) known["serial"] = order.serial;
+  PlanNumbers numbers(order.results, draws, known, run, order.station, order.reserve);
   if (!numbers.Values().empty() && order.ports.size() > 1)
     throw UsageError("a plan that draws numbers runs on one phone at a time: give --port once");
   order.variables.insert(numbers.Values().begin(), numbers.Values().end());

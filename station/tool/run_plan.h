@@ -28,6 +28,8 @@ struct PlanOrder {
   bool json = false;
   std::optional<ResultsAddress> results;  // the database that the runs are stored in
   std::vector<std::string> attached;      // files that are stored with each run when it has ended
+  std::string serial = {};                // of the phone; ExecutePlan takes it from the variables
+  std::string retest_reason;              // why a phone that has passed is tested again; may be empty
   std::size_t reserve = 0;                // size of the station's block of each pool that the plan draws from
 };
 

@@ -64,6 +64,7 @@ ExitStatus Run(const Settings& settings, Given& given) {
                       .json = settings.json,
                       .results = GivenResults(settings, given),
                       .attached = given["attach"],
+                      .retest_reason = OnlyText(given, "retest-reason"),
                       .reserve = GivenCount(given, "reserve", 0, MOST_RESERVED)});
 }
 
@@ -160,6 +161,8 @@ const std::vector<ToolCommand>& ToolCommands() {
            "numbers of each pool that the plan draws from, kept for this station for when the database is "
            "away [0]",
            "COUNT"},
+          {Kind::Text, "retest-reason",
+           "why a phone that has passed is tested again, if the plan asks for a reason", "TEXT"},
           {Kind::Repeated, "attach", "store this file with the run when it has ended", "FILE"}},
          Run},
         CampaignCommand(),

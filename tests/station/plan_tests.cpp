@@ -563,16 +563,22 @@ TEST(Plans, MistakesAreFoundBeforeAnythingIsSent) {
 // No phone is there, and nothing is asked.
 TEST(Plans, AreCheckedAndListedWithoutAPhone) {
   const std::string wrong = TemporaryFile("wrong.json", R"({
-    "variables": {"id": {"required": true}, "word": {"default": "12", "digits": 3}}, "steps": [
+    "variables": {"id": {"required": true}, "number": {"draw": "pool"}, "other": {"draw": 5},
+                  "word": {"default": "12", "digits": 3}}, "line": {"require": "Board"}, "steps": [
       {"command": "identity write", "arguments": {"identity": "${id}"}},
       {"name": "Versions", "command": "versions", "limits": {"sytem": {"equals": "1"}}},
       {"if": "", "command": "camera capture", "arguments": {"picture": "focus"}, "limits": {"spots": {"maximum": 0}}},
-      {"wait": 1, "always": "yes"}]})");
+      {"wait": 1, "always": "yes"},
+      {"command": "identity write", "arguments": {"identity": "${number}"}}]})");
   const ToolResult checked = RunTool({"--json", "run", "--check", wrong});
   EXPECT_EQ(checked.status, 4);
   const auto mistakes = nlohmann::json::parse(checked.output)["mistakes"];
-  const char* beginnings[] = {"variable \"id\" is not set", "variable \"word\": 12: it is not a number of 3",
-                              "step 2 \"Versions\": limit on \"sytem\"", "step 3: limit on \"spots\"",
+  const char* beginnings[] = {"variable \"id\" is not set",
+                              "variable \"other\": \"draw\" must be the name",
+                              "variable \"word\": 12: it is not a number of 3",
+                              "\"line\": unknown key \"require\"",
+                              "step 2 \"Versions\": limit on \"sytem\"",
+                              "step 3: limit on \"spots\"",
                               "step 4: \"always\""};
   ASSERT_EQ(mistakes.size(), std::size(beginnings)) << mistakes;
   for (std::size_t i = 0; i < mistakes.size(); ++i)
