@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "station/commands/errors.h"
@@ -31,11 +32,22 @@ std::string Ended(const std::string& output, int status) {
   return output.empty() ? how : how + ": " + output;
 }
 
+// What the program prints goes into the record, so it does not get the password of the results' database.
+std::vector<char*> Environment() {
+  std::vector<char*> kept;
+  for (char** one = environ; *one != nullptr; ++one) {
+    if (!std::string_view(*one).starts_with("PGPASSWORD=")) kept.push_back(*one);
+  }
+  kept.push_back(nullptr);
+  return kept;
+}
+
 pid_t Start(const std::vector<std::string>& words, int output) {
   std::vector<std::string> copies = words;
   std::vector<char*> arguments;
   for (std::string& word : copies) arguments.push_back(word.data());
   arguments.push_back(nullptr);
+  const std::vector<char*> environment = Environment();
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
@@ -47,7 +59,8 @@ pid_t Start(const std::vector<std::string>& words, int output) {
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
   pid_t process = -1;
   BeginProgramStart();
-  const int error = posix_spawnp(&process, arguments[0], &actions, &attributes, arguments.data(), environ);
+  const int error =
+      posix_spawnp(&process, arguments[0], &actions, &attributes, arguments.data(), environment.data());
   EndProgramStart(error == 0 ? process : -1);
   posix_spawnattr_destroy(&attributes);
   posix_spawn_file_actions_destroy(&actions);

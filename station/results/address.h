@@ -24,4 +24,7 @@ ResultsAddress ParseResultsAddress(const std::string& text);
 // $XDG_DATA_HOME/phonetest, or ~/.local/share/phonetest. Throws UsageError if neither is known.
 std::filesystem::path DataFolder();
 
+// What may be shown of a text that is meant as an address.
+std::string WithoutPassword(const std::string& address);
+
 }  // namespace station

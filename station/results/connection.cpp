@@ -2,12 +2,17 @@
 #include "station/results/connection.h"
 
 #include <fmt/format.h>
+#include <libpq-fe.h>
 #include <soci/postgresql/soci-postgresql.h>
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
+#include <sys/socket.h>
 
+#include <condition_variable>
 #include <deque>
 #include <filesystem>
+#include <mutex>
+#include <thread>
 #include <unordered_map>
 
 #include "station/commands/bytes.h"
@@ -59,6 +64,39 @@ std::string OneLine(std::string text) {
   return text;
 }
 
+// Ends a connection whose server does not answer: libpq itself would wait for ever.
+class Watch {
+ public:
+  explicit Watch(int socket)
+      : socket_(socket), thread_([this](const std::stop_token& stop) { Look(stop); }) {}
+
+  // The time until End.
+  void Begin() {
+    const std::lock_guard lock(mutex_);
+    begun_ = std::chrono::steady_clock::now();
+  }
+  void End() {
+    const std::lock_guard lock(mutex_);
+    begun_.reset();
+  }
+
+ private:
+  void Look(const std::stop_token& stop) {
+    std::unique_lock lock(mutex_);
+    while (!stop.stop_requested()) {
+      due_.wait_for(lock, stop, std::chrono::seconds(1), [] { return false; });
+      if (begun_ && std::chrono::steady_clock::now() - *begun_ > Connection::PATIENCE)
+        shutdown(socket_, SHUT_RDWR);
+    }
+  }
+
+  const int socket_;
+  std::mutex mutex_;
+  std::condition_variable_any due_;
+  std::optional<std::chrono::steady_clock::time_point> begun_;
+  std::jthread thread_;
+};
+
 // A statement with the places that its values are read from.
 struct Prepared {
   Prepared(soci::session& session, const std::string& text, std::size_t count)
@@ -90,18 +128,62 @@ struct Connection::Session {
   explicit Session(const ResultsAddress& address)
       : session(address.kind == ResultsAddress::Kind::Server
                     ? soci::connection_parameters(soci::postgresql, ServerParameters(address.text))
-                    : soci::connection_parameters(soci::sqlite3, QuotedFile(address.text))) {}
+                    : soci::connection_parameters(soci::sqlite3, QuotedFile(address.text))) {
+    if (address.kind != ResultsAddress::Kind::Server) return;
+    auto* server = static_cast<soci::postgresql_session_backend*>(session.get_backend());
+    watch = std::make_unique<Watch>(PQsocket(server->conn_));
+  }
+  // The server is told to forget the statements. The watch ends before the socket's number is used again.
+  ~Session() {
+    Begin();
+    statements.clear();
+    watch.reset();
+  }
+  Session(const Session&) = delete;
+  Session& operator=(const Session&) = delete;
+
+  void Begin() {
+    if (watch) watch->Begin();
+  }
+  void End() {
+    if (watch) watch->End();
+  }
 
   soci::session session;
   std::unordered_map<std::string, std::unique_ptr<Prepared>> statements = {};
+  std::unique_ptr<Watch> watch = nullptr;
 };
+
+// Does some work with the database; its failure becomes a sentence of ours.
+template <typename Work>
+auto Connection::Guarded(const Work& work) {
+  struct Span {
+    explicit Span(Session& one) : session(one) {
+      session.Begin();
+    }
+    ~Span() {
+      session.End();
+    }
+    Session& session;
+  };
+  try {
+    const Span span(*session_);
+    return work();
+  } catch (const soci::soci_error& error) {
+    throw ResultsError(fmt::format("the database {}: {}", address_.text, OneLine(error.get_error_message())));
+  }
+}
 
 Connection::Connection(const ResultsAddress& address) : address_(address) {
   try {
     if (address.kind == ResultsAddress::Kind::File) MakeFolderOf(address.text);
     session_ = std::make_unique<Session>(address);
     if (address.kind == ResultsAddress::Kind::Server) {
-      session_->session << "SET client_min_messages = warning";
+      // A station that dies in the middle of drawing a number must not hold up the others.
+      Guarded([this] {
+        session_->session << "SET client_min_messages = warning; "
+                             "SET idle_in_transaction_session_timeout = 30000; SET tcp_keepalives_idle = 30";
+      });
       return;
     }
     // Each commit is on the disk before it returns, and readers do not wait for writers.
@@ -118,14 +200,8 @@ Connection::Connection(const ResultsAddress& address) : address_(address) {
 Connection::Connection(Connection&&) noexcept = default;
 Connection::~Connection() = default;
 
-// Does some work with the database; its failure becomes a sentence of ours.
-template <typename Work>
-auto Connection::Guarded(const Work& work) {
-  try {
-    return work();
-  } catch (const soci::soci_error& error) {
-    throw ResultsError(fmt::format("the database {}: {}", address_.text, OneLine(error.get_error_message())));
-  }
+void Connection::WaitForEver() {
+  session_->watch.reset();
 }
 
 std::int64_t Connection::Run(const std::string& statement, const std::vector<SqlValue>& values) {
@@ -141,7 +217,9 @@ std::int64_t Connection::Run(const std::string& statement, const std::vector<Sql
       return static_cast<std::int64_t>(prepared->statement.get_affected_rows());
     });
   } catch (const ResultsError&) {
+    session_->Begin();
     session_->statements.erase(statement);
+    session_->End();
     throw;
   }
 }
@@ -243,7 +321,7 @@ Transaction::Transaction(Connection& connection) : connection_(connection) {
 Transaction::~Transaction() {
   if (!open_) return;
   try {
-    connection_.session_->session << "ROLLBACK";
+    connection_.Guarded([&] { connection_.session_->session << "ROLLBACK"; });
   } catch (const std::exception&) {
     // The connection is gone, and the transaction with it.
   }

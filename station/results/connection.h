@@ -2,6 +2,7 @@
 // stands for a value, and the few words that differ are asked of the connection.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -57,6 +58,9 @@ using SqlRow = std::vector<SqlResult>;
 
 class Connection {
  public:
+  // A server that is stopped keeps its connections and answers nothing.
+  static constexpr std::chrono::seconds PATIENCE{20};
+
   // Connects, but looks at no table. Throws ResultsError.
   explicit Connection(const ResultsAddress& address);
   Connection(Connection&&) noexcept;
@@ -65,6 +69,9 @@ class Connection {
   const ResultsAddress& Address() const {
     return address_;
   }
+
+  // From now on, a server may take any time for a query. Otherwise it is given up after PATIENCE.
+  void WaitForEver();
 
   // Each throws ResultsError.
 

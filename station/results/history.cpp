@@ -6,6 +6,8 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "station/results/number_form.h"
+
 namespace station {
 
 namespace {
@@ -108,12 +110,13 @@ Condition ConditionOf(const RunFilter& filter) {
       "SELECT id FROM runs WHERE identity = ? AND identity <> '' UNION "
       "SELECT id FROM runs WHERE address = ? AND address <> '')",
       filter.phone);
+  if (!filter.phone.empty()) condition.values.back() = StoredSpelling(filter.phone);
   return condition;
 }
 
 std::vector<RunRow> FindRuns(Connection& connection, const RunFilter& filter, std::size_t most) {
   const Condition condition = ConditionOf(filter);
-  const std::string order = fmt::format(" ORDER BY r.started DESC LIMIT {}", most);
+  const std::string order = fmt::format(" ORDER BY r.started DESC, r.id DESC LIMIT {}", most);
   return Runs(connection, condition.text + order, condition.values);
 }
 
@@ -133,7 +136,8 @@ std::optional<RunRow> LastJudgedRun(Connection& connection, const std::string& p
                                     const std::string& plan) {
   const Condition condition = ConditionOf({.plan = plan, .phone = phone});
   const auto runs =
-      Runs(connection, condition.text + " AND r.verdict BETWEEN 1 AND 4 ORDER BY r.started DESC LIMIT 1",
+      Runs(connection,
+           condition.text + " AND r.verdict BETWEEN 1 AND 4 ORDER BY r.started DESC, r.id DESC LIMIT 1",
            condition.values);
   return runs.empty() ? std::nullopt : std::optional(runs.front());
 }

@@ -86,4 +86,10 @@ NumberRange ParseNumberRange(const std::string& text) {
   return range;
 }
 
+std::string StoredSpelling(std::string text) {
+  if (!IsAddress(text)) return text;
+  for (char& one : text) one = static_cast<char>(std::toupper(static_cast<unsigned char>(one)));
+  return text;
+}
+
 }  // namespace station

@@ -22,4 +22,7 @@ NumberRange ParseNumberRange(const std::string& text);
 // The whole number: "004999010640000", "00:02:5B:0A:FF:10".
 std::string NumberText(const std::string& kind, std::int64_t number);
 
+// A Bluetooth address in capital letters, as all are stored; any other text as it is.
+std::string StoredSpelling(std::string text);
+
 }  // namespace station

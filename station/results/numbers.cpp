@@ -16,6 +16,16 @@ std::string LockPool(Connection& connection, const std::string& pool) {
   return connection.Ask("SELECT kind FROM pools WHERE name = ?", "t", {pool}).at(0).at(0).text;
 }
 
+// A given back number; one that another phone has got meanwhile without drawing it is left out.
+std::vector<SqlRow> Returned(Connection& connection, const std::string& pool, const std::string& phone) {
+  return connection.Ask(
+      "SELECT n.value FROM numbers n WHERE n.pool = ? AND n.state = 'free' AND "
+      "NOT EXISTS (SELECT 1 FROM runs WHERE identity = n.value AND identity <> '' AND phone <> ?) AND "
+      "NOT EXISTS (SELECT 1 FROM runs WHERE address = n.value AND address <> '' AND phone <> ?) "
+      "ORDER BY n.value LIMIT 1",
+      "t", {pool, phone, phone});
+}
+
 // Whether a phone has it already that did not draw it.
 bool IsTaken(Connection& connection, const std::string& value, const std::string& phone) {
   return !connection
@@ -29,8 +39,7 @@ bool IsTaken(Connection& connection, const std::string& value, const std::string
 // A number that nobody has, now in `state`; given back ones first. Nothing if none is left.
 std::optional<std::string> Take(Connection& connection, const std::string& pool, const std::string& kind,
                                 const std::string& state, const Receiver& receiver) {
-  const auto returned = connection.Ask(
-      "SELECT value FROM numbers WHERE pool = ? AND state = 'free' ORDER BY value LIMIT 1", "t", {pool});
+  const auto returned = Returned(connection, pool, receiver.phone);
   if (!returned.empty()) {
     connection.Run("UPDATE numbers SET state = ?, phone = ?, run = ?, station = ?, changed = " +
                        std::string(connection.Now()) + " WHERE value = ?",
@@ -56,6 +65,7 @@ std::optional<std::string> Take(Connection& connection, const std::string& pool,
 }  // namespace
 
 std::int64_t AddNumbers(Connection& connection, const std::string& pool, const NumberRange& range) {
+  if (pool.empty()) throw UsageError("the pool needs a name");
   Transaction transaction(connection);
   // Against another one who adds: a pool that is new to both could not be waited for.
   if (connection.Address().kind == ResultsAddress::Kind::Server)
@@ -92,6 +102,8 @@ std::vector<PoolRow> Pools(Connection& connection) {
 }
 
 std::vector<NumberRow> GivenNumbers(Connection& connection, const std::string& pool) {
+  if (connection.Ask("SELECT name FROM pools WHERE name = ?", "t", {pool}).empty())
+    throw UsageError(fmt::format("there is no pool of numbers \"{}\"", pool));
   std::vector<NumberRow> numbers;
   for (const SqlRow& row : connection.Ask(
            "SELECT value, state, phone, run, station, changed FROM numbers WHERE pool = ? ORDER BY value",
@@ -101,13 +113,20 @@ std::vector<NumberRow> GivenNumbers(Connection& connection, const std::string& p
 }
 
 DrawnNumber DrawNumber(Connection& connection, const std::string& pool, const Receiver& receiver) {
+  if (receiver.phone.empty())
+    throw UsageError("a number is drawn for a serial number, and this one is empty");
   Transaction transaction(connection);
   const std::string kind = LockPool(connection, pool);
   const auto had = connection.Ask(
       "SELECT value FROM numbers WHERE pool = ? AND phone = ? AND state IN ('drawn', 'written') ORDER BY "
-      "changed LIMIT 1",
+      "CASE state WHEN 'written' THEN 0 ELSE 1 END, changed, value LIMIT 1",
       "t", {pool, receiver.phone});
-  if (!had.empty()) return {had[0][0].text, false};
+  if (!had.empty()) {
+    // This run may write it, so an earlier one that still goes on must not give it back.
+    MarkWritten(connection, had[0][0].text);
+    transaction.Commit();
+    return {had[0][0].text, false};
+  }
   const auto value = Take(connection, pool, kind, "drawn", receiver);
   if (!value) throw UsageError(fmt::format("no number is left in the pool \"{}\"", pool));
   transaction.Commit();
@@ -119,10 +138,17 @@ void MarkWritten(Connection& connection, const std::string& value) {
 }
 
 void GiveBack(Connection& connection, const std::string& value, const std::string& run) {
-  connection.Run(
+  Transaction transaction(connection);
+  const auto given_back = connection.Run(
       "UPDATE numbers SET state = 'free', phone = '', run = '', station = '' WHERE value = ? AND run = ? AND "
       "state = 'drawn'",
       {value, run});
+  // The run's record has what was meant for the phone, which did not get it.
+  if (given_back > 0) {
+    connection.Run("UPDATE runs SET identity = '' WHERE uuid = ? AND identity = ?", {run, value});
+    connection.Run("UPDATE runs SET address = '' WHERE uuid = ? AND address = ?", {run, value});
+  }
+  transaction.Commit();
 }
 
 std::vector<std::string> ReserveNumbers(Connection& connection, const std::string& pool,

@@ -51,7 +51,7 @@ DrawnNumber DrawNumber(Connection& connection, const std::string& pool, const Re
 // A step that uses it has begun: it may be in the phone.
 void MarkWritten(Connection& connection, const std::string& value);
 
-// Takes back a number that this run has drawn and that no step has used.
+// Takes back a number that this run has drawn, that no step has used and that no later run has drawn again.
 void GiveBack(Connection& connection, const std::string& value, const std::string& run);
 
 // Numbers set apart for one station, which gives them out while the database is away. `block` names the

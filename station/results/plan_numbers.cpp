@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "station/commands/errors.h"
+#include "station/results/record.h"
 #include "station/results/reserved_numbers.h"
 #include "station/results/schema.h"
 
@@ -32,8 +33,6 @@ PlanNumbers::PlanNumbers(const std::optional<ResultsAddress>& address, const std
   receiver_ = {serial->second, run, station};
   try {
     DrawAll(wanted, reserve);
-  } catch (const ResultsError& error) {
-    DrawReserved(wanted, error.what());
   } catch (const UsageError& error) {
     throw PlanError(fmt::format("variable \"{}\" cannot be drawn: {}", variable, error.what()));
   }
@@ -44,13 +43,31 @@ PlanNumbers::~PlanNumbers() {
 }
 
 void PlanNumbers::DrawAll(const std::vector<PoolDraw>& wanted, std::size_t reserve) {
+  try {
+    DrawFromDatabase(wanted, reserve);
+    return;
+  } catch (const ResultsError& error) {
+    if (!connected_) return DrawReserved(wanted, error.what());
+  }
+  // A connection that ended in the middle may have given a number to the phone: a second one tells which.
+  try {
+    DrawFromDatabase(wanted, reserve);
+  } catch (const ResultsError& error) {
+    DrawReserved(wanted, error.what());
+  }
+}
+
+void PlanNumbers::DrawFromDatabase(const std::vector<PoolDraw>& wanted, std::size_t reserve) {
   Connection connection = OpenResults(*address_);
+  connected_ = true;
   for (const PoolDraw& draw : wanted) {
+    if (values_.contains(draw.variable)) continue;
     // First what this station gave out by itself: the phone may have a number from there.
-    ReservedNumbers(*address_, draw.pool).Settle(connection, reserve);
+    if (reserve > 0 || ReservedNumbers::Exist(*address_, draw.pool))
+      ReservedNumbers(*address_, draw.pool).Settle(connection, reserve);
     const DrawnNumber number = DrawNumber(connection, draw.pool, receiver_);
     values_[draw.variable] = number.value;
-    if (number.fresh) fresh_.push_back({draw.variable, number.value});
+    if (number.fresh) fresh_.push_back({draw.variable, draw.pool, number.value});
   }
 }
 
@@ -58,7 +75,9 @@ void PlanNumbers::DrawAll(const std::vector<PoolDraw>& wanted, std::size_t reser
 void PlanNumbers::DrawReserved(const std::vector<PoolDraw>& wanted, const std::string& problem) {
   for (const PoolDraw& draw : wanted) {
     if (values_.contains(draw.variable)) continue;
-    const auto number = ReservedNumbers(*address_, draw.pool).Draw(receiver_);
+    std::optional<DrawnNumber> number;
+    if (ReservedNumbers::Exist(*address_, draw.pool))
+      number = ReservedNumbers(*address_, draw.pool).Draw(receiver_);
     if (!number) {
       throw PlanError(
           fmt::format("variable \"{}\" cannot be drawn, and no number of its pool is reserved for this "
@@ -72,8 +91,10 @@ void PlanNumbers::DrawReserved(const std::vector<PoolDraw>& wanted, const std::s
 void PlanNumbers::Settle(const Plan& plan, const PlanResult& result) {
   std::vector<Held> unused;
   std::vector<Held> used;
+  const RunEnd end = EndOf(result);
   for (const Held& held : fresh_) {
-    bool begun = false;
+    // A phone may have had it before, by a hand that nobody recorded.
+    bool begun = end.identity == held.value || end.address == held.value;
     for (std::size_t i = 0; i < plan.steps.size() && i < result.steps.size(); ++i)
       begun = begun || (result.steps[i].attempts > 0 && plan.steps[i].variables.contains(held.variable));
     (begun ? used : unused).push_back(held);
@@ -81,14 +102,20 @@ void PlanNumbers::Settle(const Plan& plan, const PlanResult& result) {
   Return(unused, used);
 }
 
-// If the database is away, the numbers stay with the phone, which is safe.
+// If the database is away, the numbers stay with the phone, which is safe. This station keeps in mind what it
+// wrote, so that the phone gets the same when it is tested again.
 void PlanNumbers::Return(const std::vector<Held>& unused, const std::vector<Held>& used) {
   if (unused.empty() && used.empty()) return;
   try {
     Connection connection = OpenResults(*address_);
     for (const Held& held : unused) GiveBack(connection, held.value, receiver_.run);
     for (const Held& held : used) MarkWritten(connection, held.value);
-  } catch (const ResultsError&) {
+  } catch (const std::exception&) {
+    try {
+      for (const Held& held : used) ReservedNumbers(*address_, held.pool).Note(held.value, receiver_);
+    } catch (const std::exception&) {
+      // A full disk. The database knows whose the number is.
+    }
   }
 }
 

@@ -40,10 +40,12 @@ class PlanNumbers {
  private:
   struct Held {
     std::string variable;
+    std::string pool;
     std::string value;
   };
 
   void DrawAll(const std::vector<PoolDraw>& wanted, std::size_t reserve);
+  void DrawFromDatabase(const std::vector<PoolDraw>& wanted, std::size_t reserve);
   void DrawReserved(const std::vector<PoolDraw>& wanted, const std::string& problem);
   void Return(const std::vector<Held>& unused, const std::vector<Held>& used);
 
@@ -51,6 +53,7 @@ class PlanNumbers {
   Receiver receiver_;
   std::map<std::string, std::string> values_;
   std::vector<Held> fresh_;
+  bool connected_ = false;
   bool begun_ = false;
 };
 

@@ -1,9 +1,14 @@
 // From what a plan's run returns to what is kept of it.
+#include <fmt/format.h>
+
 #include <algorithm>
 
+#include "protocol/selectors.h"
+#include "station/commands/errors.h"
 #include "station/plan/variables.h"
 #include "station/report/phone_facts.h"
 #include "station/report/report.h"
+#include "station/results/number_form.h"
 #include "station/results/record.h"
 
 namespace station {
@@ -43,6 +48,20 @@ std::string WorkOf(const StepResult& step) {
   if (!step.operation.empty()) return step.operation;
   if (!step.question.empty()) return "question";
   return step.program ? "program" : "wait";
+}
+
+// Two files of one run or step may have the same name.
+std::string FreeName(const std::vector<StoredFile>& files, const std::string& name) {
+  std::string free = name;
+  for (int number = 2; std::ranges::find(files, free, &StoredFile::name) != files.end(); ++number)
+    free = fmt::format("{} ({})", name, number);
+  return free;
+}
+
+std::string TypeOf(const std::string& content) {
+  if (content.starts_with("\x89PNG")) return "image/png";
+  if (content.starts_with("\xFF\xD8\xFF")) return "image/jpeg";
+  return content.find('\0') == std::string::npos ? "text/plain" : "application/octet-stream";
 }
 
 std::string VariableNamed(const std::string& name, const Variables& variables) {
@@ -85,7 +104,7 @@ RunStart StartOf(const Plan& plan, const std::string& port, const Origin& origin
           .plan_sha256 = plan.sha256,
           .serial = VariableNamed("serial", plan.variables),
           .identity = VariableNamed("identity", plan.variables),
-          .address = VariableNamed("address", plan.variables),
+          .address = StoredSpelling(VariableNamed("address", plan.variables)),
           .station = origin.station,
           .person = origin.person,
           .tool_version = origin.tool_version,
@@ -116,14 +135,14 @@ StoredStep StepOf(std::size_t index, const StepResult& step) {
   }
   for (StoredValue& value : stored.values) {
     if (value.text.size() <= LONGEST_TEXT) continue;
-    stored.files.push_back({value.reading + ".txt", "text/plain", value.text});
+    stored.files.push_back({FreeName(stored.files, value.reading + ".txt"), "text/plain", value.text});
     value.text = "in " + stored.files.back().name;
   }
   if (step.answer && !step.answer->by.empty())
     stored.answer = {ReplyWord(*step.answer), step.answer->by,
                      static_cast<std::int64_t>(step.answer->at) * 1000};
   for (const Attachment& attachment : step.attachments) {
-    stored.files.push_back({attachment.name, attachment.type,
+    stored.files.push_back({FreeName(stored.files, attachment.name), attachment.type,
                             std::string(attachment.content.begin(), attachment.content.end())});
   }
   return stored;
@@ -135,11 +154,13 @@ RunEnd EndOf(const PlanResult& result) {
              .ended = MillisecondsNow(),
              .microseconds = result.took.count(),
              .microseconds_waited = result.waited.count(),
-             .identity = facts.identity,
+             // A phone without a number is known by something else, or not at all.
+             .identity = facts.identity == BLANK_IDENTITY ? "" : facts.identity,
              .versions = facts.versions};
   for (const StepResult& step : result.steps) {
     for (const Reading& reading : step.readings) {
-      if (step.operation == "bluetooth address" && reading.name == "address") end.address = reading.text;
+      if (step.operation == "bluetooth address" && reading.name == "address")
+        end.address = StoredSpelling(reading.text);
     }
   }
   if (result.executable) {
@@ -151,9 +172,10 @@ RunEnd EndOf(const PlanResult& result) {
 
 void AttachFile(RunEnd& end, const std::string& path) {
   constexpr std::size_t LARGEST = 64u << 20;
-  const std::string name = path.substr(path.rfind('/') + 1);
+  const std::string name = FreeName(end.files, path.substr(path.rfind('/') + 1));
   try {
-    end.files.push_back({name, "text/plain", ReadFile(path, LARGEST)});
+    const std::string content = ReadFile(path, LARGEST);
+    end.files.push_back({name, TypeOf(content), content});
   } catch (const UsageError& error) {
     end.files.push_back({name, "text/plain", error.what()});
   }

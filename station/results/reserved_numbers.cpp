@@ -22,31 +22,45 @@ namespace fs = std::filesystem;
   throw OutputLost(fmt::format("{} cannot be written: {}", path, std::generic_category().message(errno)));
 }
 
+// The pool's name may hold what a file's name may not.
+fs::path FileOf(const ResultsAddress& address, const std::string& pool) {
+  constexpr std::size_t ENOUGH = 16;
+  return address.SpoolFolder() / ("numbers-" + posix::Sha256(pool).substr(0, ENOUGH) + ".json");
+}
+
 }  // namespace
 
-ReservedNumbers::ReservedNumbers(const ResultsAddress& address, const std::string& pool) : pool_(pool) {
-  const fs::path folder = address.SpoolFolder();
+bool ReservedNumbers::Exist(const ResultsAddress& address, const std::string& pool) {
   std::error_code error;
-  fs::create_directories(folder, error);
-  // The pool's name may hold what a file's name may not.
-  constexpr std::size_t ENOUGH = 16;
-  path_ = folder / ("numbers-" + posix::Sha256(pool).substr(0, ENOUGH) + ".json");
+  return fs::exists(FileOf(address, pool), error) || error;
+}
+
+ReservedNumbers::ReservedNumbers(const ResultsAddress& address, const std::string& pool)
+    : pool_(pool), path_(FileOf(address, pool)) {
+  std::error_code error;
+  fs::create_directories(fs::path(path_).parent_path(), error);
   lock_.Reset(open((path_ + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   if (!lock_.IsOpen() || flock(lock_.Get(), LOCK_EX) != 0) ThrowLost(path_);
   Read();
 }
 
 void ReservedNumbers::Read() {
-  std::ifstream file(path_);
-  const auto object = nlohmann::json::parse(file, nullptr, false);
-  if (!object.is_object()) {
+  std::error_code error;
+  if (!fs::exists(path_, error)) {
     block_ = NewRunId();
     return;
   }
-  block_ = object.value("block", "");
-  for (const auto& entry : object["numbers"]) {
-    entries_.push_back({entry.value("value", ""),
-                        {entry.value("phone", ""), entry.value("run", ""), entry.value("station", "")}});
+  try {
+    std::ifstream file(path_);
+    const auto object = nlohmann::json::parse(file);
+    block_ = object.at("block");
+    for (const auto& entry : object.at("numbers"))
+      entries_.push_back({entry.at("value"), {entry.at("phone"), entry.at("run"), entry.at("station")}});
+  } catch (const nlohmann::json::exception&) {
+    // Which phones got numbers from it is not known any longer: a person has to decide.
+    throw UsageError(fmt::format(
+        "the file of reserved numbers {} is damaged: if it is moved away, its numbers are given to no phone",
+        path_));
   }
 }
 
@@ -82,6 +96,11 @@ std::optional<DrawnNumber> ReservedNumbers::Draw(const Receiver& receiver) {
   return DrawnNumber{next->value, true};
 }
 
+void ReservedNumbers::Note(const std::string& value, const Receiver& receiver) {
+  entries_.push_back({value, receiver});
+  Write();
+}
+
 void ReservedNumbers::Settle(Connection& connection, std::size_t count) {
   const bool given_out =
       std::ranges::any_of(entries_, [](const Entry& entry) { return !entry.receiver.phone.empty(); });
@@ -91,12 +110,32 @@ void ReservedNumbers::Settle(Connection& connection, std::size_t count) {
   // The block's name has to be on the disk before numbers go to it.
   if (entries_.empty()) Write();
   for (const Entry& entry : entries_) {
-    if (!entry.receiver.phone.empty()) SettleReserved(connection, entry.value, entry.receiver);
+    if (entry.receiver.phone.empty()) continue;
+    SettleReserved(connection, entry.value, entry.receiver);
+    MarkWritten(connection, entry.value);
   }
   entries_.clear();
   for (const std::string& value : ReserveNumbers(connection, pool_, block_, count))
     entries_.push_back({value, {}});
   Write();
+}
+
+void ReservedNumbers::SettleAll(Connection& connection) {
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(connection.Address().SpoolFolder(), error)) {
+    const std::string name = entry.path().filename();
+    if (!name.starts_with("numbers-") || !name.ends_with(".json")) continue;
+    std::ifstream file(entry.path());
+    const auto object = nlohmann::json::parse(file, nullptr, false);
+    if (!object.is_object() || !object.contains("pool") || !object["pool"].is_string()) continue;
+    try {
+      ReservedNumbers(connection.Address(), object["pool"]).Settle(connection, 0);
+    } catch (const UsageError&) {
+      // A damaged file is told of when a plan draws from the pool.
+    } catch (const OutputLost&) {
+      // The database knows; the file follows when the disk takes it.
+    }
+  }
 }
 
 }  // namespace station

@@ -12,12 +12,23 @@ namespace station {
 
 class ReservedNumbers {
  public:
-  // Locks the block of the pool as long as this object lives. Throws OutputLost.
+  // Whether this station has, or had, a block of the pool.
+  static bool Exist(const ResultsAddress& address, const std::string& pool);
+
+  // Locks the block of the pool as long as this object lives. Throws OutputLost, and UsageError if its file
+  // is damaged.
   ReservedNumbers(const ResultsAddress& address, const std::string& pool);
 
   // The phone's number from this block, or a new one; nothing if none is left. It is on the disk when this
   // returns.
   std::optional<DrawnNumber> Draw(const Receiver& receiver);
+
+  // Keeps in mind that a phone has this number, which the database could not be told.
+  void Note(const std::string& value, const Receiver& receiver);
+
+  // Tells the database what this station gave out of all its blocks, so that other stations know it. Throws
+  // ResultsError.
+  static void SettleAll(Connection& connection);
 
   // Tells the database what was given out, and fills the block up to `count`. Throws ResultsError.
   void Settle(Connection& connection, std::size_t count);

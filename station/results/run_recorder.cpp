@@ -124,7 +124,7 @@ class RunRecorder::Work {
       try {
         Store(count, ending);
         return;
-      } catch (const ResultsError& error) {
+      } catch (const std::exception& error) {
         NoteProblem(error.what());
       }
       spooling_ = true;
@@ -166,7 +166,7 @@ class RunRecorder::Work {
     try {
       HandIn(*store_, *connection_, MOST_HANDED_IN);
       MarkInterrupted(*connection_);
-    } catch (const ResultsError& error) {
+    } catch (const std::exception& error) {
       const std::lock_guard lock(mutex_);
       hand_in_problem_ = error.what();
     }

@@ -117,15 +117,10 @@ int SchemaVersion(Connection& connection) {
   return static_cast<int>(connection.Ask("SELECT max(version) FROM schema_versions", "i")[0][0].number);
 }
 
-void Migrate(Connection& connection) {
-  const int found = SchemaVersion(connection);
-  if (found == NewestSchema()) return;
-  if (found > NewestSchema()) {
-    throw ResultsError(
-        fmt::format("the database {} was made by a newer phonetest: its tables have version {}, "
-                    "and this program knows {}",
-                    connection.Address().text, found, NewestSchema()));
-  }
+namespace {
+
+// Makes the tables of the newest version out of those of an older one, or of none.
+void MakeNewest(Connection& connection) {
   Transaction transaction(connection);
   // Two stations may find the old tables at the same time.
   if (connection.Address().kind == ResultsAddress::Kind::Server)
@@ -142,6 +137,28 @@ void Migrate(Connection& connection) {
                                connection.Now()));
   }
   transaction.Commit();
+}
+
+}  // namespace
+
+void Migrate(Connection& connection) {
+  const int found = SchemaVersion(connection);
+  if (found == NewestSchema()) return;
+  if (found > NewestSchema()) {
+    throw ResultsError(
+        fmt::format("the database {} was made by a newer phonetest: its tables have version {}, "
+                    "and this program knows {}",
+                    connection.Address().text, found, NewestSchema()));
+  }
+  try {
+    MakeNewest(connection);
+  } catch (const ResultsError& error) {
+    if (connection.Address().kind == ResultsAddress::Kind::File) throw;
+    // A station's rights do not reach for this.
+    throw ResultsError(fmt::format(
+        "{}; its tables have version {}, and version {} is needed, which is made when their owner opens it",
+        error.what(), found, NewestSchema()));
+  }
 }
 
 Connection OpenResults(const ResultsAddress& address) {

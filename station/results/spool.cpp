@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "station/commands/errors.h"
+#include "station/results/reserved_numbers.h"
 #include "station/results/spool_format.h"
 
 namespace station {
@@ -39,11 +40,13 @@ void SyncFolder(const fs::path& folder) {
   if (!descriptor.IsOpen() || fsync(descriptor.Get()) != 0) ThrowLost(folder, errno);
 }
 
-// All of a file's whole lines. The last one is cut if the program was killed while it wrote.
+// All of a file's whole lines. The last one is cut if the program was killed while it wrote. Throws
+// ResultsError also after it has stored the others, if one of them cannot be read.
 void Store(RunStore& store, Connection& connection, const fs::path& path) {
   std::ifstream file(path);
   Transaction transaction(connection);
   std::optional<RunStore::Keys> keys;
+  bool whole = true;
   for (std::string line; std::getline(file, line) && !file.eof();) {
     const SpooledLine spooled = ParseSpoolLine(line);
     if (spooled.start) keys = store.Start(*spooled.start);
@@ -51,10 +54,15 @@ void Store(RunStore& store, Connection& connection, const fs::path& path) {
       throw ResultsError(fmt::format(
           "{} begins with no start of a run that this phonetest can read, and is kept", path.string()));
     }
+    whole = whole && (spooled.start || spooled.step || spooled.end);
     if (spooled.step) store.Steps(*keys, {&*spooled.step, 1});
     if (spooled.end) store.End(*keys, *spooled.end);
   }
   transaction.Commit();
+  if (!whole) {
+    throw ResultsError(
+        fmt::format("{} is damaged: what can be read of it is stored, and the file is kept", path.string()));
+  }
 }
 
 }  // namespace
@@ -119,6 +127,7 @@ std::size_t HandIn(RunStore& store, Connection& connection, std::size_t most) {
   // One process at a time, so that the runs come in order.
   const posix::FileDescriptor turn(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!turn.IsOpen() || flock(turn.Get(), LOCK_EX | LOCK_NB) != 0) return 0;
+  ReservedNumbers::SettleAll(connection);
   std::size_t count = 0;
   std::string failure;
   for (const fs::path& path : FilesIn(folder)) {

@@ -31,7 +31,7 @@ void from_json(const json& from, StoredFile& to) {
   to = {from.at("name"), from.at("type"), std::string(bytes.begin(), bytes.end())};
 }
 
-// What an older program's line does not have stays as it is by default.
+// A run may have been spooled by another version of this program: what it did not know is empty.
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(StoredAnswer, reply, by, at)
 NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE_WITH_DEFAULT(StoredValue, reading, unit, value, text, minimum, maximum,
                                                 stated, verdict)
@@ -75,6 +75,8 @@ SpooledLine ParseSpoolLine(const std::string& line) {
   } catch (const std::exception&) {
     return {};
   }
+  // Without these two, nobody can tell which run it is.
+  if (parsed.start && (parsed.start->uuid.empty() || parsed.start->plan.empty())) return {};
   return parsed;
 }
 

@@ -1,6 +1,8 @@
 // phonetest export: stored runs for other programs.
 #include <fmt/format.h>
 
+#include <charconv>
+
 #include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
 #include "station/tool/results_commands.h"
@@ -15,8 +17,10 @@ using Cells = std::vector<std::string>;
 
 // RFC 4180. A cell that a spreadsheet would compute is kept a text by an apostrophe before it.
 std::string Cell(const std::string& text) {
-  const bool number = !text.empty() && text.find_first_not_of("0123456789.+-e") == std::string::npos;
-  std::string cell = !number && text.find_first_of("=+-@") == 0 ? "'" + text : text;
+  double value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  const bool number = error == std::errc{} && end == text.data() + text.size();
+  std::string cell = !number && text.find_first_of("=+-@\t") == 0 ? "'" + text : text;
   if (cell.find_first_of("\",\r\n") == std::string::npos) return cell;
   for (std::size_t at = cell.find('"'); at != std::string::npos; at = cell.find('"', at + 2))
     cell.insert(at, "\"");

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
+#include <limits>
 
 #include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
@@ -34,11 +36,10 @@ ordered_json ValueJson(const StoredValue& value) {
 }
 
 ordered_json StepJson(const StoredStep& step) {
-  ordered_json object = {{"number", step.number},
-                         {"name", step.name},
-                         {"work", step.work},
-                         {"verdict", StoredVerdictWord(step.verdict)},
-                         {"milliseconds", static_cast<double>(step.microseconds) / 1000}};
+  ordered_json object = {
+      {"number", step.number},     {"name", step.name},
+      {"work", step.work},         {"verdict", StoredVerdictWord(step.verdict)},
+      {"attempts", step.attempts}, {"milliseconds", static_cast<double>(step.microseconds) / 1000}};
   if (!step.message.empty()) object["message"] = step.message;
   if (step.answer) {
     object["question"] = step.question;
@@ -58,6 +59,15 @@ std::string Day(Given& given, const std::string& name) {
   };
   bool right = day.empty() || day.size() == 10;
   for (std::size_t i = 0; right && i < day.size(); ++i) right = fits(i);
+  if (right && !day.empty()) {
+    const auto number = [&](std::size_t from, std::size_t count) {
+      return std::stoi(day.substr(from, count));
+    };
+    right = std::chrono::year_month_day(std::chrono::year(number(0, 4)),
+                                        std::chrono::month(static_cast<unsigned>(number(5, 2))),
+                                        std::chrono::day(static_cast<unsigned>(number(8, 2))))
+                .ok();
+  }
   if (!right) throw UsageError(fmt::format("--{}: '{}' is not a day like 2026-11-25", name, day));
   return day;
 }
@@ -84,9 +94,11 @@ const RunRow& RunNamed(const std::vector<RunRow>& runs, const std::string& name)
   const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
   if (error == std::errc{} && end == name.data() + name.size() && number >= 1 && number <= runs.size())
     return runs[number - 1];
-  const auto found = std::ranges::find_if(
-      runs, [&](const RunRow& run) { return !name.empty() && run.uuid.starts_with(name); });
+  const auto named = [&](const RunRow& run) { return !name.empty() && run.uuid.starts_with(name); };
+  const auto found = std::ranges::find_if(runs, named);
   if (found == runs.end()) throw UsageError(fmt::format("there is no run '{}' in the list", name));
+  if (std::ranges::count_if(runs, named) > 1)
+    throw UsageError(fmt::format("several runs in the list begin with '{}'", name));
   return *found;
 }
 
@@ -123,8 +135,10 @@ ExitStatus ShowHistory(const Settings& settings, Given& given) {
   const std::string detailed = OnlyText(given, "details");
   RunFilter filter = FilterOf(given);
   filter.phone = OnlyText(given, "serial");
+  if (filter.phone.empty()) throw UsageError("history needs the number of a phone, and this one is empty");
   Connection connection = OpenedResults(settings, given);
-  std::vector<RunRow> runs = FindRuns(connection, filter);
+  constexpr std::size_t ALL = std::numeric_limits<std::int64_t>::max();
+  std::vector<RunRow> runs = FindRuns(connection, filter, ALL);
   std::ranges::reverse(runs);
   if (!compared.empty()) {
     const std::size_t comma = compared.find(',');
@@ -171,6 +185,8 @@ Connection OpenedResults(const Settings& settings, ToolCommand::Given& given) {
     // A reader's rights may not be enough for it.
     fmt::print(stderr, "phonetest: not everything could be handed in: {}\n", CleanText(error.what()));
   }
+  // The yield of years may take its time, and the person who asked for it can end it.
+  connection.WaitForEver();
   return connection;
 }
 
@@ -216,10 +232,13 @@ ordered_json DetailsJson(Connection& connection, const RunRow& run) {
 }
 
 RunFilter FilterOf(ToolCommand::Given& given) {
-  return {.from_day = Day(given, "from"),
-          .to_day = Day(given, "to"),
-          .plan = OnlyText(given, "plan-name"),
-          .station = OnlyText(given, "at-station")};
+  RunFilter filter{.from_day = Day(given, "from"),
+                   .to_day = Day(given, "to"),
+                   .plan = OnlyText(given, "plan-name"),
+                   .station = OnlyText(given, "at-station")};
+  if (!filter.from_day.empty() && !filter.to_day.empty() && filter.from_day > filter.to_day)
+    throw UsageError(fmt::format("--from {} is after --to {}", filter.from_day, filter.to_day));
+  return filter;
 }
 
 std::vector<ToolCommand::Option> WithFilter(std::vector<ToolCommand::Option> options) {

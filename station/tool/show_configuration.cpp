@@ -7,6 +7,7 @@
 #include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
 #include "station/configuration/slots.h"
+#include "station/results/address.h"
 #include "station/tool/simulated_executable.h"
 
 namespace station {
@@ -14,6 +15,10 @@ namespace station {
 namespace {
 
 using nlohmann::ordered_json;
+
+std::string ShownValue(const std::string& key, const std::string& value) {
+  return key == "results" ? WithoutPassword(value) : value;
+}
 
 // Where the slot's port is now; empty if it is not plugged in.
 std::string PortNow(const Slot& slot, const std::vector<PortDescription>& ports) {
@@ -38,7 +43,7 @@ std::string ConfigurationJson(const Configuration& configuration, const std::vec
     json["files"].push_back({{"path", path}, {"read", std::ranges::count(configuration.files, path) > 0}});
   }
   for (const auto& [key, setting] : configuration.settings) {
-    json["settings"][key] = {{"value", setting.value}, {"source", setting.source}};
+    json["settings"][key] = {{"value", ShownValue(key, setting.value)}, {"source", setting.source}};
   }
   json["slots"] = ordered_json::array();
   for (const Slot& slot : configuration.slots) json["slots"].push_back(SlotJson(slot, ports));
@@ -51,7 +56,8 @@ std::string ConfigurationTable(const Configuration& configuration,
   for (const SettingDescription& known : SettingDescriptions()) {
     const auto found = configuration.settings.find(known.key);
     const bool said = found != configuration.settings.end();
-    table += fmt::format("{:<14}  {:<34}  {}\n", known.key, said ? found->second.value : "-",
+    table += fmt::format("{:<14}  {:<34}  {}\n", known.key,
+                         said ? ShownValue(known.key, found->second.value) : "-",
                          said ? found->second.source : std::string("not set; environment ") + known.variable);
   }
   for (const Slot& slot : configuration.slots) {

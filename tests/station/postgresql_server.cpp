@@ -89,3 +89,11 @@ void PostgresqlServer::Kill() {
   waitpid(process_, nullptr, 0);
   process_ = -1;
 }
+
+void PostgresqlServer::Stop(bool stopped) {
+  const std::string script = "read -r process <'" + folder_ + "/data/postmaster.pid'; kill -" +
+                             (stopped ? "STOP" : "CONT") +
+                             " $process $(cat /proc/$process/task/$process/children)";
+  const ToolResult done = RunProgram({"sh", "-c", script});
+  EXPECT_EQ(done.status, 0) << done.errors;
+}

@@ -27,6 +27,8 @@ class PostgresqlServer {
   void Start();
   // As when its machine fails: nothing is finished.
   void Kill();
+  // Stopped, it keeps its connections and answers nothing.
+  void Stop(bool stopped);
 
  private:
   std::vector<std::string> AsOrdinaryUser(std::vector<std::string> words) const;
