@@ -105,6 +105,8 @@ std::vector<FailingStep> FailingSteps(Connection& connection, const RunFilter& f
 
 std::optional<double> Spread(const MeasurementStatistics& one) {
   if (one.count < 2) return std::nullopt;
+  // The mean of equal values may be rounded.
+  if (one.lowest == one.highest) return 0;
   return std::sqrt(one.squares / static_cast<double>(one.count - 1));
 }
 

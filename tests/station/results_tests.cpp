@@ -403,6 +403,11 @@ TEST_P(Results, YieldAndCapabilityAgreeWithAnotherProgram) {
   EXPECT_NEAR(closed["cpk"], 1, 1e-12);
   EXPECT_TRUE(closed["cp"].is_null());
   EXPECT_EQ(std::ranges::count(Tool({"--json", "export"}).output, '\n'), 8);
+  // Equal values have no spread, whatever their sum is rounded to.
+  Sql("UPDATE measurements SET value = 0.1 WHERE value BETWEEN 10 AND 14");
+  const json equal = Json({"yield", "--plan-name", "One"})["measurements"][0];
+  EXPECT_EQ(equal["spread"], 0.0);
+  EXPECT_TRUE(equal["cpk"].is_null());
   // A spreadsheet must not compute a serial number.
   EXPECT_EQ(Run(one_sided, {Signal("0E000000")}, "-2+3").status, 0);
   const std::string sheet = Tool({"export", "--plan-name", "One", "--table", "runs"}).output;
