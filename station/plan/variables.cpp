@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 
 #include "posix/nearest_words.h"
 #include "station/commands/errors.h"
@@ -61,6 +62,14 @@ void CheckDeclaration(const std::string& name, const json& declaration) {
     throw PlanError(fmt::format("variable \"{}\": \"draw\" must be the name of a pool of numbers", name));
 }
 
+// A phone has one number of a pool, so a second variable would get the same.
+void CheckPool(const std::string& name, const json& declaration, std::set<std::string>& pools) {
+  if (!declaration.is_object() || !declaration.contains("draw") || !declaration["draw"].is_string()) return;
+  const std::string pool = declaration["draw"];
+  if (!pools.insert(pool).second)
+    throw PlanError(fmt::format("variable \"{}\": another variable draws from \"{}\" too", name, pool));
+}
+
 // Its value is known when the plan runs.
 bool IsDrawnLater(const json& declaration, PlanUse use, bool given) {
   return use == PlanUse::Check && !given && declaration.is_object() && declaration.contains("draw");
@@ -100,8 +109,10 @@ SettledVariables SettleVariables(const json& declared, const std::map<std::strin
                                  PlanUse use) {
   if (!declared.is_object()) throw PlanError("\"variables\" is not an object");
   SettledVariables settled;
+  std::set<std::string> pools;
   for (const auto& [name, declaration] : declared.items()) {
     try {
+      CheckPool(name, declaration, pools);
       const bool later = IsDrawnLater(declaration, use, given.contains(name));
       settled.values.emplace_back(name, Settled(name, declaration, given, use == PlanUse::Show || later));
       if (later) settled.later.push_back(name);

@@ -40,6 +40,13 @@ void SyncFolder(const fs::path& folder) {
   if (!descriptor.IsOpen() || fsync(descriptor.Get()) != 0) ThrowLost(folder, errno);
 }
 
+// In milliseconds since 1970.
+std::int64_t LastChange(const fs::path& path) {
+  struct stat found {};
+  if (stat(path.c_str(), &found) != 0) return MillisecondsNow();
+  return static_cast<std::int64_t>(found.st_mtim.tv_sec) * 1000 + found.st_mtim.tv_nsec / 1'000'000;
+}
+
 // All of a file's whole lines. The last one is cut if the program was killed while it wrote. Throws
 // ResultsError also after it has stored the others, if one of them cannot be read.
 void Store(RunStore& store, Connection& connection, const fs::path& path) {
@@ -49,7 +56,11 @@ void Store(RunStore& store, Connection& connection, const fs::path& path) {
   bool whole = true;
   for (std::string line; std::getline(file, line) && !file.eof();) {
     const SpooledLine spooled = ParseSpoolLine(line);
-    if (spooled.start) keys = store.Start(*spooled.start);
+    if (spooled.start) {
+      keys = store.Start(*spooled.start);
+      // Of a killed run, that was its last sign of life.
+      connection.Run("UPDATE runs SET heard = ? WHERE id = ? AND verdict = 8", {LastChange(path), keys->run});
+    }
     if (!keys) {
       throw ResultsError(fmt::format(
           "{} begins with no start of a run that this phonetest can read, and is kept", path.string()));

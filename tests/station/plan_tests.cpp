@@ -564,7 +564,7 @@ TEST(Plans, MistakesAreFoundBeforeAnythingIsSent) {
 TEST(Plans, AreCheckedAndListedWithoutAPhone) {
   const std::string wrong = TemporaryFile("wrong.json", R"({
     "variables": {"id": {"required": true}, "number": {"draw": "pool"}, "other": {"draw": 5},
-                  "word": {"default": "12", "digits": 3}}, "line": {"require": "Board"}, "steps": [
+                  "third": {"draw": "pool"}, "word": {"default": "12", "digits": 3}}, "line": {"require": "Board"}, "steps": [
       {"command": "identity write", "arguments": {"identity": "${id}"}},
       {"name": "Versions", "command": "versions", "limits": {"sytem": {"equals": "1"}}},
       {"if": "", "command": "camera capture", "arguments": {"picture": "focus"}, "limits": {"spots": {"maximum": 0}}},
@@ -575,6 +575,7 @@ TEST(Plans, AreCheckedAndListedWithoutAPhone) {
   const auto mistakes = nlohmann::json::parse(checked.output)["mistakes"];
   const char* beginnings[] = {"variable \"id\" is not set",
                               "variable \"other\": \"draw\" must be the name",
+                              "variable \"third\": another variable draws from",
                               "variable \"word\": 12: it is not a number of 3",
                               "\"line\": unknown key \"require\"",
                               "step 2 \"Versions\": limit on \"sytem\"",

@@ -187,6 +187,9 @@ TEST_P(Results, RunsWithoutADatabaseAreHandedInOnceAndInOrder) {
   EXPECT_EQ(Run(plan, {PING, Signal("01000000")}, "SN1").status, 1);
   // One that is killed meanwhile is not lost either.
   EXPECT_EQ(Run(PlanFile(R"({"program": ["sh", "-c", "kill -9 $PPID"]})"), {}, "SN1").status, 1009);
+  fs::path killed;
+  for (const auto& entry : fs::directory_iterator(Spool())) killed = std::max(killed, entry.path());
+  EXPECT_EQ(RunProgram({"touch", "-d", "@1600000000", killed.string()}).status, 0);
   const fs::path copies = TemporaryFolder() + "/copies";
   fs::copy(Spool(), copies);
   BringBack();
@@ -197,6 +200,7 @@ TEST_P(Results, RunsWithoutADatabaseAreHandedInOnceAndInOrder) {
     return words;
   };
   EXPECT_EQ(verdicts(), "passed, passed, device failure, interrupted, ");
+  EXPECT_EQ(Json({"history", "SN1"})[3]["ended"].get<std::string>().substr(0, 5), "2020-");
   EXPECT_TRUE(fs::is_empty(Spool()));
   const std::string steps = Sql("SELECT count(*) FROM steps");
   // As if the program had died between the storing and the removing.
