@@ -28,7 +28,7 @@ bool IsSlotName(const std::string& name) {
 }  // namespace
 
 Line::Line(LineOrder order, LineStore& store, const std::function<void(const std::string&)>& changed)
-    : order_(std::move(order)) {
+    : order_(std::move(order)), settings_(order_.plan, order_.variables) {
   for (const SlotOrder& slot : order_.slots) {
     if (IsSlotName(slot.name)) continue;
     throw UsageError(fmt::format("'{}' is no slot's name: up to 24 letters, digits, '-' and '_'", slot.name));
@@ -39,7 +39,8 @@ Line::Line(LineOrder order, LineStore& store, const std::function<void(const std
   for (const auto& [step, took] : store.StepTimes(order_.plan.name)) times_.Add(step, took);
   for (const SlotOrder& slot : order_.slots) {
     targets_.push_back({slot.name, slot.barcode});
-    slots_.emplace_back(slot, order_, store, times_, [changed, name = slot.name] { changed(name); });
+    slots_.emplace_back(slot, order_, settings_, store, times_,
+                        [changed, name = slot.name] { changed(name); });
   }
 }
 
@@ -66,6 +67,13 @@ Line::ScanResult Line::Scan(const std::string& typed, const std::string& chosen,
   const std::string held = HeldBecause();
   if (!held.empty()) return {scan.slot, "The line is held: " + held};
   return {scan.slot, Find(scan.slot)->Enter(scan.text, who)};
+}
+
+std::string Line::Set(const std::string& name, const std::string& value) {
+  const std::string refusal = settings_.Set(name, value);
+  if (!refusal.empty()) return refusal;
+  for (LineSlot& slot : slots_) slot.Renew();
+  return "";
 }
 
 void Line::Hold(const std::string& reason) {

@@ -40,6 +40,12 @@ class Line {
   // `chosen` is the slot that is chosen on the page where it was scanned; it may be empty.
   ScanResult Scan(const std::string& typed, const std::string& chosen, const std::string& who);
 
+  const LineSettings& Settings() const {
+    return settings_;
+  }
+  // As LineSettings::Set.
+  std::string Set(const std::string& name, const std::string& value);
+
   // No phone is started while the line is held. The line manager's reason is what a scan is answered with; an
   // empty reason lets the line go on.
   void Hold(const std::string& reason);
@@ -47,6 +53,7 @@ class Line {
 
  private:
   const LineOrder order_;
+  LineSettings settings_;
   StepTimes times_;
   std::vector<ScanTarget> targets_;
   mutable std::mutex mutex_;

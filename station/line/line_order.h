@@ -23,7 +23,8 @@ struct SlotOrder {
 struct LineOrder {
   std::vector<SlotOrder> slots;
   PlanOutline plan;
-  std::map<std::string, std::string> variables;  // the same for every phone
+  std::map<std::string, std::string>
+      variables;  // the same for every phone; LineSettings has them from then on
   std::string station;
   std::string tool_version;
   std::optional<std::chrono::milliseconds> answer_time;

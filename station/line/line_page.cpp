@@ -21,7 +21,7 @@ using web::Reply;
 using web::Visit;
 
 // What a person can see of a change, and what 32 slots can send without a load.
-constexpr std::chrono::milliseconds PUBLISH_PAUSE{50};
+constexpr std::chrono::milliseconds PUBLISH_PAUSE{20};
 constexpr std::chrono::seconds STORE_LOOK{1};
 constexpr std::size_t LONGEST_NAME = 60;
 
@@ -152,6 +152,12 @@ void LinePage::ServeManager() {
     hub_.Publish("line", EventText(LineView()));
     return Done("");
   });
+  server_.Get("/settings", [this](const Visit&) { return JsonReply(SettingsView()); });
+  server_.Post("/settings", [this](const Visit& visit) {
+    OnlyManager(visit);
+    const json body = BodyOf(visit);
+    return Done(line_.Set(TextIn(body, "name"), TextIn(body, "value")));
+  });
 }
 
 void LinePage::Note(const std::string& slot) {
@@ -199,6 +205,29 @@ ordered_json LinePage::LineView() const {
           {"steps", order.plan.steps},
           {"slots", std::move(slots)},
           {"held", line_.HeldBecause()}};
+}
+
+ordered_json LinePage::SettingsView() const {
+  const LineOrder& order = line_.Order();
+  const std::map<std::string, std::string> values = line_.Settings().All();
+  ordered_json settings = ordered_json::array();
+  for (const PlanVariable& variable : order.plan.variables) {
+    if (!std::ranges::count(order.plan.line.settings, variable.name)) continue;
+    const auto value = values.find(variable.name);
+    settings.push_back({{"name", CleanText(variable.name)},
+                        {"help", CleanText(variable.help)},
+                        {"value", value == values.end() ? "" : CleanText(value->second)}});
+  }
+  ordered_json slots = ordered_json::array();
+  for (const SlotOrder& slot : order.slots)
+    slots.push_back({{"name", slot.name}, {"barcode", slot.barcode}, {"port", CleanText(slot.port)}});
+  const std::vector<std::pair<std::string, std::string>> station = {
+      {"Name", CleanText(order.station)},
+      {"Plan", CleanText(order.plan.file)},
+      {"Results", CleanText(store_.State().where)},
+      {"Numbers reserved of each pool", std::to_string(order.reserve)},
+      {"phonetest", order.tool_version}};
+  return {{"settings", std::move(settings)}, {"slots", std::move(slots)}, {"station", station}};
 }
 
 }  // namespace station

@@ -44,6 +44,7 @@ class LinePage {
   void Publish(const std::stop_token& stop);
   void PublishStore();
   nlohmann::ordered_json LineView() const;
+  nlohmann::ordered_json SettingsView() const;
 
   ResultsStore& store_;
   web::EventHub hub_;

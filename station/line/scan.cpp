@@ -22,12 +22,14 @@ bool HasControlCharacter(const std::string& text) {
 
 }  // namespace
 
+bool IsLabelText(const std::string& text) {
+  return text.size() <= LONGEST && !HasControlCharacter(text);
+}
+
 Scan ParseScan(const std::string& typed, const std::vector<ScanTarget>& slots, const std::string& chosen) {
   const std::string text = WithoutBlanks(typed);
   if (text.empty()) return {.text = "Nothing was scanned."};
-  if (text.size() > LONGEST || HasControlCharacter(text)) {
-    return {.text = "This is no code that a label has. Scan it again."};
-  }
+  if (!IsLabelText(text)) return {.text = "This is no code that a label has. Scan it again."};
   const auto labelled = std::ranges::find(slots, text, &ScanTarget::barcode);
   if (labelled != slots.end()) return {.meaning = Scan::Meaning::Slot, .slot = labelled->name};
   const auto target = std::ranges::find(slots, chosen, &ScanTarget::name);

@@ -21,6 +21,9 @@ struct Scan {
   std::string text = {};  // the value without the blanks around it, or why the scan is refused
 };
 
+// False for what no label has: more than a few dozen characters, or control characters.
+bool IsLabelText(const std::string& text);
+
 // A slot's barcode chooses the slot, whatever is chosen. Anything else is the chosen slot's next value.
 // `chosen` may be empty: a single slot needs no choice.
 Scan ParseScan(const std::string& typed, const std::vector<ScanTarget>& slots, const std::string& chosen);

@@ -73,10 +73,11 @@ std::string WrongLabel(const std::string& field, const nlohmann::json& checks, c
 
 }  // namespace
 
-LineSlot::LineSlot(SlotOrder order, const LineOrder& line, LineStore& store, StepTimes& times,
-                   std::function<void()> changed)
+LineSlot::LineSlot(SlotOrder order, const LineOrder& line, const LineSettings& settings, LineStore& store,
+                   StepTimes& times, std::function<void()> changed)
     : order_(std::move(order)),
       line_(line),
+      settings_(settings),
       store_(store),
       times_(times),
       changed_(std::move(changed)),
@@ -93,8 +94,9 @@ void LineSlot::NewPhone() {
   verdict_ = nullptr;
   marks_.clear();
   fields_ = {{SERIAL, "on the phone's label", SerialChecks()}};
+  const std::map<std::string, std::string> set = settings_.All();
   for (const PlanVariable& variable : line_.plan.variables) {
-    const bool given = line_.variables.contains(variable.name) || variable.name == line_.plan.line.serial;
+    const bool given = set.contains(variable.name) || variable.name == line_.plan.line.serial;
     if (variable.needed && !given) fields_.push_back({variable.name, variable.help, variable.declaration});
   }
   state_ = State::Idle;
@@ -140,6 +142,14 @@ std::string LineSlot::Enter(const std::string& value, const std::string& who) {
   }
   changed_();
   return refusal;
+}
+
+void LineSlot::Renew() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (state_ == State::Idle) NewPhone();
+  }
+  changed_();
 }
 
 std::string LineSlot::Clear() {
@@ -238,7 +248,7 @@ void LineSlot::Refuse(const std::string& sentence) {
 }
 
 std::map<std::string, std::string> LineSlot::PlanVariables() const {
-  std::map<std::string, std::string> variables = line_.variables;
+  std::map<std::string, std::string> variables = settings_.All();
   for (const auto& [name, value] : values_) {
     if (name == SERIAL || name == RETEST_REASON) continue;
     variables[name] = value;

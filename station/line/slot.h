@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "station/line/line_order.h"
+#include "station/line/line_settings.h"
 #include "station/line/line_store.h"
 #include "station/line/page_operator.h"
 #include "station/line/step_times.h"
@@ -27,8 +28,8 @@ class LineSlot {
   enum class State { Idle, Ready, Checking, Running, Aborting, Finished };
 
   // All references must outlive the slot. `changed` is called, from any thread, whenever View() has changed.
-  LineSlot(SlotOrder order, const LineOrder& line, LineStore& store, StepTimes& times,
-           std::function<void()> changed);
+  LineSlot(SlotOrder order, const LineOrder& line, const LineSettings& settings, LineStore& store,
+           StepTimes& times, std::function<void()> changed);
   LineSlot(const LineSlot&) = delete;
   LineSlot& operator=(const LineSlot&) = delete;
   // Aborts the run and waits for its end.
@@ -44,6 +45,8 @@ class LineSlot {
   // The next value of the phone: its serial number first. After the last one the run starts. When a verdict
   // is shown, this is the next phone.
   std::string Enter(const std::string& value, const std::string& who);
+  // Asks for what the settings want from now on, if no phone is there.
+  void Renew();
   // Forgets the values that were entered, before the run.
   std::string Clear();
   std::string AnswerQuestion(std::uint64_t question, Answer::Reply reply, const std::string& who);
@@ -88,6 +91,7 @@ class LineSlot {
 
   const SlotOrder order_;
   const LineOrder& line_;
+  const LineSettings& settings_;
   LineStore& store_;
   StepTimes& times_;
   const std::function<void()> changed_;

@@ -30,7 +30,7 @@ std::vector<std::string> Names(const json& object, const char* key) {
   if (value.is_string()) return {value.get<std::string>()};
   std::vector<std::string> names;
   for (const json& name : value.is_array() ? value : json::array({nullptr})) {
-    if (!name.is_string()) throw PlanError(fmt::format("\"{}\" is no plan's name and no list of them", key));
+    if (!name.is_string()) throw PlanError(fmt::format("\"{}\" is no name and no list of names", key));
     names.push_back(name);
   }
   return names;
@@ -59,17 +59,21 @@ std::string StepName(const json& step) {
 LineRules ReadLineRules(const json& rules, const json& variables) {
   if (!rules.is_object()) throw PlanError("\"line\" is not an object");
   for (const auto& [key, value] : rules.items()) {
-    static constexpr std::string_view KNOWN[] = {"serial", "serial-pattern", "requires", "without-results",
-                                                 "retest-reason"};
+    static constexpr std::string_view KNOWN[] = {"serial",          "serial-pattern", "requires",
+                                                 "without-results", "retest-reason",  "settings"};
     if (std::ranges::find(KNOWN, key) == std::end(KNOWN))
       throw PlanError(fmt::format("\"line\": unknown key \"{}\"", key));
   }
   LineRules read{.serial = Text(rules, "serial"),
                  .serial_pattern = Text(rules, "serial-pattern"),
                  .requires_plans = Names(rules, "requires"),
+                 .settings = Names(rules, "settings"),
                  .asks_retest_reason = YesOrNo(rules, "retest-reason")};
-  if (!read.serial.empty() && !variables.contains(read.serial)) {
-    throw PlanError(fmt::format("\"line\": the plan has no variable \"{}\"", read.serial));
+  std::vector<std::string> named = read.settings;
+  if (!read.serial.empty()) named.push_back(read.serial);
+  for (const std::string& name : named) {
+    if (!variables.contains(name))
+      throw PlanError(fmt::format("\"line\": the plan has no variable \"{}\"", name));
   }
   VariableFault({{"pattern", read.serial_pattern}}, "");  // throws if it is no regular expression
   const std::string choice = Text(rules, "without-results", "refuse");

@@ -23,6 +23,7 @@ struct LineRules {
   std::string serial_pattern = {};  // that a serial number matches as a whole; empty for any
   std::vector<std::string> requires_plans = {};  // names of plans that the phone must have passed
   bool runs_without_results = false;             // although it is unknown what the phone has passed
+  std::vector<std::string> settings = {};        // variables that the line manager sets for all phones
   bool asks_retest_reason = false;               // when a phone is tested again that has passed this plan
 };
 

@@ -272,8 +272,10 @@ double Browser::BusySeconds() {
   const auto execute = [this](const char* command) {
     return Command("POST", "/goog/cdp/execute", {{"cmd", command}, {"params", Json::object()}});
   };
-  execute("Performance.enable");
-  for (const Json& metric : execute("Performance.getMetrics").at("metrics")) {
+  if (!counts_work_) execute("Performance.enable");
+  counts_work_ = true;
+  const Json metrics = execute("Performance.getMetrics").at("metrics");
+  for (const Json& metric : metrics) {
     if (metric.at("name") == "TaskDuration") return metric.at("value");
   }
   return 0;

@@ -58,7 +58,7 @@ class Browser {
   // "dark" or "light".
   void PreferColours(const std::string& scheme);
   void Screenshot(const std::filesystem::path& file);
-  // Seconds that the page's main thread has worked since it was opened.
+  // Seconds that the page's main thread has worked since the first call.
   double BusySeconds();
   // What the page wrote to the browser's console as errors since the last call, scripts' exceptions and
   // violations of the page's security policy too.
@@ -74,6 +74,7 @@ class Browser {
   std::filesystem::path profile_;
   std::unique_ptr<httplib::Client> client_;
   std::string session_;
+  bool counts_work_ = false;
 };
 
 }  // namespace browser

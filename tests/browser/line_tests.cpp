@@ -34,10 +34,10 @@ constexpr const char* BOARD_TEST = R"({
 
 constexpr const char* BOX_TEST = R"({
   "name": "Box test",
-  "variables": {"address": {"draw": "addresses"}},
-  "line": {"requires": "Board test"},
+  "variables": {"address": {"draw": "addresses"}, "lot": {"required": true, "default": "", "pattern": "L[0-9]"}},
+  "line": {"requires": "Board test", "settings": "lot"},
   "steps": [{"name": "The server answers", "command": "ping"},
-            {"name": "The label is printed", "program": ["true", "${address}"]}]
+            {"name": "The label is printed", "program": ["true", "${address}", "${lot}"]}]
 })";
 
 class LineTest : public testing::Test {
@@ -248,12 +248,23 @@ TEST_F(LineTest, TheLineGoesOnWithoutItsDatabaseAndRefusesWhatCannotBeLookedUp) 
       "return fetch('/numbers', {method: 'POST', body: JSON.stringify({pool: 'addresses',"
       "range: '00:02:5B:0A:00:00-00:02:5B:0A:00:0F'})}).then((a) => a.status)";
   EXPECT_EQ(403, page_.Run(add));
+  EXPECT_EQ(403, page_.Run("return fetch('/settings', {method: 'POST', body: JSON.stringify({name: 'lot',"
+                           "value: 'L6'})}).then((a) => a.status)"));
   page_.Open(box->ManagerAddress());
   EXPECT_EQ(200, page_.Run(add));
+  // And sets what the plan lets be set: it is not asked of the operator any more.
+  page_.Click("a[href='/settings.html']");
+  page_.Type("[data-setting=lot] input", "7\n");
+  page_.Await("return document.querySelector('.tell-failure')?.innerText.includes('“7” is no lot')",
+              "the refusal");
+  page_.Type("[data-setting=lot] input", "L7\n");
+  page_.Await("return document.querySelector('#tells').innerText.includes('lot is L7')", "the setting");
+  page_.Click("a[href='/']");
   AwaitCard("A", "SLOT-A");
   Scan("SN1");
   AwaitCard("A", "PASS");
   EXPECT_EQ("00:02:5B:0A:00:00", NewestRun("SN1").at("variables").at("address"));
+  EXPECT_EQ("L7", NewestRun("SN1").at("variables").at("lot"));
   EXPECT_EQ(15, Ask("/numbers").at(0).at("left"));
   Scan("SN2");
   AwaitCard("A", "Phone SN2 has not passed “Board test”. It failed there at station LINE3");

@@ -2,21 +2,21 @@
 import {make} from './dom.js';
 import {HEIGHT, WIDTH} from './lcd.js';
 
-// name (as the input system has it), label, shortcut, its sign, place and size, looks
+// name (as the input system has it), shortcut, its sign, place and size, looks
 const KEYS = [
-  ['macro', 'macro', 'q', 'Q', 45, 416, 62, 26, ''],
-  ['delete', 'delete', 'w', 'W', 223, 416, 62, 26, ''],
-  ['edit', 'edit', 'e', 'E', 32, 456, 66, 42, 'call'],
-  ['exit', 'exit', 'r', 'R', 232, 456, 66, 42, 'end'],
-  ['front', 'front', 'ArrowUp', '▲', 139, 427, 52, 29, ''],
-  ['undo', 'undo', 'ArrowLeft', '◀', 115, 458, 33, 38, ''],
-  ['paste', 'paste', 'Enter', '⏎', 150, 462, 30, 30, 'middle'],
-  ['copy', 'copy', 'ArrowRight', '▶', 182, 458, 33, 38, ''],
-  ['open', 'open', 'ArrowDown', '▼', 139, 498, 52, 29, ''],
-  ['power', 'power', 'p', 'P', 58, 504, 56, 27, 'end'],
-  ['deletefile', 'deletefile', '1', '1', 50, 572, 70, 40, ''],
-  ['eject', 'eject', '2', '2', 130, 572, 70, 40, ''],
-  ['cancel', 'cancel', '3', '3', 210, 572, 70, 40, ''],
+  ['macro', 'q', 'Q', 45, 416, 62, 26, ''],
+  ['delete', 'w', 'W', 223, 416, 62, 26, ''],
+  ['edit', 'e', 'E', 32, 456, 66, 42, 'call'],
+  ['exit', 'r', 'R', 232, 456, 66, 42, 'end'],
+  ['front', 'ArrowUp', '▲', 139, 427, 52, 29, ''],
+  ['undo', 'ArrowLeft', '◀', 115, 458, 33, 38, ''],
+  ['paste', 'Enter', '⏎', 150, 462, 30, 30, 'middle'],
+  ['copy', 'ArrowRight', '▶', 182, 458, 33, 38, ''],
+  ['open', 'ArrowDown', '▼', 139, 498, 52, 29, ''],
+  ['power', 'p', 'P', 58, 504, 56, 27, 'end'],
+  ['deletefile', '1', '1', 50, 572, 70, 40, ''],
+  ['eject', '2', '2', 130, 572, 70, 40, ''],
+  ['cancel', '3', '3', 210, 572, 70, 40, ''],
 ];
 
 // One command after the other, so that a release never overtakes its press.
@@ -46,11 +46,11 @@ export function keypad(place, command) {
   }
 
   const byShortcut = new Map();
-  for (const [name, label, shortcut, sign, x, y, width, height, looks] of KEYS) {
+  for (const [name, shortcut, sign, x, y, width, height, looks] of KEYS) {
     const button = make('button', {
       type: 'button', class: looks, 'data-key': name, title: `${name}: ${shortcut}`, 'aria-label': `Key ${name}`,
       'aria-keyshortcuts': shortcut,
-    }, make('span', {class: 'hint'}, sign), label === 'paste' ? '' : label);
+    }, make('span', {class: 'hint'}, sign), looks === 'middle' ? '' : name);
     Object.assign(button.style, {left: `${x}px`, top: `${y}px`, width: `${width}px`, height: `${height}px`});
     button.addEventListener('pointerdown', (event) => {
       if (event.button !== 0) return;

@@ -17,9 +17,8 @@ export class Card {
     this.steps = steps;
     this.actions = actions;
     this.view = null;
-    this.clock = 0;
     this.head = make('header', {}, make('h2', {}, slot.name), make('span', {class: 'phone'}),
-      slot.page ? make('a', {href: slot.page, target: '_blank', rel: 'noopener'}, 'See the phone') : null,
+      slot.page ? make('a', {href: slot.page, target: '_blank', rel: 'noopener', 'aria-label': 'See the phone'}, 'Phone ↗') : null,
       make('span', {class: 'badge state'}));
     this.body = make('div', {class: 'body'});
     this.element = make('article', {class: 'card slot', id: `slot-${slot.name}`, tabindex: 0,
@@ -37,7 +36,6 @@ export class Card {
   show(view) {
     this.view = view;
     this.received = performance.now();
-    clearInterval(this.clock);
     const question = view.run?.question;
     const kind = view.verdict ? view.verdict.kind : question ? 'asks' : view.state;
     this.element.dataset.kind = kind;
@@ -85,15 +83,16 @@ export class Card {
     setText(find('.step', this.body), view.state === 'aborting' ? 'Aborting: the phone is put back' : run.name);
     find('.abort', this.body).disabled = view.state === 'aborting';
     [...find('.marks', this.body).children].forEach((mark, index) => {
-      mark.className = index === run.step - 1 && !view.marks[index] ? 'now' : MARKS[view.marks[index]] || '';
+      const name = index === run.step - 1 && !view.marks[index] ? 'now' : MARKS[view.marks[index]] || '';
+      if (mark.className !== name) mark.className = name;
     });
     this.tick();
-    this.clock = setInterval(() => this.tick(), 500);
   }
 
-  // Between two events the time left counts down by itself.
+  // Between two events the time left counts down by itself: to be called every now and then.
   tick() {
-    const {run} = this.view;
+    const run = this.view?.run;
+    if (!run || run.question) return;
     const since = (performance.now() - this.received) / 1000;
     const left = run.left === null ? null : Math.max(0, run.left - since);
     const done = left === null ? (run.step - 1) / run.steps : (run.seconds + since) / (run.seconds + since + left);

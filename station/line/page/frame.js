@@ -1,7 +1,7 @@
 // What all pages of the line have at their top: where one is, whose station it is, who works here, and whether
 // the results are stored.
 import {ask, change, find, make, setText} from '/dom.js';
-import {trying} from '/live.js';
+import {tell, trying} from '/live.js';
 
 const PAGES = [['/', 'Line'], ['/history.html', 'History'], ['/yield.html', 'Yield'], ['/numbers.html', 'Numbers']];
 
@@ -9,7 +9,8 @@ const PAGES = [['/', 'Line'], ['/history.html', 'History'], ['/yield.html', 'Yie
 export async function openFrame(title) {
   const line = await ask('/line');
   document.title = `${title} · ${line.plan}`;
-  const links = PAGES.map(([address, name]) =>
+  const pages = line.role === 'manager' ? [...PAGES, ['/settings.html', 'Settings']] : PAGES;
+  const links = pages.map(([address, name]) =>
     make('a', {href: address, 'aria-current': location.pathname === address ? 'page' : null}, name));
   find('#frame').append(
     make('div', {class: 'place'}, make('h1', {}, line.plan), make('p', {class: 'quiet'}, line.station)),
@@ -58,6 +59,8 @@ export function holdButton(line) {
   if (line.role !== 'manager') return null;
   return make('button', {id: 'hold', onclick: () => trying(async () => {
     const reason = line.held ? '' : prompt('Why is the line held?');
-    if (reason !== null) await change('/hold', {reason});
+    if (reason === null) return;
+    if (!line.held && reason.trim() === '') tell('The line is not held: the operators must be told why.', 'failure');
+    else await change('/hold', {reason: reason.trim()});
   })}, line.held ? 'Let the line go on' : 'Hold the line');
 }

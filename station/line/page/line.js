@@ -17,6 +17,8 @@ for (const slot of line.slots) {
   find('#cards').append(card.element);
 }
 find('#cards').classList.toggle('few', line.slots.length <= 4);
+find('#cards').classList.toggle('many', line.slots.length > 8);
+setInterval(() => { for (const card of cards.values()) card.tick(); }, 500);
 if (cards.has(sessionStorage.getItem('slot'))) chosen = sessionStorage.getItem('slot');
 else if (line.slots.length === 1) chosen = line.slots[0].name;
 
@@ -27,8 +29,18 @@ function choose(name) {
   showChoice();
 }
 
+function bringIntoSight(card) {
+  const box = card.getBoundingClientRect();
+  const top = find('#scan-form').getBoundingClientRect().bottom;
+  if (box.top < top || box.bottom > innerHeight) card.scrollIntoView({block: 'center'});
+}
+
 function showChoice() {
   for (const [name, card] of cards) card.setChosen(name === chosen);
+  showNext();
+}
+
+function showNext() {
   const view = cards.get(chosen)?.view;
   setText(find('#scan-label'), chosen ? `Slot ${chosen}` : 'Scan');
   find('#scan').placeholder = placeholder(view);
@@ -62,7 +74,7 @@ async function sendOne(text) {
     const result = await change('/scan', {text, slot: chosen, who: person()});
     if (result.slot) {
       choose(result.slot);
-      cards.get(result.slot).element.scrollIntoView({block: 'nearest'});
+      bringIntoSight(cards.get(result.slot).element);
     }
     refuse(result.refusal);
   } catch (failure) {
@@ -92,7 +104,7 @@ function showLine(news) {
 function showSlot(name, view) {
   const before = cards.get(name).view;
   cards.get(name).show(view);
-  if (name === chosen) showChoice();
+  if (name === chosen) showNext();
   if (!before) return;
   if (view.verdict && !before.verdict) say(`Slot ${name}: ${view.verdict.word}`, 'assertive');
   const question = view.run?.question;
