@@ -76,17 +76,27 @@ export class Card {
       make('p', {class: 'step', 'aria-live': 'off'}),
       make('progress', {max: 1}),
       make('p', {class: 'quiet count'}),
-      make('div', {class: 'marks', 'aria-hidden': 'true'}, this.steps.map((name) => make('i', {title: name}))),
+      make('div', {class: 'marks', 'aria-hidden': 'true'}),
       make('div', {class: 'actions'}, this.button('Abort', 'abort', {}, {class: 'abort'})),
     ]);
     const {run} = view;
     setText(find('.step', this.body), view.state === 'aborting' ? 'Aborting: the phone is put back' : run.name);
     find('.abort', this.body).disabled = view.state === 'aborting';
-    [...find('.marks', this.body).children].forEach((mark, index) => {
-      const name = index === run.step - 1 && !view.marks[index] ? 'now' : MARKS[view.marks[index]] || '';
-      if (mark.className !== name) mark.className = name;
-    });
+    this.showMarks(view);
     this.tick();
+  }
+
+  // A square for each step, as text: equal ones in a row are one element, since many elements on many cards are what a
+  // page is slow by.
+  showMarks({marks, run}) {
+    const signs = this.steps.map((_, index) => marks[index] ?? (index === run.step - 1 ? 'now' : 'to-come'));
+    const runs = [];
+    for (const sign of signs) {
+      if (runs.at(-1)?.sign === sign) runs.at(-1).count += 1;
+      else runs.push({sign, count: 1});
+    }
+    find('.marks', this.body).replaceChildren(...runs.map(({sign, count}) =>
+      make('span', {class: MARKS[sign]}, '■'.repeat(count))));
   }
 
   // Between two events the time left counts down by itself: to be called every now and then.
@@ -137,7 +147,7 @@ export class Card {
   }
 }
 
-const MARKS = {p: 'p', f: 'f', '-': 'n'};
+const MARKS = {p: 'p', f: 'f', '-': 'n', now: 'now'};
 
 function timeLeft(seconds) {
   if (seconds < 1) return 'nearly done';
