@@ -17,7 +17,7 @@ using nlohmann::ordered_json;
 ExitStatus Add(const Settings& settings, Given& given) {
   const NumberRange range = ParseNumberRange(given["range"].front());
   const std::string& pool = given["pool"].front();
-  Connection connection = OpenedResults(settings, given);
+  Connection connection = OpenedResults(settings, given, /*makes=*/true);
   const std::int64_t count = AddNumbers(connection, pool, range);
   if (settings.json) {
     posix::Print("{}\n", JsonText({{"pool", pool}, {"added", count}}));

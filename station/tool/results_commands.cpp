@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <filesystem>
 #include <limits>
 
 #include "posix/whole_output.h"
@@ -130,6 +131,17 @@ std::string HistoryText(const std::vector<RunRow>& runs) {
   return text;
 }
 
+// A mistyped file must not look like one without runs. Nothing was ever stored in the user's own one before
+// the first run.
+void CheckThere(const ResultsAddress& address) {
+  if (address.kind != ResultsAddress::Kind::File) return;
+  std::error_code error;
+  if (std::filesystem::exists(address.text, error) || std::filesystem::exists(address.SpoolFolder(), error))
+    return;
+  if (address.text == ParseResultsAddress("").text) return;
+  throw UsageError(fmt::format("there is no database {}", address.text));
+}
+
 ExitStatus ShowHistory(const Settings& settings, Given& given) {
   const std::string compared = OnlyText(given, "compare");
   const std::string detailed = OnlyText(given, "details");
@@ -175,8 +187,10 @@ std::optional<ResultsAddress> GivenResults(const Settings& settings, Given& give
   return ParseResultsAddress(chosen.empty() ? settings.configuration.Text("results") : chosen);
 }
 
-Connection OpenedResults(const Settings& settings, ToolCommand::Given& given) {
-  Connection connection = OpenResults(*GivenResults(settings, given));
+Connection OpenedResults(const Settings& settings, ToolCommand::Given& given, bool makes) {
+  const ResultsAddress address = *GivenResults(settings, given);
+  if (!makes) CheckThere(address);
+  Connection connection = OpenResults(address);
   try {
     RunStore store(connection);
     HandIn(store, connection);

@@ -16,9 +16,10 @@ ToolCommand::Option ResultsOption();
 // The database that the command line or the configuration names, or the user's own. None with --no-results.
 std::optional<ResultsAddress> GivenResults(const Settings& settings, ToolCommand::Given& given);
 
-// The database, with what was spooled for it handed in, and without runs that only seem to go on. Throws
-// ResultsError.
-Connection OpenedResults(const Settings& settings, ToolCommand::Given& given);
+// The database, with what was spooled for it handed in, and without runs that only seem to go on. With
+// `makes`, a file that does not exist is made; otherwise only that of this user is. Throws ResultsError and
+// UsageError.
+Connection OpenedResults(const Settings& settings, ToolCommand::Given& given, bool makes = false);
 
 // The options by which runs are chosen, after `options`, and what they say.
 std::vector<ToolCommand::Option> WithFilter(std::vector<ToolCommand::Option> options);

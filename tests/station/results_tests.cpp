@@ -213,7 +213,7 @@ TEST_P(Results, RunsWithoutADatabaseAreHandedInOnceAndInOrder) {
 
 TEST_P(Results, ADamagedSpoolFileIsKeptAndAnotherVersionsIsTaken) {
   const std::string plan = PlanFile(R"({"command": "ping"}, {"command": "ping"})");
-  EXPECT_EQ(Tool({"history", "SN1"}).status, 0);
+  EXPECT_EQ(Tool({"numbers", "add", "identity", "00499901064000"}).status, 0);
   TakeAway();
   for (const char* serial : {"SN1", "SN2", "SN3"}) EXPECT_EQ(Run(plan, {PING, PING}, serial).status, 0);
   BringBack();
@@ -548,6 +548,12 @@ TEST(LostResults, AFullDisk) {
   EXPECT_NE(full.output.find("passed: 1 passed"), std::string::npos);
   EXPECT_NE(full.errors.find("record is lost"), std::string::npos) << full.errors;
   EXPECT_EQ(phone.Difference(), "");
+}
+
+TEST(ResultsFiles, AreNotMadeByAMistypedName) {
+  const std::string file = TemporaryFolder() + "/mistyped.db";
+  EXPECT_EQ(RunTool({"history", "SN1", "--results", file}).status, 2);
+  EXPECT_FALSE(fs::exists(file));
 }
 
 TEST(StoredFiles, OfOneNameAreBothKept) {
