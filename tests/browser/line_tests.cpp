@@ -163,6 +163,8 @@ TEST_F(LineTest, APhoneIsScannedTestedAskedAboutAndPassed) {
   page_.Click("#slot-A .replies .pass");
   AwaitCard("A", "PASS");
   EXPECT_EQ("returned by a customer", NewestRun("SN0001").at("variables").at("retest reason"));
+  page_.Click("#slot-A .retest");
+  AwaitCard("A", "reason for another test");
   EXPECT_EQ("", page_.Complaints());
 }
 
@@ -176,7 +178,9 @@ TEST_F(LineTest, SlotsDoNotWaitForEachOther) {
     Scan(text);
 
   // There is no phone in C, A waits for its answer, and B fails.
-  EXPECT_NE(std::string::npos, AwaitCard("C", "NO PHONE").find("there is no port"));
+  const std::string nobody = AwaitCard("C", "NO PHONE");
+  EXPECT_NE(std::string::npos, nobody.find("there is no port"));
+  EXPECT_EQ(std::string::npos, nobody.find("not run"));
   AwaitCard("A", "Does the red phone vibrate?");
   AwaitCard("B", "Does the blue phone vibrate?");
   Scan("SLOT-B");
@@ -200,6 +204,13 @@ TEST_F(LineTest, SlotsDoNotWaitForEachOther) {
     EXPECT_NE(std::string::npos, failed.find(StepNamed(run, step).at("message").get<std::string>())) << step;
   }
 
+  const char* post =
+      "return fetch(arguments[0], {method: 'POST', body: arguments[1]}).then((answer) => answer.status)";
+  EXPECT_EQ(400, page_.Run(post, {"/slots/A/answer", R"({"question": 1, "reply": "maybe"})"}));
+  EXPECT_EQ(409, page_.Run(post, {"/slots/A/answer", R"({"question": 0, "reply": "pass"})"}))
+      << "an answer to another question";
+  AwaitCard("A", "Does the red phone vibrate?");
+
   // An abort puts the phone back.
   page_.Type("#person", "Robin\n");
   page_.Click("#slot-A .abort");
@@ -220,6 +231,7 @@ TEST_F(LineTest, SlotsDoNotWaitForEachOther) {
   page_.Await("return document.querySelector('#held').innerText.includes('no labels')", "the notice");
   Scan("SN4");
   page_.Await("return document.querySelector('#hint').innerText.includes('The line is held')", "the refusal");
+  EXPECT_EQ(409, page_.Run(post, {"/slots/B/retest", "{}"}));
   AwaitCard("B", "FAIL");
 }
 
@@ -231,6 +243,14 @@ TEST_F(LineTest, TheLineGoesOnWithoutItsDatabaseAndRefusesWhatCannotBeLookedUp) 
     AwaitCard("A", "SLOT-A");
     RunBoard("SN1", "p", "PASS");
     RunBoard("SN2", "f", "FAIL");
+    // A run that was aborted says nothing about the phone.
+    Scan("SN1");
+    Scan("grey");
+    AwaitCard("A", "reason for another test");
+    Scan("again");
+    AwaitCard("A", "vibrate?");
+    page_.Click("#slot-A .abort");
+    AwaitCard("A", "ABORTED");
 
     std::filesystem::rename(database, database + ".away");
     std::filesystem::create_directory(database);
@@ -355,10 +375,15 @@ TEST_F(LineTest, HistoryAndChartsShowWhatWasRun) {
   page_.Await("return document.querySelector('#report').innerText.includes('Radio hears a station')",
               "the report");
   EXPECT_NE(std::string::npos, page_.Text("#report").find("10000 to 65000"));
+  const Json measured = Ask("/yields").at("measurements").at(0).at("definitions");
+  const Json points = Ask("/trend?measurement=" + measured.at(0).dump());
+  ASSERT_EQ(2u, points.size());
+  EXPECT_LT(points[0].at("started"), points[1].at("started")) << "the oldest first";
   page_.Type("#phone", "SN5\n");
   page_.Await("return document.querySelector('#found').innerText === 'Runs of SN5'", "the search");
   EXPECT_EQ(2, page_.Run("return document.querySelectorAll('#runs tr').length"));
-  page_.Type("#phone", "0\n");
+  page_.Run("document.querySelector('#search').to.value = '2000-01-01'");
+  page_.Type("#phone", "\n");
   page_.Await("return document.querySelector('#runs').innerText.includes('No run was found')",
               "the empty search");
 

@@ -19,6 +19,7 @@ class PageServerTest : public testing::Test {
       if (visit.places.at(0) == "unknown") throw web::Refused(409, "This name is not known.");
       return web::Reply{.body = visit.role + visit.places.at(0) + visit.Parameter("more")};
     });
+    server_.Get("/file", [](const web::Visit&) { return web::Reply{.file_name = "a.bin"}; });
     server_.Post("/change", [this](const web::Visit& visit) {
       changes_ += visit.body;
       return web::Reply{};
@@ -75,6 +76,9 @@ TEST_F(PageServerTest, OnlyVisitorsWithATokenAreServedEachInItsRole) {
   EXPECT_EQ(404, Status({{"Cookie", lead}}, "/nowhere"));
   EXPECT_EQ(409, Status({{"Cookie", lead}}, "/who/unknown"));
 
+  EXPECT_EQ("attachment; filename=\"a.bin\"",
+            Connect().Get("/file", {{"Cookie", lead}})->get_header_value("Content-Disposition"));
+
   const auto asset = Connect().Get("/web.css", {{"Cookie", lead}});
   EXPECT_EQ("text/css; charset=utf-8", asset->get_header_value("Content-Type"));
   EXPECT_NE(std::string::npos, asset->get_header_value("Content-Security-Policy").find("default-src 'none'"));
@@ -85,6 +89,10 @@ TEST_F(PageServerTest, ForeignHostsAndOriginsAreRefused) {
   const std::string cookie = Cookie("lead");
   EXPECT_EQ(403, Status({{"Cookie", cookie}, {"Host", "evil.example"}}));
   EXPECT_EQ(403, Status({{"Cookie", cookie}, {"Host", "127.0.0.1:1"}}));
+  EXPECT_EQ(403, Status({{"Cookie", cookie}, {"Host", host_}, {"Host", "evil.example"}}));
+  const std::string own = server_.Address("lead");
+  const auto away = Connect().Get("//evil.example" + own.substr(own.find("/?")));
+  EXPECT_EQ("/", away->get_header_value("Location")) << "the token leads to no other host";
   EXPECT_EQ(403, Status({{"Cookie", cookie}, {"Origin", "http://evil.example"}}));
   EXPECT_EQ(403, Status({{"Cookie", cookie}, {"Origin", "null"}}));
 

@@ -91,6 +91,11 @@ TEST_F(PanelTest, KeysAndPenReachTheServer) {
     Page().PointerMove("#lcd", cross.x, cross.y);
     Page().PointerUp();
   }
+  // A pen that leaves the screen stays at its edge.
+  Page().PointerDown("#lcd", 232, 312);
+  Page().PointerMove("#lcd", 244, 324);
+  Page().PointerUp();
+  EXPECT_EQ("", Page().Complaints());
   const Finished crosses = Phonetest("touch watch");
   EXPECT_EQ(0, crosses.status) << crosses.output;
 }
@@ -130,6 +135,13 @@ TEST_F(PanelTest, CableFaultsCameraAndBatteryAreSwitches) {
   Page().Click("#faults button");
   Page().Await("return document.querySelector('#faults code') === null", "no fault");
   EXPECT_EQ(0, Phonetest("clock get").status);
+
+  for (const char* state : {"true", "false"}) {
+    Page().Click("#card-locked");
+    Page().Await(
+        "return document.querySelector('#card-locked').getAttribute('aria-pressed') === arguments[0]",
+        "the card's switch", {state});
+  }
 
   Page().Click("[data-defect='dust 12']");
   Page().Await(

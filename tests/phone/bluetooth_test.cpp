@@ -146,6 +146,10 @@ TEST_F(BluetoothTest, GivesEveryFunctionsFailuresAFixedAnswer) {
       EXPECT_EQ(Run(function), AnswerOf(function.code, c.status)) << c.what << ", -f" << function.number;
     }
   }
+  Phone().Command({"bluetooth", "all", "status", "5"});
+  for (const Function& function : FUNCTIONS) {
+    EXPECT_EQ(StatusOf(Run(function)), 5) << "-f" << function.number;
+  }
   MarkJournal();
   for (const Function& function : FUNCTIONS) SetScenario(function.number, {});
   SetExecutable(false);

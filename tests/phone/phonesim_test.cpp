@@ -144,6 +144,10 @@ TEST_F(PhonesimTest, WorksTheRunningPhone) {
   EXPECT_EQ(Run("screenshot /nowhere/lcd.png").status, 7);
   EXPECT_TRUE(Run("gpio modem-state 0").Says("modem-state 0"));
   EXPECT_TRUE(Run("commands").Says("replug"));
+  EXPECT_EQ(Run("preview " + picture).status, 0);
+  EXPECT_TRUE(Run("camera").Says(", 0 exposed")) << "a preview is no frame of the phone's";
+  EXPECT_TRUE(Run("key 0x174").Says("key 0x01740001"));
+  EXPECT_TRUE(Run("flash OTP flip 16384").Says("OTP has no byte 16384"));
   const Outcome unknown = Run("sreenshot " + picture);
   EXPECT_EQ(unknown.status, 2);
   EXPECT_TRUE(unknown.Says("there is no command sreenshot; did you mean screenshot?")) << unknown.output;

@@ -53,6 +53,9 @@ TEST_F(SimulatorTest, FindsDevicesByEveryPathThatLeadsThere) {
   EXPECT_EQ(
       Run("head -c 4 /dev/zero | od -A n -t x1; echo lost > /dev/null; test -e /dev/fb/0 && echo there"),
       " 00 00 00 00\nthere\n");
+  // A process's environment is its own business; a signal to everyone leaves out who sends it.
+  EXPECT_EQ(Run("cat /proc/$$/environ 2>/dev/null; cat /proc/self/environ >/dev/null && echo own"), "own\n");
+  EXPECT_EQ(Run("trap 'echo hit' URG; kill -URG -1; echo missed"), "missed\n");
   // The PC is out of reach.
   EXPECT_EQ(Run("cat /proc/1/root/etc/hostname /proc/1/environ 2>/dev/null; ls /proc/self/root 2>/dev/null"),
             "");

@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <utility>
 
+#include "simulator/models/controls.h"
+#include "simulator/models/programs.h"
 #include "simulator/supervisor/phone_processes.h"
 #include "tests/phone/phone_test.h"
 
@@ -54,7 +56,12 @@ simulator::JournalFilter ByTheServer() {
 }
 
 TEST_F(StartupTest, PreparesThePhoneInOrderAndHoldsStandbyOff) {
+  const auto held = [](const simulator::TextControls& controls) { return controls.StandbyHeld(); };
+  EXPECT_FALSE(Phone().With<simulator::TextControls>(held));
   Boot();
+  EXPECT_TRUE(Phone().With<simulator::TextControls>(held));
+  EXPECT_EQ(Phone().With<simulator::Tools>([](const simulator::Tools& tools) { return tools.state.modules; }),
+            (std::set<std::string>{"omap_bi", "serial_fd", "usbdcore"}));
   EXPECT_EQ(Phone().GetJournal().Lines(0, ByTheServer()),
             (Lines{"open /dev/misc/omap730_gpio rw+cloexec", "request /dev/misc/omap730_gpio 0x40044F3B",
                    "open /dev/misc/omap730_gpio rw+cloexec", "request /dev/misc/omap730_gpio 0x40044F29"} +

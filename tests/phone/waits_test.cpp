@@ -136,6 +136,15 @@ TEST_F(WaitsTest, AModemThatIsSilentHasRoundsOfASecond) {
   }
   EXPECT_EQ(AskStatus(CHECK_SIM, Words({0})), GENERAL_FAILURE);
   EXPECT_EQ(Waits(), after_request(10));
+
+  // A response that fills the buffer ends the wait.
+  Decide({});
+  Phone().With<simulator::ModemAtPort>([](simulator::ModemAtPort& modem) {
+    modem.state.silent = false;
+    modem.state.scripts["at+y"] = {{0ms, std::string(127, 'x')}};
+  });
+  Ask(EXCHANGE_AT, FromText("at+y\r") + Bytes(27) + Words({60000}), 36);
+  EXPECT_EQ(Waits(), after_request(2));
 }
 
 TEST_F(WaitsTest, ATryThatFailsIsFollowedByAPause) {
@@ -145,7 +154,7 @@ TEST_F(WaitsTest, ATryThatFailsIsFollowedByAPause) {
   EXPECT_TRUE(Comes(10000));
   EXPECT_TRUE(Eventually([this] {
     SendCommand(PING, Words({0}));
-    return host.Receive(4, 100ms) == Words({1}) && host.IsQuiet(50ms);
+    return host.Receive(4, 1s) == Words({1}) && host.IsQuiet(200ms);
   }));
   std::atomic<int> left = 0;
   Decide([&](const TracedCall& call) -> CallFate {
@@ -161,6 +170,19 @@ TEST_F(WaitsTest, ATryThatFailsIsFollowedByAPause) {
   EXPECT_EQ(waits[1], 10000);
   EXPECT_LE(waits[2], 990000) << "the pause counts";
   EXPECT_GT(waits[2], 500000);
+
+  // A request that comes in part is dropped when its time is over, however often its waits are interrupted.
+  std::atomic<int> timed = 0;
+  Decide([&](const TracedCall& call) -> CallFate {
+    const bool timed_call = call.number == __NR_select || call.number == __NR_pselect6;
+    if (!timed_call || call.arguments[4] == 0 || timed++ == 0) return {};
+    return {CallFate::Kind::Refused, 0, EINTR};
+  });
+  host.Send(Words({SWITCH_MOTOR, 1}));
+  EXPECT_EQ(Waits().back(), FOREVER);
+  EXPECT_GT(timed, 90);
+  Decide({});
+  EXPECT_TRUE(StillAnswers());
 }
 
 TEST_F(WaitsTest, TheBluetoothToolIsLookedAtAndTheRelayGoesRound) {
@@ -169,6 +191,18 @@ TEST_F(WaitsTest, TheBluetoothToolIsLookedAtAndTheRelayGoesRound) {
   EXPECT_EQ(AskStatus(PASS_THROUGH, Words({0})), SUCCESS);
   EXPECT_TRUE(Comes(1000000));
   EXPECT_EQ(NextWaits(2), (Times{1000000, 1000000}));
+
+  // A write that a signal interrupts is made again.
+  HostLine modem(Phone().With<simulator::ModemDataPort>(
+      [](simulator::ModemDataPort& port) { return port.ModemSide().DevicePath(); }));
+  std::atomic<int> writes = 0;
+  Decide([&](const TracedCall& call) -> CallFate {
+    if (!call.IsWrite() || call.WrittenBytes() != "hello" || writes++ != 0) return {};
+    return {CallFate::Kind::Refused, 0, EINTR};
+  });
+  host.Send(FromText("hello"));
+  EXPECT_EQ(modem.Receive(5), FromText("hello"));
+  EXPECT_EQ(writes, 2);
 }
 
 TEST_F(WaitsTest, ASoundThatIsRefusedPausesForASecondInSteps) {

@@ -77,15 +77,15 @@ TEST(Abort, EndsWhatRunsThenCleansUpAndReports) {
 
 TEST(Abort, TakesALateAnswerForNoOtherCommand) {
   const std::string number = TemporaryFile("number", "");
-  Turn late = PING;
+  Turn late = {"2600000000000000", "F5D8FFFF"};  // would fail the step after it
   late.before_answer = [&] {
     kill(std::stoi(ReadFile(number)), SIGINT);
     std::this_thread::sleep_for(std::chrono::seconds(2));
   };
   ScriptedPhone phone({late, MOTOR});
-  const ToolResult result =
-      RunTool({"--port", phone.Port(), "--timeout", "60000", "run",
-               Plan(R"({"program": ["sh", "-c", "echo $PPID > )" + number + R"("]}, {"command": "ping"})")});
+  const ToolResult result = RunTool(
+      {"--port", phone.Port(), "--timeout", "60000", "run",
+       Plan(R"({"program": ["sh", "-c", "echo $PPID > )" + number + R"("]}, {"command": "memory-card"})")});
   EXPECT_EQ(result.status, 6) << result.output;
   EXPECT_NE(result.output.find("ABORTED: 2 passed, 1 aborted, 1 not run"), std::string::npos)
       << result.output;

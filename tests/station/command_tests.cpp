@@ -139,6 +139,7 @@ TEST(Commands, ProductionData) {
        0,
        "ok\n"},
       {{"factory-info", "read"}, "11000000" + ZERO, ZERO + Repeat("5A", 128), 0, Rows("5A", "Z")},
+      {{"factory-info", "read"}, "11000000" + ZERO, ZERO + Repeat("7F", 128), 0, Rows("7F", ".")},
       {{"factory-info", "read-extended"},
        "31000000" + ZERO,
        "F9D8FFFF" + Repeat("00", 128),

@@ -129,6 +129,7 @@ TEST(Configuration, TheUsersSlotReplacesTheSystemsAndUsbSlotsFindTheirPort) {
   EXPECT_EQ(merged.files, (std::vector<std::string>{user, system}));
   EXPECT_EQ(merged.Text("station"), "s");
   EXPECT_EQ(merged.Text("operator"), "u");
+  EXPECT_EQ(merged.slots.size(), 3u);
   const station::PortDescription first = {.path = "/dev/ttyACM0",
                                           .usb = true,
                                           .serial_number = "12345",

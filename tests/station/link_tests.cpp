@@ -29,6 +29,17 @@ TEST(Link, SilenceAndShortAnswersEndInTime) {
   EXPECT_EQ(phone.Difference(), "");
 }
 
+TEST(Link, ACommandThatWaitsHasThatMuchMoreTime) {
+  station::Command exchange = station::GetCommand(0x3B);
+  exchange.answer_time = std::chrono::milliseconds(1);
+  ScriptedPhone phone(
+      {{"3B00000041540D" + Repeat("00", 29) + "60EA0000", Repeat("00", 36), std::chrono::milliseconds(300)}});
+  station::Link link(phone.Port());
+  station::Session session(link);
+  EXPECT_EQ(session.Run(exchange, {{"command", "AT\r"}, {"timeout", 60'000}}).size(), 36u);
+  EXPECT_EQ(phone.Difference(), "");
+}
+
 TEST(Link, WhatCameBeforeACommandIsNotItsAnswer) {
   // The first answer is longer than what is waited for, so its end is still there when the second command
   // starts.

@@ -136,6 +136,8 @@ TEST_P(Results, ARunIsFoundAgainWithAllThatItHeld) {
   EXPECT_EQ(Json({"history", "SN1", "--to", "2000-01-01"}).size(), 0u);
   EXPECT_EQ(Tool({"history", "SN1", "--from", "2026-02-30"}).status, 2);
   EXPECT_EQ(Tool({"yield", "--from", "2026-02-03", "--to", "2026-02-02"}).status, 2);
+  const std::string last_day = runs[1]["started"].get<std::string>().substr(0, 10);
+  EXPECT_EQ(Json({"history", "SN1", "--to", last_day}).size(), 2u);
 
   const json whole = Json({"history", "SN1", "--details", "2"});
   const json signal = whole["steps"][0]["values"][1];
@@ -150,6 +152,15 @@ TEST_P(Results, ARunIsFoundAgainWithAllThatItHeld) {
   for (const json& one : Json({"history", "SN1", "--compare", "1,2"}))
     changed.insert(one["step"].get<std::string>() + "/" + one["reading"].get<std::string>());
   EXPECT_EQ(changed, (std::set<std::string>{"/verdict", "Radio/verdict", "Radio/signal", "Seen/verdict"}));
+
+  // What is no longer read is a difference too.
+  EXPECT_EQ(
+      Run(plan, {{Signal("").expected, "F5D8FFFF0000000000000000"}}, "SN1", {"--answers", "pass"}).status, 1);
+  std::set<std::string> gone;
+  for (const json& one : Json({"history", "SN1", "--compare", "1,3"})) {
+    if (one["after"] == "") gone.insert(one["reading"]);
+  }
+  EXPECT_TRUE(gone.contains("signal"));
 
   // A content is kept once, however many runs have it, and is the file's.
   EXPECT_EQ(Sql("SELECT count(*) FROM attachments"), "3");
@@ -175,6 +186,11 @@ TEST_P(Results, AKilledRunIsInterruptedAndARunningOneIsNot) {
   ASSERT_EQ(runs.size(), 1u);
   EXPECT_EQ(runs[0]["verdict"], "interrupted");
   EXPECT_NE(runs[0]["ended"], "");
+  // One of another computer counts as running while it is heard of.
+  Sql("UPDATE runs SET verdict = 8, process = 'elsewhere/1/1'");
+  EXPECT_EQ(Json({"history", "SN1"})[0]["verdict"], "running");
+  Sql("UPDATE runs SET heard = heard - 3600000");
+  EXPECT_EQ(Json({"history", "SN1"})[0]["verdict"], "interrupted");
 }
 
 TEST_P(Results, RunsWithoutADatabaseAreHandedInOnceAndInOrder) {
@@ -314,6 +330,7 @@ TEST_P(Results, APlanDrawsAndGivesBackOnlyWhatWasCertainlyNotWritten) {
   EXPECT_NE(Tool({"numbers", "show", "identity"}).output.find("SN2"), std::string::npos);
   EXPECT_EQ(Run(plan, {PING}, "SN2").status, 0);
   EXPECT_EQ(Json({"history", "SN2"})[2]["identity"], reserved[0]["identity"]);
+  EXPECT_EQ(Sql("SELECT count(*) FROM runs WHERE phone <> serial"), "0");
   EXPECT_EQ(left(), 2);
 }
 
