@@ -82,15 +82,32 @@ void SimulatedSlots::Command(const std::string& slot, std::vector<std::string> w
   if (!failure.empty()) throw PlanError(fmt::format("the simulated phone: {}", failure));
 }
 
-void SimulatedSlots::Insert(const std::string& slot, const std::string& serial) {
+// A phone may have ended by itself.
+bool SimulatedSlots::IsIn(const std::string& slot, const std::string& serial) {
   {
     const std::lock_guard lock(mutex_);
-    if (inserted_.contains(slot) && inserted_[slot] == serial) return;
+    const auto found = inserted_.find(slot);
+    if (found == inserted_.end() || found->second != serial) return false;
   }
+  try {
+    Command(slot, {"state"});
+    return true;
+  } catch (const PlanError&) {
+    return false;
+  }
+}
+
+void SimulatedSlots::Insert(const std::string& slot, const std::string& serial) {
+  if (IsIn(slot, serial)) return;
   try {
     Command(slot, {"stop"});
   } catch (const PlanError&) {
     // None was there.
+  }
+  {
+    // If the next one does not start, the slot is empty: also for the phone that was in it before.
+    const std::lock_guard lock(mutex_);
+    inserted_.erase(slot);
   }
   const fs::path state = fs::path(folder_.Path()) / fmt::format("phone-{:x}", Hash(serial));
   std::error_code error;

@@ -47,6 +47,7 @@ class SimulatedSlots {
 
  private:
   std::string Name(const std::string& slot) const;
+  bool IsIn(const std::string& slot, const std::string& serial);
   void Command(const std::string& slot, std::vector<std::string> words) const;
   void GiveDefect(const std::string& slot, const std::string& serial) const;
 

@@ -344,6 +344,14 @@ TEST_F(LineTest, SimulatedPhonesComeWithAScanAndGoWithTheLine) {
     Scan("pink");
     AwaitCard("1", "Does the pink phone vibrate?");
     EXPECT_NE(std::string::npos, browser::RunToEnd({PHONESIM_PROGRAM, "status"}).find("-1: running"));
+    page_.Type("#scan", "p");
+    AwaitCard("1", "PASS");
+    // A phone that was ended boots anew for its next test.
+    browser::RunToEnd({PHONESIM_PROGRAM, "--name", "line-" + std::to_string(line.Process()) + "-1", "stop"});
+    page_.Click("#slot-1 .retest");
+    AwaitCard("1", "reason for another test");
+    Scan("it was ended");
+    AwaitCard("1", "Does the pink phone vibrate?");
     executable = Json::parse(browser::RunToEnd({PHONESIM_PROGRAM, "status", "--json"}))
                      .at(0)
                      .at("executable")
@@ -355,9 +363,9 @@ TEST_F(LineTest, SimulatedPhonesComeWithAScanAndGoWithTheLine) {
   EXPECT_EQ(std::string::npos, browser::RunToEnd({PHONESIM_PROGRAM, "status"}).find("line-"));
   const Json runs = Json::parse(browser::RunToEnd(
       {PHONETEST_PROGRAM, "--json", "history", "SN7", "--results", folder_ / "results.db"}));
-  EXPECT_EQ("aborted", runs.at(0).at("verdict"));
-  EXPECT_EQ("1", runs.at(0).at("slot"));
-  EXPECT_EQ(executable, runs.at(0).at("executable-sha256"));
+  EXPECT_EQ("aborted", runs.back().at("verdict"));
+  EXPECT_EQ("1", runs.back().at("slot"));
+  EXPECT_EQ(executable, runs.back().at("executable-sha256"));
 }
 
 TEST_F(LineTest, HistoryAndChartsShowWhatWasRun) {
