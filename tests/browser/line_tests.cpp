@@ -383,6 +383,16 @@ TEST_F(LineTest, HistoryAndChartsShowWhatWasRun) {
   page_.Await("return document.querySelector('#report').innerText.includes('Radio hears a station')",
               "the report");
   EXPECT_NE(std::string::npos, page_.Text("#report").find("10000 to 65000"));
+  // What is attached to a run is shown only if it is a picture: anything else must not run in the browser.
+  std::ofstream(folder_ / "small.json")
+      << R"({"name": "Small", "variables": {"serial": {}}, "steps": [{"command": "ping"}]})";
+  std::ofstream(folder_ / "x.html") << "<script>alert(1)</script>";
+  browser::RunToEnd({PHONETEST_PROGRAM, "--port", folder_ / "A", "run", folder_ / "small.json", "--set",
+                     "serial=SN8", "--attach", folder_ / "x.html", "--results", folder_ / "results.db"});
+  EXPECT_EQ("application/octet-stream, attachment; filename=\"attachment\"",
+            page_.Run("return fetch(arguments[0]).then(({headers}) => "
+                      "`${headers.get('Content-Type')}, ${headers.get('Content-Disposition')}`)",
+                      {"/runs/" + NewestRun("SN8").at("run").get<std::string>() + "/files/0/x.html"}));
   const Json measured = Ask("/yields").at("measurements").at(0).at("definitions");
   const Json points = Ask("/trend?measurement=" + measured.at(0).dump());
   ASSERT_EQ(2u, points.size());

@@ -287,6 +287,10 @@ TEST_F(PhonesimTest, TellsHowTheServerEnded) {
   EXPECT_EQ(one_shot.status, 0);
   EXPECT_TRUE(one_shot.Says("server ended with status 0")) << one_shot.output;
 
+  const Outcome over = Run("--most-disk 1");
+  EXPECT_EQ(over.status, 3);
+  EXPECT_TRUE(over.Says("1 MiB are their limit")) << over.output;
+
   const pid_t process = RunAside("");
   ASSERT_TRUE(Eventually([&] { return Run("status").Says(name_ + ": running"); }));
   kill(NumberAfter("server process "), SIGKILL);

@@ -43,6 +43,9 @@ TEST(Abort, EndsWhatRunsThenCleansUpAndReports) {
     std::string steps;
   } cases[] = {
       {"a program", program(note + "kill -INT $PPID; sleep 300", R"("seconds": 300)")},
+      {"a program after a step that was wrong",
+       R"({"wait": 0, "picture": "${scratch}/none.png", "on-failure": "continue"}, )" +
+           program(note + "kill -INT $PPID; sleep 300", R"("seconds": 300)")},
       {"a hang-up", program(note + "kill -HUP $PPID; sleep 300", R"("seconds": 300)")},
       {"a wait", beside + R"(, {"wait": 300})"},
       {"a wait before a retry", beside + R"(, {"program": ["false"], "retries": 1, "retry-wait": 300})"},

@@ -160,6 +160,7 @@ TEST(Commands, ProductionData) {
       {{"--yes", "identity", "write", "000000011234564"}, "", "", 2, "what a phone without an identity"},
       {{"bluetooth-address", "write", "00:11:22:AA:BB"}, "", "", 2, "not an address"},
       {{"bluetooth-address", "write", "00:11:22:AA:BB:GG"}, "", "", 2, "not an address"},
+      {{"bluetooth-address", "write", "00:11:22:AA:"}, "", "", 2, "not an address"},
       {{"factory-info", "write", shorter}, "", "", 2, "holds 127 bytes, but 128 are needed"},
       {{"factory-info", "write", "/no/such/file"}, "", "", 2, "cannot read /no/such/file"},
       {{"factory-info", "write", "/dev/zero"}, "", "", 2, "cannot read /dev/zero"},

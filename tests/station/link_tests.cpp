@@ -69,7 +69,7 @@ TEST(Link, AFloodDoesNotHoldTheToolUp) {
 TEST(Link, AnEndlessConversationIsNotKeptWhole) {
   constexpr std::size_t SIZE = 1u << 20;
   constexpr std::size_t TURNS = 18;
-  ScriptedPhone phone(std::vector<Turn>(TURNS, {"FF", Repeat("55", SIZE)}));
+  ScriptedPhone phone(std::vector<Turn>(TURNS + 3, {"FF", Repeat("55", SIZE)}));
   station::Link link(phone.Port());
   station::Session session(link);
   for (std::size_t i = 0; i < TURNS; ++i) session.RunRaw("flood", {0xFF}, SIZE, std::chrono::seconds(30));
@@ -77,6 +77,8 @@ TEST(Link, AnEndlessConversationIsNotKeptWhole) {
   EXPECT_EQ(transcript.count, TURNS);
   EXPECT_EQ(transcript.kept.size(), 15u);
   EXPECT_EQ(session.TakeTranscript().count, 0u);
+  for (int i = 0; i < 3; ++i) session.RunRaw("flood", {0xFF}, SIZE, std::chrono::seconds(30));
+  EXPECT_EQ(session.TakeTranscript().kept.size(), 3u);
   EXPECT_EQ(phone.Difference(), "");
 }
 

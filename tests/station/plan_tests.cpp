@@ -244,6 +244,7 @@ TEST(Plans, RetriesWaitAndQuestionsTimeOut) {
                                   0,
                                   "in 2 attempts"});
   EXPECT_GE(retried.took.count(), 0.7);
+  EXPECT_EQ(retried.output.find("NO_CARD"), std::string::npos) << "the first try's failure is forgotten";
 
   const Terminal terminal;
   const std::string plan =
@@ -425,6 +426,7 @@ TEST(Plans, MistakesAreFoundBeforeAnythingIsSent) {
        "does not match [a-c]+"},
       {"a refused value", variable(R"("differs": ["0", "fF"])"), {"--set", "x=Ff"}, {}, 4, "is refused"},
       {"below", variable(R"("minimum": "0x10")"), {"--set", "x=15"}, {}, 4, "it is below 16"},
+      {"no number", variable(R"("minimum": "0x10")"), {"--set", "x=0x1G"}, {}, 4, "it is not a number"},
       {"above", variable(R"("maximum": 1.5)"), {"--set", "x=1.6"}, {}, 4, "it is above 1.5"},
       {"a short file",
        variable(R"("file-size": 3)"),

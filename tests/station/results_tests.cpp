@@ -218,6 +218,7 @@ TEST_P(Results, RunsWithoutADatabaseAreHandedInOnceAndInOrder) {
   EXPECT_EQ(verdicts(), "passed, passed, device failure, interrupted, ");
   EXPECT_EQ(Json({"history", "SN1"})[3]["ended"].get<std::string>().substr(0, 5), "2020-");
   EXPECT_TRUE(fs::is_empty(Spool()));
+  EXPECT_EQ(Sql("SELECT count(*) FROM runs a JOIN runs b ON a.id < b.id AND a.started > b.started"), "0");
   const std::string steps = Sql("SELECT count(*) FROM steps");
   // As if the program had died between the storing and the removing.
   fs::copy(copies, Spool());
