@@ -80,6 +80,10 @@ TEST_F(DisplayTest, DrawsEveryPatternToTheLastPixel) {
     }
     ExpectPicture(c.expected, c.what);
   }
+  std::ifstream maps(fmt::format("/proc/{}/maps", Phone().ServerProcess()));
+  const std::string mapped{std::istreambuf_iterator<char>(maps), {}};
+  EXPECT_NE(mapped.find("[stack]"), std::string::npos);
+  EXPECT_EQ(mapped.find("memfd:device"), std::string::npos) << "no picture stays mapped";
 }
 
 TEST_F(DisplayTest, WritesTheBacklightsLevelAsOneValue) {
