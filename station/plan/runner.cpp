@@ -149,7 +149,6 @@ class Run {
       if (control_.finished) control_.finished(i, done);
       result.steps.push_back(std::move(done));
     }
-    if (aborted) result.verdict = Verdict::Aborted;
     if (!aborted) FinishBackground(result);
     result.took = Since(start);
     result.ended = std::time(nullptr);

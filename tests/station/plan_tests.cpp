@@ -670,7 +670,7 @@ TEST(Plans, RecordsSayWhatWasTested) {
 }
 
 TEST(Plans, ReportsHoldEverything) {
-  const std::string picture = GreyJpeg(8, 8);
+  const std::string picture = GreyJpeg(8, 8, 1);
   const std::size_t size = picture.size() / 2;
   station::Bytes count;
   station::AppendWord(count, static_cast<std::uint32_t>(size));
