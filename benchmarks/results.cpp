@@ -1,144 +1,43 @@
-// How long it takes to store a run of the factory plan and to ask for runs among many. The database is filled
-// with the verdicts, times and readings of all 69 steps of each run by statements that work on whole tables.
-//   results_benchmark ADDRESS [RUNS]
+// How long it takes to store a run of the factory plan, and to ask for runs among many, in SQLite and in a
+// PostgreSQL server of this program's own. Fails if a question goes through all runs, or if the stations that
+// write while the server is restarted lose something.
+//   results_benchmark [RUNS] [SQLite|PostgreSQL]
 #include <fmt/format.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
-#include <functional>
+#include <filesystem>
+#include <optional>
+#include <set>
 
-#include "station/results/history.h"
+#include "benchmarks/factory_runs.h"
+#include "benchmarks/figures.h"
+#include "benchmarks/many_stations.h"
+#include "station/results/run_recorder.h"
 #include "station/results/schema.h"
 #include "station/results/yield.h"
+#include "tests/station/scripted_phone.h"
+#include "tests/station/whole_tables.h"
 
 namespace {
 
 using namespace station;
+namespace fs = std::filesystem;
 
-constexpr int STEPS = 69;
-constexpr int RUNS_A_DAY = 4000;
-constexpr std::int64_t FIRST_START = 1'700'000'000'000;
+constexpr int STATIONS = 8;
+constexpr int RUNS_OF_A_STATION = 100;
+constexpr std::int64_t LARGE = 100'000;  // runs
 
-StoredStep StepNumber(int number) {
-  StoredStep step{.number = number,
-                  .name = fmt::format("Step {} of the factory plan", number),
-                  .work = "command",
-                  .verdict = StoredVerdict::Passed,
-                  .attempts = 1,
-                  .microseconds = 90'000};
-  step.values.push_back({.reading = "value",
-                         .unit = "mV",
-                         .value = 3700.0 + number,
-                         .minimum = number % 10 == 0 ? std::optional(3000.0) : std::nullopt,
-                         .verdict = number % 10 == 0 ? StoredVerdict::Passed : StoredVerdict::Skipped});
-  if (number % 6 == 0) step.answer = {"pass", "operator", FIRST_START};
-  return step;
-}
+bool failed = false;
 
-RunStart StartNumber(std::int64_t number) {
-  return {.uuid = NewRunId(),
-          .plan = "Factory test",
-          .plan_sha256 = std::string(64, 'a'),
-          .serial = fmt::format("SN{:07}", number),
-          .identity = fmt::format("{:015}", number),
-          .station = "S1",
-          .person = "operator",
-          .tool_version = "1.0.0",
-          .port = "/dev/ttyACM0",
-          .process = "boot/pid:[1]/1/1",
-          .started = MillisecondsNow()};
-}
-
-RunStore::Keys StoreWhole(Connection& connection, RunStore& store, std::int64_t number) {
-  RunStore::Keys keys;
-  {
-    Transaction transaction(connection);
-    keys = store.Start(StartNumber(number));
-    transaction.Commit();
-  }
-  Transaction transaction(connection);
-  std::vector<StoredStep> steps;
-  for (int step = 1; step <= STEPS; ++step) steps.push_back(StepNumber(step));
-  store.Steps(keys, steps);
-  store.End(keys, {.ended = MillisecondsNow(), .microseconds = 6'400'000});
-  transaction.Commit();
-  return keys;
-}
-
-// Copies the run with this key `count` times: a tenth of the phones fail one step, and pass later.
-void Fill(Connection& connection, std::int64_t pattern, std::int64_t count) {
-  const bool server = connection.Address().kind == ResultsAddress::Kind::Server;
-  if (server) connection.Run("SET session_replication_role = replica");  // the keys are right by construction
-  const std::string numbers = server ? fmt::format("SELECT n FROM generate_series(1, {}) AS g(n)", count)
-                                     : fmt::format(
-                                           "WITH RECURSIVE g(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM g "
-                                           "WHERE n < {}) SELECT n FROM g",
-                                           count);
-  const std::string digits =
-      server ? "lpad(CAST(n AS TEXT), 7, '0')" : "substr('0000000' || CAST(n AS TEXT), -7)";
-  const std::string day = server ? "to_char(to_timestamp(1700000000 + (n / 4000) * 86400), 'YYYY-MM-DD')"
-                                 : "date(1700000000 + (n / 4000) * 86400, 'unixepoch')";
-  Transaction transaction(connection);
-  connection.Run(fmt::format(
-      "INSERT INTO runs (id, uuid, plan, phone, serial, identity, address, station, operator, port, tool, "
-      "process, "
-      "variables, versions, executable, executable_sha256, started, day, hour, heard, ended, microseconds, "
-      "microseconds_waited, verdict) SELECT {0} + n, 'run' || {1}, plan, 'P' || {1}, 'P' || {1}, '49' || "
-      "{1}, '', "
-      "'S' || CAST(n % 8 AS TEXT), operator, port, tool, process, variables, versions, executable, "
-      "executable_sha256, "
-      "{2} + n * 21600, {3}, CAST((n % 4000) / 167 AS INTEGER), heard, {2} + n * 21600 + 6400, microseconds, "
-      "0, "
-      "CASE WHEN n % 10 = 0 THEN 3 ELSE 1 END FROM runs, ({4}) AS many WHERE id = {0}",
-      pattern, digits, FIRST_START, day, numbers));
-  connection.Run(
-      fmt::format("INSERT INTO steps (run, number, definition, verdict, attempts, microseconds, message) "
-                  "SELECT r.id, s.number, "
-                  "s.definition, CASE WHEN r.verdict = 3 AND s.number = 1 + r.id % 69 THEN 3 ELSE 1 END, 1, "
-                  "s.microseconds + r.id % 977, CASE WHEN r.verdict = 3 AND s.number = 1 + r.id % 69 THEN "
-                  "'value is 1, below 3000' END "
-                  "FROM runs r, steps s WHERE r.id > {0} AND s.run = {0} ORDER BY r.id, s.number",
-                  pattern));
-  connection.Run(
-      fmt::format("INSERT INTO measurements (run, step, number, definition, value, verdict) SELECT r.id, "
-                  "m.step, m.number, "
-                  "m.definition, m.value + r.id % 101, m.verdict FROM runs r, measurements m WHERE r.id > "
-                  "{0} AND m.run = {0} "
-                  "ORDER BY r.id, m.step",
-                  pattern));
-  connection.Run(
-      fmt::format("INSERT INTO answers (run, step, reply, answered_by, answered) SELECT r.id, a.step, "
-                  "a.reply, a.answered_by, "
-                  "r.started FROM runs r, answers a WHERE r.id > {0} AND a.run = {0} ORDER BY r.id, a.step",
-                  pattern));
-  transaction.Commit();
-  if (server) {
-    connection.Run("SET session_replication_role = DEFAULT");
-    connection.Ask(
-        "SELECT CAST(setval(pg_get_serial_sequence('runs', 'id'), (SELECT max(id) FROM runs)) AS TEXT)", "t");
-  }
-  connection.Run("ANALYZE");
-}
-
-// The middle of `count` times, in milliseconds.
-double Median(int count, const std::function<void(int)>& work) {
-  std::vector<double> times;
-  for (int i = 0; i < count; ++i) {
-    const auto start = std::chrono::steady_clock::now();
-    work(i);
-    times.push_back(
-        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
-  }
-  std::ranges::nth_element(times, times.begin() + count / 2);
-  return times[static_cast<std::size_t>(count / 2)];
-}
-
-void Explain(Connection& connection, const char* what, const std::string& query) {
-  const bool server = connection.Address().kind == ResultsAddress::Kind::Server;
-  fmt::print("{}:\n", what);
-  for (const SqlRow& row :
-       connection.Ask((server ? "EXPLAIN " : "EXPLAIN QUERY PLAN ") + query, server ? "t" : "iiit"))
-    fmt::print("    {}\n", row.back().text);
+// The median of some times, in milliseconds.
+void Print(const std::string& what, int times, const std::function<void(int)>& work,
+           std::optional<double> goal = {}) {
+  std::vector<double> taken;
+  for (int i = 0; i < times; ++i) taken.push_back(1000 * Seconds([&] { work(i); }));
+  const double median = Median(taken);
+  fmt::print("  {:<42} {:>10.2f} ms{}\n", what, median,
+             !goal ? "" : fmt::format("   under {:g} {}", *goal, median < *goal ? "met" : "MISSED"));
+  fflush(stdout);
 }
 
 std::int64_t DatabaseSize(Connection& connection) {
@@ -152,41 +51,156 @@ std::int64_t DatabaseSize(Connection& connection) {
       .number;
 }
 
+// Where the bytes of a run are: tables with what belongs to them, and indexes.
+void PrintSizes(Connection& connection, std::int64_t runs) {
+  const bool server = connection.Address().kind == ResultsAddress::Kind::Server;
+  fmt::print("  bytes a run:");
+  for (const SqlRow& row : connection.Ask(
+           server ? "SELECT relname, pg_total_relation_size(oid) - CASE relkind WHEN 'r' THEN "
+                    "pg_indexes_size(oid) "
+                    "ELSE 0 END AS bytes FROM pg_class WHERE relkind IN ('r', 'i') AND relnamespace = "
+                    "CAST('public' AS regnamespace) ORDER BY bytes DESC LIMIT 12"
+                  : "SELECT name, pgsize AS bytes FROM dbstat WHERE aggregate = TRUE ORDER BY bytes DESC "
+                    "LIMIT 12",
+           "ti"))
+    fmt::print(" {} {}", row[0].text, row[1].number / runs);
+  fmt::print("\n");
+}
+
+// As the recorder stores it when the database is fast: the start, and all the rest. Both are synced.
+void StoreRun(Connection& connection, RunStore& store, const FactoryRun& run) {
+  RunStore::Keys keys;
+  {
+    Transaction transaction(connection);
+    keys = store.Start(run.start);
+    transaction.Commit();
+  }
+  Transaction transaction(connection);
+  store.Steps(keys, run.steps);
+  store.End(keys, run.end);
+  transaction.Commit();
+}
+
+void MeasureStoring(Connection& connection, const FactoryRun& run) {
+  const double goal = connection.Address().kind == ResultsAddress::Kind::Server ? 50 : 20;
+  RunStore store(connection);
+  int change = 0;
+  Print("two synced changes of one row", 51, [&](int) {
+    for (int i = 0; i < 2; ++i) {
+      Transaction transaction(connection);
+      connection.Run("UPDATE plans SET file = ?", {std::to_string(change++)});
+      transaction.Commit();
+    }
+  });
+  Print(
+      fmt::format("a run of {} steps, pictures known", run.steps.size()), 51,
+      [&](int i) { StoreRun(connection, store, Another(run, fmt::format("A{}", i))); }, goal);
+  const std::int64_t before = DatabaseSize(connection);
+  Print(
+      "a run with new camera pictures", 51,
+      [&](int i) {
+        FactoryRun other = Another(run, fmt::format("B{}", i));
+        for (StoredStep& step : other.steps) {
+          for (StoredFile& file : step.files) {
+            if (file.type == "image/jpeg") file.content += std::to_string(i);
+          }
+        }
+        StoreRun(connection, store, other);
+      },
+      goal);
+  fmt::print("  {:<42} {:>10.1f} kB\n", "growth per run with new camera pictures",
+             static_cast<double>(DatabaseSize(connection) - before) / 51 / 1000);
+  Print("the same through a recorder, with connecting", 21, [&](int i) {
+    FactoryRun other = Another(run, fmt::format("C{}", i));
+    RunRecorder recorder(connection.Address(), other.start);
+    for (const StoredStep& step : other.steps) recorder.Add(step);
+    recorder.Finish(other.end);
+  });
+}
+
+// Prints how each query that `work` asks is answered. One that goes through all rows of a large table fails;
+// of a small one that may be the shortest way.
+void ShowPlans(Connection& connection, const std::string& what, bool large,
+               const std::function<void()>& work) {
+  fmt::print("  {}\n", what);
+  std::set<std::string> seen;
+  connection.ListenToQueries([&](const std::string& query, const std::vector<SqlValue>& values) {
+    if (!seen.insert(query).second) return;
+    for (const std::string& line : connection.PlanOf(query, values)) {
+      const bool wrong = ReadsWholeTable(line);
+      failed = failed || (wrong && large);
+      fmt::print("    {}{}\n", line, wrong ? "   <-- ALL ROWS" : "");
+    }
+  });
+  work();
+  connection.ListenToQueries({});
+}
+
+void MeasureQuestions(Connection& connection, std::int64_t runs) {
+  const std::string day = GeneratedDay(connection, runs / 2);
+  const RunFilter filter{.from_day = day, .to_day = day};
+  const std::int64_t definition =
+      connection
+          .Ask(
+              "SELECT d.id FROM plan_measurements d JOIN plan_steps s ON s.id = d.step WHERE s.name = "
+              "'Radio hears the station' AND d.reading = 'signal'",
+              "i")
+          .at(0)
+          .at(0)
+          .number;
+  const struct {
+    std::string what;
+    int times;
+    double goal;
+    std::function<void(int)> work;
+  } questions[] = {
+      {"history of a phone", 51, 50,
+       [&](int i) { FindRuns(connection, {.phone = GeneratedSerial(runs / 2 + i)}); }},
+      {"the newest 200 runs", 11, 50, [&](int) { FindRuns(connection, {}, 200); }},
+      {"yield of a day", 5, 1000, [&](int) { Yields(connection, filter, YieldBy::Plan); }},
+      {"failing steps of the day", 5, 1000, [&](int) { FailingSteps(connection, filter); }},
+      {"measurements of the day, with Cpk", 5, 1000, [&](int) { Statistics(connection, filter); }},
+      {"trend of a reading, the last 1000 runs", 5, 1000, [&](int) { Trend(connection, {}, {definition}); }},
+      {"a step's usual time", 5, 50, [&](int) { UsualMicroseconds(connection, "Factory test"); }},
+  };
+  for (const auto& question : questions) Print(question.what, question.times, question.work, question.goal);
+  for (const auto& question : questions)
+    ShowPlans(connection, question.what, runs >= LARGE, [&] { question.work(0); });
+}
+
+void Measure(const std::string& kind, const ResultsAddress& address, std::int64_t runs,
+             std::int64_t runs_a_day, const FactoryRun& run) {
+  Connection connection = OpenResults(address);
+  const std::int64_t before = DatabaseSize(connection);
+  const double seconds = Seconds([&] { GenerateRuns(connection, runs, runs_a_day); });
+  const std::int64_t size = DatabaseSize(connection);
+  fmt::print("\n{}: {} runs of {} steps, {} a day, generated in {:.0f} s; {:.2f} GB, {:.0f} bytes a run\n",
+             kind, runs, run.steps.size(), runs_a_day, seconds, static_cast<double>(size) / 1e9,
+             static_cast<double>(size - before) / static_cast<double>(runs));
+  PrintSizes(connection, runs);
+  MeasureStoring(connection, run);
+  MeasureQuestions(connection, runs);
+}
+
 }  // namespace
 
 int main(int count, char** words) {
-  if (count < 2) return 2;
-  const std::int64_t runs = count > 2 ? std::stoll(words[2]) : 20'000;
-  Connection connection = OpenResults(ParseResultsAddress(words[1]));
-  RunStore store(connection);
-  const std::int64_t pattern = StoreWhole(connection, store, 0).run;
-  const std::int64_t before = DatabaseSize(connection);
-  const double filling = Median(1, [&](int) { Fill(connection, pattern, runs); });
-  fmt::print("{} runs generated in {:.1f} s, {:.0f} bytes a run\n", runs, filling / 1000,
-             static_cast<double>(DatabaseSize(connection) - before) / static_cast<double>(runs));
-  fmt::print("a run of {} steps stored      {:8.2f} ms\n", STEPS,
-             Median(21, [&](int i) { StoreWhole(connection, store, 10 + i); }));
-  fmt::print("history of a phone            {:8.2f} ms\n", Median(21, [&](int i) {
-               FindRuns(connection, {.phone = fmt::format("P{:07}", runs / 2 + i)});
-             }));
-  const std::string day =
-      connection.Ask(fmt::format("SELECT day FROM runs WHERE id = {}", pattern + runs / 2), "t")
-          .at(0)
-          .at(0)
-          .text;
-  const RunFilter filter{.from_day = day, .to_day = day};
-  fmt::print("yield of a day of {} runs   {:8.2f} ms\n", RUNS_A_DAY,
-             Median(5, [&](int) { Yields(connection, filter, YieldBy::Plan); }));
-  fmt::print("failing steps of the day      {:8.2f} ms\n",
-             Median(5, [&](int) { FailingSteps(connection, filter); }));
-  fmt::print("measurements of the day       {:8.2f} ms\n",
-             Median(5, [&](int) { Statistics(connection, filter); }));
-  Explain(connection, "history",
-          "SELECT id FROM runs r WHERE r.id IN (SELECT id FROM runs WHERE phone = 'P1' UNION "
-          "SELECT id FROM runs WHERE serial = 'P1' AND serial <> '' UNION "
-          "SELECT id FROM runs WHERE identity = 'P1' AND identity <> '' UNION "
-          "SELECT id FROM runs WHERE address = 'P1' AND address <> '')");
-  Explain(connection, "day",
-          fmt::format("SELECT verdict, phone FROM runs WHERE day >= '{0}' AND day <= '{0}'", day));
-  return 0;
+  const std::int64_t runs = count > 1 ? std::stoll(words[1]) : 20'000;
+  const std::string only = count > 2 ? words[2] : "";
+  const std::int64_t runs_a_day = std::min<std::int64_t>(4000, std::max<std::int64_t>(1, runs / 50));
+  if (only != "PostgreSQL") {
+    const ResultsAddress address = ParseResultsAddress(TemporaryFolder() + "/results.db");
+    const FactoryRun run = RunFactoryPlan(address);
+    Measure("SQLite", address, runs, runs_a_day, run);
+    fs::remove(address.text);
+  }
+  if (only != "SQLite" && PostgresqlServer::Missing().empty()) {
+    // As it is by default, but with room for the generator's log.
+    PostgresqlServer server({"max_wal_size=4GB"});
+    const ResultsAddress address = ParseResultsAddress(server.Address());
+    const FactoryRun run = RunFactoryPlan(address);
+    Measure("PostgreSQL", address, runs, runs_a_day, run);
+    failed = !MeasureManyStations(server, run, STATIONS, RUNS_OF_A_STATION) || failed;
+  }
+  return failed ? 1 : 0;
 }

@@ -97,6 +97,13 @@ class Watch {
   std::jthread thread_;
 };
 
+// The library would print what the server says when it is stopped; the connection's failure is told anyway.
+void BeQuiet(soci::session& session) {
+  auto* backend = static_cast<soci::postgresql_session_backend*>(session.get_backend());
+  PQsetNoticeProcessor(
+      backend->conn_, [](void*, const char*) {}, nullptr);
+}
+
 // A statement with the places that its values are read from.
 struct Prepared {
   Prepared(soci::session& session, const std::string& text, std::size_t count)
@@ -179,13 +186,19 @@ Connection::Connection(const ResultsAddress& address) : address_(address) {
     if (address.kind == ResultsAddress::Kind::File) MakeFolderOf(address.text);
     session_ = std::make_unique<Session>(address);
     if (address.kind == ResultsAddress::Kind::Server) {
+      BeQuiet(session_->session);
       // A station that dies in the middle of drawing a number must not hold up the others.
       Guarded([this] {
         session_->session << "SET client_min_messages = warning; "
-                             "SET idle_in_transaction_session_timeout = 30000; SET tcp_keepalives_idle = 30";
+                             "SET idle_in_transaction_session_timeout = 30000; SET tcp_keepalives_idle = 30; "
+                             // Every question has an index, and a day's rows lie together: otherwise the
+                             // server goes through all measurements for a day's.
+                             "SET enable_seqscan = off; SET random_page_cost = 1.1; SET jit = off";
       });
       return;
     }
+    // A run's longest texts fit into such a page, not into one of the usual size. Only a new file takes it.
+    session_->session << "PRAGMA page_size = 8192";
     // Each commit is on the disk before it returns, and readers do not wait for writers.
     std::string mode;
     session_->session << "PRAGMA journal_mode = WAL", soci::into(mode);
@@ -226,6 +239,11 @@ std::int64_t Connection::Run(const std::string& statement, const std::vector<Sql
 
 std::vector<SqlRow> Connection::Ask(const std::string& query, std::string_view columns,
                                     const std::vector<SqlValue>& values) {
+  if (listener_) {
+    const Listener listener = std::exchange(listener_, {});  // what it asks itself is not told
+    listener(query, values);
+    listener_ = listener;
+  }
   return Guarded([&] {
     Prepared prepared(session_->session, query, values.size());
     prepared.Fill(values);
@@ -249,6 +267,15 @@ std::vector<SqlRow> Connection::Ask(const std::string& query, std::string_view c
     }
     return rows;
   });
+}
+
+std::vector<std::string> Connection::PlanOf(const std::string& query, const std::vector<SqlValue>& values) {
+  const bool server = address_.kind == ResultsAddress::Kind::Server;
+  std::vector<std::string> lines;
+  for (const SqlRow& row :
+       Ask((server ? "EXPLAIN " : "EXPLAIN QUERY PLAN ") + query, server ? "t" : "iiit", values))
+    lines.push_back(row.back().text);
+  return lines;
 }
 
 void Connection::StoreContent(const std::string& sha256, const std::string& content) {

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -82,6 +83,16 @@ class Connection {
   std::vector<SqlRow> Ask(const std::string& query, std::string_view columns,
                           const std::vector<SqlValue>& values = {});
 
+  // How the database would answer a query: the lines of its plan, which name the tables and indexes that it
+  // goes through.
+  std::vector<std::string> PlanOf(const std::string& query, const std::vector<SqlValue>& values);
+
+  // Called with each query before it is asked, so that its plan can be looked at.
+  using Listener = std::function<void(const std::string& query, const std::vector<SqlValue>& values)>;
+  void ListenToQueries(Listener listener) {
+    listener_ = std::move(listener);
+  }
+
   // Bytes of any size, by their SHA-256. Nothing if there are none.
   void StoreContent(const std::string& sha256, const std::string& content);
   std::optional<std::string> Content(const std::string& sha256);
@@ -102,6 +113,7 @@ class Connection {
 
   ResultsAddress address_;
   std::unique_ptr<Session> session_;
+  Listener listener_;
 };
 
 // What is done in it is done whole, or not at all if it is not committed. In SQLite it has the right to write

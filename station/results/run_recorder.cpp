@@ -164,8 +164,8 @@ class RunRecorder::Work {
     if (!first) return;
     // The run itself is safe; these may fail.
     try {
-      HandIn(*store_, *connection_, MOST_HANDED_IN);
       MarkInterrupted(*connection_);
+      HandIn(*store_, *connection_, MOST_HANDED_IN);
     } catch (const std::exception& error) {
       const std::lock_guard lock(mutex_);
       hand_in_problem_ = error.what();

@@ -175,8 +175,8 @@ std::vector<MeasurementStatistics> Statistics(Connection& connection, const RunF
 std::vector<TrendPoint> Trend(Connection& connection, const RunFilter& filter,
                               const std::vector<std::int64_t>& definitions, std::size_t most) {
   if (definitions.empty()) return {};
-  // Its plans and steps first: then the runs are gone through from the newest, and in each the reading is
-  // found by the primary key.
+  // Its plans and steps, then their newest runs, and in each the reading by its primary key: so the time does
+  // not depend on how many runs there are.
   std::string plans;
   std::string steps;
   const std::string ids = fmt::format("{}", fmt::join(definitions, ", "));
@@ -192,11 +192,12 @@ std::vector<TrendPoint> Trend(Connection& connection, const RunFilter& filter,
   if (plans.empty()) return {};
   const Condition condition = ConditionOf(filter);
   const std::string query = fmt::format(
-      "SELECT r.uuid, r.phone, r.started, m.value, m.verdict FROM runs r CROSS JOIN measurements m "
-      "WHERE r.plan IN ({}) AND m.run = r.id AND m.step IN ({}) AND m.definition IN ({}) "
-      "AND m.verdict <> 0 AND m.value IS NOT NULL AND r.verdict BETWEEN 1 AND 4{} "
-      "ORDER BY r.started DESC LIMIT {}",
-      plans, steps, ids, condition.text, most);
+      "WITH newest AS (SELECT r.id, r.uuid, r.phone, r.started FROM runs r WHERE r.plan IN ({}) "
+      "AND r.verdict BETWEEN 1 AND 4{} ORDER BY r.started DESC LIMIT {}) "
+      "SELECT newest.uuid, newest.phone, newest.started, m.value, m.verdict FROM newest "
+      "CROSS JOIN measurements m WHERE m.run = newest.id AND m.step IN ({}) AND m.definition IN ({}) "
+      "AND m.verdict <> 0 AND m.value IS NOT NULL ORDER BY newest.started DESC",
+      plans, condition.text, most, steps, ids);
   std::vector<TrendPoint> points;
   for (const SqlRow& row : connection.Ask(query, "ttidi", condition.values))
     points.push_back(

@@ -73,8 +73,8 @@ struct TrendPoint {
   double value = 0;
   StoredVerdict verdict = StoredVerdict::Passed;
 };
-// The values that Statistics() counts for the measurement with these definitions; the newest first, and at
-// most `most`.
+// The values that Statistics() counts for the measurement with these definitions, in the newest `most` runs
+// of its plans; the newest first.
 std::vector<TrendPoint> Trend(Connection& connection, const RunFilter& filter,
                               const std::vector<std::int64_t>& definitions, std::size_t most = 1000);
 

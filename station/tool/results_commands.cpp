@@ -194,10 +194,13 @@ Connection OpenedResults(const Settings& settings, ToolCommand::Given& given, bo
   try {
     RunStore store(connection);
     HandIn(store, connection);
-    MarkInterrupted(connection);
   } catch (const ResultsError& error) {
-    // A reader's rights may not be enough for it.
-    fmt::print(stderr, "phonetest: not everything could be handed in: {}\n", CleanText(error.what()));
+    fmt::print(stderr, "phonetest: not every spooled run could be handed in: {}\n", CleanText(error.what()));
+  }
+  try {
+    MarkInterrupted(connection);
+  } catch (const ResultsError&) {
+    // A reader's rights are not enough for it.
   }
   // The yield of years may take its time, and the person who asked for it can end it.
   connection.WaitForEver();

@@ -31,7 +31,7 @@ std::string PostgresqlServer::Missing() {
   return Programs().empty() ? "PostgreSQL's server is not installed" : "";
 }
 
-PostgresqlServer::PostgresqlServer() {
+PostgresqlServer::PostgresqlServer(std::vector<std::string> settings) : settings_(std::move(settings)) {
   // A socket's path must be short.
   char name[] = "/tmp/phonetest-pg-XXXXXX";
   folder_ = mkdtemp(name);
@@ -59,9 +59,10 @@ std::vector<std::string> PostgresqlServer::AsOrdinaryUser(std::vector<std::strin
 
 void PostgresqlServer::Start() {
   // SIGQUIT ends it at once, with all its processes.
-  const std::vector<std::string> words =
+  std::vector<std::string> words =
       AsOrdinaryUser({"sh", "-c", "\"$@\" & read closed; kill -QUIT $!; wait", "sh", Programs() + "/postgres",
-                      "-D", folder_ + "/data", "-k", folder_, "-c", "listen_addresses=", "-c", "fsync=off"});
+                      "-D", folder_ + "/data", "-k", folder_, "-c", "listen_addresses="});
+  for (const std::string& setting : settings_) words.insert(words.end(), {"-c", setting});
   posix::Connection lifeline = posix::MakePipe();
   process_ = fork();
   if (process_ == 0) {

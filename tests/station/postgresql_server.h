@@ -14,7 +14,8 @@ class PostgresqlServer {
   // Why there can be none here; empty if there can.
   static std::string Missing();
 
-  PostgresqlServer();
+  // `settings` are the server's, such as "fsync=off".
+  explicit PostgresqlServer(std::vector<std::string> settings = {"fsync=off"});
   PostgresqlServer(const PostgresqlServer&) = delete;
   PostgresqlServer& operator=(const PostgresqlServer&) = delete;
   ~PostgresqlServer();
@@ -33,6 +34,7 @@ class PostgresqlServer {
  private:
   std::vector<std::string> AsOrdinaryUser(std::vector<std::string> words) const;
 
+  const std::vector<std::string> settings_;
   std::string folder_;
   pid_t process_ = -1;
   posix::FileDescriptor lifeline_;  // when it closes, the server ends: also if the test is killed

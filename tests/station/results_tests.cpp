@@ -4,12 +4,17 @@
 
 #include <cmath>
 #include <filesystem>
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <thread>
 
+#include "station/results/running.h"
+#include "station/results/schema.h"
+#include "station/results/yield.h"
 #include "tests/station/postgresql_server.h"
 #include "tests/station/scripted_phone.h"
+#include "tests/station/whole_tables.h"
 
 namespace {
 
@@ -499,6 +504,37 @@ TEST_P(Results, ThePlansRulesForTheLineHoldOnTheCommandLineToo) {
   BringBack();
 }
 
+TEST_P(Results, NoQuestionGoesThroughAllRuns) {
+  EXPECT_EQ(Run(PlanFile(Radio(R"({"minimum": 10})")), {Signal("0C000000")}, "SN1").status, 0);
+  using namespace station;
+  Connection connection = OpenResults(ParseResultsAddress(Address()));
+  std::string wrong;
+  int queries = 0;
+  connection.ListenToQueries([&](const std::string& query, const std::vector<SqlValue>& values) {
+    ++queries;
+    for (const std::string& line : connection.PlanOf(query, values)) {
+      if (ReadsWholeTable(line)) wrong += query + "\n  " + line + "\n";
+    }
+  });
+  const RunFilter day{.from_day = "2026-01-01", .to_day = "2099-01-01"};
+  const std::vector<RunRow> runs = FindRuns(connection, {.phone = "SN1"});
+  ASSERT_EQ(runs.size(), 1u);
+  EXPECT_EQ(FindRuns(connection, {}).size(), 1u);
+  EXPECT_EQ(FindRunsAfter(connection, {}, 0, 10).size(), 1u);
+  EXPECT_TRUE(FindRun(connection, runs[0].uuid) && LastJudgedRun(connection, "SN1", "Line"));
+  EXPECT_EQ(StepsOfRun(connection, runs[0].key).size(), 1u);
+  EXPECT_EQ(AttachmentsOfRun(connection, runs[0].key).size(), 0u);
+  EXPECT_EQ(UsualMicroseconds(connection, "Line").size(), 1u);
+  EXPECT_EQ(Yields(connection, day, YieldBy::Plan).size(), 1u);
+  EXPECT_EQ(FailingSteps(connection, day).size(), 0u);
+  const auto statistics = Statistics(connection, day);
+  ASSERT_EQ(statistics.size(), 1u);
+  EXPECT_EQ(Trend(connection, day, statistics[0].definitions).size(), 1u);
+  MarkInterrupted(connection);
+  EXPECT_EQ(wrong, "");
+  EXPECT_GE(queries, 13);
+}
+
 class ServerResults : public Results {};
 
 INSTANTIATE_TEST_SUITE_P(Kinds, ServerResults, testing::Values("PostgreSQL"));
@@ -555,17 +591,56 @@ TEST_P(ServerResults, AServerThatDiesAfterADrawOrStopsLosesNothing) {
       0);
 }
 
-TEST(LostResults, AFullDisk) {
-  const std::string plan = PlanFile(R"({"command": "ping"})");
+// No file grows beyond the limit, in 512 bytes, unless one of the plan's steps lifts it.
+ToolResult RunOnFullDisk(const std::string& limit, const std::string& steps, Words options) {
   ScriptedPhone phone({PING});
-  // No file may grow beyond 8 KiB.
-  const ToolResult full = RunProgram({"sh", "-c", "trap '' XFSZ; ulimit -f 16; exec \"$@\"", "sh",
-                                      PHONETEST_PROGRAM, "--port", phone.Port(), "run", plan, "--attach",
-                                      PLANS "/factory.json", "--results", TemporaryFolder() + "/full.db"});
+  Words words = {"sh",
+                 "-c",
+                 "trap '' XFSZ; ulimit -S -f " + limit + "; exec \"$@\"",
+                 "sh",
+                 PHONETEST_PROGRAM,
+                 "--port",
+                 phone.Port(),
+                 "run",
+                 PlanFile(steps),
+                 "--set",
+                 "serial=SN1",
+                 "--results",
+                 TemporaryFolder() + "/full.db"};
+  words.insert(words.end(), options.begin(), options.end());
+  ToolResult result = RunProgram(words);
+  EXPECT_EQ(phone.Difference(), "");
+  return result;
+}
+
+TEST(LostResults, AFullDiskTakesTheRunLaterOrIsToldPlainly) {
+  const std::string plan = R"({"command": "ping"})";
+  const std::string database = TemporaryFolder() + "/full.db";
+  EXPECT_EQ(RunOnFullDisk("unlimited", plan, {}).status, 0);
+  // Full for the database, whose log takes whole pages, and not for the spool.
+  const ToolResult spooled = RunOnFullDisk("16", plan, {});
+  EXPECT_EQ(spooled.status, 0) << spooled.errors;
+  EXPECT_NE(spooled.errors.find("kept in the spool"), std::string::npos) << spooled.errors;
+  // For both, until there is room again.
+  const std::string lifting =
+      plan + R"(, {"program": ["sh", "-c", "prlimit --pid $PPID --fsize=unlimited:"]})";
+  const ToolResult late = RunOnFullDisk("1", lifting, {});
+  EXPECT_EQ(late.status, 0) << late.errors;
+  EXPECT_NE(late.errors.find("kept in the spool"), std::string::npos) << late.errors;
+  // For both, to the end: what had room until then is kept.
+  const ToolResult full = RunOnFullDisk("16", plan, {"--attach", PLANS "/factory.json"});
   EXPECT_EQ(full.status, 7) << full.output << full.errors;
   EXPECT_NE(full.output.find("passed: 1 passed"), std::string::npos);
   EXPECT_NE(full.errors.find("record is lost"), std::string::npos) << full.errors;
-  EXPECT_EQ(phone.Difference(), "");
+
+  const auto runs = json::parse(RunTool({"--json", "history", "SN1", "--results", database}).output);
+  std::string verdicts;
+  for (const json& run : runs) verdicts += run["verdict"].get<std::string>() + ", ";
+  EXPECT_EQ(verdicts, "passed, passed, passed, interrupted, ");
+  EXPECT_TRUE(fs::is_empty(database + ".spool"));
+  const std::string steps =
+      "SELECT group_concat(n) FROM (SELECT count(*) AS n FROM steps GROUP BY run ORDER BY run)";
+  EXPECT_EQ(RunProgram({"sqlite3", database, "PRAGMA integrity_check", steps}).output, "ok\n1,1,2,1\n");
 }
 
 TEST(ResultsFiles, AreNotMadeByAMistypedName) {
