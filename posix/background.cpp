@@ -22,6 +22,11 @@ void LeaveTerminal() {
   for (int number = 0; number < 3; ++number) dup2(nothing.Get(), number);
 }
 
+// What the work's process tells the one that waits for it, with a text after it.
+constexpr char READY = '+';
+constexpr char FAILED = '-';
+constexpr char LOST_OUTPUT = '!';  // which it has told already
+
 }  // namespace
 
 int RunInBackground(const std::string& program, const BackgroundWork& work) {
@@ -33,12 +38,16 @@ int RunInBackground(const std::string& program, const BackgroundWork& work) {
     setsid();
     try {
       work([&pipe](const std::string& text) {
-        SayTo(pipe.writing.Get(), "+" + text);
+        SayTo(pipe.writing.Get(), READY + text);
         pipe.writing.Reset();
         LeaveTerminal();
       });
+    } catch (const OutputLost& lost) {
+      TellLostOutput(lost.what());
+      SayTo(pipe.writing.Get(), {LOST_OUTPUT});
+      _exit(OUTPUT_LOST_STATUS);
     } catch (const std::exception& failure) {
-      SayTo(pipe.writing.Get(), fmt::format("-{}: {}\n", program, failure.what()));
+      SayTo(pipe.writing.Get(), fmt::format("{}{}: {}\n", FAILED, program, failure.what()));
       _exit(1);
     }
     _exit(0);
@@ -50,12 +59,13 @@ int RunInBackground(const std::string& program, const BackgroundWork& work) {
   while ((size = read(pipe.reading.Get(), bytes, sizeof bytes)) > 0) {
     text.append(bytes, static_cast<size_t>(size));
   }
-  const bool ready = text.starts_with('+');
-  if (ready) PrintText(text.substr(1));
-  if (!ready) {
-    fmt::print(stderr, "{}", text.empty() ? program + ": it ended while it started\n" : text.substr(1));
-  }
-  return ready ? 0 : 1;
+  if (text.empty()) text = fmt::format("{}{}: it ended while it started\n", FAILED, program);
+  const char said = text[0];
+  text.erase(0, 1);
+  if (said == LOST_OUTPUT) return OUTPUT_LOST_STATUS;
+  if (said == READY) PrintText(text);
+  if (said == FAILED) fmt::print(stderr, "{}", text);
+  return said == READY ? 0 : 1;
 }
 
 }  // namespace posix

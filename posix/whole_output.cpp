@@ -85,8 +85,18 @@ void TellLostOutput(const std::string& sentence) {
 }
 
 bool IsOutputLost() {
+  return !LostOutput().empty();
+}
+
+std::vector<std::string> LostOutput() {
   const std::lock_guard<std::mutex> lock(telling);
-  return !told.empty();
+  return {told.begin(), told.end()};
+}
+
+bool WriteToOutput(std::string_view bytes) {
+  const std::string reason = WriteAll(STDOUT_FILENO, bytes);
+  if (!reason.empty()) TellLostOutput(CannotWrite("standard output", reason));
+  return reason.empty();
 }
 
 void PrintText(std::string_view text) {

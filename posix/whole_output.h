@@ -3,14 +3,21 @@
 
 #include <fmt/format.h>
 
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace posix {
 
 // The exit status of both PC programs when output was lost. It wins over every other.
 constexpr int OUTPUT_LOST_STATUS = 7;
+
+// What was to be written could not be written whole. The text names the file and the reason.
+class OutputLost : public std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
 
 // Writes all bytes. Returns the reason if they could not be written, and otherwise nothing.
 std::string WriteAll(int descriptor, std::string_view bytes);
@@ -22,8 +29,12 @@ std::string WriteWholeFile(const std::string& path, std::string_view content);
 // Says on standard error, once for each sentence, that output was lost.
 void TellLostOutput(const std::string& sentence);
 bool IsOutputLost();
+// The sentences that were told.
+std::vector<std::string> LostOutput();
 
-// To standard output. Tells what is lost of it, once.
+// To standard output, by its descriptor and at once. Tells what is lost of it, and returns false then.
+bool WriteToOutput(std::string_view bytes);
+// To standard output, buffered. Tells what is lost of it, once.
 void PrintText(std::string_view text);
 // At the program's end: what is still buffered is written too.
 void FinishOutput();

@@ -80,7 +80,8 @@ std::vector<ModelCommand> PhoneCommands(SimulatedPhone& phone) {
       {"records", "", "the production records in flash, decoded, as JSON",
        [&phone](const Words&) { return RecordsAsJson(phone); }},
       {"file", "PATH FILE", "the content of a file in the phone",
-       [&phone](const Words& words) { return FileContent(phone, words); }, true},
+       [&phone](const Words& words) { return FileContent(phone, words); },
+       FileWord{FileWord::Opener::Caller, 1}},
       {"waiting", "on|off", "lets the phone's sleeps take their time, or none",
        [&phone](const Words& words) { return SetWaiting(phone, words); }},
   };

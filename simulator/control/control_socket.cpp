@@ -179,14 +179,14 @@ Answer PhoneRequest::TakeStatus() {
   char status = ANSWER_BAD;
   const posix::Message message = posix::ReceiveMessage(socket_.Get(), &status, 1);
   if (message.size != 1) return NoAnswer();
-  return {status == ANSWER_GOOD, {}, posix::FileDescriptor(message.descriptors[0])};
+  return {status == ANSWER_GOOD, {}, posix::FileDescriptor(message.descriptors[0]), status == ANSWER_LOST};
 }
 
-Answer PhoneRequest::TakeText(Answer answer) {
+Answer PhoneRequest::TakeText(Answer answer, const posix::Deadline& deadline) {
   if (!answer.text.empty()) return answer;
   char bytes[1 << 14];
   while (true) {
-    if (!deadline_.WaitFor(socket_.Get(), POLLIN)) return NoAnswer();
+    if (!deadline.WaitFor(socket_.Get(), POLLIN)) return NoAnswer();
     const ssize_t size = read(socket_.Get(), bytes, sizeof bytes);
     if (size < 0 && (errno == EAGAIN || errno == EINTR)) continue;
     if (size <= 0) return answer;

@@ -4,12 +4,14 @@
 //
 // A request is a list of words, each ended by a zero byte. The answer is a status byte and the text of the
 // answer, until the end of the connection. The word "shell" returns a terminal's descriptor with the status
-// byte.
+// byte. "file-word" with a command's words returns who opens the file that it names, and the place of the
+// word that is its path, or nothing; a bad answer means that there is no such command.
 #pragma once
 
 #include <chrono>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "posix/deadline.h"
@@ -19,6 +21,10 @@ namespace simulator {
 
 constexpr char ANSWER_GOOD = '+';
 constexpr char ANSWER_BAD = '-';
+constexpr char ANSWER_LOST = '!';  // bad: output could not be written
+// What "file-word" says first.
+constexpr char FILE_OF_CALLER[] = "caller";
+constexpr char FILE_OF_PHONE[] = "phone";
 // How long a client takes to send its request, and a phone to answer it, at most.
 constexpr auto CONTROL_TIME_OUT = std::chrono::seconds(5);
 
@@ -47,6 +53,7 @@ struct Answer {
   bool good = false;
   std::string text;
   posix::FileDescriptor descriptor;
+  bool output_lost = false;
 };
 
 // One request to a phone and its answer, until the deadline.
@@ -62,7 +69,10 @@ class PhoneRequest {
   }
   // Only the status byte and the descriptor: the text is still to be read, by TakeText or from Socket.
   Answer TakeStatus();
-  Answer TakeText(Answer answer);
+  Answer TakeText(Answer answer) {
+    return TakeText(std::move(answer), deadline_);
+  }
+  Answer TakeText(Answer answer, const posix::Deadline& deadline);
   const posix::FileDescriptor& Socket() const {
     return socket_;
   }

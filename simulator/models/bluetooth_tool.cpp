@@ -182,7 +182,7 @@ std::vector<ModelCommand> BluetoothTool::Commands() {
        "1..7|all normal|short|long|pieces|none|status N|slow MS|output TEXT, or: executable|not-executable",
        "makes a function of the Bluetooth test tool, or the tool, behave otherwise",
        [this](const std::vector<std::string>& words) { return Command(words); },
-       false,
+       {},
        {{"all", "short"}, {"all", "long"}, {"all", "none"}, {"all", "status", "1"}, {"not-executable"}}}};
 }
 

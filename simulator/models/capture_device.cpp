@@ -250,7 +250,7 @@ std::vector<ModelCommand> CaptureDevice::Commands() {
        "tells how the camera is, puts its test scene, an even grey card or a PNG or JPEG picture before it, "
        "gives it a fault, makes its frames short, or repairs it",
        [this](const std::vector<std::string>& words) { return Command(words); },
-       false,
+       FileWord{FileWord::Opener::Phone, 1, "picture"},
        {{"defect", "120", "7", "0xFFFE"},
         {"defect", "100", "200", "0"},
         {"row", "150"},
@@ -268,13 +268,13 @@ std::vector<ModelCommand> CaptureDevice::Commands() {
          if (frame_.pixels.empty()) throw std::invalid_argument("The camera has delivered no frame yet.");
          return EncodePng(frame_.pixels, frame_.width, frame_.height);
        },
-       true},
+       FileWord{FileWord::Opener::Caller, 0}},
       {"preview", "FILE", "what the camera would deliver now, as a PNG picture of 240 x 320",
        [this](const std::vector<std::string>&) {
          const Frame preview = Preview(240, 320);
          return EncodePng(preview.pixels, preview.width, preview.height);
        },
-       true}};
+       FileWord{FileWord::Opener::Caller, 0}}};
 }
 
 // Rows and places of defects are the sensor's: they shrink with the picture.

@@ -92,7 +92,7 @@ std::vector<ModelCommand> Gpio::Commands() {
            "[modem-state N | stop-flag N]",
            "shows the GPIO lines, or sets what the driver reports",
            [this](const std::vector<std::string>& words) { return words.empty() ? Show() : Set(words); },
-           false,
+           {},
            {{"modem-state", "0"}}}};
 }
 

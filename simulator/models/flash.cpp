@@ -163,7 +163,7 @@ std::vector<ModelCommand> FlashPartitions::Commands() {
            "NAME",
            "takes a flash partition out of /proc/mtd",
            list(false),
-           false,
+           {},
            {{"Partition Info"},
             {"Partition Info Bak"},
             {"Factory Info"},
@@ -175,7 +175,7 @@ std::vector<ModelCommand> FlashPartitions::Commands() {
            "NAME erase | flip BYTE",
            "erases a flash partition, or flips the lowest bit of one of its bytes",
            [this](const std::vector<std::string>& words) { return SpoilCommand(words); },
-           false,
+           {},
            {{"Partition Info", "erase"},
             {"Partition Info", "flip", "100"},
             {"Partition Info Bak", "erase"},
@@ -325,7 +325,7 @@ std::vector<ModelCommand> OneTimeArea::Commands() {
                                 state.cells == BlankCells() ? "blank" : "not blank", state.programmings,
                                 state.lost_bits);
            },
-           false,
+           {},
            {{"blank"}, {"clear", "2"}}}};
 }
 

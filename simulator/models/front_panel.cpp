@@ -48,7 +48,7 @@ posix::FileDescriptor Framebuffer::OpenToRead() const {
 
 std::vector<ModelCommand> Framebuffer::Commands() {
   return {{"screenshot", "FILE", "the LCD as a PNG picture",
-           [this](const std::vector<std::string>&) { return Png(); }, true}};
+           [this](const std::vector<std::string>&) { return Png(); }, FileWord{FileWord::Opener::Caller, 0}}};
 }
 
 namespace {
@@ -112,7 +112,7 @@ std::vector<ModelCommand> Keypad::Commands() {
            "presses and releases a key: its name, its number (0x74) or the driver's whole value (0x740001); "
            "holds it (down); releases what is held (up); from now on a dead key does nothing",
            [this](const std::vector<std::string>& words) { return Press(words); },
-           false,
+           {},
            {{"dead", "power"}, {"dead", "exit"}}}};
 }
 
@@ -181,7 +181,7 @@ std::vector<ModelCommand> TouchPanel::Commands() {
        "touches the screen for a moment at a pixel (from the top left corner), or puts the pen down, draws "
        "and lifts it; noise moves every reading at random by up to so much; a dead panel notices nothing",
        [this](const std::vector<std::string>& words) { return Touch(words); },
-       false,
+       {},
        {{"dead"}}}};
 }
 

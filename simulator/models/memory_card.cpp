@@ -65,7 +65,7 @@ std::vector<ModelCommand> MemoryCard::Commands() {
              }
              return CardList();
            },
-           false,
+           {},
            {{"remove"}, {"read-only"}}}};
 }
 

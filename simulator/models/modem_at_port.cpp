@@ -140,7 +140,7 @@ std::vector<ModelCommand> ModemAtPort::Commands() {
            "garbage TEXT | answer COMMAND TEXT]",
            "shows the modem, or makes it behave otherwise",
            [this](const std::vector<std::string>& words) { return words.empty() ? Show() : Set(words); },
-           false,
+           {},
            {{"sim", "off"},
             {"signal", "0"},
             {"silent", "on"},

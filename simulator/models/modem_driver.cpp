@@ -66,7 +66,7 @@ std::vector<ModelCommand> ModemControlPort::Commands() {
            "[values N N N N N N | line-status N | reply-code REQUEST CODE | result REQUEST N]",
            "shows what the modem's driver reports, or sets it",
            [this](const std::vector<std::string>& words) { return words.empty() ? Show() : Set(words); },
-           false,
+           {},
            {{"line-status", "0"}, {"values", "0", "0", "0", "0", "0", "0"}}}};
 }
 

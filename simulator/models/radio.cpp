@@ -133,7 +133,7 @@ std::vector<ModelCommand> Radio::Commands() {
        "[station FREQUENCY SIGNAL | silence]",
        "tells what the radio receives, adds a mono station (1/16 MHz, signal to 65535), or takes all away",
        [this](const std::vector<std::string>& words) { return Command(words); },
-       false,
+       {},
        {{"silence"}}}};
 }
 

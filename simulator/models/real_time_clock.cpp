@@ -119,7 +119,7 @@ std::vector<ModelCommand> RealTimeClock::Commands() {
            "[DATE TIME | stop | run]",
            "tells or sets the real-time clock",
            [this](const std::vector<std::string>& words) { return Command(words); },
-           false,
+           {},
            {{"stop"}}}};
 }
 

@@ -30,7 +30,7 @@ std::vector<ModelCommand> HostPort::Commands() {
       return std::string();
     };
   };
-  return {{"unplug", "", "pulls the serial cable out of the phone", command(&HostPort::Unplug), false, {{}}},
+  return {{"unplug", "", "pulls the serial cable out of the phone", command(&HostPort::Unplug), {}, {{}}},
           {"plug", "", "plugs the serial cable in", command(&HostPort::Plug)},
           {"replug", "", "pulls the serial cable out of the phone and plugs it in again",
            command(&HostPort::Replug)},

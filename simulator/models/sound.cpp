@@ -226,7 +226,8 @@ RequestAnswer Sound::SetFormat(DriverRequest& request) {
 std::vector<ModelCommand> Sound::Commands() {
   return {{"sound", "[save FILE [NUMBER] | fast | paced]",
            "lists what was played, saves a recording (the last one), or drains the device at once or at pace",
-           [this](const std::vector<std::string>& words) { return Command(words); }}};
+           [this](const std::vector<std::string>& words) { return Command(words); },
+           FileWord{FileWord::Opener::Phone, 1, "save"}}};
 }
 
 std::string Sound::List() const {
@@ -255,7 +256,7 @@ std::string Sound::Command(const std::vector<std::string>& words) {
     if (recording.file.filename() != name) continue;
     const std::string lost =
         posix::WriteWholeFile(words[1], phone_.root.ReadFile(PhonePath(recording), LONGEST_RECORDING + 100));
-    if (!lost.empty()) throw std::runtime_error("phonesim: " + lost);
+    if (!lost.empty()) throw posix::OutputLost(lost);
     return fmt::format("{} written, {:.2f} s\n", words[1], Seconds(recording));
   }
   throw std::invalid_argument(fmt::format("There is no recording {}.", words[2]));

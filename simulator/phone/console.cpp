@@ -9,6 +9,8 @@
 #include <memory>
 #include <system_error>
 
+#include "posix/whole_output.h"
+
 namespace simulator {
 namespace {
 
@@ -54,9 +56,7 @@ void Console::Take(const std::string& source, std::string_view bytes, std::strin
     text_ += bytes;
     if (text_.size() > 2 * KEPT_TEXT) text_.erase(0, text_.size() - KEPT_TEXT);
   }
-  if (echo_) {
-    [[maybe_unused]] const ssize_t ignored = write(STDOUT_FILENO, bytes.data(), bytes.size());
-  }
+  if (echo_) posix::WriteToOutput(bytes);
   for (const char character : bytes) {
     if (character != '\n' && line.size() < LONGEST_LINE) {
       line += character;

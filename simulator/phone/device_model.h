@@ -170,15 +170,28 @@ inline int CountWord(const std::string& word) {
   return static_cast<int>(number);
 }
 
+// Which of a command's words is the path of a file of the PC. phonesim may be called in another folder than
+// the one where the phone was started.
+struct FileWord {
+  enum class Opener {
+    Caller,  // the command's text is the content of the file, which phonesim writes; the phone gets no path
+    Phone,   // phonesim makes the path absolute
+  };
+
+  Opener opener;
+  size_t place;                 // 0: the first word after the command's name
+  std::string subcommand = {};  // there is such a file only after this first word
+};
+
 // A command by which a person or a script controls a model: `phonesim key 0x74`.
 struct ModelCommand {
   std::string name;
   std::string usage;  // the words after the name
   std::string help;
-  // Returns the text to show. Throws std::invalid_argument with a sentence for words that make no sense.
+  // Returns the text to show. Throws std::invalid_argument with a sentence for words that make no sense, and
+  // posix::OutputLost.
   std::function<std::string(const std::vector<std::string>& words)> run;
-  // The text is the content of a file, which phonesim writes to the path that is its last word.
-  bool returns_file = false;
+  std::optional<FileWord> file = {};
   // Words after the name that make the model defective, each in another way.
   std::vector<std::vector<std::string>> defects = {};
 };

@@ -7,6 +7,8 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -18,7 +20,16 @@
 namespace simulator {
 namespace {
 
+void TellLostLines(const std::string& sentences) {
+  std::istringstream lines(sentences);
+  for (std::string line; std::getline(lines, line);) posix::TellLostOutput(line);
+}
+
 int Show(const Answer& answer) {
+  if (answer.output_lost) {
+    TellLostLines(answer.text);
+    return posix::OUTPUT_LOST_STATUS;
+  }
   if (answer.good) posix::PrintText(answer.text);
   if (!answer.good) fmt::print(stderr, "{}", answer.text);
   return answer.good ? 0 : 1;
@@ -48,9 +59,21 @@ std::vector<PhoneAnswer> AskAll(const std::vector<std::string>& words) {
   return answers;
 }
 
-// For commands whose answer is the content of a file. The phone itself says which ones are.
-bool ReturnsFile(const std::string& name, const std::string& command, const posix::Deadline& deadline) {
-  return Ask(name, {"answer-of", command}, deadline).text == "file";
+struct NamedFile {
+  bool is_callers = false;  // the answer is its content
+  size_t place = 0;         // of its path among the words
+};
+
+// The phone itself says which word is a file's path.
+std::optional<NamedFile> FileNamedBy(const std::string& name, std::vector<std::string> words,
+                                     const posix::Deadline& deadline) {
+  words.insert(words.begin(), "file-word");
+  std::istringstream told(Ask(name, words, deadline).text);
+  std::string opener;
+  NamedFile file;
+  if (!(told >> opener >> file.place)) return std::nullopt;
+  file.is_callers = opener == FILE_OF_CALLER;
+  return file;
 }
 
 }  // namespace
@@ -70,9 +93,13 @@ std::string PhoneAtPort(const std::string& port) {
 int StopPhone(const std::string& name) {
   // Removing the phone's files takes its time on a busy machine.
   constexpr auto LONGEST_END = std::chrono::seconds(30);
-  const Answer answer = Ask(name, {"stop"});
-  // The name is free again when the phone is gone.
+  PhoneRequest request(name, {"stop", "--wait"});
+  Answer answer = request.TakeStatus();
   const posix::Deadline deadline(LONGEST_END);
+  // A phone in the background can tell nobody else what it could not write.
+  answer = request.TakeText(std::move(answer), deadline);
+  answer.output_lost = answer.good && !answer.text.empty();
+  // The name is free again when the phone is gone.
   while (answer.good && !PhoneRequest(name, {}).IsRefused()) {
     if (deadline.HasPassed()) return Show({false, fmt::format("{}: does not end\n", name), {}});
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
@@ -152,16 +179,20 @@ int ShowJournal(const std::string& name, const JournalWish& wish) {
 }
 
 bool PhoneKnows(const std::string& name, const std::string& command, const posix::Deadline& deadline) {
-  return Ask(name, {"answer-of", command}, deadline).good;
+  return Ask(name, {"file-word", command}, deadline).good;
 }
 
 int CommandPhone(const std::string& name, std::vector<std::string> words, const posix::Deadline& deadline) {
-  if (words.size() < 2 || !ReturnsFile(name, words[0], deadline)) return Show(Ask(name, words, deadline));
-  const std::string file = words.back();
-  words.pop_back();
+  const auto file = FileNamedBy(name, words, deadline);
+  std::string path;
+  if (file) {
+    std::string& word = words.at(file->place);
+    path = word = std::filesystem::absolute(word).string();
+    if (file->is_callers) words.erase(words.begin() + static_cast<ptrdiff_t>(file->place));
+  }
   const Answer answer = Ask(name, words, deadline);
-  if (!answer.good) return Show(answer);
-  const std::string lost = posix::WriteWholeFile(file, answer.text);
+  if (!answer.good || !file || !file->is_callers) return Show(answer);
+  const std::string lost = posix::WriteWholeFile(path, answer.text);
   if (lost.empty()) return 0;
   posix::TellLostOutput(lost);
   return posix::OUTPUT_LOST_STATUS;

@@ -2,9 +2,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <thread>
 
+#include "posix/whole_output.h"
 #include "simulator/control/control_socket.h"
 #include "simulator/control/streams.h"
 #include "simulator/phonesim/client.h"
@@ -12,9 +12,9 @@
 namespace simulator {
 namespace {
 
-// Returns false if standard output is closed.
+// Returns false if it is lost.
 bool Print(const void* bytes, size_t size) {
-  return fwrite(bytes, 1, size, stdout) == size && fflush(stdout) == 0;
+  return posix::WriteToOutput({static_cast<const char*>(bytes), size});
 }
 
 bool Lives(const PhoneRequest& journal) {
@@ -56,7 +56,8 @@ int FollowLcd(const std::string& name) {
   const PhoneRequest journal(name, {"journal", "--follow", "--last", "0"});  // ends with the phone
   LcdView lcd(name);
   while (Lives(journal)) {
-    if (lcd.Look() && !Print(lcd.Pixels().data(), lcd.Pixels().size_bytes())) return 1;
+    if (lcd.Look() && !Print(lcd.Pixels().data(), lcd.Pixels().size_bytes()))
+      return posix::OUTPUT_LOST_STATUS;
     std::this_thread::sleep_for(PACE);
   }
   return 0;
@@ -73,10 +74,10 @@ int Listen(const std::string& name) {
     const auto samples = SamplesOf({message.data(), static_cast<size_t>(size)}, piece);
     if (first.sample_rate == 0) {
       first = piece;
-      if (!PrintHead(piece)) return 1;
+      if (!PrintHead(piece)) return posix::OUTPUT_LOST_STATUS;
     }
     if (piece.sample_rate != first.sample_rate || piece.channels != first.channels) return 0;
-    if (!Print(samples.data(), samples.size() * sizeof(int16_t))) return 1;
+    if (!Print(samples.data(), samples.size() * sizeof(int16_t))) return posix::OUTPUT_LOST_STATUS;
   }
 }
 

@@ -101,6 +101,8 @@ int StartInBackground(const SessionOptions& options) {
       PrepareStart();
       Session session(std::exchange(next, std::nullopt).value());
       session.AwaitServer();
+      // Later it can be told to no one but `phonesim stop` and `phonesim status`.
+      if (posix::IsOutputLost()) throw posix::OutputLost(posix::LostOutput().front());
       if (!session.Options().goes_on) ready(Greeting(session));
       session.Run();
       next = session.OptionsOfRestart();
@@ -334,6 +336,9 @@ int RunProgram(int argc, char** argv) {
 int RunAndReport(int argc, char** argv) {
   try {
     return RunProgram(argc, argv);
+  } catch (const posix::OutputLost& lost) {
+    posix::TellLostOutput(lost.what());
+    return posix::OUTPUT_LOST_STATUS;
   } catch (const std::exception& failure) {
     fmt::print(stderr, "phonesim: {}\n", failure.what());
     return CANNOT_SIMULATE;

@@ -1,5 +1,6 @@
 #include "simulator/phonesim/session.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <poll.h>
 #include <signal.h>
@@ -45,10 +46,9 @@ Session::Session(SessionOptions options) : options_(std::move(options)), phone_(
   if (!options_.phone.server.empty()) executable_ = IdentifyExecutable(options_.phone.server);
   TakeName();
   if (!options_.journal_file.empty()) {
-    journal_.open(options_.journal_file, options_.goes_on ? std::ios::app : std::ios::out);
-    if (!journal_)
-      throw std::runtime_error(
-          fmt::format("The journal {} cannot be written: {}.", options_.journal_file, strerror(errno)));
+    const int kept = options_.goes_on ? O_APPEND : O_TRUNC;
+    journal_.Reset(open(options_.journal_file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | kept, 0666));
+    if (!journal_.IsOpen()) throw posix::OutputLost(LostJournal(strerror(errno)));
   }
   sigset_t ending;
   sigemptyset(&ending);
@@ -81,19 +81,22 @@ void Session::TakeName() {
 }
 
 void Session::Record(const JournalEntry& entry) {
-  if (journal_.is_open()) {
-    journal_ << (options_.journal_file.ends_with(".json") ? entry.JsonLine() : TimedLine(entry))
-             << std::flush;
-    if (!journal_) {
-      posix::TellLostOutput(
-          fmt::format("cannot write the journal {}: {}", options_.journal_file, strerror(errno)));
+  if (journal_.IsOpen()) {
+    const bool as_json = options_.journal_file.ends_with(".json");
+    const std::string reason = posix::WriteAll(journal_.Get(), as_json ? entry.JsonLine() : TimedLine(entry));
+    if (!reason.empty()) {
+      posix::TellLostOutput(LostJournal(reason));
+      journal_.Reset();
     }
   }
   if (options_.prints_journal) {
-    const std::string reason = posix::WriteAll(STDOUT_FILENO, TimedLine(entry));
-    if (!reason.empty()) posix::TellLostOutput("cannot write standard output: " + reason);
+    posix::WriteToOutput(TimedLine(entry));
   }
   if (is_followed_) eventfd_write(changed_.Get(), 1);
+}
+
+std::string Session::LostJournal(const std::string& reason) const {
+  return fmt::format("cannot write the journal {}: {}", options_.journal_file, reason);
 }
 
 void Session::AwaitServer() {
@@ -123,8 +126,13 @@ PhoneEnd Session::Run() {
           options_.lcd_file, phone_.With<Framebuffer>([](const Framebuffer& lcd) { return lcd.Png(); }));
       if (!lost.empty()) posix::TellLostOutput(lost);
     }
-    // The last entries, for those who follow.
-    for (Client& client : clients_) GoOn(client);
+    for (Client& client : clients_) {
+      if (client.awaits_end) {
+        for (const std::string& lost : posix::LostOutput()) client.pending += lost + "\n";
+        client.awaits_end = false;
+      }
+      GoOn(client);  // the last entries, for those who follow
+    }
     return *end;
   }
 }
@@ -180,6 +188,8 @@ void Session::TakeRequest(Client& client) {
   if (words.empty()) return;
   try {
     Serve(client, words);
+  } catch (const posix::OutputLost& lost) {
+    client.pending = fmt::format("{}{}\n", ANSWER_LOST, lost.what());
   } catch (const std::exception& failure) {
     client.pending = fmt::format("{}{}\n", ANSWER_BAD, failure.what());
   }
@@ -204,6 +214,7 @@ void Session::Serve(Client& client, const std::vector<std::string>& words) {
     StartJournal(client, words);
   } else if (words[0] == "stop") {
     stopped_ = true;
+    client.awaits_end = words.size() > 1 && words[1] == "--wait";
   } else if (words[0] == "restart") {
     restarts_ = true;
   } else if (words[0] == "status") {
@@ -214,8 +225,8 @@ void Session::Serve(Client& client, const std::vector<std::string>& words) {
     text = phone_.HostPort();
   } else if (words[0] == "defects") {
     text = Defects();
-  } else if (words[0] == "answer-of") {
-    text = KindOfAnswer(words.at(1));
+  } else if (words[0] == "file-word") {
+    text = FileWordOf({words.begin() + 1, words.end()});
   } else {
     text = phone_.Command(words);
   }
@@ -253,13 +264,15 @@ void Session::TakeJournal(Client& client) {
 // Returns false when the client has its whole answer, has gone, or is too slow to ask.
 bool Session::GoOn(Client& client) {
   if (!client.served) TakeRequest(client);
-  if (client.gone && client.follows) return false;  // before there is something to send to it
+  if (client.gone && (client.follows || client.awaits_end))
+    return false;  // before there is something to send to it
   if (!client.served) return !client.request_until.HasPassed();
   const size_t journal_end = std::min(phone_.GetJournal().Mark(), client.journal_end);
   while (client.journal_next < journal_end && SendSome(client.socket, client.pending) &&
          client.pending.empty())
     TakeJournal(client);
-  return SendSome(client.socket, client.pending) && (client.follows || !client.pending.empty());
+  return SendSome(client.socket, client.pending) &&
+         (client.follows || client.awaits_end || !client.pending.empty());
 }
 
 std::string Session::Status() const {
@@ -273,7 +286,9 @@ std::string Session::Status() const {
     text += landlock.empty() ? ", not by Landlock" : fmt::format(", by Landlock ({})", landlock);
     text += fmt::format(", number of processes held by {}", TaskLimitText(confinement->tasks));
   }
-  return text + ", limited to " + options_.phone.limits.Text() + "\n";
+  text += ", limited to " + options_.phone.limits.Text();
+  for (const std::string& lost : posix::LostOutput()) text += ", " + lost;
+  return text + "\n";
 }
 
 std::string Session::StatusAsJson() const {
@@ -282,6 +297,7 @@ std::string Session::StatusAsJson() const {
                                    {"host_port", phone_.HostPort()},
                                    {"server_process", phone_.ServerProcess()},
                                    {"simulator_process", getpid()}};
+  if (posix::IsOutputLost()) status["output_lost"] = posix::LostOutput();
   if (executable_) {
     status["executable"] = {
         {"path", executable_->path}, {"processor", executable_->processor}, {"sha256", executable_->sha256}};
@@ -304,11 +320,17 @@ std::string Session::Defects() {
   return lines;
 }
 
-std::string Session::KindOfAnswer(const std::string& name) {
-  for (const ModelCommand& command : phone_.Commands()) {
-    if (command.name == name) return command.returns_file ? "file" : "text";
-  }
-  throw std::invalid_argument(name);
+std::string Session::FileWordOf(const std::vector<std::string>& words) {
+  const std::vector<ModelCommand> commands = phone_.Commands();
+  const auto command = std::ranges::find(commands, words.at(0), &ModelCommand::name);
+  if (command == commands.end()) throw std::invalid_argument(words[0]);
+  if (!command->file) return "";
+  const FileWord& file = *command->file;
+  const bool meant = file.subcommand.empty() || (words.size() > 1 && words[1] == file.subcommand);
+  const size_t place = 1 + file.place;
+  if (!meant || place >= words.size()) return "";
+  return fmt::format("{} {}", file.opener == FileWord::Opener::Caller ? FILE_OF_CALLER : FILE_OF_PHONE,
+                     place);
 }
 
 }  // namespace simulator

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cstdint>
-#include <fstream>
 #include <optional>
 #include <string>
 #include <vector>
@@ -60,12 +59,14 @@ class Session {
     size_t journal_next = SIZE_MAX;  // the first entry that it has not got, if it wants the journal
     size_t journal_end = SIZE_MAX;
     bool follows = false;
+    bool awaits_end = false;  // of the phone; what output was lost is added to the answer then
     bool wants_json = false;
     bool gone = false;
   };
 
   void TakeName();
   void Record(const JournalEntry& entry);
+  std::string LostJournal(const std::string& reason) const;
   void Wait();
   void TakeRequest(Client& client);
   void Serve(Client& client, const std::vector<std::string>& words);
@@ -76,7 +77,9 @@ class Session {
   std::string StatusAsJson() const;
   // The commands that make a model defective, one in each line, as a JSON list of words.
   std::string Defects();
-  std::string KindOfAnswer(const std::string& command);
+  // Which of a command's words is a file's path: "caller 1", "phone 2", or nothing.
+  // Throws std::invalid_argument for a command that there is not.
+  std::string FileWordOf(const std::vector<std::string>& words);
 
   SessionOptions options_;
   std::optional<ExecutableIdentity> executable_;  // as it was when the phone was made
@@ -87,7 +90,7 @@ class Session {
   std::atomic<bool> is_followed_ = false;  // each entry is to wake the session
   bool stopped_ = false;
   bool restarts_ = false;
-  std::ofstream journal_;
+  posix::FileDescriptor journal_;  // not open without one, and after it was lost
   std::vector<Client> clients_;
   SimulatedPhone phone_;
 };

@@ -4,6 +4,8 @@
 
 #include <stdexcept>
 
+#include "posix/whole_output.h"
+
 namespace station {
 
 enum class ExitStatus {
@@ -33,9 +35,7 @@ class LinkLost : public LinkFailure {
 };
 
 // What was to be written could not be written whole.
-class OutputLost : public std::runtime_error {
-  using std::runtime_error::runtime_error;
-};
+using posix::OutputLost;
 
 // A test plan cannot be read or asks for something that there is not.
 class PlanError : public std::runtime_error {

@@ -32,10 +32,7 @@ constexpr std::size_t ROOM = 4096;
 
 // Returns false if the output is lost.
 bool WriteOutput(std::span<const std::uint8_t> bytes) {
-  const std::string reason =
-      posix::WriteAll(STDOUT_FILENO, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
-  if (!reason.empty()) posix::TellLostOutput("cannot write standard output: " + reason);
-  return reason.empty();
+  return posix::WriteToOutput({reinterpret_cast<const char*>(bytes.data()), bytes.size()});
 }
 
 volatile std::sig_atomic_t interrupted = 0;

@@ -1,7 +1,6 @@
 #include "station/tool/check_plan.h"
 
-#include <fmt/format.h>
-
+#include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
 #include "station/report/plan_listing.h"
 
@@ -15,7 +14,7 @@ std::map<std::string, std::string> BuiltIn(const PlanQuestion& question) {
 }
 
 void ShowMistakes(const std::string& file, const std::vector<std::string>& mistakes) {
-  fmt::print("{}\n", JsonText({{"file", file}, {"mistakes", mistakes}}));
+  posix::Print("{}\n", JsonText({{"file", file}, {"mistakes", mistakes}}));
 }
 
 }  // namespace
@@ -26,7 +25,7 @@ ExitStatus CheckPlan(const PlanQuestion& question) {
     if (question.json) {
       ShowMistakes(question.plan_file, {});
     } else {
-      fmt::print("{}: no mistake in {} steps\n", CleanText(question.plan_file), plan.steps.size());
+      posix::Print("{}: no mistake in {} steps\n", CleanText(question.plan_file), plan.steps.size());
     }
     return ExitStatus::Passed;
   } catch (const PlanMistakes& mistakes) {
@@ -38,7 +37,7 @@ ExitStatus CheckPlan(const PlanQuestion& question) {
 
 ExitStatus ListPlan(const PlanQuestion& question) {
   const Plan plan = LoadPlanToShow(question.plan_file, question.variables, BuiltIn(question));
-  fmt::print("{}", question.json ? PlanJson(plan) : PlanText(plan));
+  posix::Print("{}", question.json ? PlanJson(plan) : PlanText(plan));
   return ExitStatus::Passed;
 }
 

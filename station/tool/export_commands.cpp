@@ -103,7 +103,7 @@ ExitStatus Export(const Settings& settings, Given& given) {
     const std::vector<RunRow> runs = FindRunsAfter(connection, filter, last, PORTION);
     for (const RunRow& run : runs) {
       if (settings.json) {
-        fmt::print(
+        posix::Print(
             "{}\n",
             DetailsJson(connection, run).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
       } else {

@@ -203,6 +203,40 @@ TEST_F(PhonesimTest, EndsInTheForegroundOnASignal) {
   }
 }
 
+TEST_F(PhonesimTest, TellsWhatOutputIsLost) {
+  const std::string full = ": No space left on device\n";
+  const Outcome no_journal = Run("--journal /dev/full start");
+  EXPECT_EQ(no_journal.status, 7);
+  EXPECT_EQ(no_journal.output, "phonesim: cannot write the journal /dev/full" + full);
+  EXPECT_EQ(Run("--journal /nowhere/journal -- -c 7").status, 7);
+  ASSERT_EQ(Run("--lcd /dev/full --no-waiting start").status, 0) << "the one before has ended";
+
+  const std::string script = directory_ + "/play";
+  std::ofstream(script) << "head -c 20000 /dev/zero > /dev/sound/dsp; exit\n";
+  EXPECT_EQ(Run("shell > /dev/null", "", "cat " + script + " | ").status, 0);
+  const std::string elsewhere = "cd " + directory_ + "; ";
+  EXPECT_EQ(Run("sound save tone.wav", "", elsewhere).status, 0);
+  EXPECT_EQ(Read(directory_ + "/tone.wav").substr(0, 4), "RIFF");
+  EXPECT_EQ(Run("screenshot lcd.png", "", elsewhere).status, 0);
+  const Outcome picture = Run("camera picture lcd.png", "", elsewhere);
+  EXPECT_EQ(picture.status, 0) << picture.output;
+  EXPECT_EQ(Run("sound save /dev/full 99").status, 1) << "there is no such recording";
+
+  for (const char* words : {"sound save /dev/full", "screenshot /dev/full", "file /etc/passwd /dev/full"}) {
+    const Outcome lost = Run(words);
+    EXPECT_EQ(lost.status, 7) << words;
+    EXPECT_EQ(lost.output, "phonesim: cannot write /dev/full" + full);
+  }
+  for (const char* words : {"state", "journal", "lcd", "shell", "status", "commands"}) {
+    const Outcome lost = Run(words + std::string(" 2>&1 > /dev/full < /dev/null #"));
+    EXPECT_EQ(lost.status, 7) << words;
+    EXPECT_EQ(lost.output, "phonesim: cannot write standard output" + full) << words;
+  }
+  const Outcome stopped = Run("stop");
+  EXPECT_EQ(stopped.status, 7);
+  EXPECT_EQ(stopped.output, "phonesim: cannot write /dev/full" + full);
+}
+
 TEST_F(PhonesimTest, LeavesWhatIsSomeoneElsesAtTheLink) {
   const std::string link = directory_ + "/port";
   std::ofstream(link) << "someone's file";
