@@ -61,8 +61,8 @@ struct RadioRequest {
   uint32_t volume;
   int32_t extra;
   int32_t extra_flag;
-  // The band of FM broadcasts, for a tuner that counts in 1/16 MHz.
-  static constexpr Range BAND = {65 * 16, 108 * 16, "MHz", 16};
+  // The band of FM broadcasts, for a tuner that counts in 1/16 MHz. Some tuners count in 1/16 kHz.
+  static constexpr Range BAND = {65 * 16, 108 * 16, "MHz", 16, {"kHz", 1000}};
   static constexpr Field FIELDS[] = {
       Number("mode", "0 off, 1 measure and switch off, 2 play on audio line B, other: play"),
       Number("frequency", "what to tune to", BAND), Number("volume", "16-bit volume; 0 mutes", {0, 65535}),
@@ -86,7 +86,7 @@ struct Statement<CONTROL_RADIO> : Answered<RadioRequest, RadioData> {
   static constexpr char action[] =
       "Tunes the FM radio, sets its volume, reads frequency and signal back, and leaves it playing or "
       "switches it "
-      "off again. Some tuners count the frequency in 1/16 kHz.";
+      "off again.";
   static constexpr StatusMeaning statuses[] = {
       {OPEN_FAILED, "the radio could not be opened"},
       {REQUEST_FAILED, "the frequency could not be set"},

@@ -39,12 +39,19 @@ struct Choice {
   int64_t value;
 };
 
+// Steps that some devices take instead: as many make a unit that is `finer` times smaller.
+struct FinerSteps {
+  const char* unit = "";
+  int32_t finer = 1;
+};
+
 // The values that make sense in a field; none are stated if `lowest` is above `highest`.
 struct Range {
   int64_t lowest = 1;
   int64_t highest = 0;
   const char* unit = "";
   int32_t steps = 1;  // how many of the word's counts make one unit
+  FinerSteps other = {};
 };
 
 constexpr bool IsStated(const Range& range) {

@@ -59,8 +59,16 @@ bool IsChoice(const Argument& argument, const std::string& text) {
   return std::ranges::find(argument.choices, text, &Choice::name) != argument.choices.end();
 }
 
+// What the number counts: 1 for the range's steps, more for the device's finer ones, 0 if it is out of range.
+std::int32_t Fineness(const protocol::Range& range, std::int64_t number) {
+  for (const std::int32_t finer : {1, range.other.finer}) {
+    if (number >= range.lowest * finer && number <= range.highest * finer) return finer;
+  }
+  return 0;
+}
+
 bool InRange(const protocol::Range& range, std::int64_t number) {
-  return !IsStated(range) || (number >= range.lowest && number <= range.highest);
+  return !IsStated(range) || Fineness(range, number) != 0;
 }
 
 std::optional<std::int64_t> ParseNumber(std::string_view text) {
@@ -78,8 +86,16 @@ std::optional<std::int64_t> ParseNumber(std::string_view text) {
   return number;
 }
 
-// The steps of a number in the range's unit, rounded.
+bool RemoveUnit(std::string_view& text, std::string_view unit) {
+  if (unit.empty() || !text.ends_with(unit)) return false;
+  text.remove_suffix(unit.size());
+  if (text.ends_with(' ')) text.remove_suffix(1);
+  return true;
+}
+
+// The steps of a number, rounded: "98.5" or "98.5 MHz" in the range's, "98500 kHz" in the finer ones.
 std::optional<std::int64_t> ParseUnits(std::string_view text, const protocol::Range& range) {
+  if (!RemoveUnit(text, range.unit)) RemoveUnit(text, range.other.unit);
   double units = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), units);
   const double steps = units * range.steps;
@@ -361,8 +377,12 @@ void CheckArgument(const Argument& argument, const std::string& text, bool insis
 
 std::string RangeText(const protocol::Range& range) {
   if (!IsStated(range)) return "";
-  return fmt::format("{} to {}{}{}", UnitsOf(range, range.lowest), UnitsOf(range, range.highest),
-                     *range.unit != 0 ? " " : "", range.unit);
+  const std::string text =
+      fmt::format("{} to {}{}{}", UnitsOf(range, range.lowest), UnitsOf(range, range.highest),
+                  *range.unit != 0 ? " " : "", range.unit);
+  if (range.other.finer == 1) return text;
+  return fmt::format("{}; \"NUMBER {}\" for a device that counts in 1/{} {}", text, range.other.unit,
+                     range.steps, range.other.unit);
 }
 
 std::string AllowedText(const Argument& argument) {
@@ -377,10 +397,11 @@ std::string AllowedText(const Argument& argument) {
 }
 
 double UnitsOf(const protocol::Range& range, std::int64_t number) {
+  const double steps = static_cast<double>(range.steps) * std::max(Fineness(range, number), 1);
   // A tenth is what a person gave, if it is rounded to this step.
-  const double exact = static_cast<double>(number) / range.steps;
+  const double exact = static_cast<double>(number) / steps;
   const double tenths = std::round(exact * 10) / 10;
-  return std::llround(tenths * range.steps) == number ? tenths : exact;
+  return std::llround(tenths * steps) == number ? tenths : exact;
 }
 
 ArgumentValue ValueOf(const std::vector<Argument>& all, const Argument& argument,

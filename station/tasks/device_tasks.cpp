@@ -122,7 +122,8 @@ void CheckScan(const Values& values) {
   const std::int64_t to = values.Number("to");
   const std::int64_t step = values.Number("step");
   if (from < 0 || to < from || step < 1 || (to - from) / step >= MOST_STEPS) {
-    throw UsageError("a scan goes from a frequency up to a higher one, in at most 10000 steps");
+    throw UsageError(
+        "a scan goes from a frequency up to a higher one, in at most 10000 steps, all in one unit");
   }
 }
 
@@ -205,7 +206,7 @@ std::vector<Operation> DeviceTasks() {
           .arguments = {ScanArgument("from", "lowest frequency", "87.5"),
                         ScanArgument("to", "highest frequency", "108"),
                         ScanArgument("step", "distance between two measurements", "0.5")
-                            .Within({1, 10 * BAND.steps, BAND.unit, BAND.steps}),
+                            .Within({1, 10 * BAND.steps, BAND.unit, BAND.steps, BAND.other}),
                         ArgumentFor(protocol::RadioRequest::FIELDS, "volume").Optional("0")},
           .run = ScanRadio,
           .readings = ScanReadings,

@@ -189,6 +189,8 @@ std::string MeaningText(const Field& field) {
   if (IsStated(field.range)) meaning += fmt::format(" ({})", RangeText(field.range));
   if (field.range.steps != 1)
     meaning += fmt::format(", counted in 1/{} {}", field.range.steps, field.range.unit);
+  if (field.range.other.finer != 1)
+    meaning += fmt::format(", by some devices in 1/{} {}", field.range.steps, field.range.other.unit);
   return meaning;
 }
 
