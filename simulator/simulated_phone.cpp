@@ -66,7 +66,7 @@ SimulatedPhone::SimulatedPhone(PhoneOptions phone_options)
                 journal_,
                 [this] { PowerOff(); },
                 [this] { CutPower(); },
-                [this](const std::string& name) { return ProcessesNamed(root_.Path(), name); },
+                [this](const std::string& name) { return RunningProcesses(name); },
                 [this](const std::string& path) {
                   StartOnConsole(path, {std::filesystem::path(path).filename()});
                 }},
@@ -203,6 +203,11 @@ void SimulatedPhone::TakeEnds() {
       End(PhoneEnd::Reason::ServerExited, WEXITSTATUS(end->status));
     }
   } while (guardian_->HasEnd());
+}
+
+std::vector<pid_t> SimulatedPhone::RunningProcesses(const std::string& name) const {
+  if (!guardian_) return {};
+  return ProcessesNamed(DescendantsIn(root_.Path(), guardian_->Process()), name);
 }
 
 void SimulatedPhone::WatchLimits() {

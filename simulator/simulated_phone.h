@@ -145,6 +145,7 @@ class SimulatedPhone {
   void TakeEnds();
   void PowerOff();
   void EndAtOnce(PhoneEnd::Reason reason);
+  std::vector<pid_t> RunningProcesses(const std::string& name) const;
   void WatchLimits();
   void WatchTasks();
   void EndIfOver(const std::string& excess);

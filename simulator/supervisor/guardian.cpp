@@ -89,7 +89,7 @@ StartedProgram Guardian::Start(const ProgramStart& program) {
   posix::FileDescriptor listener;
   const LinkReport report = AwaitReport(listener);
   if (report.kind != LinkKind::Started) throw CannotSimulate(Refusal(report));
-  // Dropped on the way, for want of a free number: the program's calls would wait without end.
+  // Dropped on the way, since no number was free: the program's calls would wait without end.
   if (!listener.IsOpen())
     throw CannotSimulate(Refusal({LinkKind::Refused, 0, 0, 0, StartStep::Fork, EMFILE, {}}));
   return {report.number, report.process, std::move(listener), report.confinement};

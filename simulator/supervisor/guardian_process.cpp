@@ -130,7 +130,7 @@ pid_t ReapChild(int options) {
   return process;
 }
 
-// Its group goes with it at one stroke: what only starts copies of itself has no time to start another. All
+// Its group goes with it at once: what only starts copies of itself has no time to start another. All
 // groups but the guardian's own are the phone's.
 void KillChild(pid_t process, pid_t& last_group) {
   const pid_t group = getpgid(process);

@@ -1,6 +1,5 @@
 #include "simulator/supervisor/limits.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sched.h>
@@ -11,15 +10,13 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <set>
 #include <utility>
 
 #include "posix/file_descriptor.h"
+#include "simulator/supervisor/directory_listing.h"
 #include "simulator/supervisor/task_group.h"
 
 namespace simulator {
@@ -30,33 +27,6 @@ constexpr int DEEPEST = 64;  // directories inside each other
 // The files are counted every so many looks, and at once when the PC's file system has lost so many bytes.
 constexpr unsigned LOOKS_BETWEEN = 10;
 constexpr uint64_t NOTABLE_BYTES = 8 * MIB;
-
-using Directory = std::unique_ptr<DIR, int (*)(DIR*)>;
-
-// A directory that is closed even to its owner is opened for a moment: its files count too.
-Directory OpenListing(int parent, const char* name) {
-  constexpr int FLAGS = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-  int opened = openat(parent, name, FLAGS);
-  if (opened < 0 && errno == EACCES) {
-    // This descriptor is the phone's directory, whatever has its name by now.
-    const posix::FileDescriptor closed(openat(parent, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    const std::string path = fmt::format("/proc/self/fd/{}", closed.Get());
-    struct stat status;
-    if (fstat(closed.Get(), &status) == 0 && chmod(path.c_str(), 0700) == 0) {
-      opened = openat(closed.Get(), ".", FLAGS);
-      chmod(path.c_str(), status.st_mode & 07777);
-    }
-  }
-  return {opened < 0 ? nullptr : fdopendir(opened), closedir};
-}
-
-// Calls `use(name)` for each entry but the two that every directory has.
-template <typename Use>
-void ForEachEntry(const Directory& directory, Use use) {
-  while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
-    if (strcmp(entry->d_name, ".") != 0 && strcmp(entry->d_name, "..") != 0) use(entry->d_name);
-  }
-}
 
 struct FileUsage {
   uint64_t bytes = 0;
@@ -97,17 +67,6 @@ struct FileUsage {
   }
 };
 
-// One of the kernel's files about a process; empty when that is gone.
-std::string ReadProcessFile(pid_t process, const std::string& name) {
-  const posix::FileDescriptor file(
-      open(fmt::format("/proc/{}/{}", process, name).c_str(), O_RDONLY | O_CLOEXEC));
-  std::string text;
-  char piece[4096];
-  ssize_t size;
-  while ((size = read(file.Get(), piece, sizeof piece)) > 0) text.append(piece, static_cast<size_t>(size));
-  return text;
-}
-
 // Bytes in memory, those that it shares with other processes too.
 uint64_t ResidentMemory(pid_t process) {
   unsigned long pages = 0;
@@ -141,29 +100,7 @@ std::string PhoneLimits::Text() const {
                      memory / MIB, disk / MIB, files);
 }
 
-LimitWatch::Usage LimitWatch::Count(pid_t guardian, unsigned most) const {
-  Usage usage;
-  std::vector<pid_t> waiting = {guardian};
-  while (!waiting.empty() && usage.tasks <= most) {
-    const pid_t process = waiting.back();
-    waiting.pop_back();
-    if (process != guardian) usage.processes.push_back(process);
-    ForEachEntry(
-        OpenListing(AT_FDCWD, fmt::format("/proc/{}/task", process).c_str()), [&](const char* thread) {
-          if (process != guardian) ++usage.tasks;
-          const std::string children = ReadProcessFile(process, fmt::format("task/{}/children", thread));
-          char* rest = nullptr;
-          for (const char* next = children.c_str();; next = rest) {
-            const long child = std::strtol(next, &rest, 10);
-            if (rest == next) break;
-            waiting.push_back(static_cast<pid_t>(child));
-          }
-        });
-  }
-  return usage;
-}
-
-std::string LimitWatch::JudgeTasks(Usage usage, const std::string& task_group) {
+std::string LimitWatch::JudgeTasks(Descendants usage, const std::string& task_group) {
   // The group is full at one above the limit.
   if (!task_group.empty() && RefusedStarts(task_group) > 0) {
     usage.tasks = std::max(usage.tasks, limits_.tasks + 1);
@@ -175,7 +112,7 @@ std::string LimitWatch::JudgeTasks(Usage usage, const std::string& task_group) {
                      limits_.tasks);
 }
 
-std::string LimitWatch::JudgeMemory(const Usage& usage) const {
+std::string LimitWatch::JudgeMemory(const Descendants& usage) const {
   uint64_t memory = 0;
   for (const pid_t process : usage.processes) memory += ResidentMemory(process);
   if (memory <= limits_.memory) return {};
@@ -188,7 +125,7 @@ std::string LimitWatch::JudgeMemory(const Usage& usage) const {
 
 std::string LimitWatch::LookAtStart(pid_t guardian) {
   if (++tasks_ <= limits_.tasks) return {};
-  Usage usage = Count(guardian, limits_.tasks);
+  Descendants usage = DescendantsOf(guardian, limits_.tasks);
   ++usage.tasks;
   return JudgeTasks(usage, {});
 }
@@ -196,11 +133,11 @@ std::string LimitWatch::LookAtStart(pid_t guardian) {
 bool LimitWatch::MayHaveTooManyTasks(pid_t guardian) const {
   const unsigned left = limits_.tasks - std::min(tasks_, limits_.tasks);
   const unsigned many = limits_.tasks / 4;
-  return MachineTasks() > machine_tasks_ + left / 2 && Count(guardian, many).tasks > many;
+  return MachineTasks() > machine_tasks_ + left / 2 && DescendantsOf(guardian, many).tasks > many;
 }
 
 std::string LimitWatch::Look(pid_t guardian, const std::string& task_group) {
-  const Usage usage = Count(guardian, limits_.tasks);
+  const Descendants usage = DescendantsOf(guardian, limits_.tasks);
   for (std::string excess : {JudgeTasks(usage, task_group), JudgeMemory(usage)}) {
     if (!excess.empty()) return excess;
   }
@@ -218,7 +155,7 @@ bool LimitWatch::DiskIsDue() {
   return true;
 }
 
-std::string LimitWatch::JudgeDisk(const Usage& usage) {
+std::string LimitWatch::JudgeDisk(const Descendants& usage) {
   FileUsage files;
   files.AddTree(root_.Descriptor(), ".", limits_.files);
   for (const pid_t process : usage.processes) files.AddNameless(process);

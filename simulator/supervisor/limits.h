@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "simulator/phone/root_directory.h"
+#include "simulator/supervisor/phone_processes.h"
 
 namespace simulator {
 
@@ -35,15 +36,9 @@ class LimitWatch {
   std::string LookAtStart(pid_t guardian);
 
  private:
-  struct Usage {
-    std::vector<pid_t> processes;
-    unsigned tasks = 0;
-  };
-  // Ends when it has found more than `most` tasks.
-  Usage Count(pid_t guardian, unsigned most) const;
-  std::string JudgeTasks(Usage usage, const std::string& task_group);
-  std::string JudgeMemory(const Usage& usage) const;
-  std::string JudgeDisk(const Usage& usage);
+  std::string JudgeTasks(Descendants usage, const std::string& task_group);
+  std::string JudgeMemory(const Descendants& usage) const;
+  std::string JudgeDisk(const Descendants& usage);
   bool DiskIsDue();
 
   const RootDirectory& root_;

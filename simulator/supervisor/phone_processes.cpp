@@ -1,5 +1,6 @@
 #include "simulator/supervisor/phone_processes.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <signal.h>
 #include <sys/syscall.h>
@@ -9,14 +10,17 @@
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <set>
 #include <thread>
 
 #include "posix/deadline.h"
 #include "posix/file_descriptor.h"
+#include "simulator/supervisor/directory_listing.h"
 
 namespace simulator {
 
@@ -153,7 +157,7 @@ void ForEachProcessIn(const std::string& root, Use use) {
   }
 }
 
-// Its group stops with it at one stroke. A process that is stopped neither ends nor changes its group, so the
+// Its group stops with it at once. A process that is stopped neither ends nor changes its group, so the
 // group's number stays this group's.
 void StopGroupOf(const std::string& root, pid_t process, pid_t& last_group) {
   if (SignalProcessIn(root, process, SIGSTOP) != 0) return;
@@ -197,11 +201,69 @@ void EndProcessesIn(const std::string& root) {
   }
 }
 
-std::vector<pid_t> ProcessesNamed(const std::string& root, const std::string& name) {
-  std::vector<pid_t> processes;
-  for (pid_t process : ProcessesIn(root)) {
-    if (NameOf(process) == name.substr(0, KEPT_NAME)) processes.push_back(process);
+std::vector<pid_t> ProcessesNamed(const std::vector<pid_t>& processes, const std::string& name) {
+  std::vector<pid_t> named;
+  for (const pid_t process : processes) {
+    if (NameOf(process) == name.substr(0, KEPT_NAME)) named.push_back(process);
   }
+  return named;
+}
+
+std::string ReadProcessFile(pid_t process, const std::string& name) {
+  const posix::FileDescriptor file(
+      open(fmt::format("/proc/{}/{}", process, name).c_str(), O_RDONLY | O_CLOEXEC));
+  std::string text;
+  char piece[4096];
+  ssize_t size;
+  while ((size = read(file.Get(), piece, sizeof piece)) > 0) text.append(piece, static_cast<size_t>(size));
+  return text;
+}
+
+namespace {
+
+// Calls `use(child)` for each child of each thread. Returns the number of threads.
+template <typename Use>
+unsigned ForEachChild(pid_t process, Use use) {
+  unsigned threads = 0;
+  const Directory tasks = OpenListing(AT_FDCWD, fmt::format("/proc/{}/task", process).c_str());
+  ForEachEntry(tasks, [&](const char* thread) {
+    ++threads;
+    const std::string children = ReadProcessFile(process, fmt::format("task/{}/children", thread));
+    char* rest = nullptr;
+    for (const char* next = children.c_str();; next = rest) {
+      const long child = std::strtol(next, &rest, 10);
+      if (rest == next) break;
+      use(static_cast<pid_t>(child));
+    }
+  });
+  return threads;
+}
+
+}  // namespace
+
+Descendants DescendantsOf(pid_t ancestor, unsigned most) {
+  Descendants found;
+  std::set<pid_t> seen;
+  std::vector<pid_t> waiting;
+  const auto note = [&](pid_t child) {
+    if (seen.insert(child).second) waiting.push_back(child);
+  };
+  // A child of a process that has ended meanwhile is the ancestor's by now.
+  for (ForEachChild(ancestor, note); !waiting.empty() && found.tasks <= most; ForEachChild(ancestor, note)) {
+    while (!waiting.empty() && found.tasks <= most) {
+      const pid_t process = waiting.back();
+      waiting.pop_back();
+      found.processes.push_back(process);
+      found.tasks += ForEachChild(process, note);
+    }
+  }
+  return found;
+}
+
+std::vector<pid_t> DescendantsIn(const std::string& root, pid_t ancestor) {
+  std::vector<pid_t> processes = DescendantsOf(ancestor, std::numeric_limits<unsigned>::max()).processes;
+  std::erase_if(processes, [&root](pid_t process) { return !IsProcessIn(root, process); });
+  std::ranges::sort(processes);
   return processes;
 }
 

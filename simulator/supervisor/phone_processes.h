@@ -35,6 +35,7 @@ bool IsEmulatorsOwn(pid_t thread, const std::string& emulator);
 bool IsProcessIn(const std::string& root, pid_t process);
 // Signals it if it is there. Returns an errno value, or 0.
 int SignalProcessIn(const std::string& root, pid_t process, int signal);
+// Of the whole PC, so that none is missed.
 std::vector<pid_t> ProcessesIn(const std::string& root);
 // What starts copies of itself as fast as it can would replace each copy that is killed. A stopped one keeps
 // its place among those that the kernel lets the phone have, and leaves us its share of the processor.
@@ -43,6 +44,21 @@ void ContinueProcessesIn(const std::string& root);
 // Kills them all and waits until they are gone, for some seconds at most.
 void EndProcessesIn(const std::string& root);
 // Those whose program has this name, as `killall` sees it.
-std::vector<pid_t> ProcessesNamed(const std::string& root, const std::string& name);
+std::vector<pid_t> ProcessesNamed(const std::vector<pid_t>& processes, const std::string& name);
+
+// The processes that descend from one, and how many processes and threads they are. Costs as much as these
+// are, however many the PC has.
+struct Descendants {
+  std::vector<pid_t> processes;
+  unsigned tasks = 0;
+};
+// `ancestor` is a subreaper: it gets those whose parents have ended. Ends when it has found more than `most`
+// tasks.
+Descendants DescendantsOf(pid_t ancestor, unsigned most);
+// Those that have this root directory, in the order of their numbers.
+std::vector<pid_t> DescendantsIn(const std::string& root, pid_t ancestor);
+
+// One of the kernel's files about a process; empty when that is gone.
+std::string ReadProcessFile(pid_t process, const std::string& name);
 
 }  // namespace simulator

@@ -68,7 +68,7 @@ void SystemCalls::Clone(const CallPointer& call) {
   After(*rule, call, [call, error = rule->error] { error != 0 ? call->Refuse(error) : call->PassOn(); });
 }
 
-// A group stops at one stroke, whatever it starts, and gets one share of the processor. So leaving it counts
+// A group stops at once, whatever it starts, and gets one share of the processor. So leaving it counts
 // as a start, and only one process leaves in a millisecond: copies that go apart from each other cannot be
 // ahead of the counting.
 void SystemCalls::LeaveGroup(const CallPointer& call) {

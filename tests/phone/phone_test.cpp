@@ -26,6 +26,16 @@ Lines operator+(Lines left, const Lines& right) {
   return left;
 }
 
+void ExpectServersSettings(const termios& line) {
+  EXPECT_EQ(line.c_iflag, tcflag_t{IGNPAR});
+  EXPECT_EQ(line.c_oflag, tcflag_t{0});
+  EXPECT_EQ(line.c_cflag, tcflag_t{0x800010B2});
+  EXPECT_EQ(line.c_lflag, tcflag_t{0});
+  EXPECT_EQ(line.c_cc[VMIN], 0);
+  EXPECT_EQ(line.c_cc[VTIME], 0);
+  EXPECT_EQ(line.c_cc[VINTR], 3);
+}
+
 PhoneTest::PhoneTest() {
   const char* server = getenv("PHONETESTD");
   options.server = server != nullptr ? server : NativeServer();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <termios.h>
 
 #include <filesystem>
 #include <memory>
@@ -34,6 +35,9 @@ uint64_t EnvironmentNumber(const char* name, uint64_t otherwise);
 
 using Lines = std::vector<std::string>;
 Lines operator+(Lines left, const Lines& right);
+
+// The settings that the server gives every line it opens; the other fields keep the driver's values.
+void ExpectServersSettings(const termios& line);
 
 class PhoneTest : public testing::Test {
  protected:

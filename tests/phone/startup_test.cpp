@@ -77,13 +77,7 @@ TEST_F(StartupTest, SetsTheHostPortsLineAndMakesItNonBlocking) {
   ASSERT_GE(port.Get(), 0);
   termios line{};
   ASSERT_EQ(tcgetattr(port.Get(), &line), 0);
-  EXPECT_EQ(line.c_iflag, tcflag_t{IGNPAR});
-  EXPECT_EQ(line.c_oflag, tcflag_t{0});
-  EXPECT_EQ(line.c_cflag, tcflag_t{0x800010B2});
-  EXPECT_EQ(line.c_lflag, tcflag_t{0});
-  EXPECT_EQ(line.c_cc[VMIN], 0);
-  EXPECT_EQ(line.c_cc[VTIME], 0);
-  EXPECT_EQ(line.c_cc[VINTR], 3) << "the other fields keep the driver's values";
+  ExpectServersSettings(line);
 }
 
 TEST_F(StartupTest, EndsWith247WithoutTheSerialDevice) {
@@ -138,7 +132,8 @@ TEST_F(StartupTest, ReservesTheStandardDescriptors) {
     ASSERT_TRUE(Appears(LineIs("value /proc/backlight/lcd \"0\""), 60s));
     ASSERT_TRUE(StillAnswers());
 
-    const std::vector<pid_t> processes = simulator::ProcessesNamed(Phone().Root().Path(), "phonetestd");
+    const std::vector<pid_t> processes =
+        simulator::ProcessesNamed(simulator::ProcessesIn(Phone().Root().Path()), "phonetestd");
     ASSERT_EQ(processes.size(), 1u);
     for (const char number : closed) {
       const std::string descriptor = fmt::format("/proc/{}/fd/{}", processes[0], number);
