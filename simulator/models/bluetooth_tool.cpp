@@ -30,7 +30,7 @@ usage() {
 number() { case ${1#-} in '' | *[!0-9]*) usage "\"$1\" is not a number" ;; esac; }
 hex() {
   case $1 in *[!0-9A-F]*) usage "\"$1\" is not hexadecimal" ;; esac
-  [ ${#1} -eq "$2" ] || usage "\"$1\" has not $2 digits"
+  [ ${#1} -eq "$2" ] || usage "\"$1\" does not have $2 digits"
 }
 pairs() { echo "$1" | sed 's/../&:/g;s/:$//'; }
 

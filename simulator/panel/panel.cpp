@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "posix/process_end.h"
 #include "simulator/control/control_socket.h"
 
 namespace web {
@@ -189,10 +190,13 @@ void Panel::Run() {
   sigemptyset(&ending);
   for (int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, number);
   const posix::FileDescriptor signals(signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK));
+  const posix::FileDescriptor owner(options_.ends_with != 0 ? posix::ProcessEnd(options_.ends_with)
+                                                            : posix::FileDescriptor());
+  if (options_.ends_with != 0 && !owner.IsOpen()) return;
   for (int empty_looks = 0; empty_looks < LOOKS_WITHOUT_PHONE;) {
-    pollfd polled = {signals.Get(), POLLIN, 0};
+    pollfd polled[] = {{signals.Get(), POLLIN, 0}, {owner.Get(), POLLIN, 0}};
     const bool looks = options_.ends_with_phones || hub_.Viewers(PHONES) > 0;
-    if (poll(&polled, 1, looks || hub_.AllViewers() > 0 ? PACE_MS : 2 * PACE_MS) > 0) return;
+    if (poll(polled, std::size(polled), looks || hub_.AllViewers() > 0 ? PACE_MS : 2 * PACE_MS) > 0) return;
     if (hub_.Viewers(PHONES) > 0) PublishPhones();
     empty_looks = options_.ends_with_phones && RunningPhones().empty() ? empty_looks + 1 : 0;
   }

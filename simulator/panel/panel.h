@@ -18,6 +18,7 @@ struct PanelOptions {
   int port = 0;             // 0: any free one
   std::string public_name;  // under which a proxy with TLS serves it
   bool ends_with_phones = false;
+  pid_t ends_with = 0;  // a process of the PC, at whose end the page ends; 0: none
 };
 
 class Panel {
@@ -28,7 +29,7 @@ class Panel {
 
   // The page of the named phone; of all phones if the name is empty.
   std::string Address(const std::string& phone) const;
-  // Until SIGINT, SIGTERM or SIGHUP, which must be blocked, or until no phone is left.
+  // Until SIGINT, SIGTERM or SIGHUP, which must be blocked, or what the options say.
   void Run();
 
  private:

@@ -114,6 +114,7 @@ struct PanelWish {
   std::string address = "127.0.0.1";
   int port = 0;  // 0: any free one
   std::string public_name;
+  pid_t ends_with = 0;  // a process of the PC, at whose end the page ends; 0: none
 };
 
 void AddPanelOptions(CLI::App& command, PanelWish& wish) {
@@ -151,6 +152,7 @@ int BecomePanel(const PanelWish& wish, const std::string& name, bool in_backgrou
                                     "--public-name",
                                     wish.public_name};
   if (in_background) words.push_back("--background");
+  if (wish.ends_with != 0) words.insert(words.end(), {"--ends-with", std::to_string(wish.ends_with)});
   std::vector<char*> arguments;
   for (std::string& word : words) arguments.push_back(word.data());
   arguments.push_back(nullptr);
@@ -251,6 +253,10 @@ int RunProgram(int argc, char** argv) {
   app.add_option("--most-disk", disk, "the phone ends above so many MiB of files")
       ->check(CLI::Range(1, 1 << 20))
       ->capture_default_str();
+  app.add_option("--ends-with", options.ends_with,
+                 "the phone, or the page, ends with this process of the PC, also if that is killed")
+      ->type_name("PROCESS")
+      ->check(CLI::PositiveNumber);
   app.add_flag("--no-waiting", options.phone.instant_sleeps, "the phone's sleeps take no time");
   app.add_flag("--no-server", no_server, "starts a shell in the phone instead of the server");
   app.add_flag("--verbose,-v", options.prints_journal, "prints everything that happens");
@@ -304,6 +310,7 @@ int RunProgram(int argc, char** argv) {
     return ShowEnd(app, wrong);
   }
 
+  panel_wish.ends_with = options.ends_with;
   limits.memory = memory * MIB;
   limits.disk = disk * MIB;
   if (no_server) options.phone.server.clear();

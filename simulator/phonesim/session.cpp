@@ -16,6 +16,7 @@
 #include <thread>
 #include <utility>
 
+#include "posix/process_end.h"
 #include "posix/whole_output.h"
 #include "simulator/models/front_panel.h"
 #include "simulator/models/sound.h"
@@ -53,6 +54,11 @@ Session::Session(SessionOptions options) : options_(std::move(options)), phone_(
   sigset_t ending;
   sigemptyset(&ending);
   for (int number : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ending, number);
+  if (options_.ends_with != 0) {
+    owner_ = posix::ProcessEnd(options_.ends_with);
+    if (!owner_.IsOpen())
+      throw std::runtime_error(fmt::format("There is no process {}.", options_.ends_with));
+  }
   signals_.Reset(signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK));
   changed_.Reset(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   phone_.GetJournal().SetListener([this](const JournalEntry& entry) { Record(entry); });
@@ -147,7 +153,9 @@ std::optional<SessionOptions> Session::OptionsOfRestart() const {
 }
 
 void Session::Wait() {
-  std::vector<pollfd> polled = {{signals_.Get(), POLLIN, 0}, {changed_.Get(), POLLIN, 0}};
+  std::vector<pollfd> polled = {
+      {signals_.Get(), POLLIN, 0}, {changed_.Get(), POLLIN, 0}, {owner_.Get(), POLLIN, 0}};
+  const size_t first_listening = polled.size();
   const posix::FileDescriptor* listening[] = {&listening_, &listening_at_port_};
   for (const auto* each : listening) polled.push_back({each->Get(), POLLIN, 0});
   const size_t others = polled.size();
@@ -166,7 +174,7 @@ void Session::Wait() {
   eventfd_t ignored_count;
   if (polled[1].revents != 0) eventfd_read(changed_.Get(), &ignored_count);
   for (size_t index = 0; index < std::size(listening); ++index) {
-    if (polled[2 + index].revents == 0) continue;
+    if (polled[first_listening + index].revents == 0) continue;
     posix::FileDescriptor client = AcceptClient(*listening[index]);
     if (client.IsOpen()) {
       clients_.push_back({std::move(client)});
@@ -178,7 +186,7 @@ void Session::Wait() {
   for (size_t index = others; index < polled.size(); ++index) {
     clients_[index - others].gone = (polled[index].revents & (POLLHUP | POLLERR)) != 0;
   }
-  if (polled[0].revents != 0) stopped_ = true;
+  if (polled[0].revents != 0 || polled[2].revents != 0) stopped_ = true;
 }
 
 void Session::TakeRequest(Client& client) {

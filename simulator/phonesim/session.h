@@ -22,6 +22,7 @@ struct SessionOptions {
   std::string lcd_file;      // the LCD as PNG when the phone ends
   bool goes_on = false;      // after a restart: the journal's file is continued
   bool prints_journal = false;
+  pid_t ends_with = 0;  // a process of the PC, at whose end the phone is stopped; 0: none
 };
 
 class Session {
@@ -56,7 +57,7 @@ class Session {
     std::string request{};
     bool served = false;
     std::string pending{};
-    size_t journal_next = SIZE_MAX;  // the first entry that it has not got, if it wants the journal
+    size_t journal_next = SIZE_MAX;  // the first entry that it still lacks, if it wants the journal
     size_t journal_end = SIZE_MAX;
     bool follows = false;
     bool awaits_end = false;  // of the phone; what output was lost is added to the answer then
@@ -78,7 +79,7 @@ class Session {
   // The commands that make a model defective, one in each line, as a JSON list of words.
   std::string Defects();
   // Which of a command's words is a file's path: "caller 1", "phone 2", or nothing.
-  // Throws std::invalid_argument for a command that there is not.
+  // Throws std::invalid_argument if there is no such command.
   std::string FileWordOf(const std::vector<std::string>& words);
 
   SessionOptions options_;
@@ -86,6 +87,7 @@ class Session {
   posix::FileDescriptor listening_;
   posix::FileDescriptor listening_at_port_;
   posix::FileDescriptor signals_;
+  posix::FileDescriptor owner_;            // the process with which the phone ends
   posix::FileDescriptor changed_;          // an entry in the journal, or the phone's end
   std::atomic<bool> is_followed_ = false;  // each entry is to wake the session
   bool stopped_ = false;

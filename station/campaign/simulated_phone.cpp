@@ -1,6 +1,7 @@
 #include "station/campaign/simulated_phone.h"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include "station/commands/errors.h"
 #include "station/link/interruption.h"
@@ -18,7 +19,8 @@ std::string OutputOf(const std::vector<std::string>& words) {
 SimulatedPhone::SimulatedPhone(const std::string& phonesim, const std::string& name,
                                const std::string& journal)
     : phonesim_(phonesim), name_(name) {
-  std::vector<std::string> words = {phonesim, "--name", name, "--no-waiting"};
+  std::vector<std::string> words = {phonesim,       "--name",      name,
+                                    "--no-waiting", "--ends-with", std::to_string(getpid())};
   if (!journal.empty()) words.insert(words.end(), {"--journal", journal});
   words.push_back("start");
   const std::string greeting = OutputOf(words);

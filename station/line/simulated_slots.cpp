@@ -60,7 +60,9 @@ std::string SimulatedSlots::FactoryInformation() const {
 }
 
 void SimulatedSlots::ShowPhones() {
-  const std::string line = panel_.emplace(std::vector<std::string>{phonesim_, "panel"}).AwaitLine(PATIENCE);
+  const std::string line =
+      panel_.emplace(std::vector<std::string>{phonesim_, "--ends-with", std::to_string(getpid()), "panel"})
+          .AwaitLine(PATIENCE);
   // "panel: http://127.0.0.1:43215/?token=…"
   const std::size_t address = line.find("http");
   const std::size_t token = line.find("?token=");
@@ -112,7 +114,8 @@ void SimulatedSlots::Insert(const std::string& slot, const std::string& serial) 
   const fs::path state = fs::path(folder_.Path()) / fmt::format("phone-{:x}", Hash(serial));
   std::error_code error;
   fs::create_directories(state, error);
-  Command(slot, {"--link", folder_.Path() + "/slot-" + slot, "--state", state.string(), "start"});
+  Command(slot, {"--link", folder_.Path() + "/slot-" + slot, "--state", state.string(), "--ends-with",
+                 std::to_string(getpid()), "start"});
   if (defects_) GiveDefect(slot, serial);
   const std::lock_guard lock(mutex_);
   inserted_[slot] = serial;

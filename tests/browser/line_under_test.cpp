@@ -22,7 +22,7 @@ std::string RunToEnd(const std::vector<std::string>& words) {
 }
 
 RunningPhone::RunningPhone(std::string name, const std::string& port) : name_(std::move(name)) {
-  Do({"--no-waiting", "--link", port, "start"});
+  Do({"--no-waiting", "--link", port, "--ends-with", std::to_string(getpid()), "start"});
 }
 
 RunningPhone::~RunningPhone() {

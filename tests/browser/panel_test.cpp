@@ -22,7 +22,7 @@ Finished RunWith(std::vector<std::string> words, const std::string& more) {
 void PanelTest::SetUp() {
   if (!browser::MissingBrowser().empty()) GTEST_SKIP() << browser::MissingBrowser();
   name_ = "shown";
-  const Finished start = Phonesim("--no-waiting start");
+  const Finished start = Phonesim(fmt::format("--no-waiting --ends-with {} start", getpid()));
   ASSERT_EQ(0, start.status) << start.output;
   panel_ = std::make_unique<browser::RunningProgram>(
       std::vector<std::string>{PHONESIM_PROGRAM, "--name", name_, "panel"});

@@ -42,7 +42,8 @@ class PhonesimTest : public testing::Test {
   }
 
   std::string Line(const std::string& words, const std::string& name) const {
-    return program_.string() + " --server " + server_.string() + " --name " + name + " " + words + " 2>&1";
+    return program_.string() + " --server " + server_.string() + " --ends-with " + std::to_string(owner_) +
+           " --name " + name + " " + words + " 2>&1";
   }
   Outcome Run(const std::string& words, const std::string& suffix = "",
               const std::string& before = "") const {
@@ -78,6 +79,7 @@ class PhonesimTest : public testing::Test {
     return at == std::string::npos ? "" : text.substr(at, text.find_first_of(",\n", at) - at);
   }
 
+  pid_t owner_ = getpid();  // the phones end with it
   std::string name_;
   std::string directory_;
   fs::path program_;
@@ -252,6 +254,26 @@ TEST_F(PhonesimTest, LeavesWhatIsSomeoneElsesAtTheLink) {
   std::ofstream(link) << "put there meanwhile";
   EXPECT_EQ(Run("stop").status, 0);
   EXPECT_EQ(Read(link), "put there meanwhile");
+}
+
+TEST_F(PhonesimTest, EndsWithTheProcessThatItIsTiedTo) {
+  const pid_t owner = fork();
+  if (owner == 0) {
+    pause();
+    _exit(0);
+  }
+  owner_ = owner;
+  ASSERT_EQ(Run("start").status, 0);
+  owner_ = getpid();
+  EXPECT_EQ(Run("restart").status, 0);
+  EXPECT_TRUE(Run("status").Says(name_ + ": running"));
+  kill(owner, SIGKILL);
+  waitpid(owner, nullptr, 0);
+  EXPECT_TRUE(Eventually([&] { return !Run("status").Says(name_ + ": "); }));
+  owner_ = owner;
+  const Outcome late = Run("start");
+  EXPECT_EQ(late.status, 1);
+  EXPECT_TRUE(late.Says("There is no process")) << late.output;
 }
 
 TEST_F(PhonesimTest, DrawsAndPlugsTheCable) {

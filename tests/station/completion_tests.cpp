@@ -100,7 +100,8 @@ TEST(Completion, KnowsThePhonesThatRun) {
   EXPECT_NE(commands.output.find("screenshot FILE\n"), std::string::npos)
       << commands.output << commands.errors;
   EXPECT_EQ(phonesim("screen"), "screenshot ");
-  const ToolResult started = RunProgram({PHONESIM_PROGRAM, "--name", name, "start"});
+  const ToolResult started =
+      RunProgram({PHONESIM_PROGRAM, "--name", name, "--ends-with", std::to_string(getpid()), "start"});
   const std::size_t at = started.output.find("/dev/pts/");
   const std::string port = started.output.substr(at, started.output.find('\n', at) - at);
   EXPECT_EQ(phonesim("--name test-" + std::to_string(getpid())), name + " ");

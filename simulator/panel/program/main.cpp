@@ -51,6 +51,7 @@ int RunProgram(int argc, char** argv) {
   app.add_option("--panel-port", options.port, "the page's port");
   app.add_option("--listen", options.address, "the address to listen on");
   app.add_option("--public-name", options.public_name, "the host name of a proxy with TLS in front");
+  app.add_option("--ends-with", options.ends_with, "the page ends with this process of the PC");
   app.add_flag("--background", in_background, "goes on without the terminal until no phone is left");
   CLI11_PARSE(app, argc, argv);
   BlockSignals();
