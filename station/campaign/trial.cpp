@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <fstream>
 #include <mutex>
@@ -53,9 +54,14 @@ void Prepare(const TrialSetup& setup, const SimulatedPhone& phone) {
   }
 }
 
-PlanResult Run(const TrialSetup& setup, const SimulatedPhone& phone) {
+// Throws OutputLost: a run whose files are lost tells nothing about the fault.
+PlanResult Run(const TrialSetup& setup, const SimulatedPhone& phone, const std::stop_token& stop) {
   AbsentOperator person;
-  return PhoneRun(setup.plan_file, setup.variables, phone.Port()).Run({}, person, {});
+  PlanResult result =
+      PhoneRun(setup.plan_file, setup.variables, phone.Port()).Run({}, person, {.stop = stop});
+  const auto lost = std::ranges::find(result.steps, Verdict::OutputLost, &StepResult::verdict);
+  if (lost != result.steps.end()) throw OutputLost(lost->message);
+  return result;
 }
 
 std::vector<std::string> Lines(std::istream& stream) {
@@ -78,7 +84,7 @@ GoodRun RunGoodPhone(const TrialSetup& setup, const std::string& name) {
     good.defects = phone.Command({"defects"});
     std::istringstream so_far(phone.Command({"journal"}));
     good.started_at = Lines(so_far).size();
-    good.result = Run(setup, phone);
+    good.result = Run(setup, phone, never.get_token());
   }
   CheckInterruption();
   std::ifstream file(journal);
@@ -96,7 +102,7 @@ Trial TryFault(const TrialSetup& setup, const Fault& fault, const std::string& n
     Prepare(setup, phone);
     phone.Command(fault.words);
     const TimeLimit limit(source, setup.time_limit);
-    result = Run(setup, phone);
+    result = Run(setup, phone, source.get_token());
   }
   CheckInterruption();
   if (result.plan_sha256 != setup.plan_sha256) throw PlanError("the plan has changed during the campaign");

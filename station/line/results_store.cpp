@@ -25,6 +25,8 @@ Verdict FromStored(StoredVerdict verdict) {
       return Verdict::NoLink;
     case StoredVerdict::PlanWrong:
       return Verdict::PlanWrong;
+    case StoredVerdict::OutputLost:
+      return Verdict::OutputLost;
     case StoredVerdict::Incomplete:
       return Verdict::Incomplete;
     case StoredVerdict::Skipped:

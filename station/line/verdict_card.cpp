@@ -24,6 +24,8 @@ Face FaceOf(Verdict verdict) {
       return {"ABORTED", "other", "■"};
     case Verdict::Incomplete:
       return {"INCOMPLETE", "other", "!"};
+    case Verdict::OutputLost:
+      return {"OUTPUT LOST", "other", "!"};
     case Verdict::PlanWrong:
     case Verdict::Skipped:
       return {"PLAN ERROR", "other", "!"};

@@ -63,7 +63,7 @@ void ReplaceGroup(pid_t from, pid_t to) {
 Aborted::Aborted()
     : std::runtime_error(signal_count > 0 ? "ended by Ctrl-C or a signal" : "the run was stopped") {}
 
-StoppableRun::StoppableRun(std::stop_token stop) : stop_(std::move(stop)) {
+StoppableRun::StoppableRun(std::stop_token stop) : stop_(std::move(stop)), outer_(current_run) {
   cleaning_up = false;
   current_run = this;
   if (!stop_.stop_possible()) return;
@@ -75,7 +75,7 @@ StoppableRun::StoppableRun(std::stop_token stop) : stop_(std::move(stop)) {
 }
 
 StoppableRun::~StoppableRun() {
-  current_run = nullptr;
+  current_run = outer_;
   cleaning_up = false;
 }
 

@@ -21,7 +21,8 @@ class Aborted : public std::runtime_error {
 };
 
 // One run, which is all in the thread that makes this object. Until the object's end, a stop asked of the
-// token ends this thread's waits as the first signal does. Runs of one thread follow each other.
+// token ends this thread's waits as the first signal does. Runs of one thread follow each other, or one is
+// within another: then the inner one's stop counts.
 class StoppableRun {
  public:
   explicit StoppableRun(std::stop_token stop);
@@ -45,6 +46,7 @@ class StoppableRun {
   };
 
   std::stop_token stop_;
+  const StoppableRun* outer_;
   posix::FileDescriptor wake_;
   posix::FileDescriptor either_;
   std::optional<std::stop_callback<Wake>> on_stop_;

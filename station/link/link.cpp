@@ -76,10 +76,15 @@ Link::Link(const std::string& port, Trace* trace) : port_(port), trace_(trace) {
   }
 }
 
+pollfd Link::Polled(short events) const {
+  if (IsSuspended() && (events & POLLOUT) != 0) events = POLLIN;
+  return {server_ ? server_->Number() : descriptor_.Get(), events, 0};
+}
+
 bool Link::WaitFor(short events, Clock::time_point deadline) {
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
   if (left <= 0 || Interrupted()) return false;
-  std::array<pollfd, 2> waiting = {{{Number(), events, 0}, {InterruptionDescriptor(), POLLIN, 0}}};
+  std::array<pollfd, 2> waiting = {{Polled(events), {InterruptionDescriptor(), POLLIN, 0}}};
   poll(waiting.data(), waiting.size(), static_cast<int>(std::min<long>(left, 60'000)));
   return true;
 }
@@ -99,13 +104,34 @@ void Link::Send(std::span<const std::uint8_t> bytes, Clock::time_point deadline)
   for (;;) {
     bytes = bytes.subspan(SendSome(bytes));
     if (bytes.empty()) return;
-    if (WaitFor(POLLOUT, deadline)) continue;
+    if (WaitFor(POLLOUT, deadline)) {
+      if (IsSuspended()) KeepEarly();
+      continue;
+    }
     CheckInterruption();
-    throw LinkFailure(fmt::format("{} does not take what is sent", port_));
+    throw LinkFailure(fmt::format("{} does not take what is sent{}", port_,
+                                  IsSuspended() ? ": the server has suspended it" : ""));
   }
 }
 
+// Data may come before what the server says about sending.
+void Link::KeepEarly() {
+  constexpr std::size_t MOST_EARLY = 1 << 20;
+  std::array<std::uint8_t, 4096> room;
+  const std::size_t count = ReadPort(room);
+  early_.insert(early_.end(), room.begin(), room.begin() + static_cast<std::ptrdiff_t>(count));
+  if (early_.size() > MOST_EARLY) throw LinkFailure(fmt::format("{} sends without end and unasked", port_));
+}
+
 std::size_t Link::ReceiveWaiting(std::span<std::uint8_t> room) {
+  if (early_.empty()) return ReadPort(room);
+  const auto count = static_cast<std::ptrdiff_t>(std::min(room.size(), early_.size()));
+  std::copy_n(early_.begin(), count, room.begin());
+  early_.erase(early_.begin(), early_.begin() + count);
+  return static_cast<std::size_t>(count);
+}
+
+std::size_t Link::ReadPort(std::span<std::uint8_t> room) {
   const ssize_t count = server_ ? server_->Read(room) : read(descriptor_.Get(), room.data(), room.size());
   if (count < 0 && MayTryAgain()) return 0;
   if (count <= 0) {
@@ -119,7 +145,7 @@ std::size_t Link::ReceiveWaiting(std::span<std::uint8_t> room) {
 
 std::size_t Link::Receive(std::span<std::uint8_t> room, Clock::time_point deadline) {
   std::size_t received = 0;
-  while (received < room.size() && WaitFor(POLLIN, deadline))
+  while (received < room.size() && (!early_.empty() || WaitFor(POLLIN, deadline)))
     received += ReceiveWaiting(room.subspan(received));
   return received;
 }

@@ -2,6 +2,8 @@
 // by RFC 2217; and the trace of what goes over it. Nothing here waits without a deadline.
 #pragma once
 
+#include <poll.h>
+
 #include <chrono>
 #include <cstdint>
 #include <optional>
@@ -46,10 +48,9 @@ class Link {
     return port_;
   }
 
-  // For relays that wait for several descriptors at once.
-  int Number() const {
-    return server_ ? server_->Number() : descriptor_.Get();
-  }
+  // For relays that wait for several descriptors at once. While a serial server lets nothing be sent, POLLIN
+  // stands for POLLOUT.
+  pollfd Polled(short events) const;
 
   // Sends all bytes, in one write if the port takes them. Throws LinkFailure if it does not take them in
   // time.
@@ -72,12 +73,18 @@ class Link {
   void Remark(const std::string& text);
 
  private:
+  bool IsSuspended() const {
+    return server_ && server_->IsSuspended();
+  }
   bool WaitFor(short events, Clock::time_point deadline);
+  std::size_t ReadPort(std::span<std::uint8_t> room);
+  void KeepEarly();
 
   std::string port_;
   Trace* trace_;
   posix::FileDescriptor descriptor_;  // not open if there is a server
   std::optional<SerialServer> server_;
+  Bytes early_;  // came while the server let nothing be sent
 };
 
 }  // namespace station

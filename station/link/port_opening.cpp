@@ -16,14 +16,18 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
 
+#include "posix/deadline.h"
 #include "station/commands/errors.h"
+#include "station/link/interruption.h"
 
 namespace station {
 
@@ -132,7 +136,7 @@ void ConfigurePort(int descriptor, const std::string& path) {
   }
 }
 
-constexpr int CONNECT_MILLISECONDS = 5000;
+constexpr std::chrono::seconds CONNECT_TIME{5};
 
 using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
@@ -167,12 +171,16 @@ AddressList Resolve(const std::string& host, const std::string& port) {
   return {found, freeaddrinfo};
 }
 
-// Returns 0 or the error number.
+// Returns 0 or the error number. Throws Aborted.
 int Connect(const posix::FileDescriptor& socket, const addrinfo& to) {
   if (connect(socket.Get(), to.ai_addr, to.ai_addrlen) == 0) return 0;
   if (errno != EINPROGRESS) return errno;
-  pollfd waiting{socket.Get(), POLLOUT, 0};
-  if (poll(&waiting, 1, CONNECT_MILLISECONDS) != 1) return ETIMEDOUT;
+  const posix::Deadline deadline(CONNECT_TIME);
+  std::array<pollfd, 2> waiting = {{{socket.Get(), POLLOUT, 0}, {InterruptionDescriptor(), POLLIN, 0}}};
+  while (poll(waiting.data(), waiting.size(), deadline.MillisecondsLeft()) < 0 && errno == EINTR) {
+  }
+  CheckInterruption();
+  if (waiting[0].revents == 0) return ETIMEDOUT;
   int error = 0;
   socklen_t size = sizeof error;
   getsockopt(socket.Get(), SOL_SOCKET, SO_ERROR, &error, &size);
@@ -200,6 +208,7 @@ void CheckPortName(const std::string& port) {
 posix::FileDescriptor OpenTcpPort(const std::string& address, const char* prefix) {
   const auto [host, port] = SplitAddress(address, prefix);
   const AddressList found = Resolve(host, port);
+  CheckInterruption();  // the system's search for a name goes on until its end
   int error = 0;
   for (const addrinfo* to = found.get(); to != nullptr; to = to->ai_next) {
     posix::FileDescriptor socket(

@@ -23,7 +23,9 @@ using namespace telnet;
 constexpr std::uint8_t BINARY = 0;
 constexpr std::uint8_t NO_GO_AHEAD = 3;
 constexpr std::uint8_t COM_PORT = 44;
-constexpr std::uint8_t FROM_SERVER = 100;  // added to the code of what it answers
+constexpr std::uint8_t FROM_SERVER = 100;  // added to the code of what it answers or asks
+constexpr std::uint8_t SUSPEND = 8;
+constexpr std::uint8_t RESUME = 9;
 
 constexpr auto TIME_OUT = std::chrono::seconds(5);
 
@@ -136,8 +138,10 @@ void SerialServer::Take(const Bytes& command) {
     return;
   }
   if (command.size() < 3 || command[1] != COM_PORT || command[2] <= FROM_SERVER) return;
+  const auto code = static_cast<std::uint8_t>(command[2] - FROM_SERVER);
+  if (code == SUSPEND || code == RESUME) suspended_ = code == SUSPEND;
   // The first answer counts: later ones with the same code are the lines'.
-  set_.try_emplace(command[2] - FROM_SERVER, command.begin() + 3, command.end());
+  set_.try_emplace(code, command.begin() + 3, command.end());
 }
 
 void SerialServer::TakeOption(std::uint8_t verb, std::uint8_t option) {
@@ -156,7 +160,7 @@ void SerialServer::Reply(std::initializer_list<std::uint8_t> command) {
 }
 
 void SerialServer::FlushReplies() {
-  if (half_sent_ || replies_.empty()) return;
+  if (half_sent_ || suspended_ || replies_.empty()) return;
   const ssize_t written = write(descriptor_.Get(), replies_.data(), replies_.size());
   if (written > 0) replies_.erase(replies_.begin(), replies_.begin() + written);
 }
@@ -164,6 +168,10 @@ void SerialServer::FlushReplies() {
 ssize_t SerialServer::Write(std::span<const std::uint8_t> data) {
   constexpr std::size_t PIECE = 16384;
   if (data.empty()) return 0;
+  if (suspended_) {
+    errno = EAGAIN;
+    return -1;
+  }
   // Another command follows one that was given up in the middle.
   if (half_sent_ && data[0] != ESCAPE) {
     half_sent_ = false;

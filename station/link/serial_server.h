@@ -23,6 +23,11 @@ class SerialServer {
     return descriptor_.Get();
   }
 
+  // The server wants nothing more to be sent for now. Only Read can learn that this is over.
+  bool IsSuspended() const {
+    return suspended_;
+  }
+
   // As write() and read() on a port that does not block: what is counted is data.
   ssize_t Write(std::span<const std::uint8_t> data);
   ssize_t Read(std::span<std::uint8_t> room);
@@ -44,6 +49,7 @@ class SerialServer {
   posix::FileDescriptor descriptor_;
   telnet::Decoder decoder_;
   Bytes replies_;
+  bool suspended_ = false;
   bool half_sent_ = false;  // the first of the two bytes that stand for 0xFF is on its way
   std::set<std::pair<std::uint8_t, std::uint8_t>> said_;  // by the server: a verb and its option
   std::map<std::uint8_t, Bytes> set_;                     // what the server says that it has set

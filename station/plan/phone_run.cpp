@@ -34,6 +34,7 @@ void ForgetScratch(StepResult& step, const std::string& scratch) {
 
 PlanResult RunOnPort(const Plan& plan, const std::string& port, const PhoneRun::Options& options,
                      Operator& person, const RunControl& control) {
+  const StoppableRun stoppable(control.stop);
   try {
     std::unique_ptr<Trace> trace;
     if (!options.trace_file.empty()) trace = std::make_unique<Trace>(options.trace_file, port);
@@ -42,8 +43,10 @@ PlanResult RunOnPort(const Plan& plan, const std::string& port, const PhoneRun::
     return RunPlan(plan, session, person, control);
   } catch (const Aborted& aborted) {
     return UnstartedPlan(plan, port, aborted.what(), Verdict::Aborted);
+  } catch (const OutputLost& lost) {
+    return UnstartedPlan(plan, port, lost.what(), Verdict::OutputLost);
   } catch (const std::exception& failure) {
-    return UnstartedPlan(plan, port, failure.what());
+    return UnstartedPlan(plan, port, failure.what(), Verdict::NoLink);
   }
 }
 

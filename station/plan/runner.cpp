@@ -115,7 +115,6 @@ class Run {
       : plan_(plan), session_(session), person_(person), control_(control) {}
 
   PlanResult All() {
-    const StoppableRun stoppable(control_.stop);
     PlanResult result = BegunPlan(plan_, session_.Port());
     const Clock::time_point start = Clock::now();
     bool ended = false;
@@ -201,6 +200,8 @@ class Run {
       judgement = {Verdict::NoLink, failure.what()};
     } catch (const LinkFailure& failure) {
       judgement = {Verdict::NoLink, failure.what()};
+    } catch (const OutputLost& lost) {
+      judgement = {Verdict::OutputLost, lost.what()};
     } catch (const std::exception& error) {
       judgement = {Verdict::PlanWrong, error.what()};
     }
@@ -295,7 +296,7 @@ PlanResult UnstartedPlan(const Plan& plan, const std::string& port, const std::s
   result.verdict = verdict;
   for (const Step& step : plan.steps) {
     result.steps.push_back(Begun(step));
-    result.steps.back().message = "not run: no link";
+    result.steps.back().message = "not run: the plan could not start";
   }
   result.steps.front().verdict = verdict;
   result.steps.front().message = failure;
@@ -316,6 +317,8 @@ std::string VerdictText(Verdict verdict) {
       return "NO LINK";
     case Verdict::PlanWrong:
       return "PLAN ERROR";
+    case Verdict::OutputLost:
+      return "OUTPUT LOST";
     case Verdict::Skipped:
       return "skipped";
   }
@@ -337,6 +340,8 @@ ExitStatus VerdictStatus(Verdict verdict) {
       return ExitStatus::LinkFailure;
     case Verdict::PlanWrong:
       return ExitStatus::PlanError;
+    case Verdict::OutputLost:
+      return ExitStatus::OutputLost;
   }
   return ExitStatus::PlanError;
 }

@@ -17,7 +17,7 @@
 namespace station {
 
 // From the best to the gravest: the gravest of the steps is the plan's.
-enum class Verdict { Skipped, Passed, Incomplete, Failed, NoLink, PlanWrong, Aborted };
+enum class Verdict { Skipped, Passed, Incomplete, Failed, NoLink, PlanWrong, Aborted, OutputLost };
 
 struct Attachment {
   std::string name;
@@ -90,7 +90,7 @@ struct PlanResult {
   std::optional<Executable> executable = {};  // of a simulated phone
 };
 
-// "passed", "INCOMPLETE", "FAILED", "NO LINK", "PLAN ERROR", "ABORTED", "skipped".
+// "passed", "INCOMPLETE", "FAILED", "NO LINK", "PLAN ERROR", "ABORTED", "OUTPUT LOST", "skipped".
 std::string VerdictText(Verdict verdict);
 
 ExitStatus VerdictStatus(Verdict verdict);
@@ -110,11 +110,12 @@ struct RunControl {
   std::stop_token stop = {};
 };
 
-// Runs all steps and judges them; a step that fails throws nothing.
+// Runs all steps and judges them; a step that fails throws nothing. The calling thread has a StoppableRun
+// with the control's stop.
 PlanResult RunPlan(const Plan& plan, Session& session, Operator& person, const RunControl& control);
 
-// The result of a plan that could not start because the port cannot be used.
+// The result of a plan that could not start: the port cannot be used, or the trace cannot be written.
 PlanResult UnstartedPlan(const Plan& plan, const std::string& port, const std::string& failure,
-                         Verdict verdict = Verdict::NoLink);
+                         Verdict verdict);
 
 }  // namespace station

@@ -12,10 +12,6 @@ namespace {
 
 using nlohmann::ordered_json;
 
-double Milliseconds(std::chrono::microseconds time) {
-  return static_cast<double>(time.count()) / 1000;
-}
-
 // One word for each exit status.
 std::string VerdictWord(Verdict verdict) {
   switch (verdict) {
@@ -31,6 +27,8 @@ std::string VerdictWord(Verdict verdict) {
       return "link failure";
     case Verdict::PlanWrong:
       return "plan error";
+    case Verdict::OutputLost:
+      return "output lost";
     case Verdict::Skipped:
       return "skipped";
   }
@@ -134,6 +132,10 @@ ordered_json RecordJson(const PlanResult& result) {
 }
 
 }  // namespace
+
+double Milliseconds(std::chrono::microseconds time) {
+  return static_cast<double>(time.count()) / 1000;
+}
 
 std::string ReportJson(const PlanResult& result) {
   return JsonText(RecordJson(result)) + "\n";

@@ -82,6 +82,7 @@ void AddCase(pugi::xml_node suite, const PlanResult& result, const std::string& 
   if (step.verdict == Verdict::NoLink) AddProblem(testcase, "error", "link", step.message);
   if (step.verdict == Verdict::PlanWrong) AddProblem(testcase, "error", "plan", step.message);
   if (step.verdict == Verdict::Aborted) AddProblem(testcase, "error", "aborted", step.message);
+  if (step.verdict == Verdict::OutputLost) AddProblem(testcase, "error", "output", step.message);
   const std::string output = SystemOut(step);
   if (!output.empty()) testcase.append_child("system-out").text() = CleanText(output).c_str();
 }
@@ -99,7 +100,7 @@ std::string ReportJunit(const PlanResult& result) {
   count("tests", result.steps.size());
   count("failures", CountVerdict(result, Verdict::Failed));
   count("errors", CountVerdict(result, Verdict::NoLink) + CountVerdict(result, Verdict::PlanWrong) +
-                      CountVerdict(result, Verdict::Aborted));
+                      CountVerdict(result, Verdict::Aborted) + CountVerdict(result, Verdict::OutputLost));
   count("skipped", CountVerdict(result, Verdict::Skipped));
   SetTime(suite, result.took);
   Set(suite, "timestamp", fmt::format("{:%Y-%m-%dT%H:%M:%S}", fmt::gmtime(result.started)));

@@ -19,6 +19,7 @@ std::string CountsText(const PlanResult& result) {
                                                     {Verdict::NoLink, "without link"},
                                                     {Verdict::PlanWrong, "with a plan error"},
                                                     {Verdict::Aborted, "aborted"},
+                                                    {Verdict::OutputLost, "whose file is lost"},
                                                     {Verdict::Skipped, "not run"}};
   for (const auto& [verdict, text] : others) {
     const std::size_t count = CountVerdict(result, verdict);

@@ -36,6 +36,9 @@ std::string PortFileName(const std::string& port);
 // "480 ms", "12.3 s".
 std::string DurationText(std::chrono::microseconds duration);
 
+// For JSON.
+double Milliseconds(std::chrono::microseconds time);
+
 // "2024-02-29T12:30:00+01:00", local time.
 std::string TimeText(std::time_t time);
 

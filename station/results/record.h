@@ -26,6 +26,7 @@ enum class StoredVerdict : std::uint8_t {
   Aborted = 6,
   Interrupted = 7,  // the program that ran it ended without an end of the run
   Running = 8,
+  OutputLost = 9,
 };
 
 StoredVerdict ToStored(Verdict verdict);

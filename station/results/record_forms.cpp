@@ -87,13 +87,15 @@ StoredVerdict ToStored(Verdict verdict) {
       return StoredVerdict::PlanWrong;
     case Verdict::Aborted:
       return StoredVerdict::Aborted;
+    case Verdict::OutputLost:
+      return StoredVerdict::OutputLost;
   }
   return StoredVerdict::PlanWrong;
 }
 
 std::string StoredVerdictWord(StoredVerdict verdict) {
   constexpr const char* WORDS[] = {"skipped",    "passed",  "incomplete",  "device failure", "link failure",
-                                   "plan error", "aborted", "interrupted", "running"};
+                                   "plan error", "aborted", "interrupted", "running",        "output lost"};
   return WORDS[static_cast<std::size_t>(verdict)];
 }
 

@@ -79,13 +79,19 @@ constexpr const char* SLOTS[] = {
     "DROP INDEX measurements_trend",
 };
 
+constexpr const char* LOST_OUTPUT[] = {
+    "INSERT INTO verdicts (code, word) VALUES (9, 'output lost')",
+};
+
 struct Migration {
   const char* const* statements;
   std::size_t count;
 };
 
-constexpr Migration MIGRATIONS[] = {
-    {RUNS, std::size(RUNS)}, {NUMBERS, std::size(NUMBERS)}, {SLOTS, std::size(SLOTS)}};
+constexpr Migration MIGRATIONS[] = {{RUNS, std::size(RUNS)},
+                                    {NUMBERS, std::size(NUMBERS)},
+                                    {SLOTS, std::size(SLOTS)},
+                                    {LOST_OUTPUT, std::size(LOST_OUTPUT)}};
 
 std::string Worded(const Connection& connection, std::string statement) {
   const std::pair<std::string_view, const char*> words[] = {{"{key}", connection.CountedKey()},

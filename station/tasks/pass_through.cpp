@@ -84,7 +84,7 @@ class Relay {
   bool Turn(std::chrono::milliseconds limit) {
     const bool reading = !leaving_ && pending_.empty();
     std::array<pollfd, 2> waiting = {{
-        {link_.Number(), static_cast<short>(POLLIN | (pending_.empty() ? 0 : POLLOUT)), 0},
+        link_.Polled(static_cast<short>(POLLIN | (pending_.empty() ? 0 : POLLOUT))),
         {reading ? STDIN_FILENO : -1, POLLIN, 0},
     }};
     const int ready = poll(waiting.data(), waiting.size(), static_cast<int>(limit.count()));

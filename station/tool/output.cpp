@@ -6,16 +6,13 @@
 
 #include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
+#include "station/report/report.h"
 
 namespace station {
 
 namespace {
 
 using nlohmann::ordered_json;
-
-double Milliseconds(std::chrono::microseconds time) {
-  return static_cast<double>(time.count()) / 1000;
-}
 
 ordered_json Describe(const Operation& operation, const std::string& port) {
   return {{"command", operation.words}, {"port", port}};

@@ -1,6 +1,11 @@
 // Ports, time-outs and exit statuses.
+#include <arpa/inet.h>
+#include <fmt/format.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
+#include <csignal>
 #include <nlohmann/json.hpp>
 
 #include "station/link/session.h"
@@ -88,6 +93,41 @@ TEST(Link, PortsThatCannotBeUsed) {
   ExpectFailure(RunTool({"--port", "tcp:localhost", "ping"}), 2, "is not tcp:HOST:PORT");
   // Port 1 of the loopback has no listener.
   ExpectFailure(RunTool({"--port", "tcp:127.0.0.1:1", "ping"}), 3, "cannot connect to 127.0.0.1:1");
+}
+
+// A listener whose queue is full does not answer: the connection hangs.
+TEST(Link, ASignalEndsAConnectionThatHangs) {
+  const posix::FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const posix::FileDescriptor waiting(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  auto* const where = reinterpret_cast<sockaddr*>(&address);
+  ASSERT_EQ(bind(listener.Get(), where, size), 0);
+  ASSERT_EQ(listen(listener.Get(), 0), 0);
+  ASSERT_EQ(getsockname(listener.Get(), where, &size), 0);
+  ASSERT_EQ(connect(waiting.Get(), where, size), 0);
+
+  const std::string number = TemporaryFile("number", "");
+  const std::string plan =
+      TemporaryFile("plan.json", R"({"steps": [{"command": "ping"}, {"command": "ping"}]})");
+  const std::string connecting = fmt::format("0100007F:{:04X} 02 ", ntohs(address.sin_port));
+  bool sent = false;
+  const ToolResult result =
+      RunProgram({"sh", "-c", "echo $$ > " + number + "; exec \"$@\"", "sh", PHONETEST_PROGRAM, "--port",
+                  fmt::format("tcp:127.0.0.1:{}", ntohs(address.sin_port)), "--json", "run", plan},
+                 "/dev/null", [&](const ToolResult&) {
+                   if (sent || ReadFile("/proc/net/tcp").find(connecting) == std::string::npos) return;
+                   kill(std::stoi(ReadFile(number)), SIGINT);
+                   sent = true;
+                 });
+  EXPECT_TRUE(sent);
+  EXPECT_EQ(result.status, 6) << result.output << result.errors;
+  const auto report = nlohmann::json::parse(result.output);
+  EXPECT_EQ(report["verdict"], "aborted");
+  EXPECT_EQ(report["steps"][0]["message"], "ended by Ctrl-C or a signal");
+  EXPECT_EQ(report["steps"][1]["verdict"], "skipped");
 }
 
 TEST(Link, LeavesThePortRawAndWithoutHangUp) {

@@ -96,6 +96,30 @@ TEST(SerialServer, ThatRefusesIsNotUsed) {
   }
 }
 
+// Nothing is sent while the server has suspended it.
+TEST(SerialServer, SuspendsAndResumesWhatIsSent) {
+  const std::string suspend = "FFFA2C6CFFF0", resume = "FFFA2C6DFFF0", ping = Repeat("00", 8);
+  const Turn offer = {"FFFB2CFFFB00FFFB03FFFD00FFFD03", "FFFD2CFFFD00FFFB00"};
+  const Turn settings = {"FFFA2C010001C200FFF0FFFA2C0208FFF0FFFA2C0301FFF0FFFA2C0401FFF0FFFA2C0501FFF0",
+                         "FFFA2C650001C200FFF0FFFA2C6608FFF0FFFA2C6701FFF0FFFA2C6801FFF0FFFA2C6901FFF0"};
+  const Turn lines = {"FFFA2C0508FFF0FFFA2C050BFFF0FFFA2C0C03FFF0", "FFFA2C7003FFF0" + suspend};
+  const auto run = [](ScriptedPhone& server, const std::string& time) {
+    return RunTool({"--port", "rfc2217" + server.Port().substr(3), "--timeout", time, "ping"});
+  };
+  ScriptedPhone stopped({offer, settings, lines}, ScriptedPhone::Kind::TcpPort);
+  const ToolResult refused = run(stopped, "300");
+  EXPECT_EQ(refused.status, 3);
+  EXPECT_NE(refused.errors.find("the server has suspended it"), std::string::npos) << refused.errors;
+  EXPECT_EQ(stopped.Difference(), "");
+
+  ScriptedPhone resumed(
+      {offer, settings, lines, {"", resume, std::chrono::milliseconds(100)}, {ping, "01000000"}},
+      ScriptedPhone::Kind::TcpPort);
+  const ToolResult passed = run(resumed, "60000");
+  EXPECT_EQ(passed.status, 0) << passed.errors;
+  EXPECT_EQ(resumed.Difference(), "");
+}
+
 // A server that is connected and says nothing.
 TEST(SerialServer, ASignalEndsTheWaitForIt) {
   const std::string number = TemporaryFolder() + "/number";

@@ -21,7 +21,8 @@ namespace fs = std::filesystem;
 class Phone {
  public:
   explicit Phone(const std::string& suffix = "") : name_("test-" + std::to_string(getpid()) + suffix) {
-    const ToolResult started = RunProgram({PHONESIM_PROGRAM, "--name", name_, "--no-waiting", "start"});
+    const ToolResult started = RunProgram({PHONESIM_PROGRAM, "--name", name_, "--no-waiting", "--ends-with",
+                                           std::to_string(getpid()), "start"});
     EXPECT_EQ(started.status, 0) << started.errors;
     const std::string label = "host port: ";
     const std::size_t at = started.output.find(label) + label.size();
@@ -389,6 +390,14 @@ TEST(SimulatedPhone, CampaignFindsThePlansHoles) {
   EXPECT_EQ(resumed["faults"][0].value("seconds", 0.0), results["faults"][0].value("seconds", 1.0))
       << "what was tried before is not tried again";
   EXPECT_NE(ReadFile(report + "/campaign.html").find("The plan reads the clock once."), std::string::npos);
+
+  // A plan that takes too long on a phone with a fault is ended.
+  TemporaryFile("card.json", R"({"steps": [
+      {"name": "Card", "command": "memory-card", "retries": 1, "retry-wait": 300}]})");
+  const ToolResult late = campaign({"--only", "card remove", "--time-limit", "1"});
+  EXPECT_LT(late.took.count(), 200);
+  const auto fault = nlohmann::json::parse(late.output)["faults"][0];
+  EXPECT_EQ(fault["steps"][0]["verdict"], "LATE") << late.output;
 }
 
 TEST(SimulatedPhone, GivesTheSameAnswersToAReplay) {
