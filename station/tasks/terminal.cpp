@@ -99,6 +99,12 @@ bool TerminalOperator::Answers(const std::string& step) const {
   return every_ || by_step_.contains(step);
 }
 
+std::vector<std::string> TerminalOperator::AnsweredSteps() const {
+  std::vector<std::string> steps;
+  for (const auto& [step, reply] : by_step_) steps.push_back(step);
+  return steps;
+}
+
 void TerminalOperator::Ask(const std::string& phone, const std::string& step,
                            std::chrono::milliseconds time_limit, Answer& answer) {
   if (source_.empty()) {

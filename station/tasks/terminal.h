@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace station {
 
@@ -75,6 +76,8 @@ class TerminalOperator : public Operator {
   bool Answers(const std::string& step) const override;
   void Ask(const std::string& phone, const std::string& step, std::chrono::milliseconds time_limit,
            Answer& answer) override;
+  // Those that the answers' file names.
+  std::vector<std::string> AnsweredSteps() const;
 
  private:
   Answer::Reply AskAtTerminal(const std::string& question, std::chrono::milliseconds time_limit);

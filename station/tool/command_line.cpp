@@ -186,8 +186,8 @@ void DescribeCommandLine(CLI::App& app, Invocation& invocation) {
   // Last, since subcommands inherit what is set before them.
   app.footer(
       "Exit status: 0 passed, 1 the phone reports a failure, 2 wrong usage, 3 no answer or no port, 4 error "
-      "in a plan, 5 a plan is incomplete: steps were not run for want of a value, 6 aborted by Ctrl-C or a "
-      "signal, 7 output was lost. If several apply to a plan, 7 wins, then 6, 4, 3, 1 and 5.");
+      "in a plan, 5 a plan is incomplete: steps were not run because a value is missing, 6 aborted by Ctrl-C "
+      "or a signal, 7 output was lost. If several apply to a plan, 7 wins, then 6, 4, 3, 1 and 5.");
 }
 
 ExitStatus Refuse(const std::string& reason) {

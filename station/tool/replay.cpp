@@ -54,6 +54,7 @@ class Player {
     came.resize(link_.Receive(came, Clock::now() + order_.answer_time.value_or(pause + GRACE)));
     result_.received += came.size();
     answer_ = event.bytes;
+    order_.ignored.Equate(sent_.bytes, event.bytes, came);
     if (came == event.bytes) return;
     Tell(event.line, event.remark, "", ExplainDifference(sent_.bytes, event.bytes, came));
   }

@@ -8,6 +8,7 @@
 #include "station/commands/errors.h"
 #include "station/link/link.h"
 #include "station/tool/answer_difference.h"
+#include "station/tool/ignored_fields.h"
 
 namespace station {
 
@@ -15,6 +16,7 @@ struct ReplayOrder {
   std::string trace_file;
   std::chrono::milliseconds longest_pause;               // longer recorded pauses are shortened to this
   std::optional<std::chrono::milliseconds> answer_time;  // instead of the recorded time plus a reserve
+  IgnoredFields ignored = {};
 };
 
 struct ReplayResult {

@@ -1,6 +1,7 @@
 #include "station/tool/run_plan.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +20,7 @@
 #include "station/results/plan_numbers.h"
 #include "station/results/run_recorder.h"
 #include "station/tasks/terminal.h"
+#include "station/tool/check_plan.h"
 #include "station/tool/line_rules.h"
 #include "station/tool/simulated_executable.h"
 
@@ -85,7 +87,7 @@ PlanResult RunOnPhone(const PlanOrder& order, OnePhone& one, Operator& person, R
     one.recorder = std::make_unique<RunRecorder>(*order.results, start);
     control.finished = [&](std::size_t step, const StepResult& done) {
       one.recorder->Add(StepOf(step, done));
-      recorded = step + 1;
+      recorded = std::max(recorded, step + 1);  // a program in the background comes a second time
     };
   }
   const PhoneRun::Options options = OptionsOf(order, one.phone.Port());
@@ -137,14 +139,15 @@ std::vector<PlanResult> RunOnAllPhones(const PlanOrder& order, std::list<OnePhon
   return results;
 }
 
-void CheckOperator(const Plan& plan, const Operator& person, const std::string& answers) {
+void CheckOperator(const Plan& plan, const TerminalOperator& person, const std::string& answers) {
+  if (!answers.empty()) {
+    const std::vector<std::string> mistakes = MistakesInAnswers(plan, person, answers);
+    if (!mistakes.empty()) throw UsageError(fmt::format("{}", fmt::join(mistakes, "\n")));
+    return;
+  }
   for (std::size_t i = 0; i < plan.steps.size(); ++i) {
     if (plan.steps[i].kind != Step::Kind::Question || !plan.steps[i].wanted) continue;
     if (person.Answers(plan.steps[i].name)) continue;
-    if (!answers.empty()) {
-      throw UsageError(
-          fmt::format("{} has no answer for step {} \"{}\"", answers, i + 1, plan.steps[i].name));
-    }
     throw PlanError(
         fmt::format("step {} \"{}\" asks the operator, and there is no terminal: use --answers to "
                     "say what is answered",

@@ -45,6 +45,7 @@ ExitStatus Run(const Settings& settings, Given& given) {
     const PlanQuestion question = {.plan_file = FindPlan(OnlyText(given, "plan")),
                                    .variables = ParseAssignments("--set", given["set"]),
                                    .port = settings.ports.empty() ? "" : settings.ports.front(),
+                                   .answers = OnlyText(given, "answers"),
                                    .json = settings.json};
     return check ? CheckPlan(question) : ListPlan(question);
   }
@@ -80,13 +81,15 @@ std::chrono::milliseconds ParsePause(const std::string& text) {
 
 ExitStatus RunReplay(const Settings& settings, Given& given) {
   const std::chrono::milliseconds longest_pause = ParsePause(OnlyText(given, "longest-pause", "10"));
+  const IgnoredFields ignored(given["ignore"]);
   const std::string port = ChosenPort(settings);
   ReadTrace(OnlyText(given, "trace"));  // a wrong file is told before the port is opened
   const std::unique_ptr<Trace> trace = OpenTrace(settings, port);
   Link link(port, trace.get());
   const ReplayResult result = Replay(link, {.trace_file = OnlyText(given, "trace"),
                                             .longest_pause = longest_pause,
-                                            .answer_time = settings.answer_time});
+                                            .answer_time = settings.answer_time,
+                                            .ignored = ignored});
   const bool same = result.difference.empty();
   if (settings.json) {
     nlohmann::ordered_json json = {{"result", same ? "same" : "different"},
@@ -141,7 +144,8 @@ const std::vector<ToolCommand>& ToolCommands() {
          {{Kind::Positional, "plan", "plan: a file (JSON with comments), or the name of an installed one",
            "PLAN"},
           {Kind::Repeated, "set", "set a variable of the plan", "NAME=VALUE"},
-          {Kind::Flag, "check", "only check the plan: tell its mistakes, and touch no phone"},
+          {Kind::Flag, "check",
+           "only check the plan, and the answers if given: tell the mistakes, and touch no phone"},
           {Kind::Flag, "list", "only list the plan's steps with their limits, and touch no phone"},
           {Kind::Text, "answers",
            "answer the plan's questions for a script: pass, fail, or a JSON file of these by the steps' "
@@ -171,7 +175,12 @@ const std::vector<ToolCommand>& ToolCommands() {
          {{Kind::Positional, "trace", "trace file", "FILE"},
           {Kind::Text, "longest-pause",
            "longest pause between two commands, in seconds; longer recorded pauses are shortened [10]",
-           "SECONDS"}},
+           "SECONDS"},
+          {Kind::Repeated, "ignore",
+           "do not compare this field of an answer, which time changes, such as \"clock get.time\"; without "
+           "a "
+           "field the whole answer",
+           "COMMAND.FIELD"}},
          RunReplay},
         ServeCommand(),
         {"ports",

@@ -549,6 +549,12 @@ TEST(Plans, MistakesAreFoundBeforeAnythingIsSent) {
        {},
        2,
        "has no answer for step 2"},
+      {"an answer to no question",
+       Steps(ping + R"({"name": "Shines", "question": "Does it shine?"})"),
+       {"--answers", TemporaryFile("more.json", R"({"Shines": "pass", "Shine": "pass"})")},
+       {},
+       2,
+       "answers \"Shine\", which is no question of the plan; did you mean Shines?"},
       {"an answer that is none",
        Steps(R"({"command": "ping"})"),
        {"--answers", TemporaryFile("wrong.json", R"({"A": "perhaps"})")},
@@ -586,6 +592,29 @@ TEST(Plans, AreCheckedAndListedWithoutAPhone) {
   ASSERT_EQ(mistakes.size(), std::size(beginnings)) << mistakes;
   for (std::size_t i = 0; i < mistakes.size(); ++i)
     EXPECT_EQ(mistakes[i].get<std::string>().find(beginnings[i]), 0u);
+
+  // The answers are checked too: whether they can be read, and whether they fit.
+  const std::string asking = TemporaryFile("asking.json", Steps(R"({"name": "Shines", "question": "?"})"));
+  const struct {
+    std::string answers;
+    std::string told;
+  } files[] = {
+      {"/no/answers", "/no/answers"},
+      {TemporaryFile("list.json", "[]"), "is not a JSON object of answers"},
+      {TemporaryFile("perhaps.json", R"({"Shines": "perhaps"})"), "is not pass or fail"},
+      {TemporaryFile("none.json", "{}"), "has no answer for step 1 \"Shines\""},
+      {TemporaryFile("other.json", R"({"Shines": "pass", "Shime": "fail"})"), "did you mean Shines?"}};
+  for (const auto& file : files) {
+    const ToolResult refused = RunTool({"run", "--check", asking, "--answers", file.answers});
+    EXPECT_EQ(refused.status, 2) << file.answers;
+    EXPECT_NE(refused.errors.find(file.told), std::string::npos) << refused.errors;
+  }
+  const ToolResult listed_mistakes =
+      RunTool({"--json", "run", "--check", asking, "--answers", files[3].answers});
+  EXPECT_EQ(listed_mistakes.status, 2);
+  EXPECT_EQ(nlohmann::json::parse(listed_mistakes.output)["mistakes"].size(), 1u);
+  EXPECT_EQ(RunTool({"run", "--check", asking, "--answers", "fail"}).status, 0);
+  EXPECT_EQ(RunTool({"run", "--check", asking}).status, 0) << "nobody is asked yet";
 
   for (const char* plan : {PLANS "/quick.json", PLANS "/service.json"})
     EXPECT_NE(RunTool({"run", "--check", plan}).output.find(": no mistake in "), std::string::npos);
@@ -761,6 +790,34 @@ TEST(Plans, ReportsHoldEverything) {
       suite.find_child_by_attribute("testcase", "name", "Blemish").child_value("system-out");
   EXPECT_NE(blemish.find(" ...\n"), std::string::npos);
   EXPECT_LT(blemish.size(), 2000u) << "a long answer is only in the other reports";
+}
+
+// The disk is full: the record says so in words that go with the exit status, and the plan cleans up.
+TEST(Plans, AStepThatLosesItsFileSaysSo) {
+  const fs::path folder = fs::path(TemporaryFolder()) / "lost";
+  const std::string plan = TemporaryFile("plan.json", R"({"steps": [
+    {"name": "Kept", "command": "factory-info read", "arguments": {"file": "/dev/full"}, "retries": 2},
+    {"command": "ping"}, {"command": "ping", "always": true}]})");
+  ScriptedPhone phone({{"1100000000000000", ZERO + Repeat("00", 128)}, PING});
+  const ToolResult result = RunTool({"--port", phone.Port(), "--json", "run", plan, "--report", folder});
+  EXPECT_EQ(result.status, 7);
+  EXPECT_EQ(result.errors, "phonetest: cannot write /dev/full: No space left on device\n");
+  EXPECT_EQ(phone.Difference(), "");
+  const auto report = nlohmann::json::parse(result.output);
+  EXPECT_EQ(report["verdict"], "output lost");
+  EXPECT_EQ(report["steps"][0]["verdict"], "output lost");
+  EXPECT_EQ(report["steps"][0]["message"], "cannot write /dev/full: No space left on device");
+  EXPECT_EQ(report["steps"][2]["verdict"], "passed");
+  ExpectRecord(folder / "report.json");
+  EXPECT_NE(ReadFile(folder / "report.xml").find("type=\"output\""), std::string::npos);
+  EXPECT_NE(ReadFile(folder / "report.xml").find("errors=\"1\""), std::string::npos);
+
+  ScriptedPhone untouched({});
+  const ToolResult no_trace = RunTool({"--port", untouched.Port(), "--trace", "/no/trace", "run", plan});
+  EXPECT_EQ(no_trace.status, 7);
+  EXPECT_NE(no_trace.output.find("OUTPUT LOST: 0 passed, 1 whose file is lost, 2 not run"), std::string::npos)
+      << no_trace.output;
+  EXPECT_EQ(untouched.Difference(), "");
 }
 
 TEST(Plans, APageShowsAPictureOnceAndNoPathThatIsGone) {

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <sstream>
 #include <thread>
 
 #include "station/results/running.h"
@@ -211,6 +212,20 @@ TEST_P(Results, RunsWithoutADatabaseAreHandedInOnceAndInOrder) {
   fs::path killed;
   for (const auto& entry : fs::directory_iterator(Spool())) killed = std::max(killed, entry.path());
   EXPECT_EQ(RunProgram({"touch", "-d", "@1600000000", killed.string()}).status, 0);
+  // A program in the background is told of again when it has failed, and nothing else is.
+  const std::string beside = PlanFile(
+      R"({"program": ["sh", "-c", "exit 4"], "background": true}, {"command": "ping"}, {"wait": 0})");
+  EXPECT_EQ(Run(beside, {PING}, "SN2").status, 1);
+  std::string told;
+  for (const auto& entry : fs::directory_iterator(Spool())) {
+    std::istringstream lines(ReadFile(entry.path()));
+    if (lines.str().find("\"SN2\"") == std::string::npos) continue;
+    for (std::string line; std::getline(lines, line);) {
+      const json step = json::parse(line).value("step", json::object());
+      if (step.contains("number")) told += step["number"].dump() + " ";
+    }
+  }
+  EXPECT_EQ(told, "1 2 3 1 ");
   const fs::path copies = TemporaryFolder() + "/copies";
   fs::copy(Spool(), copies);
   BringBack();
@@ -452,13 +467,17 @@ TEST_P(Results, AnOlderDatabaseIsMigratedAndANewerOneIsLeftAlone) {
   Sql("DROP TABLE numbers; DROP TABLE number_ranges; DROP TABLE pools; ALTER TABLE runs DROP COLUMN slot; "
       "CREATE INDEX measurements_judged ON measurements (run, definition, value); "
       "CREATE INDEX measurements_trend ON measurements (definition, run, value); "
-      "DELETE FROM schema_versions WHERE version > 1");
+      "DELETE FROM schema_versions WHERE version > 1; DELETE FROM verdicts WHERE code = 9");
   EXPECT_EQ(Tool({"numbers", "add", "identity", "00499901064000"}).status, 0);
   const json migrated = Json({"history", "SN1"});
   ASSERT_EQ(migrated.size(), 1u);
   EXPECT_EQ(migrated[0]["slot"], "");
   EXPECT_EQ(migrated[0]["verdict"], "passed");
-  EXPECT_EQ(Sql("SELECT count(*) FROM schema_versions"), "3");
+  EXPECT_EQ(Sql("SELECT count(*) FROM schema_versions"), "4");
+  const std::string lost =
+      PlanFile(R"({"command": "factory-info read", "arguments": {"file": "/dev/full"}})");
+  EXPECT_EQ(Run(lost, {{"1100000000000000", "00000000" + Repeat("00", 128)}}, "SN1").status, 7);
+  EXPECT_EQ(Json({"history", "SN1"})[1]["verdict"], "output lost");
   Sql("INSERT INTO schema_versions (version, applied) VALUES (99, 0)");
   const ToolResult newer = Tool({"history", "SN1"});
   EXPECT_EQ(newer.status, 2);

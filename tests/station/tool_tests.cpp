@@ -56,6 +56,32 @@ TEST(Traces, AreReplayedAndCompared) {
             std::string::npos)
       << different.errors;
 
+  // A field that time changes is left out by the command's words or by its name in the trace, and no other
+  // is.
+  const std::string clock = TemporaryFile("clock-plan.json", R"({"steps": [{"command": "clock get"}]})");
+  const std::string times = TemporaryFile("clock-trace", "");
+  const auto read = [](const std::string& status, const std::string& hour) {
+    return Turn{"2E00000000000000", status +
+                                        "D6070000"
+                                        "01000000"
+                                        "0F000000" +
+                                        hour + Repeat("00", 8)};
+  };
+  ScriptedPhone recorded({read("00000000", "08000000")});
+  EXPECT_EQ(RunTool({"--port", recorded.Port(), "--trace", times, "run", clock}).status, 0);
+  const auto replay = [&](const Turn& turn, const std::string& ignored) {
+    ScriptedPhone phone({turn});
+    return RunTool({"--port", phone.Port(), "replay", times, "--ignore", ignored});
+  };
+  for (const char* field : {"clock get.time", "clock get", "read clock.time"})
+    EXPECT_EQ(replay(read("00000000", "09000000"), field).status, 0) << field;
+  EXPECT_EQ(replay(read("00000000", "09000000"), "clock get.status").status, 1);
+  EXPECT_EQ(replay(read("F0D8FFFF", "09000000"), "clock get.time").status, 1);
+  const ToolResult unknown = replay(read("00000000", "09000000"), "clock get.tim");
+  EXPECT_EQ(unknown.status, 2);
+  EXPECT_NE(unknown.errors.find("has no field \"tim\"; did you mean time?"), std::string::npos)
+      << unknown.errors;
+
   ScriptedPhone shorter({PING, NOTHING, {KEY.expected, "0011"}});
   const ToolResult cut = RunTool({"--port", shorter.Port(), "--timeout", "1000", "replay", trace});
   EXPECT_EQ(cut.status, 1);
