@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "station/commands/errors.h"
+#include "station/plan/json_fields.h"
 #include "station/plan/variable_checks.h"
 
 namespace station {
@@ -12,18 +13,6 @@ namespace station {
 namespace {
 
 using nlohmann::json;
-
-std::string Text(const json& object, const char* key, const std::string& fallback = "") {
-  const json value = object.value(key, json(fallback));
-  if (!value.is_string()) throw PlanError(fmt::format("\"{}\" is not a text", key));
-  return value;
-}
-
-bool YesOrNo(const json& object, const char* key) {
-  const json value = object.value(key, json(false));
-  if (!value.is_boolean()) throw PlanError(fmt::format("\"{}\" must be true or false", key));
-  return value;
-}
 
 std::vector<std::string> Names(const json& object, const char* key) {
   const json value = object.value(key, json::array());
@@ -42,7 +31,7 @@ PlanVariable ReadVariable(const std::string& name, const json& declaration) {
   const bool required = declaration.value("required", json(false)) == json(true);
   const bool drawn = declaration.contains("draw");
   return {.name = name,
-          .help = Text(declaration, "help"),
+          .help = TextAt(declaration, "help"),
           .declaration = declaration,
           .needed = !drawn && (fallback.is_null() || (required && fallback == json("")))};
 }
@@ -64,11 +53,11 @@ LineRules ReadLineRules(const json& rules, const json& variables) {
     if (std::ranges::find(KNOWN, key) == std::end(KNOWN))
       throw PlanError(fmt::format("\"line\": unknown key \"{}\"", key));
   }
-  LineRules read{.serial = Text(rules, "serial"),
-                 .serial_pattern = Text(rules, "serial-pattern"),
+  LineRules read{.serial = TextAt(rules, "serial"),
+                 .serial_pattern = TextAt(rules, "serial-pattern"),
                  .requires_plans = Names(rules, "requires"),
                  .settings = Names(rules, "settings"),
-                 .asks_retest_reason = YesOrNo(rules, "retest-reason")};
+                 .asks_retest_reason = YesOrNo(rules, "retest-reason", false)};
   std::vector<std::string> named = read.settings;
   if (!read.serial.empty()) named.push_back(read.serial);
   for (const std::string& name : named) {
@@ -76,7 +65,7 @@ LineRules ReadLineRules(const json& rules, const json& variables) {
       throw PlanError(fmt::format("\"line\": the plan has no variable \"{}\"", name));
   }
   VariableFault({{"pattern", read.serial_pattern}}, "");  // throws if it is no regular expression
-  const std::string choice = Text(rules, "without-results", "refuse");
+  const std::string choice = TextAt(rules, "without-results", "refuse");
   if (choice != "refuse" && choice != "run") {
     throw PlanError("\"line\": \"without-results\" must be \"refuse\" or \"run\"");
   }
@@ -87,7 +76,7 @@ LineRules ReadLineRules(const json& rules, const json& variables) {
 PlanOutline ReadPlanOutline(const std::string& path) {
   try {
     const json description = ReadPlanFile(path);
-    PlanOutline outline{.name = Text(description, "name", path), .file = path};
+    PlanOutline outline{.name = TextAt(description, "name", path), .file = path};
     const json variables = description.value("variables", json::object());
     for (const auto& [name, declaration] : variables.items()) {
       outline.variables.push_back(ReadVariable(name, declaration));
