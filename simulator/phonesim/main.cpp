@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -212,95 +213,134 @@ int RunPhoneCommand(const CLI::App& app, const std::string& name, const std::vec
   return simulator::CommandPhone(name, words, deadline);
 }
 
-int RunProgram(int argc, char** argv) {
-  SessionOptions options;
-  bool no_server = false;
-  options.phone.server_arguments = SplitServerArguments(argc, argv);
-  options.phone.server = ProgramOfPhonesim("phonetestd");
+// What the command line asks for.
+struct Wish {
+  static constexpr uint64_t MIB = 1 << 20;
 
+  SessionOptions session = {};
+  std::string port = {};
+  uint64_t memory_mib = session.phone.limits.memory / MIB;
+  uint64_t disk_mib = session.phone.limits.disk / MIB;
+  bool no_server = false;
+  bool with_panel = false;
+  bool as_json = false;
+  bool as_manual = false;
+  std::string completion_kind = {};
+  simulator::JournalWish journal = {};
+  PanelWish panel = {};
+  std::function<int()> work = {};  // the command; empty without one
+
+  // Of the phone that a command goes to.
+  std::string PhoneName() const {
+    return session.name.empty() ? "phone" : session.name;
+  }
+};
+
+void AddPhoneOptions(CLI::App& app, Wish& wish) {
+  SessionOptions& session = wish.session;
+  app.add_option("--name", session.name, "the name of the phone, if several run")->type_name("PHONE");
+  app.add_option("--port", wish.port, "names the running phone by its serial port")->type_name("PORT");
+  app.add_option("--server", session.phone.server,
+                 "the server program, an ARM executable too (default: phonetestd beside phonesim, or the "
+                 "installed one)");
+  app.add_option("--sysroot", session.phone.sysroot,
+                 "a directory with the loader and libraries of an ARM server (default: the ARM compiler's)");
+  app.add_option("--state", session.phone.state_directory,
+                 "a directory that keeps the phone's files between boots");
+  app.add_option("--journal", session.journal_file,
+                 "a file for everything that happens; a JSON object in each line if its name ends in .json");
+  app.add_option("--link", session.phone.host_port_link,
+                 "a symbolic link to the host's end of the serial port");
+  app.add_option("--camera", session.camera_file, "a PNG or JPEG picture that the camera sees");
+  app.add_option("--lcd", session.lcd_file,
+                 "a PNG file for the LCD's last picture, written when the phone ends");
+  app.add_option("--most-tasks", session.phone.limits.tasks,
+                 "the phone ends above so many processes and threads")
+      ->capture_default_str();
+  app.add_option("--most-memory", wish.memory_mib, "the phone ends above so many MiB of memory in use")
+      ->check(CLI::Range(1, 1 << 20))
+      ->capture_default_str();
+  app.add_option("--most-disk", wish.disk_mib, "the phone ends above so many MiB of files")
+      ->check(CLI::Range(1, 1 << 20))
+      ->capture_default_str();
+  app.add_option("--ends-with", session.ends_with,
+                 "the phone, or the page, ends with this process of the PC, also if that is killed")
+      ->type_name("PROCESS")
+      ->check(CLI::PositiveNumber);
+  app.add_flag("--no-waiting", session.phone.instant_sleeps, "the phone's sleeps take no time");
+  app.add_flag("--no-server", wish.no_server, "starts a shell in the phone instead of the server");
+  app.add_flag("--verbose,-v", session.prints_journal, "prints everything that happens");
+}
+
+int StartAsWished(const Wish& wish) {
+  const int failure = StartInBackground(wish.session);
+  return failure == 0 && wish.with_panel ? BecomePanel(wish.panel, wish.session.name, true) : failure;
+}
+
+void AddPhoneCommands(CLI::App& app, Wish& wish) {
+  const auto add = [&](const char* word, const char* help, std::function<int()> work) {
+    return app.add_subcommand(word, help)->fallthrough()->callback([&wish, work = std::move(work)] {
+      wish.work = work;
+    });
+  };
+  CLI::App* start = add("start", "starts a phone in the background", [&] { return StartAsWished(wish); });
+  start->add_flag("--panel", wish.with_panel, "also shows the phone as a page; prints its address");
+  add("stop", "stops the phone", [&] { return simulator::StopPhone(wish.PhoneName()); });
+  add("status", "lists the phones that run", [&] {
+    return simulator::ShowPhones(wish.as_json);
+  })->add_flag("--json", wish.as_json, "as JSON, with the executable's SHA-256 and what confines the phone");
+  add("shell", "opens a shell in the phone", [&] { return simulator::ShellInPhone(wish.PhoneName()); });
+  CLI::App* journal = add("journal", "prints what has happened so far",
+                          [&] { return simulator::ShowJournal(wish.PhoneName(), wish.journal); });
+  journal->add_flag("--follow,-f", wish.journal.follow, "goes on with what happens from now on");
+  journal->add_flag("--json", wish.journal.as_json, "a JSON object in each line");
+  journal->add_option("--last", wish.journal.last, "leaves out what came before so many newest entries");
+  add("defects", "lists the commands that make the phone's devices defective, as JSON", [&] {
+    return simulator::CommandPhone(wish.PhoneName(), {"defects"},
+                                   posix::Deadline(simulator::CONTROL_TIME_OUT));
+  });
+  add("lcd",
+      "writes each changed picture of the LCD to standard output, at most 25 a second, as 240 x 320 "
+      "little-endian RGB565 pixels",
+      [&] { return simulator::FollowLcd(wish.PhoneName()); });
+  add("listen", "writes what the phone plays to standard output, as a WAV stream",
+      [&] { return simulator::Listen(wish.PhoneName()); });
+  add("restart",
+      "takes the battery out and puts it in: the phone boots anew, and what is in flash and on the card "
+      "stays",
+      [&] { return simulator::RestartPhone(wish.PhoneName()); });
+  CLI::App* panel = add("panel", "shows the phones that run as a page; prints its address",
+                        [&] { return BecomePanel(wish.panel, wish.session.name, false); });
+  for (CLI::App* command : {start, panel}) AddPanelOptions(*command, wish.panel);
+}
+
+void AddLists(CLI::App& app, Wish& wish) {
+  CLI::App* commands = app.add_subcommand("commands", "lists the commands that go to a phone");
+  commands->add_flag("--manual", wish.as_manual, "in the manual page's form");
+  commands->callback([&wish] { wish.work = [&wish] { return ShowCommands(wish.as_manual); }; });
+  CLI::App* completion = app.add_subcommand("completion", "prints the completion script for bash");
+  completion
+      ->add_option("kind", wish.completion_kind,
+                   "what the script asks for: prints the running phones or their ports instead")
+      ->check(CLI::IsMember({"phones", "ports"}));
+  completion->callback(
+      [&] { wish.work = [&app, &wish] { return ShowCompletion(app, wish.completion_kind); }; });
+}
+
+int RunProgram(int argc, char** argv) {
+  Wish wish;
+  SessionOptions& session = wish.session;
+  session.phone.server_arguments = SplitServerArguments(argc, argv);
+  session.phone.server = ProgramOfPhonesim("phonetestd");
   CLI::App app(
       "A simulated phone: boots the test-command server without hardware.\n"
       "Without a command it runs in the foreground until Ctrl-C; arguments after -- are the server's.\n"
       "A command that is not listed here goes to the running phone: `phonesim commands` shows them.");
   app.name("phonesim");
   app.set_version_flag("--version", fmt::format("phonesim {}", PROGRAM_VERSION), "print the version");
-  app.add_option("--name", options.name, "the name of the phone, if several run")->type_name("PHONE");
-  std::string port;
-  app.add_option("--port", port, "names the running phone by its serial port")->type_name("PORT");
-  app.add_option("--server", options.phone.server,
-                 "the server program, an ARM executable too (default: phonetestd beside phonesim, or the "
-                 "installed one)");
-  app.add_option("--sysroot", options.phone.sysroot,
-                 "a directory with the loader and libraries of an ARM server (default: the ARM compiler's)");
-  app.add_option("--state", options.phone.state_directory,
-                 "a directory that keeps the phone's files between boots");
-  app.add_option("--journal", options.journal_file,
-                 "a file for everything that happens; a JSON object in each line if its name ends in .json");
-  app.add_option("--link", options.phone.host_port_link,
-                 "a symbolic link to the host's end of the serial port");
-  app.add_option("--camera", options.camera_file, "a PNG or JPEG picture that the camera sees");
-  app.add_option("--lcd", options.lcd_file,
-                 "a PNG file for the LCD's last picture, written when the phone ends");
-  constexpr uint64_t MIB = 1 << 20;
-  auto& limits = options.phone.limits;
-  app.add_option("--most-tasks", limits.tasks, "the phone ends above so many processes and threads")
-      ->capture_default_str();
-  uint64_t memory = limits.memory / MIB;
-  app.add_option("--most-memory", memory, "the phone ends above so many MiB of memory in use")
-      ->check(CLI::Range(1, 1 << 20))
-      ->capture_default_str();
-  uint64_t disk = limits.disk / MIB;
-  app.add_option("--most-disk", disk, "the phone ends above so many MiB of files")
-      ->check(CLI::Range(1, 1 << 20))
-      ->capture_default_str();
-  app.add_option("--ends-with", options.ends_with,
-                 "the phone, or the page, ends with this process of the PC, also if that is killed")
-      ->type_name("PROCESS")
-      ->check(CLI::PositiveNumber);
-  app.add_flag("--no-waiting", options.phone.instant_sleeps, "the phone's sleeps take no time");
-  app.add_flag("--no-server", no_server, "starts a shell in the phone instead of the server");
-  app.add_flag("--verbose,-v", options.prints_journal, "prints everything that happens");
-  CLI::App* start = app.add_subcommand("start", "starts a phone in the background")->fallthrough();
-  CLI::App* stop = app.add_subcommand("stop", "stops the phone")->fallthrough();
-  CLI::App* status = app.add_subcommand("status", "lists the phones that run")->fallthrough();
-  bool as_json = false;
-  status->add_flag("--json", as_json, "as JSON, with the executable's SHA-256 and what confines the phone");
-  CLI::App* shell = app.add_subcommand("shell", "opens a shell in the phone")->fallthrough();
-  CLI::App* journal = app.add_subcommand("journal", "prints what has happened so far")->fallthrough();
-  CLI::App* defects =
-      app.add_subcommand("defects", "lists the commands that make the phone's devices defective, as JSON")
-          ->fallthrough();
-  CLI::App* commands = app.add_subcommand("commands", "lists the commands that go to a phone");
-  bool as_manual = false;
-  commands->add_flag("--manual", as_manual, "in the manual page's form");
-  CLI::App* completion = app.add_subcommand("completion", "prints the completion script for bash");
-  std::string kind;
-  completion
-      ->add_option("kind", kind, "what the script asks for: prints the running phones or their ports instead")
-      ->check(CLI::IsMember({"phones", "ports"}));
-  simulator::JournalWish journal_wish;
-  journal->add_flag("--follow,-f", journal_wish.follow, "goes on with what happens from now on");
-  journal->add_flag("--json", journal_wish.as_json, "a JSON object in each line");
-  journal->add_option("--last", journal_wish.last, "leaves out what came before so many newest entries");
-  CLI::App* lcd =
-      app.add_subcommand("lcd",
-                         "writes each changed picture of the LCD to standard output, at most 25 a second, as "
-                         "240 x 320 little-endian RGB565 pixels")
-          ->fallthrough();
-  CLI::App* listen =
-      app.add_subcommand("listen", "writes what the phone plays to standard output, as a WAV stream")
-          ->fallthrough();
-  CLI::App* restart =
-      app.add_subcommand("restart",
-                         "takes the battery out and puts it in: the phone boots anew, and what is in flash "
-                         "and on the card stays")
-          ->fallthrough();
-  PanelWish panel_wish;
-  bool with_panel = false;
-  start->add_flag("--panel", with_panel, "also shows the phone as a page; prints its address");
-  CLI::App* panel =
-      app.add_subcommand("panel", "shows the phones that run as a page; prints its address")->fallthrough();
-  for (CLI::App* command : {start, panel}) AddPanelOptions(*command, panel_wish);
+  AddPhoneOptions(app, wish);
+  AddPhoneCommands(app, wish);
+  AddLists(app, wish);
   app.prefix_command();
   const std::string mistyped = completion::Mistyped(app, {argv + 1, argv + argc}, std::nullopt);
   if (!mistyped.empty()) return RefuseUsage(mistyped);
@@ -310,34 +350,16 @@ int RunProgram(int argc, char** argv) {
     return ShowEnd(app, wrong);
   }
 
-  panel_wish.ends_with = options.ends_with;
-  limits.memory = memory * MIB;
-  limits.disk = disk * MIB;
-  if (no_server) options.phone.server.clear();
-  options.phone.echo_console = !*start && !no_server;
-  if (!port.empty()) options.name = simulator::PhoneAtPort(port);
-  const std::string name = options.name.empty() ? "phone" : options.name;
-  if (*start) {
-    const int failure = StartInBackground(options);
-    return failure == 0 && with_panel ? BecomePanel(panel_wish, options.name, true) : failure;
-  }
-  if (*panel) return BecomePanel(panel_wish, options.name, false);
-  if (*restart) return simulator::RestartPhone(name);
-  if (*lcd) return simulator::FollowLcd(name);
-  if (*listen) return simulator::Listen(name);
-  if (*stop) return simulator::StopPhone(name);
-  if (*status) return simulator::ShowPhones(as_json);
-  if (*shell) return simulator::ShellInPhone(name);
-  if (*defects) {
-    return simulator::CommandPhone(name, {"defects"}, posix::Deadline(simulator::CONTROL_TIME_OUT));
-  }
-  if (*commands) return ShowCommands(as_manual);
-  if (*completion) return ShowCompletion(app, kind);
-  if (*journal) return simulator::ShowJournal(name, journal_wish);
-  if (const std::vector<std::string> words = app.remaining(); !words.empty()) {
-    return RunPhoneCommand(app, name, words);
-  }
-  return no_server ? RunShellOnly(options) : RunInForeground(options);
+  wish.panel.ends_with = session.ends_with;
+  session.phone.limits.memory = wish.memory_mib * Wish::MIB;
+  session.phone.limits.disk = wish.disk_mib * Wish::MIB;
+  session.phone.echo_console = !app.got_subcommand("start") && !wish.no_server;
+  if (wish.no_server) session.phone.server.clear();
+  if (!wish.port.empty()) session.name = simulator::PhoneAtPort(wish.port);
+  if (wish.work) return wish.work();
+  const std::vector<std::string> words = app.remaining();
+  if (!words.empty()) return RunPhoneCommand(app, wish.PhoneName(), words);
+  return wish.no_server ? RunShellOnly(session) : RunInForeground(session);
 }
 
 int RunAndReport(int argc, char** argv) {

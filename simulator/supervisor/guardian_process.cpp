@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -215,15 +216,23 @@ void ServeLink() {
   }
 }
 
+void CloseFromTo(unsigned first, unsigned last) {
+  if (first > last || close_range(first, last, 0) == 0) return;
+  for (unsigned number = first; number <= std::min(last, 65535U); ++number) close(static_cast<int>(number));
+}
+
 // Closes everything else that came from the simulator. Otherwise another phone's link would never end.
 void KeepOnly(int& link, int& lock) {
+  // First of all, since the simulator may have used up all the numbers that a process may have.
+  const auto [lower, higher] = std::minmax(link, lock);
+  if (lower > 0) CloseFromTo(0, static_cast<unsigned>(lower) - 1);
+  CloseFromTo(static_cast<unsigned>(lower + 1), static_cast<unsigned>(higher) - 1);
+  CloseFromTo(static_cast<unsigned>(higher) + 1, ~0U);
   link = fcntl(link, F_DUPFD_CLOEXEC, LOWEST_OWN_NUMBER);
   lock = fcntl(lock, F_DUPFD_CLOEXEC, LOWEST_OWN_NUMBER);
   link = dup3(link, LOWEST_OWN_NUMBER - 1, O_CLOEXEC);
   lock = dup3(lock, LOWEST_OWN_NUMBER - 2, O_CLOEXEC);
-  if (close_range(LOWEST_OWN_NUMBER, ~0U, 0) != 0) {
-    for (int number = LOWEST_OWN_NUMBER; number < 65536; ++number) close(number);
-  }
+  CloseFromTo(LOWEST_OWN_NUMBER, ~0U);
   const int nothing = open("/dev/null", O_RDWR | O_CLOEXEC);
   // The phone gets none of them; its three standard descriptors are set in their places.
   for (int number = 0; number < LOWEST_OWN_NUMBER - 2; ++number) dup3(nothing, number, O_CLOEXEC);

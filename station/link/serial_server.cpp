@@ -116,7 +116,7 @@ void SerialServer::Await(const std::function<bool()>& done, Time deadline) {
                         ": the server does not answer as RFC 2217 has it; a raw one is tcp:HOST:PORT");
     }
     std::array<pollfd, 2> waiting = {
-        {{descriptor_.Get(), static_cast<short>(POLLIN | (replies_.empty() ? 0 : POLLOUT)), 0},
+        {{descriptor_.Get(), static_cast<short>(POLLIN | (replies_.empty() || suspended_ ? 0 : POLLOUT)), 0},
          {InterruptionDescriptor(), POLLIN, 0}}};
     poll(waiting.data(), waiting.size(), static_cast<int>(left));
     std::array<std::uint8_t, 512> room;

@@ -293,9 +293,14 @@ void Connection::StoreContent(const std::string& sha256, const std::string& cont
     Run(into + "decode(?, 'hex')) ON CONFLICT DO NOTHING", {sha256, size, digits});
     return;
   }
+  // The library takes an empty blob for no value.
+  if (content.empty()) {
+    Run(into + "x'') ON CONFLICT DO NOTHING", {sha256, size});
+    return;
+  }
   Guarded([&] {
     soci::blob blob(session_->session);
-    if (!content.empty()) blob.write(0, content.data(), content.size());
+    blob.write(0, content.data(), content.size());
     const long long bytes = size;
     session_->session << into + ":v2) ON CONFLICT DO NOTHING", soci::use(sha256), soci::use(bytes),
         soci::use(blob);

@@ -129,7 +129,11 @@ TEST_P(Results, ARunIsFoundAgainWithAllThatItHeld) {
                 .status,
             0);
   EXPECT_EQ(Run(plan, {Signal("19000000")}, "SN1", both).status, 1);
-  EXPECT_EQ(Run(plan, {Signal("0C000000")}, "SN2", {"--answers", "pass", "--attach", plan}).status, 0);
+  EXPECT_EQ(
+      Run(plan, {Signal("0C000000")}, "SN2", {"--answers", "pass", "--attach", TemporaryFile("empty", "")})
+          .status,
+      0);
+  EXPECT_EQ(Json({"history", "SN2", "--details", "1"})["attachments"][0]["bytes"], 0);
 
   const json runs = Json({"history", "SN1"});
   ASSERT_EQ(runs.size(), 2u);

@@ -65,7 +65,7 @@ TEST(Traces, AreReplayedAndCompared) {
                                         "D6070000"
                                         "01000000"
                                         "0F000000" +
-                                        hour + Repeat("00", 8)};
+                                        hour + Repeat("00", 16)};
   };
   ScriptedPhone recorded({read("00000000", "08000000")});
   EXPECT_EQ(RunTool({"--port", recorded.Port(), "--trace", times, "run", clock}).status, 0);
