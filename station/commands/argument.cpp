@@ -377,20 +377,26 @@ void CheckArgument(const Argument& argument, const std::string& text, bool insis
 
 std::string RangeText(const protocol::Range& range) {
   if (!IsStated(range)) return "";
-  const std::string text =
-      fmt::format("{} to {}{}{}", UnitsOf(range, range.lowest), UnitsOf(range, range.highest),
-                  *range.unit != 0 ? " " : "", range.unit);
-  if (range.other.finer == 1) return text;
-  return fmt::format("{}; \"NUMBER {}\" for a device that counts in 1/{} {}", text, range.other.unit,
-                     range.steps, range.other.unit);
+  return fmt::format("{} to {}{}{}", UnitsOf(range, range.lowest), UnitsOf(range, range.highest),
+                     *range.unit != 0 ? " " : "", range.unit);
 }
+
+namespace {
+
+std::string FinerText(const protocol::Range& range) {
+  const protocol::FinerSteps& other = range.other;
+  if (other.finer == 1) return "";
+  return fmt::format("; \"NUMBER {0}\" for a device that counts in 1/{1} {0}", other.unit, range.steps);
+}
+
+}  // namespace
 
 std::string AllowedText(const Argument& argument) {
   if (argument.kind == Argument::Kind::Moment) {
     return fmt::format("{} {}, or now", protocol::MOMENT_PARTS[0].name,
                        RangeText(protocol::MOMENT_PARTS[0].range));
   }
-  const std::string range = RangeText(argument.range);
+  const std::string range = RangeText(argument.range) + FinerText(argument.range);
   if (argument.choices.empty()) return range;
   if (argument.only_choices) return ChoiceNames(argument);
   return fmt::format("{}, or {}", ChoiceNames(argument), range.empty() ? "a number" : range);

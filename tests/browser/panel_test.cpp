@@ -1,7 +1,10 @@
 #include "tests/browser/panel_test.h"
 
+#include <unistd.h>
+
 #include <iterator>
 #include <sstream>
+#include <string>
 #include <vector>
 
 namespace {
@@ -22,7 +25,7 @@ Finished RunWith(std::vector<std::string> words, const std::string& more) {
 void PanelTest::SetUp() {
   if (!browser::MissingBrowser().empty()) GTEST_SKIP() << browser::MissingBrowser();
   name_ = "shown";
-  const Finished start = Phonesim(fmt::format("--no-waiting --ends-with {} start", getpid()));
+  const Finished start = Phonesim("--no-waiting --ends-with " + std::to_string(getpid()) + " start");
   ASSERT_EQ(0, start.status) << start.output;
   panel_ = std::make_unique<browser::RunningProgram>(
       std::vector<std::string>{PHONESIM_PROGRAM, "--name", name_, "panel"});
