@@ -93,8 +93,8 @@ std::string RangeText(const protocol::Range& range);
 // "off, or 0 to 7": all that the argument may be; empty if nothing is stated.
 std::string AllowedText(const Argument& argument);
 
-// A number in the range's unit: 98.5 for 1576 steps of 1/16, and for as many of the finer ones as make 98.5 too.
-// A tenth, if one is rounded to this number.
+// A number in the range's unit: 98.5 for 1576 steps of 1/16, and for as many of the finer ones as make 98.5
+// too. A tenth, if one is rounded to this number.
 double UnitsOf(const protocol::Range& range, std::int64_t number);
 
 // Shown in help for the value: "NUMBER", "AA:BB:CC:DD:EE:FF" and so on.
