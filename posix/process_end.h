@@ -1,4 +1,4 @@
-// Waiting for the end of a process that is nobody's child here.
+// Waiting for the end of a process that this program did not start.
 #pragma once
 
 #include <sys/syscall.h>

@@ -96,7 +96,7 @@ int StopPhone(const std::string& name) {
   PhoneRequest request(name, {"stop", "--wait"});
   Answer answer = request.TakeStatus();
   const posix::Deadline deadline(LONGEST_END);
-  // A phone in the background can tell nobody else what it could not write.
+  // A phone in the background has no output of its own: what it could not write is told here.
   answer = request.TakeText(std::move(answer), deadline);
   answer.output_lost = answer.good && !answer.text.empty();
   // The name is free again when the phone is gone.

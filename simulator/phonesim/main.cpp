@@ -102,7 +102,7 @@ int StartInBackground(const SessionOptions& options) {
       PrepareStart();
       Session session(std::exchange(next, std::nullopt).value());
       session.AwaitServer();
-      // Later it can be told to no one but `phonesim stop` and `phonesim status`.
+      // From now on, only `phonesim stop` and `phonesim status` can tell it.
       if (posix::IsOutputLost()) throw posix::OutputLost(posix::LostOutput().front());
       if (!session.Options().goes_on) ready(Greeting(session));
       session.Run();

@@ -93,7 +93,7 @@ void PlanNumbers::Settle(const Plan& plan, const PlanResult& result) {
   std::vector<Held> used;
   const RunEnd end = EndOf(result);
   for (const Held& held : fresh_) {
-    // A phone may have had it before, by a hand that nobody recorded.
+    // The phone may have had this number before, without a record of who wrote it.
     bool begun = end.identity == held.value || end.address == held.value;
     for (std::size_t i = 0; i < plan.steps.size() && i < result.steps.size(); ++i)
       begun = begun || (result.steps[i].attempts > 0 && plan.steps[i].variables.contains(held.variable));

@@ -75,7 +75,7 @@ SpooledLine ParseSpoolLine(const std::string& line) {
   } catch (const std::exception&) {
     return {};
   }
-  // Without these two, nobody can tell which run it is.
+  // Without these two it is not known which run this is.
   if (parsed.start && (parsed.start->uuid.empty() || parsed.start->plan.empty())) return {};
   return parsed;
 }

@@ -36,7 +36,7 @@ uint64_t EnvironmentNumber(const char* name, uint64_t otherwise);
 using Lines = std::vector<std::string>;
 Lines operator+(Lines left, const Lines& right);
 
-// The settings that the server gives every line it opens; the other fields keep the driver's values.
+// The server sets these fields on each line that it opens. The other fields keep the driver's values.
 void ExpectServersSettings(const termios& line);
 
 class PhoneTest : public testing::Test {
