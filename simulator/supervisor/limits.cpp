@@ -46,22 +46,21 @@ struct FileUsage {
   void AddTree(int parent, const char* name, unsigned most_files, int depth = 0) {
     too_deep = too_deep || depth > DEEPEST;
     if (too_deep) return;
-    const Directory directory = OpenListing(parent, name);
-    ForEachEntry(directory, [&](const char* entry) {
+    const Listing listing(parent, name);
+    listing.ForEachEntry([&](const char* entry) {
       struct stat status;
-      if (files > most_files || fstatat(dirfd(directory.get()), entry, &status, AT_SYMLINK_NOFOLLOW) != 0) {
-        return;
-      }
+      if (files > most_files) return;
+      if (fstatat(listing.Descriptor(), entry, &status, AT_SYMLINK_NOFOLLOW) != 0) return;
       Add(status);
-      if (S_ISDIR(status.st_mode)) AddTree(dirfd(directory.get()), entry, most_files, depth + 1);
+      if (S_ISDIR(status.st_mode)) AddTree(listing.Descriptor(), entry, most_files, depth + 1);
     });
   }
   // Files that are open and have no name any more still take their place.
   void AddNameless(pid_t process) {
-    const Directory directory = OpenListing(AT_FDCWD, fmt::format("/proc/{}/fd", process).c_str());
-    ForEachEntry(directory, [&](const char* entry) {
+    const Listing listing(AT_FDCWD, fmt::format("/proc/{}/fd", process).c_str());
+    listing.ForEachEntry([&](const char* entry) {
       struct stat status;
-      if (fstatat(dirfd(directory.get()), entry, &status, 0) != 0) return;
+      if (fstatat(listing.Descriptor(), entry, &status, 0) != 0) return;
       if (S_ISREG(status.st_mode) && status.st_nlink == 0) Add(status);
     });
   }

@@ -225,8 +225,8 @@ namespace {
 template <typename Use>
 unsigned ForEachChild(pid_t process, Use use) {
   unsigned threads = 0;
-  const Directory tasks = OpenListing(AT_FDCWD, fmt::format("/proc/{}/task", process).c_str());
-  ForEachEntry(tasks, [&](const char* thread) {
+  const Listing tasks(AT_FDCWD, fmt::format("/proc/{}/task", process).c_str());
+  tasks.ForEachEntry([&](const char* thread) {
     ++threads;
     const std::string children = ReadProcessFile(process, fmt::format("task/{}/children", thread));
     char* rest = nullptr;
