@@ -1,9 +1,12 @@
 #include "simulator/models/camera_scene.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
 #include <optional>
+
+#include "simulator/models/value_noise.h"
 
 namespace simulator {
 namespace {
@@ -16,16 +19,9 @@ struct Colour {
 constexpr Colour BLACK = {0.04, 0.04, 0.04};
 constexpr Colour WHITE = {0.95, 0.95, 0.95};
 
-// From 0 to 1, without order.
-double Random(uint32_t number) {
-  number = (number ^ number >> 16) * 0x7FEB352DU;
-  number = (number ^ number >> 15) * 0x846CA68BU;
-  return static_cast<double>(number ^ number >> 16) / 4294967296.0;
-}
-
 // One of the things in which a view differs from that of another seed: from -1 to 1, and 0 for seed 0.
 double Varied(uint32_t seed, uint32_t which) {
-  return seed == 0 ? 0 : 2 * Random(seed * 0x9E3779B9U + which) - 1;
+  return seed == 0 ? 0 : 2 * RandomValue(seed * 0x9E3779B9U + which) - 1;
 }
 
 double Radians(double degrees) {
@@ -146,36 +142,27 @@ std::optional<Colour> Patches(const Place& place) {
   return PATCHES[(patch + place.varied.seed) % std::size(PATCHES)];
 }
 
-// std::lerp judges special values first, which takes most of the time of a cloth.
-double Mix(double from, double to, double part) {
-  return from + part * (to - from);
-}
-
-// Random values at whole numbers, and smooth between them.
-double Noise(double x, double y, uint32_t seed) {
-  const auto column = static_cast<uint32_t>(x);
-  const auto row = static_cast<uint32_t>(y);
-  const auto smooth = [](double t) { return t * t * (3 - 2 * t); };
-  const double right = smooth(x - column);
-  const double below = smooth(y - row);
-  const auto corner = [seed](uint32_t c, uint32_t r) { return Random(c + r * 65599U + seed * 7919U); };
-  return Mix(Mix(corner(column, row), corner(column + 1, row), right),
-             Mix(corner(column, row + 1), corner(column + 1, row + 1), right), below);
-}
-
-std::optional<Colour> Cloth(const Place& place) {
-  constexpr double TOP = 0.62, BOTTOM = 0.78;
-  if (!IsWithin(place.down, TOP, BOTTOM)) return std::nullopt;
-  const double x = place.across * place.width / place.shorter_side;
-  const double y = place.down * place.height / place.shorter_side;
-  double light = 0;
-  double weight = 0.5;
-  for (const double threads : {20.0, 40.0, 80.0, 160.0, 320.0}) {
-    light += weight * Noise(x * threads, y * threads, place.varied.seed);
-    weight /= 2;
+class Cloth {
+ public:
+  std::optional<Colour> At(const Place& place) {
+    constexpr double TOP = 0.62, BOTTOM = 0.78;
+    if (!IsWithin(place.down, TOP, BOTTOM)) return std::nullopt;
+    const double x = place.across * place.width / place.shorter_side;
+    const double y = place.down * place.height / place.shorter_side;
+    double light = 0;
+    double weight = 0.5;
+    double threads = 20;  // along the shorter side
+    for (ValueNoise& noise : noises_) {
+      light += weight * noise.At(x * threads, y * threads, place.varied.seed);
+      weight /= 2;
+      threads *= 2;
+    }
+    return Colour{0.15 + 0.6 * light, 0.1 + 0.45 * light, 0.3 * light};
   }
-  return Colour{0.15 + 0.6 * light, 0.1 + 0.45 * light, 0.3 * light};
-}
+
+ private:
+  std::array<ValueNoise, 5> noises_;
+};
 
 Colour Wall(const Place& place) {
   const double t = (place.across + place.down) / 2;
@@ -183,42 +170,71 @@ Colour Wall(const Place& place) {
   return {Mix(0.62, 0.85, t) + added.red, Mix(0.75, 0.66, t) + added.green, Mix(0.92, 0.5, t) + added.blue};
 }
 
-Colour SceneColour(const Place& place) {
-  static constexpr Element ELEMENTS[] = {Corner, CornerStars, Lines, Star, SlantedSquare, Patches, Cloth};
-  for (const Element element : ELEMENTS) {
-    if (const auto colour = element(place)) return *colour;
+class Scene {
+ public:
+  Colour At(const Place& place) {
+    static constexpr Element ELEMENTS[] = {Corner, CornerStars, Lines, Star, SlantedSquare, Patches};
+    for (const Element element : ELEMENTS) {
+      if (const auto colour = element(place)) return *colour;
+    }
+    return cloth_.At(place).value_or(Wall(place));
   }
-  return Wall(place);
-}
 
-Colour CardColour(const Place& place) {
-  constexpr double GRAINS = 90;  // along the shorter side
-  const auto [cosine, sine] = place.varied.to_light;
-  const double towards_light = (place.across - 0.5) * cosine + (place.down - 0.5) * sine;
-  const double x = place.across * place.width / place.shorter_side;
-  const double y = place.down * place.height / place.shorter_side;
-  const double grain = Noise(x * GRAINS, y * GRAINS, place.varied.seed) - 0.5;
-  const double light = place.varied.light + 0.04 * towards_light + 0.012 * grain;
-  const double warmth = place.varied.warmth;
-  return {light * (1 + warmth), light, light * (1 - warmth)};
-}
+ private:
+  Cloth cloth_;
+};
+
+class Card {
+ public:
+  Colour At(const Place& place) {
+    constexpr double GRAINS = 90;  // along the shorter side
+    const auto [cosine, sine] = place.varied.to_light;
+    const double towards_light = (place.across - 0.5) * cosine + (place.down - 0.5) * sine;
+    const double x = place.across * place.width / place.shorter_side;
+    const double y = place.down * place.height / place.shorter_side;
+    const double grain = noise_.At(x * GRAINS, y * GRAINS, place.varied.seed) - 0.5;
+    const double light = place.varied.light + 0.04 * towards_light + 0.012 * grain;
+    const double warmth = place.varied.warmth;
+    return {light * (1 + warmth), light, light * (1 - warmth)};
+  }
+
+ private:
+  ValueNoise noise_;
+};
 
 uint8_t Level(double light) {
   return static_cast<uint8_t>(std::clamp(light, 0.0, 1.0) * 255 + 0.5);
 }
 
+// Where a pixel's middle lies along a side, and the square of its way from the side's middle.
+struct Along {
+  double place, from_middle_squared;
+};
+
+std::vector<Along> Side(unsigned length) {
+  std::vector<Along> side;
+  for (unsigned pixel = 0; pixel < length; ++pixel) {
+    const double place = (pixel + 0.5) / length;
+    side.push_back({place, (place - 0.5) * (place - 0.5)});
+  }
+  return side;
+}
+
 // Each pixel with its colour, under a light that falls off towards the corners.
-Picture Draw(unsigned width, unsigned height, uint32_t seed, Colour (*colour_at)(const Place&)) {
+template <typename View>
+Picture Draw(unsigned width, unsigned height, uint32_t seed) {
   Picture picture = {width, height, std::vector<uint8_t>(size_t{width} * height * 3)};
-  auto level = picture.levels.begin();
+  uint8_t* level = picture.levels.data();
   const Variation varied(seed);
+  const std::vector<Along> across = Side(width);
+  const std::vector<Along> down = Side(height);
+  const auto shorter_side = static_cast<double>(std::min(width, height));
+  View view;
   for (unsigned y = 0; y < height; ++y) {
     for (unsigned x = 0; x < width; ++x) {
-      const double across = (x + 0.5) / width;
-      const double down = (y + 0.5) / height;
-      const auto shorter_side = static_cast<double>(std::min(width, height));
-      const Colour colour = colour_at({x, y, across, down, width, height, shorter_side, varied});
-      const double fall_off = 1 - 0.5 * ((across - 0.5) * (across - 0.5) + (down - 0.5) * (down - 0.5));
+      const Colour colour =
+          view.At({x, y, across[x].place, down[y].place, width, height, shorter_side, varied});
+      const double fall_off = 1 - 0.5 * (across[x].from_middle_squared + down[y].from_middle_squared);
       for (const double light : {colour.red, colour.green, colour.blue}) {
         *level++ = Level(light * fall_off);
       }
@@ -230,11 +246,11 @@ Picture Draw(unsigned width, unsigned height, uint32_t seed, Colour (*colour_at)
 }  // namespace
 
 Picture DrawCameraScene(unsigned width, unsigned height, uint32_t seed) {
-  return Draw(width, height, seed, SceneColour);
+  return Draw<Scene>(width, height, seed);
 }
 
 Picture DrawCameraCard(unsigned width, unsigned height, uint32_t seed) {
-  return Draw(width, height, seed, CardColour);
+  return Draw<Card>(width, height, seed);
 }
 
 }  // namespace simulator

@@ -45,19 +45,33 @@ Format Accepted(const Format& own, const Format& wanted) {
   return format;
 }
 
-// The sensor's noise at a pixel, up to 4 levels of 255 either way, mostly little.
+constexpr int MOST_NOISE = 4;
+
+// The sensor's noise at a pixel, up to MOST_NOISE levels of 255 either way, mostly little.
 int NoiseAt(uint32_t pixel, uint32_t exposure, uint32_t seed) {
   uint32_t random = (pixel ^ exposure * 0x9E3779B9U ^ seed * 0x85EBCA6BU) * 0x7FEB352DU;
   random = (random ^ random >> 15) * 0x846CA68BU;
   return (static_cast<int>(random >> 24) + static_cast<int>(random >> 16 & 0xFF) - 255) / 60;
 }
 
-unsigned Field(int level, int largest) {
-  return static_cast<unsigned>((std::clamp(level, 0, 255) * largest + 127) / 255);
+// A colour's bits in a pixel, for each level with its noise.
+using ColourBits = std::array<uint16_t, 256 + 2 * MOST_NOISE>;
+
+constexpr ColourBits BitsOfColour(int largest, int shift) {
+  ColourBits bits = {};
+  for (int index = 0; index < static_cast<int>(bits.size()); ++index) {
+    const int level = std::clamp(index - MOST_NOISE, 0, 255);
+    bits[static_cast<size_t>(index)] = static_cast<uint16_t>((level * largest + 127) / 255 << shift);
+  }
+  return bits;
 }
 
-uint16_t Pack(int red, int green, int blue) {
-  return static_cast<uint16_t>(Field(red, 31) << 11 | Field(green, 63) << 5 | Field(blue, 31));
+constexpr ColourBits RED = BitsOfColour(31, 11), GREEN = BitsOfColour(63, 5), BLUE = BitsOfColour(31, 0);
+
+// `level` has the pixel's red, green and blue.
+uint16_t Pack(const uint8_t* level, int noise) {
+  const auto index = [=](int colour) { return static_cast<size_t>(level[colour] + noise + MOST_NOISE); };
+  return static_cast<uint16_t>(RED[index(0)] | GREEN[index(1)] | BLUE[index(2)]);
 }
 
 Picture PictureFile(const std::string& path) {
@@ -215,8 +229,7 @@ std::vector<uint16_t> CaptureDevice::Expose() {
   std::vector<uint16_t> pixels(levels.size() / 3);
   for (size_t pixel = 0; pixel < pixels.size(); ++pixel) {
     const int noise = shown_ ? 0 : NoiseAt(static_cast<uint32_t>(pixel), exposures_, seed_);
-    const uint8_t* level = &levels[pixel * 3];
-    pixels[pixel] = Pack(level[0] + noise, level[1] + noise, level[2] + noise);
+    pixels[pixel] = Pack(&levels[pixel * 3], noise);
   }
   return pixels;
 }

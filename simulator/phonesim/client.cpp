@@ -65,13 +65,11 @@ struct NamedFile {
 };
 
 // The phone itself says which word is a file's path.
-std::optional<NamedFile> FileNamedBy(const std::string& name, std::vector<std::string> words,
-                                     const posix::Deadline& deadline) {
-  words.insert(words.begin(), "file-word");
-  std::istringstream told(Ask(name, words, deadline).text);
+std::optional<NamedFile> FileNamedIn(const std::string& told) {
+  std::istringstream words(told);
   std::string opener;
   NamedFile file;
-  if (!(told >> opener >> file.place)) return std::nullopt;
+  if (!(words >> opener >> file.place)) return std::nullopt;
   file.is_callers = opener == FILE_OF_CALLER;
   return file;
 }
@@ -178,12 +176,13 @@ int ShowJournal(const std::string& name, const JournalWish& wish) {
   }
 }
 
-bool PhoneKnows(const std::string& name, const std::string& command, const posix::Deadline& deadline) {
-  return Ask(name, {"file-word", command}, deadline).good;
-}
-
-int CommandPhone(const std::string& name, std::vector<std::string> words, const posix::Deadline& deadline) {
-  const auto file = FileNamedBy(name, words, deadline);
+std::optional<int> TryCommand(const std::string& name, std::vector<std::string> words,
+                              const posix::Deadline& deadline) {
+  std::vector<std::string> question = words;
+  question.insert(question.begin(), "file-word");
+  const Answer known = Ask(name, question, deadline);
+  if (!known.good) return std::nullopt;
+  const auto file = FileNamedIn(known.text);
   std::string path;
   if (file) {
     std::string& word = words.at(file->place);
@@ -196,6 +195,11 @@ int CommandPhone(const std::string& name, std::vector<std::string> words, const 
   if (lost.empty()) return 0;
   posix::TellLostOutput(lost);
   return posix::OUTPUT_LOST_STATUS;
+}
+
+int CommandPhone(const std::string& name, const std::vector<std::string>& words,
+                 const posix::Deadline& deadline) {
+  return Show(Ask(name, words, deadline));
 }
 
 }  // namespace simulator

@@ -2,6 +2,7 @@
 // without end for a phone that does not answer.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,8 +33,15 @@ int ShowJournal(const std::string& name, const JournalWish& wish);
 int FollowLcd(const std::string& name);
 // To standard output until the phone ends: what it plays, as a WAV stream in the format of the first sound.
 int Listen(const std::string& name);
-// False if no phone of this name runs, or it does not answer until the deadline.
-bool PhoneKnows(const std::string& name, const std::string& command, const posix::Deadline& deadline);
-int CommandPhone(const std::string& name, std::vector<std::string> words, const posix::Deadline& deadline);
+// Without a status if no phone of this name runs, it does not know the command, or it does not answer until
+// the deadline: then nothing was done.
+std::optional<int> TryCommand(const std::string& name, std::vector<std::string> words,
+                              const posix::Deadline& deadline);
+// Sends the words as they are, and shows the answer.
+int CommandPhone(const std::string& name, const std::vector<std::string>& words,
+                 const posix::Deadline& deadline);
+// Runs the commands in the lines of a file, or of standard input ("-"), one after another until one fails.
+// "wait SECONDS" waits, and # starts a comment.
+int RunScript(const std::string& name, const std::string& file);
 
 }  // namespace simulator

@@ -206,10 +206,9 @@ std::vector<std::string> SplitServerArguments(int& argc, char** argv) {
 int RunPhoneCommand(const CLI::App& app, const std::string& name, const std::vector<std::string>& words) {
   if (words[0].starts_with('-')) return RefuseUsage(fmt::format("there is no option {}", words[0]));
   const posix::Deadline deadline(simulator::CONTROL_TIME_OUT);
-  if (!simulator::PhoneKnows(name, words[0], deadline)) {
-    const std::string mistyped = completion::Mistyped(app, words, simulator::PhoneCommandNames());
-    if (!mistyped.empty()) return RefuseUsage(mistyped);
-  }
+  if (const auto status = simulator::TryCommand(name, words, deadline)) return *status;
+  const std::string mistyped = completion::Mistyped(app, words, simulator::PhoneCommandNames());
+  if (!mistyped.empty()) return RefuseUsage(mistyped);
   return simulator::CommandPhone(name, words, deadline);
 }
 
@@ -226,6 +225,7 @@ struct Wish {
   bool as_json = false;
   bool as_manual = false;
   std::string completion_kind = {};
+  std::string script = {};
   simulator::JournalWish journal = {};
   PanelWish panel = {};
   std::function<int()> work = {};  // the command; empty without one
@@ -309,6 +309,11 @@ void AddPhoneCommands(CLI::App& app, Wish& wish) {
       "takes the battery out and puts it in: the phone boots anew, and what is in flash and on the card "
       "stays",
       [&] { return simulator::RestartPhone(wish.PhoneName()); });
+  add("script", "runs a file with a command for the phone in each line, until one fails",
+      [&] { return simulator::RunScript(wish.PhoneName(), wish.script); })
+      ->add_option("file", wish.script,
+                   "the file, or - for standard input; in it, `wait SECONDS` waits, and # starts a comment")
+      ->required();
   CLI::App* panel = add("panel", "shows the phones that run as a page; prints its address",
                         [&] { return BecomePanel(wish.panel, wish.session.name, false); });
   for (CLI::App* command : {start, panel}) AddPanelOptions(*command, wish.panel);

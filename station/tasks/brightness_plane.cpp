@@ -17,39 +17,40 @@ std::pair<std::size_t, std::size_t> Window(std::size_t place, std::size_t length
 }  // namespace
 
 Plane Brightness(const Pixels& picture) {
-  Plane plane{picture.width, picture.height, {}};
-  plane.values.reserve(picture.width * picture.height);
-  for (std::size_t i = 0; i < picture.levels.size(); i += 3) {
-    const std::uint8_t* level = &picture.levels[i];
-    plane.values.push_back(0.299F * level[0] + 0.587F * level[1] + 0.114F * level[2]);
+  Plane plane{picture.width, picture.height, std::vector<float>(picture.width * picture.height)};
+  const std::uint8_t* level = picture.levels.data();
+  for (float& value : plane.values) {
+    value = 0.299F * level[0] + 0.587F * level[1] + 0.114F * level[2];
+    level += 3;
   }
   return plane;
 }
 
-Plane LocalMean(const Plane& plane, std::size_t reach) {
-  const auto [width, height] = std::pair(plane.width, plane.height);
-  std::vector<double> sums((width + 1) * (height + 1));  // of all values above and to the left
-  for (std::size_t y = 0; y < height; ++y) {
-    double row = 0;
-    for (std::size_t x = 0; x < width; ++x) {
-      row += plane.At(x, y);
-      sums[(y + 1) * (width + 1) + x + 1] = sums[y * (width + 1) + x + 1] + row;
-    }
+LocalMeans::LocalMeans(const Plane& plane, std::size_t reach)
+    : plane_(plane), reach_(reach), columns_(plane.width), sums_(plane.width + 1), means_(plane.width) {
+  for (std::size_t x = 0; x < plane.width; ++x) {
+    const auto [left, right] = Window(x, plane.width, reach, BLOCK);
+    across_.push_back({left, right, 1 / static_cast<double>(right - left)});
   }
-  std::vector<std::pair<std::size_t, std::size_t>> across;
-  for (std::size_t x = 0; x < width; ++x) across.push_back(Window(x, width, reach, BLOCK));
-  Plane mean{width, height, {}};
-  mean.values.reserve(plane.values.size());
-  for (std::size_t y = 0; y < height; ++y) {
-    const auto [top, bottom] = Window(y, height, reach, BLOCK);
-    const double* above = &sums[top * (width + 1)];
-    const double* below = &sums[bottom * (width + 1)];
-    for (const auto& [left, right] : across) {
-      const double sum = below[right] - below[left] - above[right] + above[left];
-      mean.values.push_back(static_cast<float>(sum / static_cast<double>((bottom - top) * (right - left))));
-    }
+}
+
+// The rectangle moves down: each row of the plane is added once and taken away once.
+const std::vector<float>& LocalMeans::NextRow() {
+  const auto [top, bottom] = Window(row_++, plane_.height, reach_, BLOCK);
+  const std::size_t width = plane_.width;
+  for (; last_ < bottom; ++last_) {
+    for (std::size_t x = 0; x < width; ++x) columns_[x] += plane_.values[last_ * width + x];
   }
-  return mean;
+  for (; first_ < top; ++first_) {
+    for (std::size_t x = 0; x < width; ++x) columns_[x] -= plane_.values[first_ * width + x];
+  }
+  for (std::size_t x = 0; x < width; ++x) sums_[x + 1] = sums_[x] + columns_[x];
+  const double part = 1 / static_cast<double>(bottom - top);
+  for (std::size_t x = 0; x < width; ++x) {
+    const Reach& reach = across_[x];
+    means_[x] = static_cast<float>((sums_[reach.right] - sums_[reach.left]) * reach.part * part);
+  }
+  return means_;
 }
 
 double Mean(const Plane& plane, const Area& area) {

@@ -19,15 +19,53 @@ constexpr std::size_t COLOURS = 3;
 constexpr double SPOT_OF_ONE_PIXEL = 12;
 constexpr double SPOT_OF_NEIGHBOURS = 6;
 
-// By how many percent each value differs from the local mean.
-Plane Contrast(const Plane& plane, const Plane& local) {
-  Plane contrast{plane.width, plane.height, {}};
-  contrast.values.reserve(plane.values.size());
-  for (std::size_t i = 0; i < plane.values.size(); ++i) {
-    const float mean = std::max(local.values[i], 1.0F);
-    contrast.values.push_back(100 * (plane.values[i] - mean) / mean);
+// A pixel that may be part of a spot, and by how many percent it differs from the local mean: alone, and as
+// the mean with its neighbours.
+struct OddPixel {
+  std::size_t place;
+  float alone, with_neighbours;
+};
+
+// How many pixels of each row, or column, are darker and brighter than their surroundings.
+struct OddLines {
+  explicit OddLines(std::size_t lines) : darker(lines), brighter(lines) {}
+  std::vector<unsigned> darker, brighter;
+};
+
+struct OddPixels {
+  std::vector<OddPixel> pixels = {};  // rows from top to bottom
+  OddLines rows, columns;
+};
+
+OddPixels FindOddPixels(const Plane& brightness) {
+  constexpr auto LIMIT = static_cast<float>(SPOT_OF_ONE_PIXEL);
+  const std::size_t width = brightness.width;
+  LocalMeans surroundings(brightness, std::max(std::min(width, brightness.height) / 16, BLOCK));
+  LocalMeans neighbours(brightness, 1);
+  std::vector<float> alone(width);
+  std::vector<float> with_neighbours(width);
+  OddPixels odd{.rows = OddLines(brightness.height), .columns = OddLines(width)};
+  for (std::size_t y = 0; y < brightness.height; ++y) {
+    const float* row = &brightness.values[y * width];
+    const std::vector<float>& local = surroundings.NextRow();
+    const std::vector<float>& near = neighbours.NextRow();
+    for (std::size_t x = 0; x < width; ++x) {
+      const float mean = std::max(local[x], 1.0F);
+      alone[x] = 100 * (row[x] - mean) / mean;
+      with_neighbours[x] = 100 * (near[x] - mean) / mean;
+    }
+    for (std::size_t x = 0; x < width; ++x) {
+      odd.columns.darker[x] += alone[x] < -LIMIT;
+      odd.columns.brighter[x] += alone[x] > LIMIT;
+    }
+    for (std::size_t x = 0; x < width; ++x) {
+      if (std::abs(alone[x]) <= LIMIT && std::abs(with_neighbours[x]) <= SPOT_OF_NEIGHBOURS) continue;
+      odd.rows.darker[y] += alone[x] < -LIMIT;
+      odd.rows.brighter[y] += alone[x] > LIMIT;
+      odd.pixels.push_back({y * width + x, alone[x], with_neighbours[x]});
+    }
   }
-  return contrast;
+  return odd;
 }
 
 // The rows, or columns, of which more than half differs in the same direction. Adjacent ones are one line.
@@ -36,17 +74,12 @@ struct DeadLines {
   int count = 0;
 };
 
-DeadLines FindDeadLines(std::size_t lines, std::size_t length, const auto& contrast_at) {
+DeadLines FindDeadLines(const OddLines& odd, std::size_t length) {
+  const std::size_t lines = odd.darker.size();
   DeadLines found{std::vector<bool>(lines), 0};
   bool before = false;
   for (std::size_t line = 0; line < lines; ++line) {
-    std::size_t darker = 0;
-    std::size_t brighter = 0;
-    for (std::size_t place = 0; place < length; ++place) {
-      darker += contrast_at(line, place) < -SPOT_OF_ONE_PIXEL;
-      brighter += contrast_at(line, place) > SPOT_OF_ONE_PIXEL;
-    }
-    const bool dead = std::max(darker, brighter) * 2 > length;
+    const bool dead = std::size_t{std::max(odd.darker[line], odd.brighter[line])} * 2 > length;
     if (dead && !before) ++found.count;
     before = dead;
     if (!dead) continue;
@@ -98,20 +131,22 @@ void ClearSpot(std::vector<bool>& marked, std::size_t width, std::size_t height,
 }
 
 // Spots that are darker (`sign` -1) or brighter (1) than their surroundings.
-Spots FindSpots(const Plane& alone, const Plane& smooth, float sign) {
-  std::vector<bool> marked(alone.values.size());
+Spots FindSpots(const OddPixels& odd, float sign) {
+  const std::size_t width = odd.columns.darker.size();
+  const std::size_t height = odd.rows.darker.size();
+  std::vector<bool> marked(width * height);
   Spots spots;
-  for (std::size_t i = 0; i < marked.size(); ++i) {
-    const float by_itself = sign * alone.values[i];
-    const float with_neighbours = sign * smooth.values[i];
-    if (by_itself <= SPOT_OF_ONE_PIXEL && with_neighbours <= SPOT_OF_NEIGHBOURS) continue;
-    marked[i] = true;
-    spots.strongest = std::max<double>(spots.strongest, std::max(by_itself, with_neighbours));
+  for (const OddPixel& pixel : odd.pixels) {
+    const float alone = sign * pixel.alone;
+    const float with_neighbours = sign * pixel.with_neighbours;
+    if (alone <= SPOT_OF_ONE_PIXEL && with_neighbours <= SPOT_OF_NEIGHBOURS) continue;
+    marked[pixel.place] = true;
+    spots.strongest = std::max<double>(spots.strongest, std::max(alone, with_neighbours));
   }
-  for (std::size_t i = 0; i < marked.size(); ++i) {
-    if (!marked[i]) continue;
+  for (const OddPixel& pixel : odd.pixels) {
+    if (!marked[pixel.place]) continue;
     ++spots.count;
-    ClearSpot(marked, alone.width, alone.height, i);
+    ClearSpot(marked, width, height, pixel.place);
   }
   return spots;
 }
@@ -172,21 +207,15 @@ Reading Measured(const char* name, double value, const char* unit) {
 std::vector<Reading> MeasureBlemishes(const Pixels& picture) {
   if (picture.levels.empty()) return {};
   Plane brightness = Brightness(picture);
-  const std::size_t reach = std::max(std::min(picture.width, picture.height) / 16, BLOCK);
-  Plane local = LocalMean(brightness, reach);
-  Plane alone = Contrast(brightness, local);
-  const auto in_row = [&](std::size_t row, std::size_t place) { return alone.At(place, row); };
-  const auto in_column = [&](std::size_t column, std::size_t place) { return alone.At(column, place); };
-  const DeadLines rows = FindDeadLines(picture.height, picture.width, in_row);
-  const DeadLines columns = FindDeadLines(picture.width, picture.height, in_column);
+  OddPixels odd = FindOddPixels(brightness);
+  const DeadLines rows = FindDeadLines(odd.rows, picture.width);
+  const DeadLines columns = FindDeadLines(odd.columns, picture.height);
   if (rows.count + columns.count > 0) {
     Repair(brightness, rows, columns);
-    local = LocalMean(brightness, reach);
-    alone = Contrast(brightness, local);
+    odd = FindOddPixels(brightness);
   }
-  const Plane smooth = Contrast(LocalMean(brightness, 1), local);
-  const Spots dark = FindSpots(alone, smooth, -1);
-  const Spots bright = FindSpots(alone, smooth, 1);
+  const Spots dark = FindSpots(odd, -1);
+  const Spots bright = FindSpots(odd, 1);
   const auto [red, green, blue] = MiddleColour(picture);
   const double whole = std::max(green, 1.0);
   return {Count("dark-spots", dark.count),

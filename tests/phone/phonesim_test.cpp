@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -180,6 +181,38 @@ TEST_F(PhonesimTest, WorksTheRunningPhone) {
   waitpid(follower, nullptr, 0);
   EXPECT_NE(Read(followed).find("shell /sbin/poweroff"), std::string::npos);
   EXPECT_NE(Read(followed).find("event powered off"), std::string::npos);
+}
+
+TEST_F(PhonesimTest, RunsAScriptUntilACommandFails) {
+  ASSERT_EQ(Run("start").status, 0);
+  struct Case {
+    std::string script;
+    int status;
+    std::string output;
+  };
+  const Case cases[] = {
+      {"# no command\n\n key \"power\" # \"\nwait 2e-1\nclock \"2006-01-15\" 08:30:00", 0,
+       "key 0x00740001\n2006-01-15 08:30:00\n"},
+      {"nonsense\nkey exit\n", 1,
+       "The phone knows no command \"nonsense\".\nphonesim: standard input line 1 failed\n"},
+      {"key exit\nwait\nkey exit", 1,
+       "key 0x00AE0001\nphonesim: standard input line 2: wait takes a number of seconds\n"},
+      {"wait -1", 1, "phonesim: standard input line 1: wait takes 0 to 3600 seconds\n"},
+      {"wait 1s", 1, "phonesim: standard input line 1: wait takes 0 to 3600 seconds\n"},
+  };
+  const std::string file = directory_ + "/script";
+  for (const Case& one : cases) {
+    std::ofstream(file) << one.script;
+    const auto start = std::chrono::steady_clock::now();
+    const Outcome outcome = Run("script - < " + file);
+    EXPECT_EQ(outcome.status, one.status) << one.script;
+    EXPECT_EQ(outcome.output, one.output);
+    if (one.status == 0) {
+      EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(200));
+    }
+  }
+  EXPECT_EQ(Run("script " + file).output, "phonesim: " + file + " line 1: wait takes 0 to 3600 seconds\n");
+  EXPECT_EQ(Run("script " + file + "s").output, "phonesim: " + file + "s: cannot be read\n");
 }
 
 TEST_F(PhonesimTest, EndsInTheForegroundOnASignal) {
