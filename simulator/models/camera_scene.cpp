@@ -56,10 +56,12 @@ struct Variation {
   Direction to_light;
 };
 
-// A pixel, and where its middle lies in the view: from 0 to 1 across and down.
+// A pixel, and where its middle lies in the view: from 0 to 1 across and down, and in parts of the shorter
+// side.
 struct Place {
   unsigned x, y;
   double across, down;
+  double right, below;
   unsigned width, height;
   double shorter_side;  // pixels
   const Variation& varied;
@@ -147,13 +149,11 @@ class Cloth {
   std::optional<Colour> At(const Place& place) {
     constexpr double TOP = 0.62, BOTTOM = 0.78;
     if (!IsWithin(place.down, TOP, BOTTOM)) return std::nullopt;
-    const double x = place.across * place.width / place.shorter_side;
-    const double y = place.down * place.height / place.shorter_side;
     double light = 0;
     double weight = 0.5;
     double threads = 20;  // along the shorter side
     for (ValueNoise& noise : noises_) {
-      light += weight * noise.At(x * threads, y * threads, place.varied.seed);
+      light += weight * noise.At(place.right * threads, place.below * threads, place.varied.seed);
       weight /= 2;
       threads *= 2;
     }
@@ -190,9 +190,7 @@ class Card {
     constexpr double GRAINS = 90;  // along the shorter side
     const auto [cosine, sine] = place.varied.to_light;
     const double towards_light = (place.across - 0.5) * cosine + (place.down - 0.5) * sine;
-    const double x = place.across * place.width / place.shorter_side;
-    const double y = place.down * place.height / place.shorter_side;
-    const double grain = noise_.At(x * GRAINS, y * GRAINS, place.varied.seed) - 0.5;
+    const double grain = noise_.At(place.right * GRAINS, place.below * GRAINS, place.varied.seed) - 0.5;
     const double light = place.varied.light + 0.04 * towards_light + 0.012 * grain;
     const double warmth = place.varied.warmth;
     return {light * (1 + warmth), light, light * (1 - warmth)};
@@ -206,16 +204,17 @@ uint8_t Level(double light) {
   return static_cast<uint8_t>(std::clamp(light, 0.0, 1.0) * 255 + 0.5);
 }
 
-// Where a pixel's middle lies along a side, and the square of its way from the side's middle.
+// Where a pixel's middle lies along a side: from 0 to 1, in parts of the shorter side, and the square of its
+// way from the side's middle.
 struct Along {
-  double place, from_middle_squared;
+  double place, in_shorter_sides, from_middle_squared;
 };
 
-std::vector<Along> Side(unsigned length) {
+std::vector<Along> Side(unsigned length, double shorter_side) {
   std::vector<Along> side;
   for (unsigned pixel = 0; pixel < length; ++pixel) {
     const double place = (pixel + 0.5) / length;
-    side.push_back({place, (place - 0.5) * (place - 0.5)});
+    side.push_back({place, place * length / shorter_side, (place - 0.5) * (place - 0.5)});
   }
   return side;
 }
@@ -226,14 +225,14 @@ Picture Draw(unsigned width, unsigned height, uint32_t seed) {
   Picture picture = {width, height, std::vector<uint8_t>(size_t{width} * height * 3)};
   uint8_t* level = picture.levels.data();
   const Variation varied(seed);
-  const std::vector<Along> across = Side(width);
-  const std::vector<Along> down = Side(height);
   const auto shorter_side = static_cast<double>(std::min(width, height));
+  const std::vector<Along> across = Side(width, shorter_side);
+  const std::vector<Along> down = Side(height, shorter_side);
   View view;
   for (unsigned y = 0; y < height; ++y) {
     for (unsigned x = 0; x < width; ++x) {
-      const Colour colour =
-          view.At({x, y, across[x].place, down[y].place, width, height, shorter_side, varied});
+      const Colour colour = view.At({x, y, across[x].place, down[y].place, across[x].in_shorter_sides,
+                                     down[y].in_shorter_sides, width, height, shorter_side, varied});
       const double fall_off = 1 - 0.5 * (across[x].from_middle_squared + down[y].from_middle_squared);
       for (const double light : {colour.red, colour.green, colour.blue}) {
         *level++ = Level(light * fall_off);
