@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <httplib.h>
+#include <re2/re2.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -9,7 +10,6 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -49,16 +49,15 @@ posix::FileDescriptor StartDriver(const std::string& program, int& process) {
 }
 
 int PortOf(const posix::FileDescriptor& output) {
-  const std::regex line("started successfully on port ([0-9]+)");
   std::string text;
-  std::smatch found;
+  int port = 0;
   char bytes[512];
-  while (!std::regex_search(text, found, line)) {
+  while (!RE2::PartialMatch(text, "started successfully on port ([0-9]+)[^0-9]", &port)) {
     const ssize_t size = read(output.Get(), bytes, sizeof bytes);
     if (size <= 0) throw std::runtime_error("chromedriver does not start: " + text);
     text.append(bytes, static_cast<size_t>(size));
   }
-  return std::stoi(found[1]);
+  return port;
 }
 
 std::string FromBase64(const std::string& text) {

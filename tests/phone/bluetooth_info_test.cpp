@@ -11,12 +11,12 @@ using Kind = CallFate::Kind;
 
 constexpr char TEMPLATE[] = "/usr/share/app_data/bluetooth/ti6150_template";
 constexpr char MATCH[] = "\x06\xFC\x06";
-const std::string ADDRESS = "\xA1\xB2\xC3\xD4\xE5\xF6";
+const std::string OWN_ADDRESS = "\xA1\xB2\xC3\xD4\xE5\xF6";
 
 class BluetoothInfoTest : public FlashTest {
  protected:
   int32_t Write(uint32_t code = 0x0E) {
-    return AskStatus(code, FromText(ADDRESS + "not used, 12"));
+    return AskStatus(code, FromText(OWN_ADDRESS + "not used, 12"));
   }
   void PutTemplate(const std::string& content) {
     Phone().Root().PutFile(TEMPLATE, content);
@@ -32,7 +32,7 @@ TEST_F(BluetoothInfoTest, WritesTheTemplateWithTheAddress) {
     MarkJournal();
     EXPECT_EQ(Write(code), 0);
     std::string patched = script;
-    patched.replace(place, 6, ADDRESS);
+    patched.replace(place, 6, OWN_ADDRESS);
     EXPECT_TRUE(Flash("Bluetooth Info") == patched + Erased(16384 - script.size()));
     EXPECT_EQ(LinesSince(OfKind({JournalKind::Shell}) || Below("/dev/mtdblock_bbs/") || AtPath(TEMPLATE)),
               (Lines{LOOKUP, std::string("open ") + TEMPLATE + " r", EraseOf(5), OpenOf(5, "w")}));
@@ -73,7 +73,7 @@ TEST_F(BluetoothInfoTest, SearchesTheTemplateForTheAddressRecord) {
     std::string expected(16384, 'x');
     if (row.status == 0) {
       expected = row.content + Erased(16384 - row.content.size());
-      expected.replace(row.place, 6, ADDRESS);
+      expected.replace(row.place, 6, OWN_ADDRESS);
     }
     EXPECT_TRUE(Flash("Bluetooth Info") == expected);
     EXPECT_EQ(FlashLines().size(), row.status == 0 ? 3u : 1u)

@@ -9,7 +9,7 @@ namespace {
 using simulator::BluetoothTool;
 using Scenario = BluetoothTool::Scenario;
 using Shape = Scenario::Shape;
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 const Bytes ADDRESS = {0x0A, 0xFF, 0x00, 0x10, 0x7F, 0x80};
 const Bytes DATA = {0xDE, 0xAD, 0x0F, 0xF0, 0x00, 0x01, 0x02, 0x03, 4, 5, 6, 7, 8, 9, 0x1A, 0x2B};

@@ -13,8 +13,7 @@ namespace {
 using simulator::ModemAtPort;
 using Clock = std::chrono::steady_clock;
 using Pieces = std::vector<ModemAtPort::Piece>;
-using std::chrono_literals::operator""s;
-using std::string_literals::operator""s;
+using namespace std::string_literals;
 
 constexpr uint32_t SIM_CHECK = 0x25;
 constexpr uint32_t AT_COMMAND = 0x3B;

@@ -19,16 +19,16 @@ using State = ModemControlPort::State;
 
 constexpr uint32_t READ_VALUES = 0x23, READ_VALUE = 0x30, PAUSE = 0x3C, READ_STATE = 0x3E, SET_LINES = 0x3F,
                    CONTROL = 0x46, READ_BYTE = 0x48;
-constexpr char PORT[] = "/dev/csmi_tty/1";
+constexpr char CONTROL_PORT[] = "/dev/csmi_tty/1";
 constexpr char GPIO[] = "/dev/misc/omap730_gpio";
 constexpr char HOST_PORT[] = "/dev/usb/tts/0";
 const std::string ZEROS(24, '0');  // of the block after its code, as digits
 
 std::string OpenedPort(const std::string& mode = "rw") {
-  return std::string("open ") + PORT + " " + mode;
+  return std::string("open ") + CONTROL_PORT + " " + mode;
 }
 std::string PortRequest(uint32_t number, const std::string& sent, const std::string& given) {
-  return fmt::format("request {} 0x{:08X} in {} out {}", PORT, number, sent, given);
+  return fmt::format("request {} 0x{:08X} in {} out {}", CONTROL_PORT, number, sent, given);
 }
 Lines GpioRequests(const std::vector<std::string>& requests) {
   Lines lines = {std::string("open ") + GPIO + " rw"};
@@ -82,9 +82,9 @@ TEST_F(ModemControlTest, ReadsTheDriversValues) {
     std::function<void()> cause;
     int32_t values, value, byte;  // results of the three
   } CASES[] = {
-      {"no port", [&] { Phone().TakeAway(PORT); }, OPEN_FAILED, GENERAL_FAILURE, OPEN_FAILED},
-      {"a refusal", [&] { Phone().GetFaults().FailRequest(PORT, {}, EIO); }, REQUEST_FAILED, GENERAL_FAILURE,
-       GENERAL_FAILURE},
+      {"no port", [&] { Phone().TakeAway(CONTROL_PORT); }, OPEN_FAILED, GENERAL_FAILURE, OPEN_FAILED},
+      {"a refusal", [&] { Phone().GetFaults().FailRequest(CONTROL_PORT, {}, EIO); }, REQUEST_FAILED,
+       GENERAL_FAILURE, GENERAL_FAILURE},
       {"a result that is not 0", [&] { SetDriver([](State& state) {
                                          state.results = {{17, 3}, {67, 3}};
                                        }); },
@@ -107,7 +107,7 @@ TEST_F(ModemControlTest, ReadsTheDriversValues) {
     EXPECT_EQ(Ask(READ_VALUES, IGNORED, 28), Answer(c.values, Bytes(24)));
     EXPECT_EQ(Ask(READ_VALUE, IGNORED, 8), Answer(c.value, Bytes(4)));
     EXPECT_EQ(Ask(READ_BYTE, IGNORED, 8), Answer(c.byte, Words({c.byte == 0 ? 0xFEu : 0u})));
-    if (c.values == OPEN_FAILED) Phone().PutBack(PORT);
+    if (c.values == OPEN_FAILED) Phone().PutBack(CONTROL_PORT);
     Phone().GetFaults().Clear();
     SetDriver([](State& state) {
       state.results.clear();
@@ -177,7 +177,7 @@ TEST_F(ModemControlTest, PassesTheControlValueAndSavesTheModemsImage) {
   }
   // Neither the result of the request nor that of the saving is checked: the second follows the first in any
   // case.
-  Phone().GetFaults().FailRequest(PORT, 5, EIO);
+  Phone().GetFaults().FailRequest(CONTROL_PORT, 5, EIO);
   SetFlash("GSM FFS", std::string(81920, 'x'));
   EXPECT_EQ(AskStatus(CONTROL, Words({0})), 0);
   EXPECT_TRUE(Flash("GSM FFS") == simulator::ModemImage());
@@ -186,7 +186,7 @@ TEST_F(ModemControlTest, PassesTheControlValueAndSavesTheModemsImage) {
   SetListed("GSM FFS", true);
 
   SetFlash("GSM FFS", std::string(81920, 'x'));
-  Phone().TakeAway(PORT);
+  Phone().TakeAway(CONTROL_PORT);
   MarkJournal();
   EXPECT_EQ(AskStatus(CONTROL, Words({1})), OPEN_FAILED);
   EXPECT_EQ(DeviceLines(), Lines{OpenedPort() + " -> ENOENT"});
@@ -212,7 +212,7 @@ TEST_F(ModemControlTest, RunsAsAModeOfItsOwn) {
   }
   DiscardPhone();
   options.server_arguments = {"-c", "1"};
-  Phone().TakeAway(PORT);
+  Phone().TakeAway(CONTROL_PORT);
   Phone().Boot();
   const auto end = Phone().WaitForEnd(20s);
   ASSERT_TRUE(end);

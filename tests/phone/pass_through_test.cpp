@@ -22,7 +22,7 @@ using simulator::ModemDataPort;
 
 constexpr uint32_t PASS_THROUGH = 0x3D;
 constexpr char MODEM_PORT[] = "/dev/csmi_tty/7";
-constexpr char GPIO[] = "/dev/misc/omap730_gpio";
+constexpr char GPIO_DEVICE[] = "/dev/misc/omap730_gpio";
 constexpr char STANDBY[] = "open /proc/vantu_pm/prohibit_standby rw+cloexec";
 const Bytes PING = Words({0, 0});
 const Bytes LEAVE =
@@ -319,7 +319,7 @@ class StandalonePassThroughTest : public PassThroughTest {
 };
 
 const Lines MODEM_OPENED = {std::string("open ") + MODEM_PORT + " rw+nonblock"};
-const Lines TAKEN_OVER = {std::string("request ") + GPIO + " 0x40044F29",
+const Lines TAKEN_OVER = {std::string("request ") + GPIO_DEVICE + " 0x40044F29",
                           "shell ifconfig usbl0 down",
                           "shell rmmod omap_bi",
                           "shell rmmod net_fd",
@@ -357,7 +357,7 @@ TEST_F(StandalonePassThroughTest, WaitsASecondAtMostForItsFlag) {
 }
 
 TEST_F(StandalonePassThroughTest, DoesWithoutGpioAndSurvivesACableThatGoes) {
-  Phone().TakeAway(GPIO);
+  Phone().TakeAway(GPIO_DEVICE);
   BootAlone();
   ExpectBothWays();
   Phone().With<simulator::HostPort>([](simulator::HostPort& port) { port.Replug(); });
@@ -365,7 +365,7 @@ TEST_F(StandalonePassThroughTest, DoesWithoutGpioAndSurvivesACableThatGoes) {
   modem.Send(PING);
   EXPECT_TRUE(Phone().IsRunning());
   SetStopFlag(1);
-  Phone().PutBack(GPIO);
+  Phone().PutBack(GPIO_DEVICE);
   ExpectEnded();
 }
 

@@ -14,7 +14,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-int StatusOf(pid_t process) {
+int ExitStatusOf(pid_t process) {
   int status = 0;
   waitpid(process, &status, 0);
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -42,7 +42,7 @@ bool Eventually(const std::function<bool()>& condition, std::chrono::millisecond
 int InChild(const std::function<int()>& work) {
   fflush(stdout);
   const pid_t process = fork();
-  if (process != 0) return StatusOf(process);
+  if (process != 0) return ExitStatusOf(process);
   try {
     _exit(work());
   } catch (const std::exception& failure) {

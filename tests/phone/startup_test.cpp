@@ -43,11 +43,6 @@ const Lines GADGET_COMMANDS = {
     "shell insmod serial_fd.o",  "shell insmod omap_bi.o",
 };
 
-Lines operator+(Lines left, const Lines& right) {
-  left.insert(left.end(), right.begin(), right.end());
-  return left;
-}
-
 // What the server itself does: neither what its shells start nor what its libraries open.
 simulator::JournalFilter ByTheServer() {
   return OfKind({JournalKind::Request, JournalKind::Shell, JournalKind::Value, JournalKind::Sleep}) ||

@@ -29,12 +29,12 @@ const std::string RATE = "C0045002", CHANNELS = "C0045006", FORMAT = "C0045005";
 const std::string SET_FREQUENCY = "4004760F", SET_AUDIO = "40287611", GET_TUNER = "C0347604";
 const std::string AUDIO_START = Zeros(4) + "1027" + Zeros(2);  // volume 10000, no bass
 
-struct Case {
+struct Attempt {
   const char* what;
   std::vector<std::string> arguments;  // of the client
   std::string printed;
 };
-const Case CASES[] = {
+const Attempt ATTEMPTS[] = {
     {"a camera that was not prepared",
      {"/dev/v4l2/capture0", SET_CONTROL, START, SET_CONTROL, PREPARE},
      "EINVAL EINVAL "},
@@ -79,7 +79,7 @@ class StrictnessTest : public PhoneTest {};
 
 TEST_F(StrictnessTest, ModelsRefuseWhatNoDriverTakes) {
   options.server = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "driver_client";
-  for (const Case& tried : CASES) {
+  for (const Attempt& tried : ATTEMPTS) {
     DiscardPhone();
     options.server_arguments = tried.arguments;
     Phone().Boot();
