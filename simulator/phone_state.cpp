@@ -68,9 +68,9 @@ StateObject RadioState(const Radio& radio) {
   StateObject stations = StateObject::array();
   for (const Radio::Station& station : radio.state.stations) {
     stations.push_back(
-        {{"frequency", station.frequency}, {"signal", station.strength}, {"stereo", station.stereo}});
+        {{"frequency", Radio::Megahertz(station.frequency)}, {"signal", station.strength}, {"stereo", station.stereo}});
   }
-  return {{"frequency", radio.state.frequency},
+  return {{"frequency", Radio::Megahertz(radio.state.frequency)},
           {"signal", radio.Signal()},
           {"volume", radio.state.volume},
           {"muted", radio.state.muted},

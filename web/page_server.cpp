@@ -1,19 +1,17 @@
 #include "web/page_server.h"
 
-#include <fcntl.h>
 #include <httplib.h>
-#include <sys/socket.h>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
 #include <memory>
 #include <optional>
 #include <thread>
 #include <utility>
 
 #include "posix/sha256.h"
-#include "web/connection_threads.h"
+#include "web/event_streams.h"
+#include "web/http_exchange.h"
+#include "web/http_setup.h"
 
 namespace web {
 namespace {
@@ -21,111 +19,22 @@ namespace {
 using httplib::Request;
 using httplib::Response;
 
-// Beside the streams: a browser opens up to six connections and keeps them for a moment.
-constexpr size_t COMMAND_THREADS = 32;
-constexpr time_t KEEP_ALIVE_SECONDS = 2;
-// A viewer that takes nothing for so long is gone.
-constexpr time_t WRITE_SECONDS = 20;
-// How often a stream looks whether its viewer is still there, and how often it sends something to be seen by
-// a proxy in between.
-constexpr auto LOOK = std::chrono::seconds(2);
-constexpr int LOOKS_PER_HEARTBEAT = 5;
-// A slow viewer gets old events from the connection's buffer before new ones: keep it small.
-constexpr int SEND_BUFFER = 256 << 10;
-
-constexpr char PLAIN[] = "text/plain; charset=utf-8";
-
-const httplib::Headers HEADERS = {
-    {"Content-Security-Policy",
-     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data: blob:; connect-src "
-     "'self'; "
-     "form-action 'self'; base-uri 'none'; frame-ancestors 'none'"},
-    {"X-Content-Type-Options", "nosniff"},
-    {"Referrer-Policy", "same-origin"},
-    {"Cross-Origin-Opener-Policy", "same-origin"},
-    {"Cross-Origin-Resource-Policy", "same-origin"},
-};
-
-class Threads : public httplib::TaskQueue {
- public:
-  explicit Threads(size_t most) : threads_(most) {}
-  void enqueue(std::function<void()> work) override {
-    threads_.Enqueue(std::move(work));
-  }
-  void shutdown() override {
-    threads_.Join();
-  }
-
- private:
-  ConnectionThreads threads_;
-};
-
-void PrepareSocket(socket_t socket) {
-  const int on = 1;
-  setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-  setsockopt(socket, SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER, sizeof SEND_BUFFER);
-  fcntl(socket, F_SETFD, FD_CLOEXEC);
-}
-
-// A stream that is open. Its place is free before its viewer is no longer counted.
-struct OpenStream {
-  explicit OpenStream(std::atomic<size_t>& streams) : place(&streams, [](auto* count) { --*count; }) {}
-
-  std::optional<EventHub::Viewer> viewer;
-  std::shared_ptr<std::atomic<size_t>> place;
-  int looks = 0;  // for something new
-};
-
-bool IsChange(const Request& request) {
-  return request.method != "GET" && request.method != "HEAD";
-}
-
-// The methods whose bodies the HTTP library reads.
-bool TakesBody(const Request& request) {
-  constexpr std::string_view METHODS[] = {"POST", "PUT", "PATCH", "DELETE"};
-  return std::ranges::find(METHODS, request.method) != std::end(METHODS);
-}
-
-// Returns the body, or nothing if it is longer than `most` or in several parts. The rest is read and dropped,
-// so that the connection can go on: the library itself bounds only a body whose length is announced.
-std::optional<std::string> ReadBody(const Request& request, const httplib::ContentReader& read, size_t most) {
-  if (request.is_multipart_form_data()) {
-    read([](const httplib::MultipartFormData&) { return true; }, [](const char*, size_t) { return true; });
-    return std::nullopt;
-  }
-  std::string body;
-  bool fits = true;
-  const bool whole = read([&](const char* bytes, size_t size) {
-    fits = fits && size <= most - body.size();
-    if (fits) body.append(bytes, size);
-    return true;
-  });
-  return fits && whole ? std::optional(std::move(body)) : std::nullopt;
-}
-
-std::string Sentence(int status) {
-  switch (status) {
-    case 400:
-      return "The request is not one that this server understands.";
-    case 404:
-      return "There is no such page here.";
-    case 413:
-      return "The request is too long.";
-    case 414:
-      return "The address is too long.";
-    default:
-      return "The request failed.";
-  }
-}
-
-void Put(Response& response, int status, const std::string& sentence) {
-  response.status = status;
-  response.set_header("Cache-Control", "no-store");
-  response.set_content(sentence + "\n", PLAIN);
-}
-
 std::string ContentTag(const Asset& asset) {
   return "\"" + posix::Sha256(asset.content).substr(0, 32) + "\"";
+}
+
+std::vector<Role> MakeRoles(const PageServerOptions& options) {
+  std::vector<Role> roles;
+  for (const std::string& name : options.roles) {
+    const auto token = options.tokens.find(name);
+    roles.push_back(token == options.tokens.end() ? NewRole(name) : RoleWithToken(name, token->second));
+  }
+  return roles;
+}
+
+std::string CookieName(std::string name) {
+  std::ranges::replace(name, ' ', '-');
+  return name;
 }
 
 // "/?token=…&phone=left" without the token.
@@ -151,25 +60,20 @@ std::string Visit::Parameter(const std::string& name) const {
 class PageServer::Http {
  public:
   explicit Http(PageServerOptions options)
-      : options_(std::move(options)), access_(MakeRoles(), CookieName(), options_.public_host) {
-    server_.new_task_queue = [this] { return new Threads(COMMAND_THREADS + options_.most_streams); };
-    server_.set_socket_options(PrepareSocket);
-    server_.set_tcp_nodelay(true);
-    server_.set_keep_alive_timeout(KEEP_ALIVE_SECONDS);
-    server_.set_keep_alive_max_count(1000);
-    server_.set_write_timeout(WRITE_SECONDS);
-    server_.set_payload_max_length(options_.most_request_bytes);
-    server_.set_default_headers(HEADERS);
+      : options_(std::move(options)),
+        access_(MakeRoles(options_), CookieName(options_.name), options_.public_host),
+        streams_(options_.most_streams) {
+    SetUp(server_, options_.most_streams, options_.most_request_bytes);
     // A change is checked when its body has been read, so that the connection can go on.
     server_.set_pre_routing_handler([this](const Request& request, Response& response) {
       if (TakesBody(request)) return httplib::Server::HandlerResponse::Unhandled;
       const bool passes = Check(request, response);
       if (passes && !IsChange(request)) return httplib::Server::HandlerResponse::Unhandled;
-      if (passes) Put(response, 404, Sentence(404));
+      if (passes) Put(response, 404, StatusSentence(404));
       return httplib::Server::HandlerResponse::Handled;
     });
     server_.set_error_handler([](const Request&, Response& response) {
-      if (response.body.empty()) Put(response, response.status, Sentence(response.status));
+      if (response.body.empty()) Put(response, response.status, StatusSentence(response.status));
     });
     Bind();
   }
@@ -189,22 +93,16 @@ class PageServer::Http {
   }
 
   void Stream(const std::string& pattern, EventHub& hub, StreamHandler handler) {
-    server_.Get(pattern, [this, &hub, handler = std::move(handler)](const Request& request,
-                                                                    Response& response) {
-      if (++streams_ > options_.most_streams) {
-        --streams_;
-        return Put(response, 503,
-                   options_.name + " shows itself to " + std::to_string(options_.most_streams) +
-                       " pages already. Close one of them and load this page again.");
-      }
-      const auto open = std::make_shared<OpenStream>(streams_);
-      Guarded(response, [&] { open->viewer.emplace(hub, handler(MakeVisit(request))); });
-      if (!open->viewer) return;
-      response.set_header("Cache-Control", "no-store");
-      response.set_header("X-Accel-Buffering", "no");  // for a proxy in between
-      response.set_chunked_content_provider(
-          "text/event-stream", [this, open](size_t, httplib::DataSink& sink) { return Feed(*open, sink); });
-    });
+    server_.Get(
+        pattern, [this, &hub, handler = std::move(handler)](const Request& request, Response& response) {
+          const auto place = streams_.Take();
+          if (!place) {
+            return Put(response, 503,
+                       options_.name + " shows itself to " + std::to_string(options_.most_streams) +
+                           " pages already. Close one of them and load this page again.");
+          }
+          Guarded(response, [&] { streams_.Send(response, place, hub, handler(MakeVisit(request))); });
+        });
   }
 
   void Serve(Assets assets) {
@@ -223,7 +121,7 @@ class PageServer::Http {
   }
 
   void Start() {
-    const auto unknown = TakeChange([](const Visit&) -> Reply { throw Refused(404, Sentence(404)); });
+    const auto unknown = TakeChange([](const Visit&) -> Reply { throw Refused(404, StatusSentence(404)); });
     server_.Post(".*", unknown);
     server_.Put(".*", unknown);
     server_.Patch(".*", unknown);
@@ -233,7 +131,7 @@ class PageServer::Http {
   }
 
   void Stop() {
-    ending_ = true;
+    streams_.End();
     server_.stop();
     if (thread_.joinable()) thread_.join();
   }
@@ -252,21 +150,6 @@ class PageServer::Http {
   }
 
  private:
-  std::vector<Role> MakeRoles() const {
-    std::vector<Role> roles;
-    for (const std::string& name : options_.roles) {
-      const auto token = options_.tokens.find(name);
-      roles.push_back(token == options_.tokens.end() ? NewRole(name) : RoleWithToken(name, token->second));
-    }
-    return roles;
-  }
-
-  std::string CookieName() const {
-    std::string name = options_.name;
-    std::ranges::replace(name, ' ', '-');
-    return name;
-  }
-
   void Bind() {
     if (options_.port == 0) {
       port_ = server_.bind_to_any_port(options_.address);
@@ -319,7 +202,7 @@ class PageServer::Http {
                                                 const httplib::ContentReader& read) {
       std::optional<std::string> body = ReadBody(request, read, options_.most_request_bytes);
       if (!Check(request, response)) return;
-      if (!body) return Put(response, 413, Sentence(413));
+      if (!body) return Put(response, 413, StatusSentence(413));
       Visit visit = MakeVisit(request);
       visit.body = std::move(*body);
       Answer(handler, visit, response);
@@ -337,17 +220,6 @@ class PageServer::Http {
     return visit;
   }
 
-  template <typename Work>
-  static void Guarded(Response& response, Work work) {
-    try {
-      work();
-    } catch (const Refused& refused) {
-      Put(response, refused.status, refused.what());
-    } catch (const std::exception& failure) {
-      Put(response, 500, failure.what());
-    }
-  }
-
   void Answer(const Handler& handler, const Visit& visit, Response& response) const {
     Guarded(response, [&] {
       const Reply reply = handler(visit);
@@ -360,22 +232,11 @@ class PageServer::Http {
     });
   }
 
-  // One turn of a stream. Returns false when the stream is over.
-  bool Feed(OpenStream& open, httplib::DataSink& sink) const {
-    const auto text = open.viewer->Next(LOOK);
-    if (!text || ending_ || !sink.is_writable()) return false;
-    if (!text->empty()) return sink.write(text->data(), text->size());
-    if (++open.looks % LOOKS_PER_HEARTBEAT != 0) return true;
-    static constexpr std::string_view HEARTBEAT = ": still here\n\n";
-    return sink.write(HEARTBEAT.data(), HEARTBEAT.size());
-  }
-
   PageServerOptions options_;
   Access access_;
   httplib::Server server_;
   int port_ = 0;
-  std::atomic<size_t> streams_ = 0;
-  std::atomic<bool> ending_ = false;
+  EventStreams streams_;
   std::thread thread_;
 };
 

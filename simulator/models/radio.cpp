@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -28,6 +30,16 @@ constexpr uint16_t VIDEO_MODE_AUTO = 3;
 constexpr uint32_t BAND_LOW = 1400;  // 87.5 MHz
 constexpr uint32_t BAND_HIGH = 1728;
 constexpr uint32_t STATION_WIDTH = 4;  // to either side, 250 kHz
+
+// "98.5". A frequency in the driver's own unit is above every one in MHz, and is taken as well.
+int64_t FrequencyWord(const std::string& word) {
+  constexpr double HIGHEST_MEGAHERTZ = 200;
+  double number = 0;
+  const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
+  if (error != std::errc{} || end != word.data() + word.size())
+    throw std::invalid_argument(fmt::format("'{}' is no frequency in MHz.", word));
+  return number < HIGHEST_MEGAHERTZ ? std::lround(number * 16) : std::lround(std::min(number, 1e6));
+}
 
 uint16_t SignalOf(const Radio::Station& station, uint32_t frequency) {
   const auto distance = static_cast<uint32_t>(
@@ -128,22 +140,22 @@ RequestAnswer Radio::GetTuner(DriverRequest& request) {
 }
 
 std::vector<ModelCommand> Radio::Commands() {
-  return {
-      {"radio",
-       "[station FREQUENCY SIGNAL | silence]",
-       "tells what the radio receives, adds a mono station (1/16 MHz, signal to 65535), or takes all away",
-       [this](const std::vector<std::string>& words) { return Command(words); },
-       {},
-       {{"silence"}}}};
+  return {{"radio",
+           "[station FREQUENCY SIGNAL | silence]",
+           "tells what the radio receives, adds a mono station (MHz, signal to 65535), or takes all away",
+           [this](const std::vector<std::string>& words) { return Command(words); },
+           {},
+           {{"silence"}}}};
 }
 
 std::string Radio::Command(const std::vector<std::string>& words) {
   if (words.size() == 3 && words[0] == "station") {
-    const int64_t frequency = NumberWord(words[1]);
+    const int64_t frequency = FrequencyWord(words[1]);
     const int64_t signal = NumberWord(words[2]);
     if (frequency < BAND_LOW || frequency > BAND_HIGH || signal < 0 || signal > UINT16_MAX) {
-      throw std::invalid_argument(fmt::format(
-          "A station has a frequency of {} to {} and a signal of 0 to 65535.", BAND_LOW, BAND_HIGH));
+      throw std::invalid_argument(
+          fmt::format("A station has a frequency of {} to {} MHz and a signal of 0 to 65535.",
+                      Megahertz(BAND_LOW), Megahertz(BAND_HIGH)));
     }
     state.stations.push_back({static_cast<uint32_t>(frequency), static_cast<uint16_t>(signal), false});
   } else if (words.size() == 1 && words[0] == "silence") {
@@ -151,10 +163,11 @@ std::string Radio::Command(const std::vector<std::string>& words) {
   } else if (!words.empty()) {
     throw std::invalid_argument("radio takes station FREQUENCY SIGNAL, silence or nothing.");
   }
-  std::string text = fmt::format("tuned to {}, signal {}, volume {}{}{}\n", state.frequency, Signal(),
-                                 state.volume, state.muted ? ", muted" : "", HearsStereo() ? ", stereo" : "");
+  std::string text =
+      fmt::format("tuned to {} MHz, signal {}, volume {}{}{}\n", Megahertz(state.frequency), Signal(),
+                  state.volume, state.muted ? ", muted" : "", HearsStereo() ? ", stereo" : "");
   for (const Station& station : state.stations) {
-    text += fmt::format("station {} signal {}{}\n", station.frequency, station.strength,
+    text += fmt::format("station {} MHz signal {}{}\n", Megahertz(station.frequency), station.strength,
                         station.stereo ? " stereo" : "");
   }
   return text;

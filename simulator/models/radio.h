@@ -14,7 +14,7 @@ namespace simulator {
 class Radio : public DeviceModel {
  public:
   struct Station {
-    uint32_t frequency;  // 1/16 MHz
+    uint32_t frequency;  // 1/16 MHz, as the driver counts
     uint16_t strength;
     bool stereo;
   };
@@ -34,6 +34,11 @@ class Radio : public DeviceModel {
   OpenAnswer Open(const OpenCall& call) override;
   RequestAnswer Request(DriverRequest& request) override;
   std::vector<ModelCommand> Commands() override;
+
+  // What people read: the driver counts in 1/16 MHz.
+  static double Megahertz(uint32_t frequency) {
+    return frequency / 16.0;
+  }
 
   uint16_t Signal() const;  // at the tuned frequency
 

@@ -37,7 +37,7 @@ class LinkLost : public LinkFailure {
 // What was to be written could not be written whole.
 using posix::OutputLost;
 
-// A test plan cannot be read or asks for something that there is not.
+// A test plan cannot be read, or it asks for something that does not exist.
 class PlanError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };

@@ -1,3 +1,5 @@
+#include <strings.h>
+
 #include <algorithm>
 
 #include "station/line/record_pages.h"
@@ -53,6 +55,15 @@ ordered_json ValueJson(const StoredValue& value) {
           {"verdict", StoredVerdictWord(value.verdict)}};
 }
 
+// Of a step, or with 0 of the whole run.
+ordered_json FilesJson(const std::vector<AttachmentRow>& files, int step) {
+  ordered_json json = ordered_json::array();
+  for (const AttachmentRow& file : files) {
+    if (file.step == step) json.push_back({{"name", file.name}, {"type", file.type}});
+  }
+  return json;
+}
+
 ordered_json StepJson(const StoredStep& step, const std::vector<AttachmentRow>& files) {
   ordered_json json = {{"number", step.number},     {"name", step.name},
                        {"question", step.question}, {"verdict", StoredVerdictWord(step.verdict)},
@@ -63,10 +74,7 @@ ordered_json StepJson(const StoredStep& step, const std::vector<AttachmentRow>& 
   }
   json["values"] = ordered_json::array();
   for (const StoredValue& value : step.values) json["values"].push_back(ValueJson(value));
-  json["files"] = ordered_json::array();
-  for (const AttachmentRow& file : files) {
-    if (file.step == step.number) json["files"].push_back({{"name", file.name}, {"type", file.type}});
-  }
+  json["files"] = FilesJson(files, step.number);
   return json;
 }
 
@@ -86,10 +94,26 @@ ordered_json Report(Connection& connection, const std::string& id) {
   report["versions"] = ordered_json::parse(run.versions, nullptr, false);
   report["variables"] = ordered_json::parse(run.variables, nullptr, false);
   const std::vector<AttachmentRow> files = AttachmentsOfRun(connection, run.key);
+  report["files"] = FilesJson(files, 0);
   report["steps"] = ordered_json::array();
   for (const StoredStep& step : StepsOfRun(connection, run.key))
     report["steps"].push_back(StepJson(step, files));
   return report;
+}
+
+// What the browser saves a file as. A page is saved as a text: opened from the disk it must not run either.
+std::string SavedName(const std::string& name) {
+  constexpr std::string_view PLAIN = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_.";
+  std::string saved = name;
+  for (char& character : saved) {
+    if (PLAIN.find(character) == std::string_view::npos) character = '_';
+  }
+  if (saved.empty() || saved.front() == '.') saved.insert(0, "_");
+  const std::string ending = saved.substr(std::min(saved.rfind('.'), saved.size()));
+  for (const char* page : {".html", ".htm", ".xhtml", ".xml", ".svg"}) {
+    if (strcasecmp(ending.c_str(), page) == 0) saved += ".txt";
+  }
+  return saved;
 }
 
 // A picture for the page, and anything else for the disk: what a phone has sent must not run in the browser.
@@ -103,7 +127,7 @@ web::Reply FileOf(Connection& connection, const std::string& id, const std::stri
   const bool picture = file->type == "image/png" || file->type == "image/jpeg";
   return {.content_type = picture ? file->type : "application/octet-stream",
           .body = *content,
-          .file_name = picture ? "" : "attachment"};
+          .file_name = picture ? "" : SavedName(name)};
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "station/line/line_page.h"
 
 #include <algorithm>
+#include <charconv>
 #include <string_view>
 
 #include "station/commands/clean_text.h"
@@ -138,8 +139,12 @@ void LinePage::ServeSlots() {
   });
   server_.Get("/slots/([A-Za-z0-9_-]+)/picture", [this](const Visit& visit) -> Reply {
     LineSlot* slot = line_.Find(visit.places.at(0));
-    const auto picture = slot == nullptr ? std::nullopt : slot->QuestionPicture();
-    if (!picture) throw Refused(404, "There is no picture now.");
+    const std::string question = visit.Parameter("question");
+    std::uint64_t number = 0;
+    std::from_chars(question.data(), question.data() + question.size(), number);
+    const auto picture = slot == nullptr ? std::nullopt : slot->QuestionPicture(number);
+    // Answered before the browser has asked for it: that is no mistake to complain of.
+    if (!picture) return {.status = 204, .content_type = "image/png"};
     return {.content_type = picture->type,
             .body = std::string(picture->content.begin(), picture->content.end())};
   });
@@ -191,7 +196,8 @@ void LinePage::PublishStore() {
   const LineStore::Condition condition = store_.State();
   hub_.Publish("store", EventText(ordered_json{{"reachable", condition.reachable},
                                                {"waiting", condition.waiting},
-                                               {"where", CleanText(condition.where)}}));
+                                               {"where", CleanText(condition.where)},
+                                               {"changes", condition.changes}}));
 }
 
 ordered_json LinePage::LineView() const {

@@ -6,7 +6,6 @@
 
 #include "station/commands/clean_text.h"
 #include "station/line/scan.h"
-#include "station/plan/variable_checks.h"
 
 namespace station {
 
@@ -21,8 +20,8 @@ std::string LineSettings::Set(const std::string& name, const std::string& value)
     return fmt::format("The plan does not let “{}” be set here.", CleanText(name));
   if (!value.empty() && !IsLabelText(value))
     return "The value is too long, or has characters that no label has.";
-  const std::string fault = value.empty() ? "" : VariableFault(variable->declaration, value);
-  if (!fault.empty()) return fmt::format("“{}” is no {}: {}.", value, name, fault);
+  const std::string fault = value.empty() ? "" : WrongValue(name, variable->declaration, value);
+  if (!fault.empty()) return fault + ".";
   const std::lock_guard lock(mutex_);
   if (value.empty())
     values_.erase(name);

@@ -86,6 +86,7 @@ class LineStore {
     bool reachable = true;
     std::size_t waiting = 0;  // runs that are kept aside
     std::string where;        // "SQLite: …/results.db", without a password
+    std::size_t changes = 0;  // counts when a run of any station has begun or ended
   };
   virtual Condition State() = 0;
 };

@@ -15,30 +15,6 @@ namespace {
 
 constexpr std::chrono::seconds DATABASE_LOOK{2};
 
-Verdict FromStored(StoredVerdict verdict) {
-  switch (verdict) {
-    case StoredVerdict::Passed:
-      return Verdict::Passed;
-    case StoredVerdict::Failed:
-      return Verdict::Failed;
-    case StoredVerdict::NoLink:
-      return Verdict::NoLink;
-    case StoredVerdict::PlanWrong:
-      return Verdict::PlanWrong;
-    case StoredVerdict::OutputLost:
-      return Verdict::OutputLost;
-    case StoredVerdict::Incomplete:
-      return Verdict::Incomplete;
-    case StoredVerdict::Skipped:
-      return Verdict::Skipped;
-    case StoredVerdict::Aborted:
-    case StoredVerdict::Interrupted:
-    case StoredVerdict::Running:
-      return Verdict::Aborted;
-  }
-  return Verdict::Skipped;
-}
-
 LineRun RunOf(const std::string& id, StoredVerdict verdict, const std::vector<StoredStep>& steps) {
   LineRun run{.id = id, .verdict = FromStored(verdict)};
   for (const StoredStep& step : steps) {
@@ -171,6 +147,7 @@ void ResultsStore::Watch(const std::stop_token& stop) {
 
 void ResultsStore::Look() {
   bool reachable = true;
+  std::string newest;
   try {
     Connection connection = Connect();
     MarkInterrupted(connection);
@@ -181,12 +158,17 @@ void ResultsStore::Look() {
       // A spooled run that is not taken still waits, which the page says; the database may be there.
       connection.Ask("SELECT 1", "i");
     }
+    newest = NewestChange(connection);
   } catch (const ResultsError&) {
     reachable = false;
   }
   const std::size_t waiting = SpooledRuns(address_.SpoolFolder());
   const std::lock_guard lock(mutex_);
   condition_.reachable = reachable;
+  if (reachable && newest != newest_) {
+    newest_ = newest;
+    ++condition_.changes;
+  }
   condition_.waiting = waiting;
 }
 

@@ -38,6 +38,7 @@ class ResultsStore : public LineStore {
   mutable std::mutex mutex_;
   std::condition_variable_any due_;
   Condition condition_;
+  std::string newest_;  // of NewestChange
   std::jthread watcher_;
 };
 

@@ -1,6 +1,11 @@
 #include "station/line/scan.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
+
+#include "station/commands/clean_text.h"
+#include "station/plan/variable_checks.h"
 
 namespace station {
 
@@ -16,6 +21,16 @@ std::string WithoutBlanks(const std::string& text) {
   return text.substr(from, text.find_last_not_of(BLANKS) - from + 1);
 }
 
+std::string FaultInWords(nlohmann::json checks, const std::string& value) {
+  if (checks.value(PATTERN_HELP, "") == "") {
+    const std::string first = VariableFault(checks, value);
+    checks.erase("pattern");
+    const std::string other = VariableFault(checks, value);
+    return first.empty() || !other.empty() ? other : "it does not look like one";
+  }
+  return VariableFault(checks, value);
+}
+
 bool HasControlCharacter(const std::string& text) {
   return std::ranges::any_of(text, [](unsigned char c) { return c < ' ' || c == 0x7F; });
 }
@@ -24,6 +39,11 @@ bool HasControlCharacter(const std::string& text) {
 
 bool IsLabelText(const std::string& text) {
   return text.size() <= LONGEST && !HasControlCharacter(text);
+}
+
+std::string WrongValue(const std::string& field, const nlohmann::json& checks, const std::string& value) {
+  const std::string fault = FaultInWords(checks, value);
+  return fault.empty() ? "" : fmt::format("“{}” is no {}: {}", CleanText(value), CleanText(field), fault);
 }
 
 Scan ParseScan(const std::string& typed, const std::vector<ScanTarget>& slots, const std::string& chosen) {

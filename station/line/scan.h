@@ -2,6 +2,7 @@
 // must tell what it is.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,10 @@ struct Scan {
 
 // False for what no label has: more than a few dozen characters, or control characters.
 bool IsLabelText(const std::string& text);
+
+// Why the value is none that the field can have, in a sentence without its point, or nothing. `checks` is
+// what a plan's variable declares. The person at the page sees words, never a regular expression.
+std::string WrongValue(const std::string& field, const nlohmann::json& checks, const std::string& value);
 
 // A slot's barcode chooses the slot, whatever is chosen. Anything else is the chosen slot's next value.
 // `chosen` may be empty: a single slot needs no choice.

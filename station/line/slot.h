@@ -2,10 +2,8 @@
 // there, the run in a thread of its own, and what the operator is shown. No slot waits for another.
 #pragma once
 
-#include <atomic>
-#include <chrono>
+#include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
@@ -18,8 +16,9 @@
 #include "station/line/line_settings.h"
 #include "station/line/line_store.h"
 #include "station/line/page_operator.h"
+#include "station/line/run_progress.h"
+#include "station/line/scanned_phone.h"
 #include "station/line/step_times.h"
-#include "station/plan/phone_run.h"
 
 namespace station {
 
@@ -57,8 +56,8 @@ class LineSlot {
   // All that the card shows, as docs/line.md describes it.
   nlohmann::ordered_json View() const;
 
-  // The picture of the open question; nothing if it has none.
-  std::optional<Attachment> QuestionPicture() const;
+  // The picture of this question; nothing if it has none or is no longer open.
+  std::optional<Attachment> QuestionPicture(std::uint64_t question) const;
 
   State GetState() const;
 
@@ -68,14 +67,6 @@ class LineSlot {
   }
 
  private:
-  struct Field {
-    std::string name;
-    std::string help;
-    nlohmann::json checks;  // as a plan's variable declares them
-  };
-
-  const Field* NextField() const;
-  nlohmann::json SerialChecks() const;
   void NewPhone();
   void Start(const std::string& who);
   void Work(const std::stop_token& stop);
@@ -86,8 +77,6 @@ class LineSlot {
   void NoteStarted(std::size_t step);
   void NoteFinished(std::size_t step, const StepResult& result);
   void Refuse(const std::string& sentence);
-  std::map<std::string, std::string> PlanVariables() const;
-  nlohmann::ordered_json RunView() const;
 
   const SlotOrder order_;
   const LineOrder& line_;
@@ -99,19 +88,11 @@ class LineSlot {
 
   mutable std::mutex mutex_;
   State state_ = State::Idle;
-  std::vector<Field> fields_;
-  std::map<std::string, std::string> values_;
+  ScannedPhone phone_;
+  RunProgress progress_;
   std::string operator_name_;
   std::string aborted_by_;
   nlohmann::ordered_json verdict_ = nullptr;  // of the phone that was tested last
-
-  // Of the run
-  std::shared_ptr<const PhoneRun> run_;  // while it runs
-  std::size_t step_ = 0;
-  Clock::time_point step_started_;
-  Clock::time_point started_;
-  std::string marks_;                  // a letter for each step so far
-  std::optional<Attachment> picture_;  // of the step before, or of the question
 
   std::jthread thread_;
 };

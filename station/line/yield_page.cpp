@@ -107,6 +107,8 @@ void ServeYield(web::PageServer& server, const ResultsStore& store) {
     Connection connection = ConnectForPage(store);
     const RunFilter filter = FilterOf(visit);
     ordered_json json = Totals(connection, filter);
+    json["plans"] = PlanNames(connection);
+    json["stations"] = StationNames(connection);
     json["hours"] = Groups(connection, filter, YieldBy::Hour);
     json["days"] = Groups(connection, filter, YieldBy::Day);
     json["failing"] = Failing(connection, filter);

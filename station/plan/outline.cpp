@@ -45,16 +45,23 @@ std::string StepName(const json& step) {
 
 }  // namespace
 
+json SerialChecks(const LineRules& rules) {
+  if (rules.serial_pattern.empty()) return json::object();
+  return {{"pattern", rules.serial_pattern}, {PATTERN_HELP, rules.serial_pattern_help}};
+}
+
 LineRules ReadLineRules(const json& rules, const json& variables) {
   if (!rules.is_object()) throw PlanError("\"line\" is not an object");
   for (const auto& [key, value] : rules.items()) {
-    static constexpr std::string_view KNOWN[] = {"serial",          "serial-pattern", "requires",
-                                                 "without-results", "retest-reason",  "settings"};
+    static constexpr std::string_view KNOWN[] = {"serial",   "serial-pattern",  "serial-pattern-help",
+                                                 "requires", "without-results", "retest-reason",
+                                                 "settings"};
     if (std::ranges::find(KNOWN, key) == std::end(KNOWN))
       throw PlanError(fmt::format("\"line\": unknown key \"{}\"", key));
   }
   LineRules read{.serial = TextAt(rules, "serial"),
                  .serial_pattern = TextAt(rules, "serial-pattern"),
+                 .serial_pattern_help = TextAt(rules, "serial-pattern-help"),
                  .requires_plans = Names(rules, "requires"),
                  .settings = Names(rules, "settings"),
                  .asks_retest_reason = YesOrNo(rules, "retest-reason", false)};
@@ -64,7 +71,7 @@ LineRules ReadLineRules(const json& rules, const json& variables) {
     if (!variables.contains(name))
       throw PlanError(fmt::format("\"line\": the plan has no variable \"{}\"", name));
   }
-  VariableFault({{"pattern", read.serial_pattern}}, "");  // throws if it is no regular expression
+  VariableFault(SerialChecks(read), "");  // throws if it is no regular expression
   const std::string choice = TextAt(rules, "without-results", "refuse");
   if (choice != "refuse" && choice != "run") {
     throw PlanError("\"line\": \"without-results\" must be \"refuse\" or \"run\"");

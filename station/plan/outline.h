@@ -19,13 +19,17 @@ struct PlanVariable {
 
 // The plan's "line" object.
 struct LineRules {
-  std::string serial = {};          // the variable that gets the phone's serial number; may be empty
-  std::string serial_pattern = {};  // that a serial number matches as a whole; empty for any
+  std::string serial = {};               // the variable that gets the phone's serial number; may be empty
+  std::string serial_pattern = {};       // that a serial number matches as a whole; empty for any
+  std::string serial_pattern_help = {};  // the same in words
   std::vector<std::string> requires_plans = {};  // names of plans that the phone must have passed
   bool runs_without_results = false;             // although it is unknown what the phone has passed
   std::vector<std::string> settings = {};        // variables that the line manager sets for all phones
   bool asks_retest_reason = false;               // when a phone is tested again that has passed this plan
 };
+
+// What the line demands of a serial number, as a variable's declaration has it: for VariableFault.
+nlohmann::json SerialChecks(const LineRules& rules);
 
 // Throws PlanError.
 LineRules ReadLineRules(const nlohmann::json& rules, const nlohmann::json& variables);

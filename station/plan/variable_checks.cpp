@@ -42,6 +42,13 @@ std::string PatternFault(const json& wanted, const std::string& value) {
   return fmt::format("it does not match {} as a whole", wanted.get<std::string>());
 }
 
+// The plan's words for what the pattern means.
+std::string WordsFault(const json& declaration) {
+  const json words = declaration.value(PATTERN_HELP, json(""));
+  if (!words.is_string()) throw PlanError(fmt::format("\"{}\" is not a text", PATTERN_HELP));
+  return words == json("") ? "" : fmt::format("it must be {}", words.get<std::string>());
+}
+
 std::string Refused(const json& wanted, const std::string& value) {
   for (const json& one : wanted.is_array() ? wanted : json::array({wanted})) {
     if (!one.is_string()) throw PlanError("\"differs\" is not a text or a list of texts");
@@ -87,14 +94,17 @@ constexpr struct {
 }  // namespace
 
 bool IsVariableCheck(const std::string& key) {
-  return std::ranges::any_of(CHECKS, [&](const auto& check) { return key == check.key; });
+  return key == PATTERN_HELP ||
+         std::ranges::any_of(CHECKS, [&](const auto& check) { return key == check.key; });
 }
 
 std::string VariableFault(const json& declaration, const std::string& value) {
   std::string first;
   for (const auto& [key, fault] : CHECKS) {
     if (!declaration.contains(key)) continue;
-    const std::string one = fault(declaration[key], value);
+    std::string one = fault(declaration[key], value);
+    const std::string words = std::string_view(key) == "pattern" ? WordsFault(declaration) : "";
+    if (!one.empty() && !words.empty()) one = words;
     if (first.empty()) first = one;
   }
   return first;

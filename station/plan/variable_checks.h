@@ -7,6 +7,9 @@
 
 namespace station {
 
+// What a value that fits the declaration's "pattern" is, in words: "black or white".
+constexpr const char* PATTERN_HELP = "pattern-help";
+
 // The declaration has this key, and it is a check.
 bool IsVariableCheck(const std::string& key);
 

@@ -12,29 +12,6 @@ namespace {
 
 using nlohmann::ordered_json;
 
-// One word for each exit status.
-std::string VerdictWord(Verdict verdict) {
-  switch (verdict) {
-    case Verdict::Passed:
-      return "passed";
-    case Verdict::Failed:
-      return "device failure";
-    case Verdict::Incomplete:
-      return "incomplete";
-    case Verdict::Aborted:
-      return "aborted";
-    case Verdict::NoLink:
-      return "link failure";
-    case Verdict::PlanWrong:
-      return "plan error";
-    case Verdict::OutputLost:
-      return "output lost";
-    case Verdict::Skipped:
-      return "skipped";
-  }
-  return "";
-}
-
 ordered_json ExchangesJson(const std::deque<Exchange>& exchanges) {
   ordered_json list = ordered_json::array();
   for (const Exchange& exchange : exchanges) {
@@ -132,6 +109,28 @@ ordered_json RecordJson(const PlanResult& result) {
 }
 
 }  // namespace
+
+std::string VerdictWord(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::Passed:
+      return "passed";
+    case Verdict::Failed:
+      return "device failure";
+    case Verdict::Incomplete:
+      return "incomplete";
+    case Verdict::Aborted:
+      return "aborted";
+    case Verdict::NoLink:
+      return "link failure";
+    case Verdict::PlanWrong:
+      return "plan error";
+    case Verdict::OutputLost:
+      return "output lost";
+    case Verdict::Skipped:
+      return "skipped";
+  }
+  return "";
+}
 
 double Milliseconds(std::chrono::microseconds time) {
   return static_cast<double>(time.count()) / 1000;

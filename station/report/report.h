@@ -22,6 +22,9 @@ std::string ReportJunit(const PlanResult& result);
 // One page that includes its styles and pictures.
 std::string ReportHtml(const PlanResult& result);
 
+// "passed", "device failure": one for each exit status, in all that is written about a run.
+std::string VerdictWord(Verdict verdict);
+
 // A line for each phone.
 std::string SummaryTable(const std::vector<PlanResult>& results);
 std::string SummaryJson(const std::vector<PlanResult>& results);

@@ -7,6 +7,7 @@
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <condition_variable>
 #include <deque>
@@ -53,6 +54,22 @@ void MakeFolderOf(const std::string& file) {
   std::error_code error;
   const auto folder = std::filesystem::path(file).parent_path();
   if (!folder.empty()) std::filesystem::create_directories(folder, error);
+}
+
+bool CanOnlyBeRead(const std::string& file) {
+  const std::string folder = std::filesystem::absolute(file).parent_path();
+  return access(file.c_str(), R_OK) == 0 &&
+         (access(file.c_str(), W_OK) != 0 || access(folder.c_str(), W_OK) != 0);
+}
+
+// SQLite's name for a file that nobody changes.
+std::string ReadOnlyName(const std::string& file) {
+  std::string name = "file://";
+  for (const char byte : std::filesystem::absolute(file).string()) {
+    const bool plain = std::string_view("?#%").find(byte) == std::string_view::npos;
+    name += plain ? std::string(1, byte) : fmt::format("%{:02x}", static_cast<unsigned char>(byte));
+  }
+  return name + "?immutable=1&mode=ro";
 }
 
 // A failure's text on one line.
@@ -132,14 +149,7 @@ SqlValue::SqlValue(const std::string& text) : text_(CleanText(text)) {}
 SqlValue::SqlValue(double number) : text_(fmt::format("{}", number)) {}
 
 struct Connection::Session {
-  explicit Session(const ResultsAddress& address)
-      : session(address.kind == ResultsAddress::Kind::Server
-                    ? soci::connection_parameters(soci::postgresql, ServerParameters(address.text))
-                    : soci::connection_parameters(soci::sqlite3, QuotedFile(address.text))) {
-    if (address.kind != ResultsAddress::Kind::Server) return;
-    auto* server = static_cast<soci::postgresql_session_backend*>(session.get_backend());
-    watch = std::make_unique<Watch>(PQsocket(server->conn_));
-  }
+  Session(const soci::backend_factory& kind, const std::string& parameters) : session(kind, parameters) {}
   // The server is told to forget the statements. The watch ends before the socket's number is used again.
   ~Session() {
     Begin();
@@ -148,6 +158,11 @@ struct Connection::Session {
   }
   Session(const Session&) = delete;
   Session& operator=(const Session&) = delete;
+
+  void WatchServer() {
+    auto* server = static_cast<soci::postgresql_session_backend*>(session.get_backend());
+    watch = std::make_unique<Watch>(PQsocket(server->conn_));
+  }
 
   void Begin() {
     if (watch) watch->Begin();
@@ -183,9 +198,9 @@ auto Connection::Guarded(const Work& work) {
 
 Connection::Connection(const ResultsAddress& address) : address_(address) {
   try {
-    if (address.kind == ResultsAddress::Kind::File) MakeFolderOf(address.text);
-    session_ = std::make_unique<Session>(address);
     if (address.kind == ResultsAddress::Kind::Server) {
+      session_ = std::make_unique<Session>(soci::postgresql, ServerParameters(address.text));
+      session_->WatchServer();
       BeQuiet(session_->session);
       // A station that dies in the middle of drawing a number must not hold up the others.
       Guarded([this] {
@@ -197,17 +212,43 @@ Connection::Connection(const ResultsAddress& address) : address_(address) {
       });
       return;
     }
-    // A run's longest texts fit into such a page, not into one of the usual size. Only a new file takes it.
-    session_->session << "PRAGMA page_size = 8192";
-    // Each commit is on the disk before it returns, and readers do not wait for writers.
-    std::string mode;
-    session_->session << "PRAGMA journal_mode = WAL", soci::into(mode);
-    session_->session << "PRAGMA synchronous = FULL";
-    session_->session << "PRAGMA foreign_keys = ON";
+    try {
+      OpenFile();
+    } catch (const soci::soci_error&) {
+      if (!CanOnlyBeRead(address.text)) throw;
+      OpenToRead();
+    }
   } catch (const soci::soci_error& error) {
     throw ResultsError(fmt::format("the database {} cannot be opened: {}", address.text,
                                    OneLine(error.get_error_message())));
   }
+}
+
+void Connection::OpenFile() {
+  MakeFolderOf(address_.text);
+  session_ = std::make_unique<Session>(soci::sqlite3, QuotedFile(address_.text));
+  // A run's longest texts fit into such a page, not into one of the usual size. Only a new file takes it.
+  session_->session << "PRAGMA page_size = 8192";
+  // Each commit is on the disk before it returns, and readers do not wait for writers.
+  std::string mode;
+  session_->session << "PRAGMA journal_mode = WAL", soci::into(mode);
+  session_->session << "PRAGMA synchronous = FULL";
+  session_->session << "PRAGMA foreign_keys = ON";
+}
+
+// A reader, too, shares a file beside the database with those who write, and cannot make it here. So the
+// database is read as one that does not change.
+void Connection::OpenToRead() {
+  const std::string log = address_.text + "-wal";
+  std::error_code error;
+  if (std::filesystem::file_size(log, error) > 0 && !error) {
+    throw ResultsError(fmt::format(
+        "the database {} cannot be read here: this user may not write into its folder, and {} holds runs "
+        "that are not in it yet. Copy both files into a folder of your own",
+        address_.text, log));
+  }
+  session_ = std::make_unique<Session>(soci::sqlite3, QuotedFile(ReadOnlyName(address_.text)));
+  read_only_ = true;
 }
 
 Connection::Connection(Connection&&) noexcept = default;

@@ -62,13 +62,19 @@ class Connection {
   // A server that is stopped keeps its connections and answers nothing.
   static constexpr std::chrono::seconds PATIENCE{20};
 
-  // Connects, but looks at no table. Throws ResultsError.
+  // Connects, but looks at no table. A SQLite file that this user cannot write is opened to be read. Throws
+  // ResultsError.
   explicit Connection(const ResultsAddress& address);
   Connection(Connection&&) noexcept;
   ~Connection();
 
   const ResultsAddress& Address() const {
     return address_;
+  }
+
+  // A file that this user may only read: nothing can be stored.
+  bool IsReadOnly() const {
+    return read_only_;
   }
 
   // From now on, a server may take any time for a query. Otherwise it is given up after PATIENCE.
@@ -111,7 +117,11 @@ class Connection {
   template <typename Work>
   auto Guarded(const Work& work);
 
+  void OpenFile();
+  void OpenToRead();
+
   ResultsAddress address_;
+  bool read_only_ = false;
   std::unique_ptr<Session> session_;
   Listener listener_;
 };

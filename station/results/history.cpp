@@ -137,9 +137,49 @@ std::optional<RunRow> LastJudgedRun(Connection& connection, const std::string& p
   const Condition condition = ConditionOf({.plan = plan, .phone = phone});
   const auto runs =
       Runs(connection,
-           condition.text + " AND r.verdict BETWEEN 1 AND 4 ORDER BY r.started DESC, r.id DESC LIMIT 1",
+           condition.text +
+               " AND r.verdict BETWEEN 1 AND 4 ORDER BY coalesce(r.turn, r.id) DESC, r.id DESC LIMIT 1",
            condition.values);
   return runs.empty() ? std::nullopt : std::optional(runs.front());
+}
+
+void PlaceLateRun(Connection& connection, std::int64_t run) {
+  connection.Run(
+      "UPDATE runs SET turn = coalesce((SELECT max(coalesce(e.turn, e.id)) FROM runs e WHERE e.phone = "
+      "runs.phone "
+      "AND e.id < runs.id AND e.started <= runs.started), 0) WHERE id = ? AND phone <> ''",
+      {run});
+}
+
+std::vector<std::string> PlanNames(Connection& connection) {
+  std::vector<std::string> names;
+  for (const SqlRow& row : connection.Ask("SELECT DISTINCT name FROM plans ORDER BY name", "t"))
+    names.push_back(row[0].text);
+  return names;
+}
+
+std::vector<std::string> StationNames(Connection& connection) {
+  std::vector<std::string> names;
+  // Each is the next one in the index, so the time does not depend on how many runs there are.
+  for (const SqlRow& row :
+       connection.Ask("WITH RECURSIVE found(name) AS (SELECT min(station) FROM runs UNION ALL "
+                      "SELECT (SELECT min(station) FROM runs WHERE station > found.name) FROM found WHERE "
+                      "found.name IS NOT "
+                      "NULL) SELECT name FROM found WHERE name IS NOT NULL",
+                      "t"))
+    names.push_back(row[0].text);
+  return names;
+}
+
+std::string NewestChange(Connection& connection) {
+  std::string change;
+  for (const SqlRow& row : connection.Ask("SELECT coalesce(max(id), 0) FROM runs", "i"))
+    change = fmt::format("{}:", row[0].number);
+  std::vector<std::int64_t> running;  // sorted here: the database would take the order of all runs for it
+  for (const SqlRow& row : connection.Ask("SELECT id FROM runs WHERE verdict = 8", "i"))
+    running.push_back(row[0].number);
+  std::ranges::sort(running);
+  return change + fmt::format("{}", fmt::join(running, " "));
 }
 
 std::vector<StoredStep> StepsOfRun(Connection& connection, std::int64_t run) {

@@ -68,9 +68,20 @@ std::vector<RunRow> FindRunsAfter(Connection& connection, const RunFilter& filte
 std::optional<RunRow> FindRun(Connection& connection, const std::string& uuid);
 
 // The last run of a plan on a phone that says whether the phone is good: neither aborted nor interrupted, nor
-// a plan's mistake.
+// a plan's mistake. The last is the one that was stored last, since a station's clock may have been set back;
+// only a run that had to wait in a spool has its place by the time of its start.
 std::optional<RunRow> LastJudgedRun(Connection& connection, const std::string& phone,
                                     const std::string& plan);
+
+// Gives a run that waited in a spool its place among those of its phone.
+void PlaceLateRun(Connection& connection, std::int64_t run);
+
+// In alphabetical order.
+std::vector<std::string> PlanNames(Connection& connection);
+std::vector<std::string> StationNames(Connection& connection);
+
+// A text that differs from an earlier one if a run of any station has begun or ended since.
+std::string NewestChange(Connection& connection);
 
 // With their readings and answers, and without files.
 std::vector<StoredStep> StepsOfRun(Connection& connection, std::int64_t run);

@@ -152,7 +152,8 @@ void GiveBack(Connection& connection, const std::string& value, const std::strin
 }
 
 std::vector<std::string> ReserveNumbers(Connection& connection, const std::string& pool,
-                                        const std::string& block, std::size_t count) {
+                                        const std::string& block, const std::string& station,
+                                        std::size_t count) {
   Transaction transaction(connection);
   const std::string kind = LockPool(connection, pool);
   std::vector<std::string> numbers;
@@ -161,12 +162,23 @@ std::vector<std::string> ReserveNumbers(Connection& connection, const std::strin
            {pool, block}))
     numbers.push_back(row[0].text);
   while (numbers.size() < count) {
-    const auto value = Take(connection, pool, kind, "reserved", {"", block, ""});
+    const auto value = Take(connection, pool, kind, "reserved", {"", block, station});
     if (!value) break;
     numbers.push_back(*value);
   }
   transaction.Commit();
   return numbers;
+}
+
+std::int64_t GiveBackReserved(Connection& connection, const std::string& pool, const std::string& block) {
+  Transaction transaction(connection);
+  LockPool(connection, pool);
+  const auto count =
+      connection.Run("UPDATE numbers SET state = 'free', run = '', station = '', changed = " +
+                         std::string(connection.Now()) + " WHERE pool = ? AND state = 'reserved' AND run = ?",
+                     {pool, block});
+  transaction.Commit();
+  return count;
 }
 
 void SettleReserved(Connection& connection, const std::string& value, const Receiver& receiver) {

@@ -57,7 +57,11 @@ void GiveBack(Connection& connection, const std::string& value, const std::strin
 // Numbers set apart for one station, which gives them out while the database is away. `block` names the
 // station's block; it gets what is missing from `count`. Returns all of the block.
 std::vector<std::string> ReserveNumbers(Connection& connection, const std::string& pool,
-                                        const std::string& block, std::size_t count);
+                                        const std::string& block, const std::string& station,
+                                        std::size_t count);
+
+// Gives all that is still reserved in a block back to the pool. Returns how many numbers these were.
+std::int64_t GiveBackReserved(Connection& connection, const std::string& pool, const std::string& block);
 
 // One of a block has been given out.
 void SettleReserved(Connection& connection, const std::string& value, const Receiver& receiver);

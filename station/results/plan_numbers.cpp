@@ -64,7 +64,7 @@ void PlanNumbers::DrawFromDatabase(const std::vector<PoolDraw>& wanted, std::siz
     if (values_.contains(draw.variable)) continue;
     // First what this station gave out by itself: the phone may have a number from there.
     if (reserve > 0 || ReservedNumbers::Exist(*address_, draw.pool))
-      ReservedNumbers(*address_, draw.pool).Settle(connection, reserve);
+      ReservedNumbers(*address_, draw.pool).Settle(connection, reserve, receiver_.station);
     const DrawnNumber number = DrawNumber(connection, draw.pool, receiver_);
     values_[draw.variable] = number.value;
     if (number.fresh) fresh_.push_back({draw.variable, draw.pool, number.value});

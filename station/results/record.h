@@ -31,6 +31,9 @@ enum class StoredVerdict : std::uint8_t {
 
 StoredVerdict ToStored(Verdict verdict);
 
+// A run that was interrupted, or that still goes on, counts as aborted.
+Verdict FromStored(StoredVerdict verdict);
+
 // "passed", "device failure", … as in the reports, and "interrupted" and "running".
 std::string StoredVerdictWord(StoredVerdict verdict);
 

@@ -69,34 +69,29 @@ std::string VariableNamed(const std::string& name, const Variables& variables) {
   return found == variables.end() ? "" : found->second;
 }
 
+constexpr std::pair<Verdict, StoredVerdict> STORED[] = {
+    {Verdict::Skipped, StoredVerdict::Skipped},       {Verdict::Passed, StoredVerdict::Passed},
+    {Verdict::Incomplete, StoredVerdict::Incomplete}, {Verdict::Failed, StoredVerdict::Failed},
+    {Verdict::NoLink, StoredVerdict::NoLink},         {Verdict::PlanWrong, StoredVerdict::PlanWrong},
+    {Verdict::Aborted, StoredVerdict::Aborted},       {Verdict::OutputLost, StoredVerdict::OutputLost},
+};
+
 }  // namespace
 
 StoredVerdict ToStored(Verdict verdict) {
-  switch (verdict) {
-    case Verdict::Skipped:
-      return StoredVerdict::Skipped;
-    case Verdict::Passed:
-      return StoredVerdict::Passed;
-    case Verdict::Incomplete:
-      return StoredVerdict::Incomplete;
-    case Verdict::Failed:
-      return StoredVerdict::Failed;
-    case Verdict::NoLink:
-      return StoredVerdict::NoLink;
-    case Verdict::PlanWrong:
-      return StoredVerdict::PlanWrong;
-    case Verdict::Aborted:
-      return StoredVerdict::Aborted;
-    case Verdict::OutputLost:
-      return StoredVerdict::OutputLost;
-  }
-  return StoredVerdict::PlanWrong;
+  const auto found = std::ranges::find(STORED, verdict, [](const auto& pair) { return pair.first; });
+  return found == std::end(STORED) ? StoredVerdict::PlanWrong : found->second;
+}
+
+Verdict FromStored(StoredVerdict verdict) {
+  const auto found = std::ranges::find(STORED, verdict, [](const auto& pair) { return pair.second; });
+  return found == std::end(STORED) ? Verdict::Aborted : found->first;
 }
 
 std::string StoredVerdictWord(StoredVerdict verdict) {
-  constexpr const char* WORDS[] = {"skipped",    "passed",  "incomplete",  "device failure", "link failure",
-                                   "plan error", "aborted", "interrupted", "running",        "output lost"};
-  return WORDS[static_cast<std::size_t>(verdict)];
+  if (verdict == StoredVerdict::Interrupted) return "interrupted";
+  if (verdict == StoredVerdict::Running) return "running";
+  return VerdictWord(FromStored(verdict));
 }
 
 RunStart StartOf(const Plan& plan, const std::string& port, const Origin& origin, const std::string& uuid) {

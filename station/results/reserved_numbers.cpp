@@ -101,7 +101,7 @@ void ReservedNumbers::Note(const std::string& value, const Receiver& receiver) {
   Write();
 }
 
-void ReservedNumbers::Settle(Connection& connection, std::size_t count) {
+void ReservedNumbers::Settle(Connection& connection, std::size_t count, const std::string& station) {
   const bool given_out =
       std::ranges::any_of(entries_, [](const Entry& entry) { return !entry.receiver.phone.empty(); });
   const auto left = static_cast<std::size_t>(
@@ -115,9 +115,17 @@ void ReservedNumbers::Settle(Connection& connection, std::size_t count) {
     MarkWritten(connection, entry.value);
   }
   entries_.clear();
-  for (const std::string& value : ReserveNumbers(connection, pool_, block_, count))
+  for (const std::string& value : ReserveNumbers(connection, pool_, block_, station, count))
     entries_.push_back({value, {}});
   Write();
+}
+
+std::int64_t ReservedNumbers::GiveBack(Connection& connection) {
+  Settle(connection, 0);
+  // First they leave the file: from now on this station gives none of them out, whatever ends in the middle.
+  entries_.clear();
+  Write();
+  return GiveBackReserved(connection, pool_, block_);
 }
 
 void ReservedNumbers::SettleAll(Connection& connection) {

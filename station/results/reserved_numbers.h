@@ -30,8 +30,13 @@ class ReservedNumbers {
   // ResultsError.
   static void SettleAll(Connection& connection);
 
-  // Tells the database what was given out, and fills the block up to `count`. Throws ResultsError.
-  void Settle(Connection& connection, std::size_t count);
+  // Tells the database what was given out, and fills the block up to `count` for this station. Throws
+  // ResultsError.
+  void Settle(Connection& connection, std::size_t count, const std::string& station = "");
+
+  // Tells the database what was given out, and gives it back what was not. Returns how many numbers these
+  // were. Throws ResultsError.
+  std::int64_t GiveBack(Connection& connection);
 
  private:
   struct Entry {

@@ -83,6 +83,14 @@ constexpr const char* LOST_OUTPUT[] = {
     "INSERT INTO verdicts (code, word) VALUES (9, 'output lost')",
 };
 
+constexpr const char* TURNS[] = {
+    // A run that waited in a spool: the run of the same phone that it comes after. Others come in the order
+    // of "id".
+    "ALTER TABLE runs ADD COLUMN turn BIGINT",
+    // The stations are few, and found without going through the runs.
+    "CREATE INDEX runs_station ON runs (station)",
+};
+
 struct Migration {
   const char* const* statements;
   std::size_t count;
@@ -91,7 +99,8 @@ struct Migration {
 constexpr Migration MIGRATIONS[] = {{RUNS, std::size(RUNS)},
                                     {NUMBERS, std::size(NUMBERS)},
                                     {SLOTS, std::size(SLOTS)},
-                                    {LOST_OUTPUT, std::size(LOST_OUTPUT)}};
+                                    {LOST_OUTPUT, std::size(LOST_OUTPUT)},
+                                    {TURNS, std::size(TURNS)}};
 
 std::string Worded(const Connection& connection, std::string statement) {
   const std::pair<std::string_view, const char*> words[] = {{"{key}", connection.CountedKey()},
@@ -159,8 +168,8 @@ void Migrate(Connection& connection) {
   try {
     MakeNewest(connection);
   } catch (const ResultsError& error) {
-    if (connection.Address().kind == ResultsAddress::Kind::File) throw;
-    // A station's rights do not reach for this.
+    if (connection.Address().kind == ResultsAddress::Kind::File && !connection.IsReadOnly()) throw;
+    // A station's rights, or a reader's, do not reach for this.
     throw ResultsError(fmt::format(
         "{}; its tables have version {}, and version {} is needed, which is made when their owner opens it",
         error.what(), found, NewestSchema()));
@@ -168,6 +177,13 @@ void Migrate(Connection& connection) {
 }
 
 Connection OpenResults(const ResultsAddress& address) {
+  Connection connection = OpenResultsToRead(address);
+  if (connection.IsReadOnly())
+    throw ResultsError(fmt::format("the database {} can only be read by this user", address.text));
+  return connection;
+}
+
+Connection OpenResultsToRead(const ResultsAddress& address) {
   Connection connection(address);
   Migrate(connection);
   return connection;

@@ -15,7 +15,10 @@ int SchemaVersion(Connection& connection);
 // newer program's.
 void Migrate(Connection& connection);
 
-// Connects and migrates. Throws ResultsError.
+// Connects and migrates. Throws ResultsError, also if this user may only read the database's file.
 Connection OpenResults(const ResultsAddress& address);
+
+// The same for who only asks: a file that cannot be written will do.
+Connection OpenResultsToRead(const ResultsAddress& address);
 
 }  // namespace station

@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "station/commands/errors.h"
+#include "station/results/history.h"
 #include "station/results/reserved_numbers.h"
 #include "station/results/spool_format.h"
 
@@ -54,9 +55,11 @@ void Store(RunStore& store, Connection& connection, const fs::path& path) {
   Transaction transaction(connection);
   std::optional<RunStore::Keys> keys;
   bool whole = true;
+  bool late = false;
   for (std::string line; std::getline(file, line) && !file.eof();) {
     const SpooledLine spooled = ParseSpoolLine(line);
     if (spooled.start) {
+      late = !FindRun(connection, spooled.start->uuid);
       keys = store.Start(*spooled.start);
       // Of a killed run, that was its last sign of life.
       connection.Run("UPDATE runs SET heard = ? WHERE id = ? AND verdict = 8", {LastChange(path), keys->run});
@@ -69,6 +72,7 @@ void Store(RunStore& store, Connection& connection, const fs::path& path) {
     if (spooled.step) store.Steps(*keys, {&*spooled.step, 1});
     if (spooled.end) store.End(*keys, *spooled.end);
   }
+  if (late) PlaceLateRun(connection, keys->run);
   transaction.Commit();
   if (!whole) {
     throw ResultsError(

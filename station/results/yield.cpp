@@ -63,16 +63,18 @@ std::optional<double> FinalYield(const YieldRow& row) {
 std::vector<YieldRow> Yields(Connection& connection, const RunFilter& filter, YieldBy by) {
   const Condition condition = ConditionOf(filter);
   const std::string query = fmt::format(
-      "WITH chosen AS (SELECT r.id, r.phone, r.started, r.verdict, p.name AS plan, {} AS place, "
+      "WITH chosen AS (SELECT r.id, r.phone, coalesce(r.turn, r.id) AS turn, r.verdict, p.name AS plan, {} "
+      "AS place, "
       "CASE WHEN r.verdict BETWEEN 1 AND 4 THEN 1 ELSE 0 END AS judged, "
       "CASE WHEN r.phone = '' THEN r.uuid ELSE r.phone END AS known_by "
       "FROM runs r JOIN plans p ON p.id = r.plan WHERE r.verdict <> 8{}), "
       "ranked AS (SELECT place, verdict, judged, "
-      "row_number() OVER (PARTITION BY place, plan, known_by, judged ORDER BY started DESC, id DESC) AS "
+      "row_number() OVER (PARTITION BY place, plan, known_by, judged ORDER BY turn DESC, id DESC) AS "
       "from_last, "
       "CASE WHEN EXISTS (SELECT 1 FROM runs e WHERE e.phone = c.phone AND e.phone <> '' AND "
       "e.plan IN (SELECT id FROM plans WHERE name = c.plan) AND e.verdict BETWEEN 1 AND 4 AND "
-      "(e.started < c.started OR e.started = c.started AND e.id < c.id)) THEN 0 ELSE 1 END AS first FROM "
+      "(coalesce(e.turn, e.id) < c.turn OR coalesce(e.turn, e.id) = c.turn AND e.id < c.id)) THEN 0 ELSE 1 "
+      "END AS first FROM "
       "chosen c) "
       "SELECT place, sum(judged), sum(CASE WHEN judged = 1 AND from_last = 1 THEN 1 ELSE 0 END), "
       "sum(CASE WHEN judged = 1 AND from_last = 1 AND verdict = 1 THEN 1 ELSE 0 END), "

@@ -31,8 +31,8 @@ void CheckSerial(const LineRules& rules, const std::string& serial) {
                     "number: give --set {}=NUMBER",
                     rules.requires_plans.front(), rules.serial.empty() ? "serial" : rules.serial));
   }
-  if (serial.empty() || rules.serial_pattern.empty()) return;
-  const std::string fault = VariableFault({{"pattern", rules.serial_pattern}}, serial);
+  if (serial.empty()) return;
+  const std::string fault = VariableFault(SerialChecks(rules), serial);
   if (!fault.empty()) throw PlanError(fmt::format("“{}” is no serial number: {}", serial, fault));
 }
 

@@ -4,6 +4,7 @@
 #include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
 #include "station/results/numbers.h"
+#include "station/results/reserved_numbers.h"
 #include "station/tool/results_commands.h"
 
 namespace station {
@@ -76,6 +77,22 @@ ExitStatus Draw(const Settings& settings, Given& given) {
   return ExitStatus::Passed;
 }
 
+ExitStatus GiveBackBlock(const Settings& settings, Given& given) {
+  const std::string& pool = given["pool"].front();
+  Connection connection = OpenedResults(settings, given);
+  if (!ReservedNumbers::Exist(connection.Address(), pool)) {
+    throw UsageError(fmt::format("no numbers of the pool \"{}\" were reserved here: there is no block in {}",
+                                 pool, connection.Address().SpoolFolder().string()));
+  }
+  const std::int64_t count = ReservedNumbers(connection.Address(), pool).GiveBack(connection);
+  if (settings.json) {
+    posix::Print("{}\n", JsonText({{"pool", pool}, {"given-back", count}}));
+  } else {
+    posix::Print("{}: {} reserved numbers given back\n", CleanText(pool), count);
+  }
+  return ExitStatus::Passed;
+}
+
 }  // namespace
 
 std::vector<ToolCommand> NumberCommands() {
@@ -95,7 +112,11 @@ std::vector<ToolCommand> NumberCommands() {
       {"numbers draw",
        "print the number of a phone; it gets one if it has none",
        {pool, {Kind::Positional, "serial", "the phone's serial number", "SERIAL"}, ResultsOption()},
-       Draw}};
+       Draw},
+      {"numbers give-back",
+       "give back the numbers that are reserved for this station and that no phone has got",
+       {pool, ResultsOption()},
+       GiveBackBlock}};
 }
 
 }  // namespace station

@@ -16,6 +16,7 @@
 #include "station/results/schema.h"
 #include "station/results/spool.h"
 #include "station/tool/given_options.h"
+#include "station/tool/saved_attachments.h"
 
 namespace station {
 
@@ -145,6 +146,9 @@ void CheckThere(const ResultsAddress& address) {
 ExitStatus ShowHistory(const Settings& settings, Given& given) {
   const std::string compared = OnlyText(given, "compare");
   const std::string detailed = OnlyText(given, "details");
+  const std::string folder = OnlyText(given, "save");
+  if (!folder.empty() && detailed.empty())
+    throw UsageError("--save needs --details RUN: whose files to write");
   RunFilter filter = FilterOf(given);
   filter.phone = OnlyText(given, "serial");
   if (filter.phone.empty()) throw UsageError("history needs the number of a phone, and this one is empty");
@@ -160,6 +164,7 @@ ExitStatus ShowHistory(const Settings& settings, Given& given) {
                     settings.json);
   } else if (!detailed.empty()) {
     const RunRow& run = RunNamed(runs, detailed);
+    if (!folder.empty()) SaveAttachments(connection, run, folder);
     posix::Print("{}", settings.json ? JsonText(DetailsJson(connection, run)) + "\n"
                                      : CleanText(HistoryText({run}) + DetailsText(connection, run)));
   } else if (settings.json) {
@@ -190,7 +195,8 @@ std::optional<ResultsAddress> GivenResults(const Settings& settings, Given& give
 Connection OpenedResults(const Settings& settings, ToolCommand::Given& given, bool makes) {
   const ResultsAddress address = *GivenResults(settings, given);
   if (!makes) CheckThere(address);
-  Connection connection = OpenResults(address);
+  Connection connection = OpenResultsToRead(address);
+  if (connection.IsReadOnly()) return connection;
   try {
     RunStore store(connection);
     HandIn(store, connection);
@@ -268,12 +274,15 @@ std::vector<ToolCommand::Option> WithFilter(std::vector<ToolCommand::Option> opt
 }
 
 std::vector<ToolCommand> HistoryCommands() {
-  return {{"history", "list the stored runs of a phone, compare two of them, or show one whole",
-           WithFilter({{Kind::Positional, "serial",
-                        "the phone's serial number, identity or Bluetooth address", "SERIAL"},
-                       {Kind::Text, "compare", "what two runs of the list have different", "RUN,RUN"},
-                       {Kind::Text, "details", "one run of the list with its steps and readings", "RUN"}}),
-           ShowHistory}};
+  return {
+      {"history", "list the stored runs of a phone, compare two of them, or show one whole",
+       WithFilter({{Kind::Positional, "serial", "the phone's serial number, identity or Bluetooth address",
+                    "SERIAL"},
+                   {Kind::Text, "compare", "what two runs of the list have different", "RUN,RUN"},
+                   {Kind::Text, "details", "one run of the list with its steps and readings", "RUN"},
+                   {Kind::Text, "save",
+                    "with --details: write the run's pictures and other files into this folder", "FOLDER"}}),
+       ShowHistory}};
 }
 
 }  // namespace station

@@ -19,7 +19,7 @@ using browser::ServedLine;
 constexpr const char* BOARD_TEST = R"({
   "name": "Board test",
   "variables": {"colour": {"help": "on the label", "required": true, "default": "", "pattern": "[a-z]+"}},
-  "line": {"serial-pattern": "SN[0-9]+", "retest-reason": true},
+  "line": {"serial-pattern": "SN[0-9]+", "serial-pattern-help": "SN and a number", "retest-reason": true},
   "on-failure": "continue",
   "steps": [
     {"name": "The server answers", "command": "ping"},
@@ -121,13 +121,19 @@ TEST_F(LineTest, APhoneIsScannedTestedAskedAboutAndPassed) {
   page_.Await("return document.querySelector('#hint').innerText.includes('Choose a slot')", "the refusal");
   Scan("SLOT-A");
   Scan("XY1");
-  page_.Await("return document.querySelector('#hint').innerText.includes('“XY1” is no serial number')",
-              "the refusal");
+  const char* card_top = "return document.querySelector('#slot-A').getBoundingClientRect().top";
+  const Json before = page_.Run(card_top);
+  page_.Await("return document.querySelector('#hint.refusal')?.innerText === arguments[0]", "the refusal",
+              {"“XY1” is no serial number: it must be SN and a number. Scan the right label."});
+  EXPECT_EQ(before, page_.Run(card_top)) << "a button must not move under a finger";
   // One after the other, sooner than the page can answer.
   Scan("SN0001");
   AwaitCard("A", "Scan the colour");
   Scan("green");
   AwaitCard("A", "Does the green phone vibrate?");
+
+  // A page asks for a picture that is not there any more: nothing is wrong with that.
+  EXPECT_EQ(204, page_.Run("return fetch('/slots/A/picture?question=0').then((answer) => answer.status)"));
 
   // Another page and a loaded one show the same question; a scan that begins with p answers nothing.
   page_.Open(line->Address());
@@ -275,8 +281,10 @@ TEST_F(LineTest, TheLineGoesOnWithoutItsDatabaseAndRefusesWhatCannotBeLookedUp) 
   // And sets what the plan lets be set: it is not asked of the operator any more.
   page_.Click("a[href='/settings.html']");
   page_.Type("[data-setting=lot] input", "7\n");
-  page_.Await("return document.querySelector('.tell-failure')?.innerText.includes('“7” is no lot')",
-              "the refusal");
+  page_.Await(
+      "return document.querySelector('.tell-failure')?.innerText.includes('“7” is no lot: it does not look "
+      "like one')",
+      "the refusal");
   page_.Type("[data-setting=lot] input", "L7\n");
   page_.Await("return document.querySelector('#tells').innerText.includes('lot is L7')", "the setting");
   page_.Click("a[href='/']");
@@ -388,8 +396,12 @@ TEST_F(LineTest, HistoryAndChartsShowWhatWasRun) {
       << R"({"name": "Small", "variables": {"serial": {}}, "steps": [{"command": "ping"}]})";
   std::ofstream(folder_ / "x.html") << "<script>alert(1)</script>";
   browser::RunToEnd({PHONETEST_PROGRAM, "--port", folder_ / "A", "run", folder_ / "small.json", "--set",
-                     "serial=SN8", "--attach", folder_ / "x.html", "--results", folder_ / "results.db"});
-  EXPECT_EQ("application/octet-stream, attachment; filename=\"attachment\"",
+                     "serial=SN8", "--attach", folder_ / "x.html", "--station", "ELSEWHERE", "--results",
+                     folder_ / "results.db"});
+  // The run of another station comes into the list by itself.
+  page_.Await("return document.querySelector('#runs').innerText.includes('ELSEWHERE')",
+              "the other station's run");
+  EXPECT_EQ("application/octet-stream, attachment; filename=\"x.html.txt\"",
             page_.Run("return fetch(arguments[0]).then(({headers}) => "
                       "`${headers.get('Content-Type')}, ${headers.get('Content-Disposition')}`)",
                       {"/runs/" + NewestRun("SN8").at("run").get<std::string>() + "/files/0/x.html"}));
@@ -424,6 +436,9 @@ TEST_F(LineTest, HistoryAndChartsShowWhatWasRun) {
   EXPECT_EQ(2, std::accumulate(classes.begin(), classes.end(), 0));
   EXPECT_EQ(Json::parse("[[1]]"), drawn.at("steps"));
   for (const char* chart : {"hours", "days"}) EXPECT_EQ(Json::parse("[[1], [0], [1]]"), drawn.at(chart));
+  EXPECT_EQ(
+      Json::parse(R"(["all stations", "ELSEWHERE", "LINE3"])"),
+      page_.Run("return [...document.querySelectorAll('#station option')].map((one) => one.innerText)"));
   EXPECT_NE(std::string::npos, page_.Text("#tiles").find("0 of 1 new phones"));
   EXPECT_EQ("", page_.Complaints());
   page_.Screenshot(std::filesystem::path(SCREENSHOTS) / "line-yield.png");

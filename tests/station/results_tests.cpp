@@ -158,6 +158,16 @@ TEST_P(Results, ARunIsFoundAgainWithAllThatItHeld) {
   EXPECT_EQ(whole["steps"][2]["values"][0]["value"], "a ? bell");
   EXPECT_EQ(Json({"history", "SN1", "--details", "1"})["attachments"].size(), 2u);
 
+  // Its files come back as they were, and none leaves the folder, whatever its name is.
+  const std::string saved = TemporaryFolder() + "/saved";
+  Sql("UPDATE attachments SET name = '../../up' WHERE name = 'results-trace'");
+  EXPECT_EQ(Tool({"history", "SN1", "--details", "1", "--save", saved}).status, 0);
+  EXPECT_EQ(ReadFile(saved + "/results-plan.json"), ReadFile(plan));
+  EXPECT_EQ(ReadFile(saved + "/_.._.._up"), ReadFile(trace));
+  EXPECT_EQ(std::distance(fs::directory_iterator(saved), fs::directory_iterator()), 2);
+  EXPECT_EQ(Tool({"history", "SN1", "--save", saved}).status, 2);
+  EXPECT_EQ(Tool({"history", "SN1", "--details", "1", "--save", "/dev/null/folder"}).status, 7);
+
   std::set<std::string> changed;
   for (const json& one : Json({"history", "SN1", "--compare", "1,2"}))
     changed.insert(one["step"].get<std::string>() + "/" + one["reading"].get<std::string>());
@@ -359,6 +369,33 @@ TEST_P(Results, APlanDrawsAndGivesBackOnlyWhatWasCertainlyNotWritten) {
   EXPECT_EQ(left(), 2);
 }
 
+TEST_P(Results, AStationsBlockIsGivenBackWithoutTheNumbersThatPhonesGotFromIt) {
+  ASSERT_EQ(Tool({"numbers", "add", "identity", "00499901064000-00499901064004"}).status, 0);
+  EXPECT_EQ(Tool({"numbers", "give-back", "identity"}).status, 2) << "nothing was reserved";
+  const std::string plan = PlanFile(R"({"command": "ping"}, {"program": ["echo", "${identity}"]})",
+                                    R"("serial": {}, "identity": {"draw": "identity"})");
+  EXPECT_EQ(Run(plan, {PING}, "SN1", {"--reserve", "2", "--station", "S9"}).status, 0);
+  EXPECT_NE(Tool({"numbers", "show", "identity"}).output.find("reserved"), std::string::npos);
+  EXPECT_EQ(Sql("SELECT count(*) FROM numbers WHERE state = 'reserved' AND station = 'S9'"), "2");
+  TakeAway();
+  EXPECT_EQ(Run(plan, {PING}, "SN2").status, 0);
+  BringBack();
+  // The database is told of SN2's number when the command opens it, or by the command itself.
+  EXPECT_EQ(Json({"numbers", "give-back", "identity"})["given-back"], 1);
+  EXPECT_EQ(Json({"numbers", "give-back", "identity"})["given-back"], 0);
+  const json pool = Json({"numbers", "list"})[0];
+  EXPECT_EQ(pool["left"], 3);
+  EXPECT_EQ(pool["reserved"], 0);
+  const std::string had = Json({"history", "SN2"})[0]["identity"];
+  EXPECT_EQ(Json({"numbers", "draw", "identity", "SN2"})["number"], had);
+  std::set<std::string> drawn = {had, Json({"history", "SN1"})[0]["identity"]};
+  for (const char* serial : {"SN3", "SN4", "SN5"}) {
+    EXPECT_TRUE(drawn.insert(Json({"numbers", "draw", "identity", serial})["number"]).second) << serial;
+  }
+  TakeAway();
+  EXPECT_EQ(Run(plan, {}, "SN6").status, 4) << "its own block is empty";
+}
+
 TEST_P(Results, ANumberThatAnotherRunMayHaveWrittenIsNotGivenOutAgain) {
   ASSERT_EQ(Tool({"numbers", "add", "identity", "00499901064000-00499901064003"}).status, 0);
   ASSERT_EQ(Tool({"numbers", "add", "radio", "00:02:5B:0A:FF:10-00:02:5B:0A:FF:11"}).status, 0);
@@ -465,10 +502,48 @@ TEST_P(Results, YieldAndCapabilityAgreeWithAnotherProgram) {
       2);
 }
 
+TEST_P(Results, AReaderWhoCannotWriteReadsTheDatabaseOrIsToldWhyNot) {
+  if (!IsFile()) GTEST_SKIP() << "a server has users of its own";
+  EXPECT_EQ(Run(PlanFile(R"({"command": "ping"})"), {PING}, "SN1").status, 0);
+  const std::string folder = TemporaryFolder() + "/only 100 % to be read";
+  fs::create_directory(folder);
+  fs::copy(file_, folder + "/results.db");
+  const auto read = [&](Words words) {
+    if (getuid() == 0) {
+      const Words as_user = {"setpriv", "--reuid", "65534", "--regid", "65534", "--clear-groups"};
+      words.insert(words.begin(), PHONETEST_PROGRAM);
+      words.insert(words.begin(), as_user.begin(), as_user.end());
+    } else {
+      words.insert(words.begin(), PHONETEST_PROGRAM);
+    }
+    words.insert(words.end(), {"--results", folder + "/results.db"});
+    return RunProgram(words);
+  };
+  fs::permissions(TemporaryFolder(), fs::perms::others_exec, fs::perm_options::add);
+  fs::permissions(folder + "/results.db", fs::perms(0444));
+  fs::permissions(folder, fs::perms(0555));
+  for (const Words& words : {Words{"history", "SN1"}, {"yield"}, {"export", "--table", "runs"}}) {
+    const ToolResult result = read(words);
+    EXPECT_EQ(result.status, 0) << result.errors;
+    EXPECT_NE(result.output.find("Line"), std::string::npos) << result.output;
+    EXPECT_EQ(result.errors, "");
+  }
+  EXPECT_NE(read({"numbers", "add", "identity", "00499901064000"}).status, 0);
+  // Runs that are only in the log would be missing.
+  fs::permissions(folder, fs::perms(0755));
+  std::ofstream(folder + "/results.db-wal") << "runs";
+  fs::permissions(folder, fs::perms(0555));
+  const ToolResult refused = read({"history", "SN1"});
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_NE(refused.errors.find("Copy both files"), std::string::npos) << refused.errors;
+  fs::permissions(folder, fs::perms(0755));
+}
+
 TEST_P(Results, AnOlderDatabaseIsMigratedAndANewerOneIsLeftAlone) {
   const std::string plan = PlanFile(R"({"command": "ping"})");
   EXPECT_EQ(Run(plan, {PING}, "SN1").status, 0);
   Sql("DROP TABLE numbers; DROP TABLE number_ranges; DROP TABLE pools; ALTER TABLE runs DROP COLUMN slot; "
+      "DROP INDEX runs_station; ALTER TABLE runs DROP COLUMN turn; "
       "CREATE INDEX measurements_judged ON measurements (run, definition, value); "
       "CREATE INDEX measurements_trend ON measurements (definition, run, value); "
       "DELETE FROM schema_versions WHERE version > 1; DELETE FROM verdicts WHERE code = 9");
@@ -477,7 +552,7 @@ TEST_P(Results, AnOlderDatabaseIsMigratedAndANewerOneIsLeftAlone) {
   ASSERT_EQ(migrated.size(), 1u);
   EXPECT_EQ(migrated[0]["slot"], "");
   EXPECT_EQ(migrated[0]["verdict"], "passed");
-  EXPECT_EQ(Sql("SELECT count(*) FROM schema_versions"), "4");
+  EXPECT_EQ(Sql("SELECT count(*) FROM schema_versions"), "5");
   const std::string lost =
       PlanFile(R"({"command": "factory-info read", "arguments": {"file": "/dev/full"}})");
   EXPECT_EQ(Run(lost, {{"1100000000000000", "00000000" + Repeat("00", 128)}}, "SN1").status, 7);
@@ -517,6 +592,22 @@ TEST_P(Results, ThePlansRulesForTheLineHoldOnTheCommandLineToo) {
   EXPECT_EQ(run(board, {NO_PING}, "SN1").status, 1);
   EXPECT_EQ(run(box, {}, "SN1").status, 4);
   EXPECT_EQ(run(board, {PING}, "SN1").status, 0);
+  // A clock that was set back after the pass: the failure is the newest run all the same.
+  Sql("UPDATE runs SET started = started + 100000000");
+  EXPECT_EQ(run(board, {NO_PING}, "SN1").status, 1);
+  EXPECT_EQ(run(box, {}, "SN1").status, 4);
+  EXPECT_EQ(Json({"yield", "--plan-name", "Board"})["yield"][0]["passed"], 0);
+  // And a pass that waited in a spool is not newer than a failure that was stored meanwhile.
+  TakeAway();
+  EXPECT_EQ(run(board, {PING}, "SN2").status, 0);
+  const std::string waiting = Spool();
+  fs::rename(waiting, waiting + ".late");
+  BringBack();
+  EXPECT_EQ(run(board, {NO_PING}, "SN2").status, 1);
+  fs::rename(waiting + ".late", waiting);
+  EXPECT_EQ(Json({"history", "SN2"}).size(), 2u);
+  EXPECT_EQ(run(box, {}, "SN2").status, 4);
+  EXPECT_EQ(run(board, {PING}, "SN1").status, 0);
   EXPECT_EQ(run(box, {PING}, "SN1").status, 0);
   const ToolResult again = run(box, {}, "SN1");
   EXPECT_EQ(again.status, 4);
@@ -554,9 +645,11 @@ TEST_P(Results, NoQuestionGoesThroughAllRuns) {
   const auto statistics = Statistics(connection, day);
   ASSERT_EQ(statistics.size(), 1u);
   EXPECT_EQ(Trend(connection, day, statistics[0].definitions).size(), 1u);
+  EXPECT_EQ(StationNames(connection).size(), 1u);
+  EXPECT_NE(NewestChange(connection), "");
   MarkInterrupted(connection);
   EXPECT_EQ(wrong, "");
-  EXPECT_GE(queries, 13);
+  EXPECT_GE(queries, 16);
 }
 
 class ServerResults : public Results {};

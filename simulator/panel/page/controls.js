@@ -81,7 +81,7 @@ function showAround(state) {
   press(find('#sim'), state.modem.sim);
   setText(find('#clock'), state.clock);
   const radio = state.radio;
-  setText(find('#radio'), `${(radio.frequency / 16).toFixed(2)} MHz, ${radio.muted ? 'muted' : `volume ${radio.volume}`}, signal ${radio.signal}`);
+  setText(find('#radio'), `${radio.frequency.toFixed(2)} MHz, ${radio.muted ? 'muted' : `volume ${radio.volume}`}, signal ${radio.signal}`);
   find('#radio-meter i').style.width = `${radio.signal / 655.35}%`;
   find('#radio-meter').setAttribute('aria-valuenow', radio.signal);
   if (document.activeElement !== find('#signal')) find('#signal').value = state.modem.signal;

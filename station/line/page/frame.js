@@ -48,6 +48,16 @@ function showStore(store) {
   find('#store').title = store.where;
 }
 
+// Handles the store's news, and calls `look` when a run of any station has begun or ended since the page was opened.
+export function whenChanged(showStore, look) {
+  let seen = null;
+  return (store) => {
+    showStore(store);
+    if (seen !== null && store.changes !== seen) look();
+    seen = store.changes;
+  };
+}
+
 function showLink(state) {
   document.body.classList.toggle('lost', state !== 'open');
   if (state === 'open') badge('#link', '', '');

@@ -2,7 +2,7 @@
 import {ask, find, make, setText} from '/dom.js';
 import {openEvents} from '/events.js';
 import {trying} from '/live.js';
-import {openFrame} from '/frame.js';
+import {openFrame, whenChanged} from '/frame.js';
 import {moment, reportOf, seconds, verdictBadge} from '/report.js';
 
 const frame = await openFrame('History');
@@ -18,11 +18,16 @@ function row(run) {
     make('td', {class: 'number'}, seconds(run.milliseconds)));
 }
 
+let wanted = new URLSearchParams(); // what was searched for last; more may be typed since
+let shown = '';
+
+// Asks again when runs were stored meanwhile; what stands there stays if it is the same.
 async function search() {
-  const wanted = new URLSearchParams();
-  for (const name of ['phone', 'from', 'to']) if (form[name].value.trim()) wanted.set(name, form[name].value.trim());
   const runs = await trying(() => ask(`/runs?${wanted}`));
   if (!runs) return;
+  const answer = JSON.stringify([`${wanted}`, runs]);
+  if (answer === shown) return;
+  shown = answer;
   const phone = wanted.get('phone');
   setText(find('#found'), phone ? `Runs of ${phone}` : 'Newest runs');
   find('#runs').replaceChildren(...(runs.length ? runs.map(row)
@@ -43,10 +48,12 @@ async function showReport() {
 form.addEventListener('submit', (event) => {
   event.preventDefault();
   location.hash = '';
+  wanted = new URLSearchParams();
+  for (const name of ['phone', 'from', 'to']) if (form[name].value.trim()) wanted.set(name, form[name].value.trim());
   form.phone.select(); // a scanner types the next one over it
   search();
 });
 window.addEventListener('hashchange', showReport);
 search();
 showReport();
-openEvents('/events', {store: frame.showStore}, frame.showLink);
+openEvents('/events', {store: whenChanged(frame.showStore, search)}, frame.showLink);

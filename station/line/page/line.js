@@ -10,6 +10,7 @@ const frame = await openFrame('Line');
 const cards = new Map();
 let line = frame.line;
 let chosen = '';
+let refusal = '';
 
 for (const slot of line.slots) {
   const card = new Card(slot, line.steps, {choose, act: (word, data) => trying(() => act(slot.name, word, data))});
@@ -44,6 +45,13 @@ function showNext() {
   const view = cards.get(chosen)?.view;
   setText(find('#scan-label'), chosen ? `Slot ${chosen}` : 'Scan');
   find('#scan').placeholder = placeholder(view);
+  setText(find('#hint'), refusal || advice(view));
+}
+
+// Below the scan field while nothing is refused: what else can be done.
+function advice(view) {
+  if (!view) return line.slots.length > 1 ? 'Scan a slot’s barcode, or click its card.' : '';
+  return line.slots.length > 1 ? 'Another slot is chosen by its barcode or a click.' : '';
 }
 
 // What the operator is to do next with the chosen slot.
@@ -57,8 +65,9 @@ function placeholder(view) {
 
 function refuse(sentence) {
   const hint = find('#hint');
-  setText(hint, sentence);
+  refusal = sentence;
   hint.classList.toggle('refusal', sentence !== '');
+  showNext();
 }
 
 // A scanner may send the next code before the first one is answered, and that code belongs to the slot that the first

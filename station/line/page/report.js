@@ -34,10 +34,14 @@ function valueLine(value) {
     `${value.reading} ${shown}${value.unit ? ` ${value.unit}` : ''}${limitText(value)}`);
 }
 
-function picture(run, step, file) {
-  if (!file.type.startsWith('image/')) return null;
-  return make('figure', {}, make('img', {src: `/runs/${run}/files/${step}/${encodeURIComponent(file.name)}`,
-    alt: file.name, loading: 'lazy'}), make('figcaption', {}, file.name));
+// A picture is shown, anything else is a link that saves it.
+function shownFile(run, step, file) {
+  const address = `/runs/${run}/files/${step}/${encodeURIComponent(file.name)}`;
+  if (!file.type.startsWith('image/')) {
+    return make('div', {class: 'values'}, make('a', {class: 'file', href: address, download: ''}, file.name));
+  }
+  return make('figure', {}, make('img', {src: address, alt: file.name, loading: 'lazy'}),
+    make('figcaption', {}, file.name));
 }
 
 function stepRow(run, step) {
@@ -49,7 +53,7 @@ function stepRow(run, step) {
       step.message ? make('div', {class: bad ? 'bad-text' : 'values'}, step.message) : null,
       step.question && step.question !== step.name ? make('div', {class: 'values'}, step.question) : null,
       answer ? make('div', {class: 'values'}, answer) : null,
-      step.values.map(valueLine), step.files.map((file) => picture(run, step.number, file))));
+      step.values.map(valueLine), step.files.map((file) => shownFile(run, step.number, file))));
 }
 
 export function reportOf(report) {
@@ -69,6 +73,8 @@ export function reportOf(report) {
       ...Object.entries(report.versions || {}).map(([name, text]) => fact(`${name} version`, text)),
       ...Object.entries(report.variables || {}).map(([name, text]) => fact(name, text)),
     ].filter(Boolean)),
+    report.files.length ? make('div', {class: 'files'}, make('h3', {}, 'Files of the run'),
+      report.files.map((file) => shownFile(report.run, 0, file))) : null,
     make('div', {class: 'wide-table'}, make('table', {}, make('thead', {}, make('tr', {},
       make('th', {class: 'number'}, ''), make('th', {}, 'Verdict'), make('th', {class: 'number'}, 'Time'),
       make('th', {}, 'Step'))), make('tbody', {}, report.steps.map((step) => stepRow(report.run, step))))),

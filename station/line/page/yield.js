@@ -4,10 +4,8 @@ import {ask, find, make, setText} from '/dom.js';
 import {openEvents} from '/events.js';
 import {trying} from '/live.js';
 import {drawFailingSteps, drawHistogram, drawTrend, drawYield} from '/charts.js';
-import {openFrame} from '/frame.js';
+import {openFrame, whenChanged} from '/frame.js';
 
-// Runs end together on a line; the page asks once for all of them.
-const PAUSE = 1500; // ms
 
 const frame = await openFrame('Yield');
 const form = find('#range');
@@ -16,9 +14,16 @@ const dayText = (date) => [date.getFullYear(), date.getMonth() + 1, date.getDate
   .map((part) => String(part).padStart(2, '0')).join('-');
 form.from.value = dayText(new Date(today.getTime() - 6 * 24 * 3600 * 1000));
 form.to.value = dayText(today);
-form.plan.append(make('option', {value: frame.line.plan}, frame.line.plan), make('option', {value: ''}, 'all plans'));
-form.station.append(make('option', {value: ''}, 'all stations'),
-  make('option', {value: frame.line.station}, frame.line.station));
+form.plan.append(make('option', {value: frame.line.plan}, frame.line.plan));
+form.plan.value = frame.line.plan;
+
+// What can be chosen: all plans and stations that have a run, and this line's before its first one.
+function showChoices(select, all, own, names) {
+  const before = select.value;
+  select.replaceChildren(make('option', {value: ''}, all),
+    ...[...new Set([own, ...names])].filter(Boolean).sort().map((name) => make('option', {value: name}, name)));
+  select.value = before;
+}
 
 const range = () => new URLSearchParams(
   ['from', 'to', 'plan', 'station'].map((name) => [name, form[name].value]));
@@ -38,6 +43,8 @@ function showTiles({phones, first_tested, first_passed, passed, runs}) {
     tile('Runs', String(runs), `${Math.max(0, runs - phones)} of them again`));
 }
 
+let timer = 0;
+let took = 0;
 let measurements = new Map();
 
 // Keeps what is chosen while the list grows.
@@ -77,31 +84,28 @@ async function showMeasurement() {
 }
 
 async function show() {
+  timer = 0;
+  const begun = performance.now();
   const summary = await trying(() => ask(`/yields?${range()}`));
   if (!summary) return;
+  showChoices(form.plan, 'all plans', frame.line.plan, summary.plans);
+  showChoices(form.station, 'all stations', frame.line.station, summary.stations);
   showTiles(summary);
   drawYield('hours', summary.hours);
   drawYield('days', summary.days);
   drawFailingSteps('steps', summary.failing);
   showMeasurements(summary.measurements);
   await showMeasurement();
+  took = performance.now() - begun;
 }
 
 form.addEventListener('change', show);
 find('#measurement').addEventListener('change', showMeasurement);
 
-let timer = 0;
-const ended = new Map(); // the newest run of each slot
-function look(slot, view) {
-  const run = view.verdict?.run;
-  if (!run || ended.get(slot) === run) return;
-  ended.set(slot, run);
-  clearTimeout(timer);
-  timer = setTimeout(show, PAUSE);
+// Runs end together on a line; the page asks once for all of them, and leaves a database with many runs most of its time.
+function look() {
+  if (!timer) timer = setTimeout(show, Math.max(1500, 10 * took));
 }
 
 await show();
-openEvents('/events', {
-  store: frame.showStore,
-  ...Object.fromEntries(frame.line.slots.map(({name}) => [`slot-${name}`, (view) => look(name, view)])),
-}, frame.showLink);
+openEvents('/events', {store: whenChanged(frame.showStore, look)}, frame.showLink);
