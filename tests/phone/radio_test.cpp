@@ -179,10 +179,11 @@ TEST_F(RadioTest, TellsWhatTheDriverTells) {
   Phone().With<Radio>([](Radio& radio) { radio.state.writes_nothing = false; });
 
   EXPECT_EQ(Command(1, 1464, 9).status, SUCCESS);
-  EXPECT_EQ(Phone().Command({"radio"}).substr(0, 53),
+  EXPECT_EQ(Phone().Command({"radio"}).substr(0, 54),
             "tuned to 91.5 MHz, signal 58000, volume 9, stereo\nstat");
   Phone().Command({"radio", "silence"});
-  Phone().Command({"radio", "station", "93.75", "65535"});
+  EXPECT_NE(Phone().Command({"radio", "station", "93.75", "65535"}).find("station 93.75 MHz signal 65535\n"),
+            std::string::npos);
   EXPECT_EQ(Command(1, 1464, 9).signal, 1200u);
   EXPECT_EQ(Command(1, 1499, 9).signal, 49151u) << "beside a station";
   EXPECT_EQ(Command(1, 1500, 9).signal, 65535u);
