@@ -24,7 +24,7 @@ using web::Visit;
 // What a person can see of a change, and what 32 slots can send without a load.
 constexpr std::chrono::milliseconds PUBLISH_PAUSE{20};
 constexpr std::chrono::seconds STORE_LOOK{1};
-constexpr std::size_t LONGEST_NAME = 60;
+constexpr std::size_t LONGEST_NAME = 240;  // bytes: the page takes 60 letters
 
 // On one line, as an event's data is.
 std::string EventText(const ordered_json& value) {
@@ -43,9 +43,13 @@ std::string TextIn(const json& body, const char* key) {
   return value;
 }
 
-// The operator's name, as the page's person has typed it.
+// The operator's name, as the page's person has typed it. Not cut within a letter.
 std::string WhoIn(const json& body) {
-  return CleanText(TextIn(body, "who").substr(0, LONGEST_NAME));
+  std::string name = TextIn(body, "who");
+  std::size_t end = std::min(name.size(), LONGEST_NAME);
+  while (end > 0 && end < name.size() && (static_cast<unsigned char>(name[end]) & 0xC0) == 0x80) --end;
+  name.resize(end);
+  return CleanText(name);
 }
 
 Reply Done(const std::string& refusal) {

@@ -31,8 +31,13 @@ std::string FaultInWords(nlohmann::json checks, const std::string& value) {
   return VariableFault(checks, value);
 }
 
+// Also Unicode's own: those that turn the direction of all that follows would make another sentence of ours.
 bool HasControlCharacter(const std::string& text) {
-  return std::ranges::any_of(text, [](unsigned char c) { return c < ' ' || c == 0x7F; });
+  static constexpr const char* TURNING[] = {"\u200E", "\u200F", "\u2028", "\u2029", "\u202A",
+                                            "\u202B", "\u202C", "\u202D", "\u202E", "\u2066",
+                                            "\u2067", "\u2068", "\u2069", "\uFEFF"};
+  return std::ranges::any_of(text, [](unsigned char c) { return c < ' ' || c == 0x7F; }) ||
+         std::ranges::any_of(TURNING, [&](const char* one) { return text.find(one) != std::string::npos; });
 }
 
 }  // namespace

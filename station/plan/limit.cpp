@@ -9,6 +9,7 @@
 #include "posix/nearest_words.h"
 #include "station/commands/check_digit.h"
 #include "station/commands/errors.h"
+#include "station/plan/variable_checks.h"
 
 namespace station {
 
@@ -84,10 +85,12 @@ Limit ParseLimit(const std::string& reading, const json& description) {
       limit.luhn = value;
     } else if (key == "pattern" && value.is_string()) {
       limit.pattern = value;
+    } else if (key == PATTERN_HELP && value.is_string()) {
+      limit.pattern_help = value;
     } else {
-      throw PlanError(fmt::format(
-          "limit on \"{}\": unknown key \"{}\"{}", reading, key,
-          posix::DidYouMean(key, {"equals", "differs", "minimum", "maximum", "mask", "luhn", "pattern"})));
+      throw PlanError(fmt::format("limit on \"{}\": unknown key \"{}\"{}", reading, key,
+                                  posix::DidYouMean(key, {"equals", "differs", "minimum", "maximum", "mask",
+                                                          "luhn", "pattern", PATTERN_HELP})));
     }
   }
   if (limit.mask && !limit.equals)
@@ -96,6 +99,8 @@ Limit ParseLimit(const std::string& reading, const json& description) {
     throw PlanError(fmt::format("limit on \"{}\": the minimum {} is above the maximum {}", reading,
                                 *limit.minimum, *limit.maximum));
   }
+  if (limit.pattern.empty() && !limit.pattern_help.empty())
+    throw PlanError(fmt::format("limit on \"{}\": \"{}\" needs a pattern", reading, PATTERN_HELP));
   if (limit.pattern.empty()) return limit;
   // This library's time and memory are bounded for every pattern.
   limit.expression = std::make_shared<re2::RE2>(limit.pattern, re2::RE2::Quiet);
@@ -135,12 +140,14 @@ std::string LimitText(const Limit& limit) {
   if (limit.minimum) parts.push_back(fmt::format("at least {}", *limit.minimum));
   if (limit.maximum) parts.push_back(fmt::format("at most {}", *limit.maximum));
   if (limit.luhn) parts.push_back("with a right check digit");
-  if (limit.expression) parts.push_back("matches " + limit.pattern);
+  if (limit.expression)
+    parts.push_back(limit.pattern_help.empty() ? "matches " + limit.pattern : limit.pattern_help);
   return fmt::format("{}", fmt::join(parts, ", "));
 }
 
 std::string JudgeLimit(const Limit& limit, const json& value) {
-  const std::string is = fmt::format("{} is {}", limit.reading, AsText(value));
+  const std::string text = AsText(value);
+  const std::string is = fmt::format("{} is {}", limit.reading, text.empty() ? "empty" : text);
   if (limit.mask || limit.minimum || limit.maximum) {
     if (!value.is_number()) {
       throw PlanError(
@@ -170,6 +177,7 @@ std::string JudgeLimit(const Limit& limit, const json& value) {
   if (const std::string fault = limit.luhn ? CheckDigitFault(AsText(value)) : ""; !fault.empty())
     return fmt::format("{}: {}", is, fault);
   if (limit.expression && !re2::RE2::PartialMatch(AsText(value), *limit.expression)) {
+    if (!limit.pattern_help.empty()) return fmt::format("{} instead of {}", is, limit.pattern_help);
     return fmt::format("{}, which does not match {}", is, limit.pattern);
   }
   return "";

@@ -26,6 +26,7 @@ struct Limit {
   std::optional<std::uint64_t> mask;  // applied before the comparison
   bool luhn = false;                  // the last digit must be the check digit
   std::string pattern;
+  std::string pattern_help;                    // what a value is that fits it, in words; may be empty
   std::shared_ptr<const re2::RE2> expression;  // the pattern, compiled
 };
 

@@ -85,9 +85,9 @@ PlanOutline ReadPlanOutline(const std::string& path) {
     const json description = ReadPlanFile(path);
     PlanOutline outline{.name = TextAt(description, "name", path), .file = path};
     const json variables = description.value("variables", json::object());
-    for (const auto& [name, declaration] : variables.items()) {
-      outline.variables.push_back(ReadVariable(name, declaration));
-    }
+    // A label is scanned in the plan's order.
+    for (const std::string& name : VariablesInOrder(path))
+      outline.variables.push_back(ReadVariable(name, variables[name]));
     for (const json& step : description.value("steps", json::array()))
       outline.steps.push_back(StepName(step));
     outline.line = ReadLineRules(description.value("line", json::object()), variables);

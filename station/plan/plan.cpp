@@ -137,6 +137,23 @@ json ReadPlanFile(const std::string& path) {
   return ParsePlan(ReadFile(path, LARGEST_PLAN));
 }
 
+std::vector<std::string> VariablesInOrder(const std::string& path) {
+  const json variables = ReadPlanFile(path).value("variables", json::object());
+  std::vector<std::string> names;
+  std::string part;
+  const auto note = [&](int depth, json::parse_event_t event, json& parsed) {
+    if (event != json::parse_event_t::key) return true;
+    const std::string key = parsed;
+    if (depth == 1) part = key;
+    const bool named = depth == 2 && part == "variables" && variables.contains(key);
+    if (named && std::ranges::find(names, key) == names.end()) names.push_back(key);
+    return true;
+  };
+  [[maybe_unused]] const json read =
+      json::parse(ReadFile(path, LARGEST_PLAN), note, true, /*ignore_comments=*/true);
+  return names;
+}
+
 PlanMistakes::PlanMistakes(const std::string& file, std::vector<std::string> mistakes)
     : PlanError(Lines(file, mistakes)), mistakes_(std::move(mistakes)) {}
 

@@ -89,6 +89,9 @@ Plan LoadPlanToShow(const std::string& path, const std::map<std::string, std::st
 // The plan as it stands in its file. Throws PlanError and UsageError.
 nlohmann::json ReadPlanFile(const std::string& path);
 
+// The names of the plan's variables as they stand in its file, one after the other. Throws as ReadPlanFile.
+std::vector<std::string> VariablesInOrder(const std::string& path);
+
 // What the plan's variables draw. Of a file that is no plan, nothing: LoadPlan says what is wrong with it.
 std::vector<PoolDraw> DrawsOfPlan(const std::string& path);
 

@@ -72,8 +72,9 @@ std::string ReadOnlyName(const std::string& file) {
   return name + "?immutable=1&mode=ro";
 }
 
-// A failure's text on one line.
+// A failure's text on one line, without the name of the library's function before it.
 std::string OneLine(std::string text) {
+  if (text.starts_with("sqlite3_")) text.erase(0, std::min(text.find(": ") + 2, text.size()));
   for (char& character : text) {
     if (character == '\n') character = ' ';
   }

@@ -52,6 +52,10 @@ std::vector<SlotOrder> ReadSlots(const Settings& settings, const Assignments& ba
   if (words.empty()) throw UsageError("serve needs slots: --port SLOT=PORT for each, or a configuration");
   std::vector<SlotOrder> slots;
   for (const std::string& word : words) slots.push_back(ReadSlot(word, settings.configuration));
+  for (const auto& [name, barcode] : barcodes) {
+    if (std::ranges::find(slots, name, &SlotOrder::name) == slots.end())
+      throw UsageError(fmt::format("--barcode: there is no slot '{}'", name));
+  }
   for (SlotOrder& slot : slots) {
     const auto given = barcodes.find(slot.name);
     slot.barcode = given != barcodes.end() ? given->second : "SLOT-" + slot.name;
@@ -96,6 +100,8 @@ LineOrder ReadLine(const Settings& settings, Given& given) {
   const std::string plan = OnlyText(given, "plan");
   if (plan.empty()) throw UsageError("serve needs a plan: --plan PLAN");
   const bool simulates = !given["simulate"].empty();
+  if (simulates && !given["barcode"].empty())
+    throw UsageError("--barcode is for slots with ports: simulated ones have SLOT-1, SLOT-2 and so on");
   return {
       .slots = simulates ? std::vector<SlotOrder>()
                          : ReadSlots(settings, ParseAssignments("--barcode", given["barcode"])),

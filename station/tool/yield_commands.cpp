@@ -1,6 +1,8 @@
 // phonetest yield: how good the phones of a day, a plan or a station are.
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "posix/whole_output.h"
 #include "station/commands/clean_text.h"
 #include "station/results/yield.h"
@@ -79,20 +81,34 @@ std::string LimitsOf(const MeasurementStatistics& one) {
                      one.maximum ? fmt::format("{}", *one.maximum) : "");
 }
 
+std::string Counted(std::int64_t count, const char* what) {
+  return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+}
+
+// So wide that the figures stand below each other, whatever a plan or a station is called.
+std::size_t WidthOf(const std::vector<YieldRow>& yields) {
+  constexpr std::size_t LEAST = 32;
+  std::size_t width = LEAST;
+  for (const YieldRow& row : yields) width = std::max(width, row.group.size() + 1);
+  return width;
+}
+
 std::string Text(const std::vector<YieldRow>& yields, const std::vector<FailingStep>& failing,
                  const std::vector<MeasurementStatistics>& statistics) {
+  const std::size_t width = WidthOf(yields);
   std::string text =
-      fmt::format("{:<32}{:>9}{:>9}{:>14}{:>9}\n", "", "runs", "phones", "first pass %", "final %");
+      fmt::format("{:<{}}{:>9}{:>9}{:>14}{:>9}\n", "", width, "runs", "phones", "first pass %", "final %");
   for (const YieldRow& row : yields) {
-    text += fmt::format("{:<32}{:>9}{:>9}{:>14}{:>9}", row.group, row.runs, row.phones,
+    text += fmt::format("{:<{}}{:>9}{:>9}{:>14}{:>9}", row.group, width, row.runs, row.phones,
                         Shown(FirstPassYield(row), 2), Shown(FinalYield(row), 2));
-    text += row.without_verdict == 0 ? "\n"
-                                     : fmt::format("  and {} runs without a verdict\n", row.without_verdict);
+    text += row.without_verdict == 0
+                ? "\n"
+                : fmt::format("  and {} without a verdict\n", Counted(row.without_verdict, "run"));
   }
   if (!failing.empty()) text += "\nfailing steps\n";
   for (const FailingStep& step : failing) {
-    text += fmt::format("{:>9} runs, {} phones: {} {} ({})\n", step.runs, step.phones, step.number, step.name,
-                        step.plan);
+    text += fmt::format("{:>12}, {}: {} {} ({})\n", Counted(step.runs, "run"), Counted(step.phones, "phone"),
+                        step.number, step.name, step.plan);
   }
   if (!statistics.empty()) {
     text += fmt::format("\n{:<44}{:>20}{:>8}{:>12}{:>12}{:>8}{:>8}\n", "measurements", "limits", "n", "mean",

@@ -34,8 +34,9 @@ constexpr const char* BOARD_TEST = R"({
 
 constexpr const char* BOX_TEST = R"({
   "name": "Box test",
-  "variables": {"address": {"draw": "addresses"}, "lot": {"required": true, "default": "", "pattern": "L[0-9]"}},
-  "line": {"requires": "Board test", "settings": "lot"},
+  "variables": {"address": {"draw": "addresses"}, "unit": {"required": true, "default": ""},
+                "lot": {"required": true, "default": "", "pattern": "L[0-9]"}},
+  "line": {"requires": "Board test", "settings": ["lot", "unit"]},
   "steps": [{"name": "The server answers", "command": "ping"},
             {"name": "The label is printed", "program": ["true", "${address}", "${lot}"]}]
 })";
@@ -126,6 +127,11 @@ TEST_F(LineTest, APhoneIsScannedTestedAskedAboutAndPassed) {
   page_.Await("return document.querySelector('#hint.refusal')?.innerText === arguments[0]", "the refusal",
               {"“XY1” is no serial number: it must be SN and a number. Scan the right label."});
   EXPECT_EQ(before, page_.Run(card_top)) << "a button must not move under a finger";
+  const std::string turned = page_.Run(
+      "return fetch('/scan', {method: 'POST', body: JSON.stringify({text: 'SN\\u202E1', slot: 'A', who: "
+      "'x'})})"
+      ".then((answer) => answer.text())");
+  EXPECT_NE(std::string::npos, turned.find("no code that a label has")) << turned;
   // One after the other, sooner than the page can answer.
   Scan("SN0001");
   AwaitCard("A", "Scan the colour");
@@ -278,6 +284,12 @@ TEST_F(LineTest, TheLineGoesOnWithoutItsDatabaseAndRefusesWhatCannotBeLookedUp) 
                            "value: 'L6'})}).then((a) => a.status)"));
   page_.Open(box->ManagerAddress());
   EXPECT_EQ(200, page_.Run(add));
+  // What a phone's label holds is asked for in the plan's order.
+  AwaitCard("A", "SLOT-A");
+  Scan("SN1");
+  AwaitCard("A", "Scan the unit");
+  page_.Click("#slot-A .actions button");
+  AwaitCard("A", "SLOT-A");
   // And sets what the plan lets be set: it is not asked of the operator any more.
   page_.Click("a[href='/settings.html']");
   page_.Type("[data-setting=lot] input", "7\n");
@@ -287,6 +299,8 @@ TEST_F(LineTest, TheLineGoesOnWithoutItsDatabaseAndRefusesWhatCannotBeLookedUp) 
       "the refusal");
   page_.Type("[data-setting=lot] input", "L7\n");
   page_.Await("return document.querySelector('#tells').innerText.includes('lot is L7')", "the setting");
+  page_.Type("[data-setting=unit] input", "7\n");
+  page_.Await("return document.querySelector('#tells').innerText.includes('unit is 7')", "the setting");
   page_.Click("a[href='/']");
   AwaitCard("A", "SLOT-A");
   Scan("SN1");

@@ -217,8 +217,8 @@ TEST(SimulatedPhone, ServiceAndQuickPlanFindSeededFaults) {
   const std::string silence = "no \"OK\" or \"ERROR\" came";
   TryFaults("quick.json", false,
             {{{"missing", "/etc/version"},
-              {{"System version", "version is , which does not match"},
-               {"All three versions are there", "system is , which does not match"}}},
+              {{"System version", "version is empty instead of a version like R1.2"},
+               {"All three versions are there", "system is empty instead of a version like R1.2"}}},
              {{"modem", "silent", "on"},
               {{"Modem answers", silence},
                {"Modem receives", silence},

@@ -283,4 +283,17 @@ TEST(TestLine, ServesNoPageWithTokensThatOthersKnowOrGuess) {
   }
 }
 
+TEST(TestLine, RefusesABarcodeThatNoSlotWouldHave) {
+  const std::string plan = TemporaryFile("line-plan.json", R"({"steps": [{"command": "ping"}]})");
+  using Words = std::vector<std::string>;
+  for (Words words : {Words{"--port", "A=/dev/null", "serve", "--barcode", "B=TEXT"},
+                      {"serve", "--simulate", "1", "--barcode", "1=TEXT"}}) {
+    words.insert(words.begin(), {"timeout", "20", PHONETEST_PROGRAM});
+    words.insert(words.end(), {"--plan", plan, "--results", TemporaryFolder() + "/line.db"});
+    const ToolResult refused = RunProgram(words);
+    EXPECT_EQ(refused.status, 2) << refused.output;
+    EXPECT_NE(refused.errors.find("--barcode"), std::string::npos) << refused.errors;
+  }
+}
+
 }  // namespace

@@ -41,6 +41,7 @@ export class Card {
     this.element.dataset.kind = kind;
     this.element.dataset.state = view.state;
     setText(find('.phone', this.head), view.values[0]?.value || '');
+    find('.phone', this.head).title = view.values[0]?.value || '';
     setText(find('.state', this.head), question ? 'asks' : STATES[view.state]);
     if (question) this.showQuestion(question);
     else if (view.run) this.showRun(view);

@@ -41,7 +41,8 @@ export function drawYield(id, groups) {
           {label: 'passed', data: groups.map((group) => group.passed), backgroundColor: colour('pass'), stack: 'runs'},
           {label: 'not passed', data: groups.map((group) => group.failed), backgroundColor: colour('fail'), stack: 'runs'},
           {label: 'yield', type: 'line', yAxisID: 'share', data: groups.map(({passed, failed}) => passed / (passed + failed)),
-            borderColor: colour('text'), backgroundColor: colour('text'), borderWidth: 2, pointRadius: 4, clip: false},
+            borderColor: colour('text'), backgroundColor: colour('text'), borderWidth: 2, pointRadius: 5,
+            pointBorderColor: colour('card'), pointBorderWidth: 2, clip: false, order: -1}, // over the bars
         ],
       },
       options: {

@@ -13,8 +13,8 @@ function row(run) {
   return make('tr', {onclick: open, 'data-run': run.run},
     make('td', {}, make('a', {href: `#${run.run}`}, moment(run.started))),
     make('td', {}, verdictBadge(run.verdict)),
-    make('td', {class: 'mono'}, run.serial || run.identity || run.address),
-    make('td', {}, run.plan), make('td', {}, run.station), make('td', {}, run.operator),
+    make('td', {class: 'mono name'}, run.serial || run.identity || run.address),
+    make('td', {class: 'name'}, run.plan), make('td', {class: 'name'}, run.station), make('td', {class: 'name'}, run.operator),
     make('td', {class: 'number'}, seconds(run.milliseconds)));
 }
 
@@ -34,15 +34,29 @@ async function search() {
     : [make('tr', {}, make('td', {colspan: 7, class: 'empty'}, 'No run was found.'))]));
 }
 
+let running = false; // the run whose report is shown
+
 async function showReport() {
   const place = find('#report');
   const run = location.hash.slice(1);
   place.hidden = run === '';
+  running = false;
   if (!run) return;
   place.replaceChildren(make('p', {class: 'empty'}, 'One moment …'));
-  const report = await trying(() => ask(`/runs/${encodeURIComponent(run)}`));
-  place.replaceChildren(...(report ? reportOf(report) : [make('p', {class: 'empty'}, 'This run cannot be read now.')]));
+  await fillReport(place, run);
   place.scrollIntoView({block: 'start'});
+}
+
+async function fillReport(place, run) {
+  const report = await trying(() => ask(`/runs/${encodeURIComponent(run)}`));
+  if (location.hash.slice(1) !== run) return; // another one was chosen meanwhile
+  running = report?.verdict === 'running';
+  place.replaceChildren(...(report ? reportOf(report) : [make('p', {class: 'empty'}, 'This run cannot be read now.')]));
+}
+
+function look() {
+  search();
+  if (running) fillReport(find('#report'), location.hash.slice(1));
 }
 
 form.addEventListener('submit', (event) => {
@@ -56,4 +70,4 @@ form.addEventListener('submit', (event) => {
 window.addEventListener('hashchange', showReport);
 search();
 showReport();
-openEvents('/events', {store: whenChanged(frame.showStore, search)}, frame.showLink);
+openEvents('/events', {store: whenChanged(frame.showStore, look)}, frame.showLink);

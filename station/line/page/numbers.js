@@ -2,7 +2,7 @@
 import {ask, change, find, make} from '/dom.js';
 import {openEvents} from '/events.js';
 import {tell, trying} from '/live.js';
-import {openFrame} from '/frame.js';
+import {openFrame, whenChanged} from '/frame.js';
 
 const frame = await openFrame('Numbers');
 const form = find('#add');
@@ -28,4 +28,4 @@ form.addEventListener('submit', (event) => {
 });
 
 show();
-openEvents('/events', {store: frame.showStore}, frame.showLink);
+openEvents('/events', {store: whenChanged(frame.showStore, show)}, frame.showLink);

@@ -58,6 +58,7 @@ function stepRow(run, step) {
 
 export function reportOf(report) {
   const failed = report.steps.filter((step) => !['passed', 'skipped'].includes(step.verdict));
+  const variables = Object.entries(report.variables || {}).map(([name, text]) => fact(name, text)).filter(Boolean);
   return [
     make('div', {class: 'report-head'},
       make('h2', {}, report.serial || report.identity || 'Phone'), verdictBadge(report.verdict),
@@ -71,8 +72,9 @@ export function reportOf(report) {
       fact('Port', report.port), fact('Tool', report.tool), fact('Plan SHA-256', report.plan_sha256),
       fact('Executable’s SHA-256', report.executable_sha256),
       ...Object.entries(report.versions || {}).map(([name, text]) => fact(`${name} version`, text)),
-      ...Object.entries(report.variables || {}).map(([name, text]) => fact(name, text)),
     ].filter(Boolean)),
+    variables.length ? make('h3', {}, 'Variables of the plan') : null,
+    variables.length ? make('dl', {class: 'facts'}, variables) : null,
     report.files.length ? make('div', {class: 'files'}, make('h3', {}, 'Files of the run'),
       report.files.map((file) => shownFile(report.run, 0, file))) : null,
     make('div', {class: 'wide-table'}, make('table', {}, make('thead', {}, make('tr', {},
