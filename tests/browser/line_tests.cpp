@@ -118,12 +118,14 @@ TEST_F(LineTest, APhoneIsScannedTestedAskedAboutAndPassed) {
   page_.Type("#person", "Kim\n");
   EXPECT_EQ("scan", page_.Run("return document.activeElement.id"));
 
+  const char* card_top = "return document.querySelector('#slot-A').offsetTop";
+  const Json before = page_.Run(card_top);
+  EXPECT_EQ(Json(), page_.Run("return document.querySelector('#hint.refusal')"))
+      << "the name's Enter is no scan";
   Scan("SN0001");
   page_.Await("return document.querySelector('#hint').innerText.includes('Choose a slot')", "the refusal");
   Scan("SLOT-A");
   Scan("XY1");
-  const char* card_top = "return document.querySelector('#slot-A').getBoundingClientRect().top";
-  const Json before = page_.Run(card_top);
   page_.Await("return document.querySelector('#hint.refusal')?.innerText === arguments[0]", "the refusal",
               {"“XY1” is no serial number: it must be SN and a number. Scan the right label."});
   EXPECT_EQ(before, page_.Run(card_top)) << "a button must not move under a finger";

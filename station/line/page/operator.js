@@ -82,7 +82,11 @@ function returnFocus(name, field) {
   };
   name.addEventListener('focus', wait);
   name.addEventListener('input', wait);
-  name.addEventListener('keydown', (event) => { if (event.key === 'Enter') back(); });
+  name.addEventListener('keydown', (event) => {
+    if (event.key !== 'Enter') return;
+    event.preventDefault(); // otherwise the same key would send the scan field, and an empty scan is refused
+    back();
+  });
 }
 
 export const act = (slot, word, data = {}) => change(`/slots/${slot}/${word}`, {who: person(), ...data});
