@@ -7,7 +7,6 @@
 #include <soci/soci.h>
 #include <soci/sqlite3/soci-sqlite3.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <condition_variable>
 #include <deque>
@@ -19,6 +18,7 @@
 #include "station/commands/bytes.h"
 #include "station/commands/clean_text.h"
 #include "station/commands/errors.h"
+#include "station/results/database_file.h"
 
 namespace station {
 
@@ -43,33 +43,6 @@ std::string WithNames(const std::string& statement) {
 std::string ServerParameters(const std::string& address) {
   const char* link = address.find('?') == std::string::npos ? "?" : "&";
   return address + link + "connect_timeout=5&tcp_user_timeout=10000&application_name=phonetest";
-}
-
-std::string QuotedFile(const std::string& path) {
-  if (path.find('"') != std::string::npos) throw UsageError("--results: a file's name must not hold a '\"'");
-  return "db=\"" + path + "\" timeout=20";
-}
-
-void MakeFolderOf(const std::string& file) {
-  std::error_code error;
-  const auto folder = std::filesystem::path(file).parent_path();
-  if (!folder.empty()) std::filesystem::create_directories(folder, error);
-}
-
-bool CanOnlyBeRead(const std::string& file) {
-  const std::string folder = std::filesystem::absolute(file).parent_path();
-  return access(file.c_str(), R_OK) == 0 &&
-         (access(file.c_str(), W_OK) != 0 || access(folder.c_str(), W_OK) != 0);
-}
-
-// SQLite's name for a file that nobody changes.
-std::string ReadOnlyName(const std::string& file) {
-  std::string name = "file://";
-  for (const char byte : std::filesystem::absolute(file).string()) {
-    const bool plain = std::string_view("?#%").find(byte) == std::string_view::npos;
-    name += plain ? std::string(1, byte) : fmt::format("%{:02x}", static_cast<unsigned char>(byte));
-  }
-  return name + "?immutable=1&mode=ro";
 }
 
 // A failure's text on one line, without the name of the library's function before it.

@@ -1,0 +1,20 @@
+// A SQLite database as a file: its folder, what this user may do with it, and how the library is told its
+// name.
+#pragma once
+
+#include <string>
+
+namespace station {
+
+// Throws UsageError for a name that the library cannot be told.
+std::string QuotedFile(const std::string& path);
+
+void MakeFolderOf(const std::string& file);
+
+// Whether this user may read the file, and write either it or its folder not.
+bool CanOnlyBeRead(const std::string& file);
+
+// SQLite's name for a file that nobody changes.
+std::string ReadOnlyName(const std::string& file);
+
+}  // namespace station
