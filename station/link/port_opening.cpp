@@ -17,6 +17,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -140,11 +141,15 @@ constexpr std::chrono::seconds CONNECT_TIME{5};
 
 using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
-// Any other text is the name of a service. The system takes a larger number's lowest 16 bits for the port.
+// Any other word is the name of a service. The system takes a larger number's lowest 16 bits for the port,
+// and skips blanks and a sign before a number.
 void CheckTcpPort(const std::string& port) {
   constexpr int HIGHEST = 65535;
-  if (!std::ranges::all_of(port, [](char c) { return c >= '0' && c <= '9'; })) return;
-  const bool short_enough = port.size() <= 5;
+  const bool number = std::ranges::all_of(port, [](char c) { return c >= '0' && c <= '9'; });
+  const auto in_name = [](unsigned char c) { return std::isalnum(c) != 0 || c == '-' || c == '_'; };
+  if (!number && std::isalnum(static_cast<unsigned char>(port[0])) != 0 && std::ranges::all_of(port, in_name))
+    return;
+  const bool short_enough = number && port.size() <= 5;
   if (short_enough && std::stoi(port) >= 1 && std::stoi(port) <= HIGHEST) return;
   throw UsageError(fmt::format("TCP port '{}' is not a number from 1 to {}", port, HIGHEST));
 }

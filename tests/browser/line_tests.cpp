@@ -421,6 +421,7 @@ TEST_F(LineTest, HistoryAndChartsShowWhatWasRun) {
             page_.Run("return fetch(arguments[0]).then(({headers}) => "
                       "`${headers.get('Content-Type')}, ${headers.get('Content-Disposition')}`)",
                       {"/runs/" + NewestRun("SN8").at("run").get<std::string>() + "/files/0/x.html"}));
+  EXPECT_EQ(Json::array(), NewestRun("SN8").at("steps").at(0).at("files")) << "it is the whole run's";
   const Json measured = Ask("/yields").at("measurements").at(0).at("definitions");
   const Json points = Ask("/trend?measurement=" + measured.at(0).dump());
   ASSERT_EQ(2u, points.size());
@@ -437,10 +438,15 @@ TEST_F(LineTest, HistoryAndChartsShowWhatWasRun) {
   page_.Open(line->Address());
   AwaitCard("A", "PASS");
   Scan("SN6");
-  Scan("white");
+  AwaitCard("A", "Scan the colour");
+  page_.Run(
+      "fetch('/scan', {method: 'POST', body: JSON.stringify({text: 'white', slot: 'A', who: "
+      "'x'.repeat(99)})})");
   AwaitCard("A", "vibrate?");
+  EXPECT_TRUE(Ask("/runs?phone=SN6").at(0).at("milliseconds").is_null()) << "it has no end yet";
   page_.Click("#slot-A .abort");
   AwaitCard("A", "ABORTED");
+  EXPECT_EQ(std::string(60, 'x'), NewestRun("SN6").at("operator")) << "a name is cut";
   page_.Click("a[href='/yield.html']");
   page_.Await("return document.querySelector('#spread')?.innerText.startsWith('2 values')", "the values");
   const Json drawn = page_.Run(

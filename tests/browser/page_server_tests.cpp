@@ -101,6 +101,11 @@ TEST_F(PageServerTest, ForeignHostsAndOriginsAreRefused) {
   EXPECT_EQ(403, Change({{"Cookie", cookie}, {"Origin", "https://" + host_}}));
   EXPECT_EQ(401, Change({{"Origin", "http://" + host_}}));
   EXPECT_EQ(404, Status({{"Cookie", cookie}}, "/change")) << "a change by GET";
+  const std::string with_token = server_.Address("lead", "/change");
+  const auto exchanged = Connect().Post(with_token.substr(with_token.find("/change")),
+                                        {{"Origin", "http://" + host_}}, "+", "application/json");
+  EXPECT_EQ(401, exchanged->status) << "a token with a change";
+  EXPECT_FALSE(exchanged->has_header("Set-Cookie"));
   EXPECT_EQ("", changes_);
   EXPECT_EQ(200, Change({{"Cookie", cookie}, {"Origin", "http://" + host_}}));
   EXPECT_EQ("+", changes_);
@@ -137,6 +142,75 @@ TEST_F(PageServerTest, ForeignHostsAndOriginsAreRefused) {
   EXPECT_TRUE(address.starts_with("https://panel.example/?token=")) << address;
   const auto answer = client.Get(address.substr(address.find("/?")), {{"Host", "panel.example"}});
   EXPECT_TRUE(answer->get_header_value("Set-Cookie").ends_with("; Secure"));
+}
+
+// A browser sends all ports of a host the same cookies, so the name says whose it is.
+TEST_F(PageServerTest, ACookieIsOfOneServerAndOutlivesItsRestartIfTheTokenIsKept) {
+  const std::string cookie = Cookie("lead");
+  const std::string value = cookie.substr(cookie.find('='));
+  EXPECT_EQ("test-page-" + std::to_string(server_.Port()), cookie.substr(0, cookie.find('=')));
+  for (const std::string& other : {"test-page" + value, "test-page-1" + value, "x" + cookie, value.substr(1)})
+    EXPECT_EQ(401, Status({{"Cookie", other}})) << other;
+  EXPECT_EQ(200, Status({{"Cookie", "test-page-1=0; " + cookie}}));
+
+  const web::Role kept = web::RoleWithToken("lead", "a token that is kept");
+  EXPECT_EQ(kept.cookie_value, web::RoleWithToken("lead", "a token that is kept").cookie_value);
+  EXPECT_NE(kept.cookie_value, web::RoleWithToken("lead", "another").cookie_value);
+  EXPECT_EQ(std::string::npos, kept.cookie_value.find(kept.token));
+  EXPECT_NE(web::NewRole("lead").token, web::NewRole("lead").token);
+  EXPECT_GE(web::NewRole("lead").token.size(), 32u);
+}
+
+TEST(AccessTest, OnlyItsOwnNamesAreHostsAndOrigins) {
+  web::Access access({web::RoleWithToken("lead", "token")}, "page", "panel.example");
+  access.SetPlace("192.168.7.2", 80);
+  const struct {
+    const char* host;
+    bool known;
+    const char* scheme;  // of the pages there
+  } cases[] = {{"panel.example", true, "https://"},     {"PANEL.example", true, "https://"},
+               {"panel.example:80", false, "https://"}, {"panel.example.org", false, "https://"},
+               {"192.168.7.2:80", true, "http://"},     {"localhost:80", true, "http://"},
+               {"127.0.0.1:80", true, "http://"},       {"[::1]:80", true, "http://"},
+               {"192.168.7.2", false, "http://"},       {"192.168.7.3:80", false, "http://"},
+               {"localhost:8", false, "http://"},       {"", false, "http://"}};
+  for (const auto& [host, known, scheme] : cases) {
+    EXPECT_EQ(known, access.KnowsHost(host)) << host;
+    EXPECT_EQ(known, access.KnowsOrigin(std::string(scheme) + host)) << host;
+    const bool secure = std::string_view(scheme) == "https://";
+    EXPECT_FALSE(access.KnowsOrigin((secure ? "http://" : "https://") + std::string(host))) << host;
+    EXPECT_FALSE(access.KnowsOrigin(host)) << host;
+    EXPECT_EQ(known && secure, access.Cookie(access.Roles()[0], host).ends_with("; Secure")) << host;
+  }
+}
+
+TEST_F(PageServerTest, EveryAnswerHasTheSameDefences) {
+  const std::string cookie = Cookie("lead");
+  const struct {
+    const char* path;
+    Headers headers;
+    const char* kept;  // Cache-Control
+  } cases[] = {{"/who/x", {{"Cookie", cookie}}, "no-store"},
+               {"/who/unknown", {{"Cookie", cookie}}, "no-store"},
+               {"/who/x", {}, "no-store"},
+               {"/nowhere", {{"Cookie", cookie}}, "no-store"},
+               {"/?token=guess", {}, "no-store"},
+               {"/web.css", {{"Cookie", cookie}}, "private, no-cache"}};
+  for (const auto& [path, headers, kept] : cases) {
+    const auto answer = Connect().Get(path, headers);
+    EXPECT_EQ(kept, answer->get_header_value("Cache-Control")) << path;
+    EXPECT_EQ("nosniff", answer->get_header_value("X-Content-Type-Options")) << path;
+    EXPECT_EQ("same-origin", answer->get_header_value("Cross-Origin-Resource-Policy")) << path;
+    for (const char* part : {"default-src 'none'; script-src 'self'; style-src 'self';", "base-uri 'none'",
+                             "frame-ancestors 'none'", "form-action 'self'"})
+      EXPECT_NE(std::string::npos, answer->get_header_value("Content-Security-Policy").find(part))
+          << path << part;
+  }
+  // A body of just the largest size is taken.
+  const Headers own = {{"Cookie", cookie}, {"Origin", "http://" + host_}};
+  EXPECT_EQ(200, Change(own, std::string(64 << 10, '+')));
+  EXPECT_EQ(413, Change(own, std::string((64 << 10) + 1, '+')));
+  EXPECT_EQ(std::size_t{64 << 10}, changes_.size());
 }
 
 // Reads from a stream until the text has come.
@@ -192,6 +266,15 @@ TEST(EventHubTest, AViewerThatLagsIsToldHowMuchOfALogItMissed) {
     const std::string lagging = *viewer.Next(0ms);
     EXPECT_TRUE(lagging.starts_with("event: log-skipped\ndata: 5\n\nevent: log\ndata: 7\n\n")) << lagging;
     EXPECT_EQ("", viewer.Next(0ms));
+    // One that is missed is told of too.
+    for (int number = 10; number <= 13; ++number)
+      hub.Publish("log", std::to_string(number), web::TopicKind::Log, 3);
+    EXPECT_TRUE(viewer.Next(0ms)->starts_with("event: log-skipped\ndata: 1\n\nevent: log\ndata: 11\n\n"));
+    // A look takes a part of what is much, and the next ones the rest.
+    const std::string large(900'000, 'x');
+    for (int number = 0; number < 3; ++number) hub.Publish("log", large, web::TopicKind::Log, 3);
+    EXPECT_LT(viewer.Next(0ms)->size(), 2 * large.size() + 100);
+    EXPECT_GT(viewer.Next(0ms)->size(), large.size());
     hub.Close();
     EXPECT_EQ(std::nullopt, viewer.Next(0ms));
   }

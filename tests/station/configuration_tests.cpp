@@ -148,6 +148,15 @@ TEST(Configuration, TheUsersSlotReplacesTheSystemsAndUsbSlotsFindTheirPort) {
   EXPECT_THROW(station::NamedPort("a", merged, ports), station::LinkFailure);
   station::NameSlots(ports, merged);
   EXPECT_EQ(ports[2].slot, "a, b, c");
+
+  // A port by a link to it, as udev's rule makes them; and one without USB that has a fitting number.
+  const std::string link = TemporaryFolder() + "/socket-1";
+  fs::create_symlink("/dev/null", link);
+  std::vector<station::PortDescription> linked = {{.path = "/dev/null", .serial_number = "12345"}};
+  station::NameSlots(
+      linked, station::LoadConfiguration({TemporaryFile(
+                  "linked", R"({"ports": {"d": ")" + link + R"(", "e": {"serial-number": "12345"}}})")}));
+  EXPECT_EQ(linked[0].slot, "d");
 }
 
 }  // namespace

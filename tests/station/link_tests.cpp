@@ -8,7 +8,10 @@
 #include <csignal>
 #include <nlohmann/json.hpp>
 
+#include "station/commands/errors.h"
+#include "station/link/port_opening.h"
 #include "station/link/session.h"
+#include "station/link/telnet.h"
 #include "tests/station/scripted_phone.h"
 
 namespace {
@@ -95,6 +98,40 @@ TEST(Link, PortsThatCannotBeUsed) {
   ExpectFailure(RunTool({"--port", "tcp:127.0.0.1:1", "ping"}), 3, "cannot connect to 127.0.0.1:1");
 }
 
+TEST(Link, APortsNameIsCheckedBeforeItIsUsed) {
+  for (const char* good :
+       {"/dev/ttyACM0", "tcp:host:1", "tcp:host:65535", "tcp:[::1]:telnet", "rfc2217:host:3com-t"})
+    EXPECT_NO_THROW(station::CheckPortName(good)) << good;
+  for (const char* wrong :
+       {"tcp:host:0", "tcp:host:65536", "tcp:host:100000", "tcp:host: 3001", "tcp:host:3001 ", "tcp:host:+1",
+        "tcp:host:-1", "tcp:host:", "tcp::1", "tcp:host", "rfc2217:host:0"})
+    EXPECT_THROW(station::CheckPortName(wrong), station::UsageError) << wrong;
+}
+
+// The command is cut, in pieces of any size, and what follows it is data again.
+TEST(Link, ATelnetCommandWithoutEndIsNotKept) {
+  using namespace station::telnet;
+  for (const std::size_t piece : {1u, 7u, 2000u}) {
+    station::Bytes stream = {'a', ESCAPE, SUBNEGOTIATION};
+    stream.resize(1003, 'x');
+    stream.insert(stream.end(),
+                  {ESCAPE, ESCAPE, ESCAPE, SUBNEGOTIATION_END, 'b', ESCAPE, ESCAPE, ESCAPE, WILL, 1, 'c'});
+    Decoder decoder;
+    std::vector<station::Bytes> commands;
+    station::Bytes data;
+    for (std::size_t at = 0; at < stream.size(); at += piece) {
+      const std::span<std::uint8_t> part = std::span(stream).subspan(at, std::min(piece, stream.size() - at));
+      const std::size_t size =
+          decoder.Decode(part, [&](const station::Bytes& command) { commands.push_back(command); });
+      data.insert(data.end(), part.begin(), part.begin() + static_cast<std::ptrdiff_t>(size));
+    }
+    EXPECT_EQ(data, (station::Bytes{'a', 'b', ESCAPE, 'c'}));
+    ASSERT_EQ(commands.size(), 2u);
+    EXPECT_EQ(commands[0].size(), 64u);
+    EXPECT_EQ(commands[1], (station::Bytes{WILL, 1}));
+  }
+}
+
 // A listener whose queue is full does not answer: the connection hangs.
 TEST(Link, ASignalEndsAConnectionThatHangs) {
   const posix::FileDescriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -149,6 +186,7 @@ TEST(Link, UsageErrorsSendNothing) {
       {"--port", phone.Port(), "motor"},
       {"--port", phone.Port(), "led"},
       {"--port", phone.Port(), "led", "blue-ish"},
+      {"--port", phone.Port(), "led", ""},
       {"--port", phone.Port(), "led", "0x100000000"},
       {"--port", phone.Port(), "raw", "0", "--request", "012"},
       {"--port", phone.Port(), "raw", "0", "--answer", "70000"},

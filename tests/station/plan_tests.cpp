@@ -111,6 +111,36 @@ TEST(Plans, LimitsAreJudged) {
        {radio},
        4,
        "its value 98.5 is not a whole number"},
+      {"a status that is not wanted is told in words",
+       Steps(R"({"command": "memory-card", "limits": {"status": {"equals": 0}}})"),
+       {},
+       {NO_CARD},
+       1,
+       "-9995 NO_CARD_SERIAL_NUMBER"},
+      {"the first broken one decides",
+       Steps(measure + R"({"frequency": {"equals": 1}, "signal": {"maximum": 4}}})"),
+       {},
+       {radio},
+       1,
+       "frequency is 98.5 instead of 1"},
+      {"a mask of all 32 bits",
+       Steps(measure + R"({"signal": {"mask": "0xFFFFFFFF", "equals": 40960}}})"),
+       {},
+       {radio},
+       0,
+       "passed"},
+      {"a mask of more",
+       Steps(measure + R"({"signal": {"mask": "0x100000000", "equals": 40960}}})"),
+       {},
+       {},
+       4,
+       "is not a mask of 32 bits"},
+      {"a yes as a text",
+       Steps(R"({"command": "key poll", "limits": {"new": {"equals": "true"}}})"),
+       {},
+       {{"2700000000000000", "00110000"}},
+       0,
+       "passed"},
       {"pattern kept", Steps(system + R"({"pattern": "^R1\\."}}})"), {}, {version}, 0, "passed"},
       {"pattern broken, in words",
        Steps(system + R"({"pattern": "^R2", "pattern-help": "a version 2"}}})"),
@@ -173,6 +203,13 @@ TEST(Plans, StepsFollowEachOther) {
        {NO_CARD, PING},
        1,
        "FAILED: 1 passed, 1 failed"},
+      {"a plan that goes on after failures, but not after one",
+       R"({"on-failure": "continue", "steps": [{"command": "memory-card"},
+            {"command": "memory-card", "on-failure": "stop"}, {"command": "ping"}]})",
+       {},
+       {NO_CARD, NO_CARD},
+       1,
+       "FAILED: 0 passed, 2 failed, 1 not run"},
       {"tries again",
        Steps(R"({"command": "memory-card", "retries": 2, "retry-wait": 0.01})"),
        {},
@@ -336,6 +373,63 @@ TEST(Plans, ProgramsAndPicturesAreSteps) {
   for (const PlanCase& tried : cases) Try(tried);
 }
 
+// Neither the picture nor the words of a try that failed are the step's.
+TEST(Plans, AFailedTryLeavesNothingInTheRecord) {
+  const std::string once = TemporaryFolder() + "/tried";
+  const std::string script = "if mkdir " + once +
+                             "; then echo bad; printf first > ${scratch}/a.png; exit 1; fi 2>/dev/null; "
+                             "printf second > ${scratch}/a.png";
+  const std::string folder = TemporaryFolder() + "/tries";
+  Try({"",
+       Steps(R"({"program": ["sh", "-c", ")" + script +
+             R"("], "picture": "${scratch}/a.png", "retries": 1, "retry-wait": 0})"),
+       {"--report", folder},
+       {},
+       0,
+       "in 2 attempts"});
+  const auto report = nlohmann::json::parse(ReadFile(folder + "/report.json"));
+  EXPECT_GT(report["milliseconds-waited"], 0) << "the program's time";
+  const auto& step = report["steps"][0];
+  EXPECT_EQ(step["pictures"], nlohmann::json::parse(R"(["01-a.png"])"));
+  EXPECT_EQ(step["readings"], nlohmann::json::object());
+  EXPECT_EQ(ReadFile(folder + "/01-a.png"), "second");
+}
+
+// What is read after the programming is what the phone has.
+TEST(Plans, TheLastReadingIsThePhonesRecordAndJUnitsTimeIsUniversal) {
+  const auto identity = [](const char* digits) { return Turn{"0B00000000000000", ZERO + digits}; };
+  const auto version = [](const char* text) {
+    return Turn{"0A00000000000000", ZERO + text + Repeat("00", 126)};
+  };
+  const std::string plan = TemporaryFile("plan.json", Steps(R"(
+    {"command": "identity read"}, {"command": "version system"}, {"command": "identity read"}, {"command": "version system"},
+    {"wait": 0, "picture": "${scratch}/none.png"})"));
+  for (const auto& [zone, offset, hours] :
+       {std::tuple("<+14>-14", "+14:00", 14), {"<-11>11", "-11:00", -11}}) {
+    ScriptedPhone phone({identity("303030303030303131323334353634"), version("5231"),
+                         identity("343930313534323033323337353138"), version("5232")});
+    const std::string folder = TemporaryFolder() + "/read-twice";
+    EXPECT_EQ(RunProgram({"env", std::string("TZ=") + zone, PHONETEST_PROGRAM, "--port", phone.Port(), "run",
+                          plan, "--report", folder})
+                  .status,
+              4);
+    EXPECT_EQ(phone.Difference(), "");
+    const auto report = nlohmann::json::parse(ReadFile(folder + "/report.json"));
+    EXPECT_EQ(report["phone"]["identity"], "490154203237518");
+    EXPECT_EQ(report["phone"]["versions"]["system"], "R2");
+    const std::string started = report["started"];
+    EXPECT_TRUE(started.ends_with(offset)) << started;
+    std::tm local{}, universal{};
+    strptime(started.c_str(), "%Y-%m-%dT%H:%M:%S", &local);
+    pugi::xml_document junit;
+    ASSERT_TRUE(junit.load_file((folder + "/report.xml").c_str()));
+    const pugi::xml_node suite = junit.child("testsuites").child("testsuite");
+    strptime(suite.attribute("timestamp").value(), "%Y-%m-%dT%H:%M:%S", &universal);
+    EXPECT_EQ(timegm(&local) - timegm(&universal), hours * 3600);
+    EXPECT_EQ(suite.attribute("errors").as_int(), 1) << "a plan's mistake is an error";
+  }
+}
+
 // Each is refused with one sentence, or judged, at once: no file, text or pattern costs the station its time
 // or memory.
 TEST(Plans, HostileOnesHoldNobodyUp) {
@@ -356,6 +450,12 @@ TEST(Plans, HostileOnesHoldNobodyUp) {
        {},
        4,
        "nested more than"},
+      {"a plan of more than 4 MiB",
+       Steps(R"({"wait": 0})") + std::string(4 << 20, ' '),
+       {},
+       {},
+       4,
+       "is larger than 4194304 bytes"},
       {"a pattern that tries all ways", pattern("^(a*)*b$"), {}, {version}, 1, "does not match"},
       {"a pattern that multiplies", pattern("((a{1,100}){1,100}){1,100}"), {}, {}, 4, "pattern"},
       {"a picture without end", picture("/dev/zero"), {}, {}, 4, "/dev/zero is not an ordinary file"},
@@ -364,6 +464,15 @@ TEST(Plans, HostileOnesHoldNobodyUp) {
   for (const PlanCase& tried : cases) {
     EXPECT_LT(Try(tried).took.count(), 30) << tried.about;
   }
+  const ToolResult loud = Try({"a program that prints much",
+                               Steps(R"({"program": ["sh", "-c", "yes | head -c 1000000"]})"),
+                               {"--json"},
+                               {},
+                               0,
+                               ""});
+  const std::string kept = nlohmann::json::parse(loud.output)["steps"][0]["readings"]["output"];
+  EXPECT_GT(kept.size(), 64'000u);
+  EXPECT_LT(kept.size(), 70'000u);
   EXPECT_EQ(RunTool({"--port", "/dev/null", "run", "/dev/zero"}).status, 4);
   EXPECT_EQ(RunTool({"--port", "/dev/null", "run", fifo}).status, 4);
 }
@@ -446,6 +555,26 @@ TEST(Plans, MistakesAreFoundBeforeAnythingIsSent) {
        {},
        4,
        "the file holds 2 bytes instead of 3"},
+      {"a long file",
+       variable(R"("file-size": 1)"),
+       {"--set", "x=" + TemporaryFile("long", "ab")},
+       {},
+       4,
+       "the file holds 2 bytes instead of 1"},
+      {"no repetition", Steps(R"({"command": "ping", "repeat": 0})"), {}, {}, 4, "from 1 to 1000000"},
+      {"a retry less than none",
+       Steps(R"({"command": "ping", "retries": -1})"),
+       {},
+       {},
+       4,
+       "from 0 to 1000000"},
+      {"too many retries",
+       Steps(R"({"command": "ping", "retries": 1000001})"),
+       {},
+       {},
+       4,
+       "from 0 to 1000000"},
+      {"more than a day", Steps(R"({"wait": 86401})"), {}, {}, 4, "from 0 to 86400"},
       {"a wrong check of a variable",
        variable(R"("digits": "4")"),
        {"--set", "x=1"},
@@ -669,6 +798,16 @@ TEST(Plans, TheOperatorIsAsked) {
   EXPECT_EQ(asked["by"], "Ada");
   EXPECT_TRUE(asked.contains("at"));
 
+  // What was typed before the question is no answer to it.
+  const Terminal early;
+  early.Type("p\n");
+  bool typed = false;
+  const ToolResult late =
+      RunTool({"--port", phone.Port(), "run", plan}, early.Path(), [&](const ToolResult& so_far) {
+        if (!typed && so_far.errors.find("] ") != std::string::npos) early.Type("f\n"), typed = true;
+      });
+  EXPECT_EQ(late.status, 1) << late.output;
+
   const ToolResult kept = RunToolAtTerminal({"--port", phone.Port(), "power-off"}, "\n");
   EXPECT_EQ(kept.status, 2);
   EXPECT_NE(kept.errors.find("Power the phone off? [y/N]"), std::string::npos) << kept.errors;
@@ -875,14 +1014,15 @@ TEST(Plans, PhonesRunAtTheSameTime) {
   ScriptedPhone good({together, MOTOR});
   ScriptedPhone bad({together, {MOTOR.expected, "F7D8FFFF"}});
   ScriptedPhone silent({together, {MOTOR.expected, ""}});
-  const std::string plan =
-      TemporaryFile("plan.json", Steps(R"({"command": "ping"}, {"command": "motor on"})"));
+  const std::string plan = TemporaryFile(
+      "plan.json", Steps(R"({"command": "ping"}, {"if": "", "wait": 0}, {"command": "motor on"})"));
   const fs::path folder = fs::path(TemporaryFolder()) / "many";
   const std::vector<std::string> arguments = {"--port", good.Port(),   "--port",    bad.Port(),
                                               "--port", silent.Port(), "--timeout", "3000",
                                               "run",    plan,          "--report",  folder};
   const ToolResult result = RunTool(arguments);
   EXPECT_EQ(result.status, 3) << result.output << result.errors;  // the graver of device and link failure
+  EXPECT_NE(result.output.find("; first: motor on: -9993"), std::string::npos) << result.output;
   const auto summary = nlohmann::json::parse(ReadFile(folder / "summary.json"));
   ASSERT_EQ(summary.size(), 3u);
   EXPECT_EQ(summary[0]["verdict"], "passed");

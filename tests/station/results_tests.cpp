@@ -147,7 +147,8 @@ TEST_P(Results, ARunIsFoundAgainWithAllThatItHeld) {
   EXPECT_EQ(Tool({"history", "SN1", "--from", "2026-02-30"}).status, 2);
   EXPECT_EQ(Tool({"yield", "--from", "2026-02-03", "--to", "2026-02-02"}).status, 2);
   const std::string last_day = runs[1]["started"].get<std::string>().substr(0, 10);
-  EXPECT_EQ(Json({"history", "SN1", "--to", last_day}).size(), 2u);
+  for (const char* bound : {"--from", "--to"})
+    EXPECT_EQ(Json({"history", "SN1", bound, last_day}).size(), 2u);
 
   const json whole = Json({"history", "SN1", "--details", "2"});
   const json signal = whole["steps"][0]["values"][1];
@@ -202,6 +203,7 @@ TEST_P(Results, AKilledRunIsInterruptedAndARunningOneIsNot) {
       PlanFile(R"({"command": "ping"}, {"program": ["sh", "-c", ")" + look + R"(; kill -9 $PPID"]})");
   EXPECT_EQ(Run(plan, {PING}, "SN1").status, 1009);
   EXPECT_EQ(json::parse(ReadFile(seen), nullptr, false)[0]["verdict"], "running");
+  EXPECT_EQ(json::parse(ReadFile(seen), nullptr, false)[0]["ended"], "");
   const json runs = Json({"history", "SN1"});
   ASSERT_EQ(runs.size(), 1u);
   EXPECT_EQ(runs[0]["verdict"], "interrupted");
@@ -278,8 +280,10 @@ TEST_P(Results, ADamagedSpoolFileIsKeptAndAnotherVersionsIsTaken) {
   edit(files[0], "1s/{/[/");
   edit(files[1], "2s/{/[/");
   edit(files[2], "1s/\"tool_version\"/\"of another version\"/");
-  const ToolResult told = Tool({"history", "SN1"});
-  EXPECT_NE(told.errors.find("kept"), std::string::npos) << told.errors;
+  const std::string problem = "not every spooled run could be handed in: " + files[1].string() +
+                              " is damaged: what can be read of it is stored";
+  for (const ToolResult& told : {Run(plan, {PING, PING}, "SN4"), Tool({"history", "SN1"})})
+    EXPECT_NE(told.errors.find(problem), std::string::npos) << told.errors;
   EXPECT_TRUE(fs::exists(files[0]) && fs::exists(files[1]));
   EXPECT_FALSE(fs::exists(files[2]));
   EXPECT_EQ(Json({"history", "SN2", "--details", "1"})["steps"].size(), 1u);
@@ -539,6 +543,64 @@ TEST_P(Results, AReaderWhoCannotWriteReadsTheDatabaseOrIsToldWhyNot) {
   fs::permissions(folder, fs::perms(0755));
 }
 
+// The day and the hour are the station's; a phone that has no identity yet has none in its record; a long
+// text is a file of the run; and no two phones get one number.
+TEST_P(Results, ARecordHasTheStationsDayNoBlankIdentityAndALongTextBesideIt) {
+  const std::string plan =
+      PlanFile(R"({"command": "identity read"}, {"program": ["printf", "%2001s", "x"]})");
+  const Turn blank = {"0B00000000000000", "00000000303030303030303131323334353634"};
+  for (const char* zone : {"TZ=<+14>-14", "TZ=<-11>11"}) {
+    ScriptedPhone phone({blank});
+    EXPECT_EQ(RunProgram({"env", zone, PHONETEST_PROGRAM, "--port", phone.Port(), "run", plan, "--set",
+                          std::string("serial=") + zone, "--results", Address()})
+                  .status,
+              0);
+    const std::string shown =
+        RunProgram({"env", zone, PHONETEST_PROGRAM, "--json", "history", zone, "--results", Address()})
+            .output;
+    const std::string started = json::parse(shown)[0]["started"];
+    EXPECT_EQ(Sql(std::string("SELECT day || 'T' || hour FROM runs WHERE phone = '") + zone + "'"),
+              started.substr(0, 11) + std::to_string(std::stoi(started.substr(11, 2))));
+  }
+  const json whole = Json({"history", "TZ=<+14>-14", "--details", "1"});
+  EXPECT_EQ(whole["identity"], "");
+  EXPECT_EQ(whole["steps"][1]["values"][0]["value"], "in output.txt");
+  EXPECT_EQ(whole["attachments"][0]["bytes"], 2001);
+
+  ASSERT_EQ(Tool({"numbers", "add", "identity", "00499901064000-00499901064003"}).status, 0);
+  const std::string drawing = PlanFile(R"({"program": ["echo", "${identity}"]})",
+                                       R"("serial": {}, "identity": {"draw": "identity"})");
+  ScriptedPhone left({}), right({});
+  EXPECT_EQ(
+      Tool({"--port", left.Port(), "--port", right.Port(), "run", drawing, "--set", "serial=SN1"}).status, 2);
+  EXPECT_EQ(Json({"numbers", "list"})[0]["left"], 4);
+  // The phone reads back the number that it gets, whoever wrote it: it keeps it.
+  const std::string has_it =
+      PlanFile(R"({"command": "identity read", "on-failure": "stop", "limits": {"identity": {"equals": "x"}}},
+                                         {"program": ["echo", "${identity}"]})",
+               R"("serial": {}, "identity": {"draw": "identity"})");
+  EXPECT_EQ(Run(has_it, {{"0B00000000000000", "00000000303034393939303130363430303030"}}, "SN1").status, 1);
+  EXPECT_EQ(Json({"numbers", "list"})[0]["left"], 3);
+}
+
+TEST_P(Results, AnExportIsCsvOfAnyLength) {
+  const std::string plan = PlanFile(R"({"name": "Say \"a, b\"", "program": ["true"]})");
+  EXPECT_EQ(Run(plan, {}, "SN1").status, 0);
+  EXPECT_NE(Tool({"export", "--table", "steps"}).output.find(R"(,1,"Say ""a, b""",passed,program,1,)"),
+            std::string::npos);
+  EXPECT_EQ(Run(PlanFile(R"({"name": "A\"B", "program": ["true"]})"), {}, "SN2").status, 0);
+  EXPECT_NE(Tool({"export", "--table", "steps"}).output.find(R"(,1,"A""B",passed,)"), std::string::npos);
+  Sql("INSERT INTO runs (uuid, plan, phone, serial, identity, address, station, operator, port, slot, tool, "
+      "process, "
+      "variables, versions, executable, executable_sha256, started, day, hour, heard, verdict) "
+      "WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM c WHERE n < 1001) "
+      "SELECT 'copy' || n, plan, phone, serial, identity, address, station, operator, port, slot, tool, "
+      "process, "
+      "variables, versions, executable, executable_sha256, started, day, hour, heard, verdict FROM runs, c "
+      "WHERE serial = 'SN2'");
+  EXPECT_EQ(std::ranges::count(Tool({"export", "--table", "runs"}).output, '\n'), 1 + 2 + 1001);
+}
+
 TEST_P(Results, AnOlderDatabaseIsMigratedAndANewerOneIsLeftAlone) {
   const std::string plan = PlanFile(R"({"command": "ping"})");
   EXPECT_EQ(Run(plan, {PING}, "SN1").status, 0);
@@ -584,6 +646,10 @@ TEST_P(Results, ThePlansRulesForTheLineHoldOnTheCommandLineToo) {
     EXPECT_EQ(phone.Difference(), "");
     return result;
   };
+  const std::string again_and_again =
+      plan("any.json", "Any", R"({"serial": "label", "retest-reason": true})");
+  for (int i = 0; i < 2; ++i)
+    EXPECT_EQ(run(again_and_again, {PING}, "").status, 0) << "a phone without a number";
   EXPECT_EQ(run(box, {}, "").status, 4);
   EXPECT_EQ(run(box, {}, "X1").status, 4);
   const ToolResult never = run(box, {}, "SN1");

@@ -84,6 +84,9 @@ TEST(SerialServer, ThatRefusesIsNotUsed) {
        "has hung up: Really busy\n"},
       {{{offer, agreed}, {settings, "FFFA2C6500002580FFF0" + others}},
        "does not set 115200 baud; it says 00 00 25 80"},
+      // Its own offer of the same is taken.
+      {{{offer, agreed + "FFFB2C"}, {"FFFD2C" + settings, "FFFA2C6500002580FFF0" + others}},
+       "does not set 115200 baud"},
       // An unknown option is refused, once.
       {{{offer, "FFFB01FFFB01"}, {"FFFE01", ""}}, "does not answer as RFC 2217 has it"},
   };
@@ -118,6 +121,28 @@ TEST(SerialServer, SuspendsAndResumesWhatIsSent) {
   const ToolResult passed = run(resumed, "60000");
   EXPECT_EQ(passed.status, 0) << passed.errors;
   EXPECT_EQ(resumed.Difference(), "");
+}
+
+TEST(SerialServer, WhatItSendsWithoutEndIsNotKept) {
+  const std::string offer = "FFFB2CFFFB00FFFB03FFFD00FFFD03";
+  ScriptedPhone talker({{.expected = offer, .answer = Repeat("78", 1000), .hangs_up = true}},
+                       ScriptedPhone::Kind::TcpPort);
+  const ToolResult cut = RunTool({"--port", "rfc2217" + talker.Port().substr(3), "ping"});
+  EXPECT_EQ(cut.status, 3);
+  EXPECT_NE(cut.errors.find("hung up: " + std::string(200, 'x') + "\n"), std::string::npos) << cut.errors;
+
+  // It suspends what is sent, and sends data all the same, also when the tool has gone.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::vector<Turn> turns = {{offer, "FFFD2CFFFD00FFFB00"},
+                             {"FFFA2C010001C200FFF0FFFA2C0208FFF0FFFA2C0301FFF0FFFA2C0401FFF0FFFA2C0501FFF0",
+                              "FFFA2C650001C200FFF0FFFA2C6608FFF0FFFA2C6701FFF0FFFA2C6801FFF0FFFA2C6901FFF0"},
+                             {"FFFA2C0508FFF0FFFA2C050BFFF0FFFA2C0C03FFF0", "FFFA2C7003FFF0FFFA2C6CFFF0"}};
+  for (int i = 0; i < 8; ++i) turns.push_back({"", Repeat("55", 400'000), std::chrono::milliseconds(50)});
+  ScriptedPhone flood(turns, ScriptedPhone::Kind::TcpPort);
+  const ToolResult ended =
+      RunTool({"--port", "rfc2217" + flood.Port().substr(3), "--timeout", "20000", "ping"});
+  EXPECT_EQ(ended.status, 3);
+  EXPECT_NE(ended.errors.find("sends without end and unasked"), std::string::npos) << ended.errors;
 }
 
 // A server that is connected and says nothing.

@@ -101,6 +101,10 @@ TEST(Tasks, WhatIsWrittenIsReadBack) {
   } cases[] = {
       {{blank, write, identity(number)}, {"identity", "write", number}, 0, "ok\n"},
       {{blank, write, blank}, {"identity", "write", number}, 1, "reads back as 000000011234564 instead of"},
+      {{blank, write, {"0B000000" + ZERO, "FBD8FFFF" + Repeat("00", 15)}},
+       {"identity", "write", number},
+       1,
+       "cannot be read back: -9989"},
       {{identity(number), write, identity(number)}, {"identity", "write", number}, 0, "nothing was written"},
       {{identity("123456789012347")}, {"identity", "write", number}, 1, "carries the identity 1234567890"},
       // The digits are right, but not their complement.
@@ -229,6 +233,62 @@ TEST(Tasks, CameraPictureIsTakenFetchedCheckedAndDeleted) {
   EXPECT_NE(damaged.errors.find("the picture is not whole: Premature end of JPEG file"), std::string::npos)
       << damaged.errors;
   EXPECT_EQ(RunTool({"--port", lossy.Port(), "camera", "capture", "focus", "--size", "48"}).status, 2);
+}
+
+// The phone's picture has 64 x 48 pixels whatever is asked for.
+TEST(Tasks, ACameraPictureOfAnotherSizeOrThatIsNotDeletedIsAFailure) {
+  const std::string picture = SmallJpeg();
+  const std::string next = "4100000018000000";
+  const std::string remove = "2400000016000000" + Repeat("00", 12);
+  const struct {
+    const char* size;
+    const char* rotation;
+    std::string request;
+    const char* deleted;
+    std::string told;  // empty if all is well
+  } cases[] = {
+      {"64x48", "0", "400000003000000000000000", "00000000", ""},
+      {"64x48", "180", "4000000030000000B4000000", "00000000", ""},
+      {"48x64", "270", "30000000400000000E010000", "00000000", ""},
+      {"64x48", "270", "40000000300000000E010000", "00000000", "the picture is 64x48 instead of 48x64"},
+      {"64x40", "0", "400000002800000000000000", "00000000", "the picture is 64x48 instead of 64x40"},
+      {"56x48", "0", "380000003000000000000000", "00000000", "the picture is 64x48 instead of 56x48"},
+      {"64x48", "0", "400000003000000000000000", "FBD8FFFF", "-9989"},
+  };
+  for (const auto& tried : cases) {
+    ScriptedPhone phone({{"2400000014000000" + tried.request, ZERO},
+                         {"410000000F000000", ZERO + Repeat("00", 1024)},
+                         {next, Chunk(picture.substr(0, 1024))},
+                         {next, Chunk(picture.substr(1024))},
+                         {remove, tried.deleted}});
+    const ToolResult result = RunTool({"--port", phone.Port(), "camera", "capture", "focus", "--size",
+                                       tried.size, "--rotate", tried.rotation});
+    EXPECT_EQ(result.status, tried.told.empty() ? 0 : 1) << tried.size << tried.rotation << result.errors;
+    EXPECT_NE(result.errors.find(tried.told), std::string::npos) << result.errors;
+    EXPECT_EQ(phone.Difference(), "");
+  }
+}
+
+// A phone whose clock is an hour ahead and goes on by a second.
+TEST(Tasks, AClockAheadIsSoManySecondsAhead) {
+  const auto read = [](std::time_t time) {
+    std::tm local{};
+    localtime_r(&time, &local);
+    station::Bytes answer(4);
+    for (const int word : {local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min,
+                           local.tm_sec, 0, 0})
+      station::AppendWord(answer, static_cast<std::uint32_t>(word));
+    return Turn{"2E000000" + ZERO, station::HexText(answer, "")};
+  };
+  const std::time_t now = std::time(nullptr);
+  ScriptedPhone phone({read(now + 100'000), read(now + 100'001)});
+  const ToolResult result = RunTool({"--json", "--port", phone.Port(), "clock", "check"});
+  EXPECT_EQ(result.status, 0) << result.errors;
+  const auto answer = nlohmann::json::parse(result.output)["answer"];
+  EXPECT_EQ(answer["advance"], 1);
+  EXPECT_LE(answer["ahead"], 104'000);  // summer time may begin meanwhile
+  EXPECT_GE(answer["ahead"], 90'000);
+  EXPECT_EQ(phone.Difference(), "");
 }
 
 TEST(Tasks, AChunkThatClaimsMoreThanItHoldsIsRefused) {

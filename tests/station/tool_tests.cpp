@@ -199,6 +199,7 @@ TEST(Ports, AreListedWithTheirUsbNames) {
             "/dev/ttyACM0      USB: Linux 2.4 Serial Function, serial number 12345, socket 1-2\n"
             "/dev/ttyS0        on board\n");
   EXPECT_EQ(station::OnlyPort(station::ListPorts(sysfs)), "/dev/ttyACM0");
+  EXPECT_EQ(station::ListPorts(sysfs)[0].usb_interface, "1-2:1.0");
 
   MakePort(sysfs, "ttyUSB7", "devices/usb1/1-3/1-3:1.0/ttyUSB7");
   std::ofstream(sysfs / "devices/usb1/1-3/idVendor") << "0403\n";
@@ -269,10 +270,11 @@ TEST(TestLine, ServesNoPageWithTokensThatOthersKnowOrGuess) {
   const std::string plan = TemporaryFile("line-plan.json", R"({"steps": [{"command": "ping"}]})");
   const std::string one(20, 'a'), other(20, 'b');
   const std::string good = "operator " + one + "\nmanager " + other + "\n";
-  for (const auto& [tokens, mode, part] : {std::tuple(good, 0640, "others can read"),
-                                           {"operator " + one + "\nmanager b\n", 0600, "20 characters"},
-                                           {"operator " + one + "\nmanager " + one, 0600, "needs a line"},
-                                           {"operator " + one, 0600, "needs a line"}}) {
+  for (const auto& [tokens, mode, part] :
+       {std::tuple(good, 0640, "others can read"),
+        {"operator " + one + "\nmanager " + std::string(19, 'b'), 0600, "20 characters"},
+        {"operator " + one + "\nmanager " + one, 0600, "needs a line"},
+        {"operator " + one, 0600, "needs a line"}}) {
     const std::string file = TemporaryFile("tokens", tokens);
     chmod(file.c_str(), mode);
     const ToolResult refused =
@@ -293,6 +295,22 @@ TEST(TestLine, RefusesABarcodeThatNoSlotWouldHave) {
     const ToolResult refused = RunProgram(words);
     EXPECT_EQ(refused.status, 2) << refused.output;
     EXPECT_NE(refused.errors.find("--barcode"), std::string::npos) << refused.errors;
+  }
+}
+
+TEST(TestLine, ServesANetworkOnlyWithTokens) {
+  const std::string plan = TemporaryFile("line-plan.json", R"({"steps": [{"command": "ping"}]})");
+  for (const auto& [place, part] : {std::pair("0.0.0.0:0", "needs --token-file"),
+                                    {"192.168.7.2:0", "needs --token-file"},
+                                    {"[::]:0", "needs --token-file"},
+                                    {"127.0.0.1:65536", "is not ADDRESS:PORT"},
+                                    {"127.0.0.1:-1", "is not ADDRESS:PORT"},
+                                    {"127.0.0.1", "is not ADDRESS:PORT"}}) {
+    const ToolResult refused =
+        RunProgram({"timeout", "20", PHONETEST_PROGRAM, "--port", "A=/dev/null", "serve", "--plan", plan,
+                    "--results", TemporaryFolder() + "/line.db", "--listen", place});
+    EXPECT_EQ(refused.status, 2) << refused.output;
+    EXPECT_NE(refused.errors.find(part), std::string::npos) << refused.errors;
   }
 }
 
