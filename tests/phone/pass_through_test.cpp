@@ -1,11 +1,14 @@
 // The relay between the host and the modem's data port, as a command and as a run mode of its own.
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <termios.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <future>
+#include <optional>
 #include <random>
 #include <thread>
 
@@ -228,9 +231,11 @@ TEST_F(PassThroughTest, GoesOnWhileTheModemTakesNothing) {
   ExpectBothWays();
 
   refuses = true;
+  const auto stuck = std::chrono::steady_clock::now();
   host.Send(FromText("stuck"));
   std::this_thread::sleep_for(100ms);
   Leave();
+  EXPECT_GT(std::chrono::steady_clock::now() - stuck, 1s) << "what waits keeps its second";
 }
 
 // A port that takes a byte now and then does not hold the block longer than its second.
@@ -259,6 +264,59 @@ TEST_F(PassThroughTest, GivesAWholeBlockOneSecond) {
   dripping = false;
   while (!modem.IsQuiet(50ms)) modem.Receive(1);
   ExpectBothWays();
+  Leave();
+}
+
+// The time that a poll has, in milliseconds; nothing for another call.
+std::optional<int64_t> PollsTime(const TracedCall& call) {
+  constexpr uint64_t NARROW_POLL = 168;
+  if (call.number == (call.narrow ? NARROW_POLL : SYS_poll)) return static_cast<int32_t>(call.arguments[2]);
+  timespec time = {};  // what the emulator makes of it
+  const std::string bytes = call.number == SYS_ppoll ? call.Memory(call.arguments[2], sizeof time) : "";
+  if (call.narrow || bytes.size() != sizeof time) return {};
+  memcpy(&time, bytes.data(), sizeof time);
+  return time.tv_sec * 1000 + time.tv_nsec / 1'000'000;
+}
+
+// While a block waits for room, every wait ends with the block's second, however often the other port wakes
+// it.
+TEST_F(PassThroughTest, EndsItsWaitsWithTheBlocksSecond) {
+  using std::chrono::steady_clock;
+  BootAsCommand();
+  const std::string terminal =
+      Phone().With<ModemDataPort>([](ModemDataPort& port) { return port.PhoneSide().DevicePath(); });
+  std::string block;
+  steady_clock::time_point since;
+  int64_t soonest = INT64_MAX;  // end of a wait, from the block's first write on, in milliseconds
+  std::atomic<int> waits = 0;
+  const CallTracer tracer(Phone().ServerProcess(), [&](const TracedCall& call) -> CallFate {
+    const std::string path = call.IsRead() || call.IsWrite() ? call.DescriptorPath() : "";
+    if (call.IsRead() && path == terminal) {
+      EXPECT_EQ(call.Size(), 4095u);
+    }
+    if (call.IsWrite() && path == terminal && block != call.WrittenBytes()) {
+      block = call.WrittenBytes();
+      since = steady_clock::now();
+    }
+    const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(steady_clock::now() - since);
+    const auto time = block.empty() ? std::nullopt : PollsTime(call);
+    if (time && waited > 300ms && waited < 900ms) {
+      soonest = std::min(soonest, waited.count() + *time);
+      ++waits;
+    }
+    return {};
+  });
+  Enter();
+  auto sending = std::async(std::launch::async, [&] { host.Send(Noise(5, 300000)); });
+  EXPECT_TRUE(Eventually([&] {
+    modem.Send(FromText("x"));
+    return waits > 10;
+  }));
+  EXPECT_NEAR(static_cast<double>(soonest), 1000, 200);
+  do modem.Receive(1 << 16, 300ms);
+  while (sending.wait_for(0ms) != std::future_status::ready);
+  while (!modem.IsQuiet(100ms)) modem.Receive(1 << 16, 100ms);
+  while (!host.IsQuiet(100ms)) host.Receive(1 << 16, 100ms);
   Leave();
 }
 

@@ -136,3 +136,12 @@ Lines PhoneTest::LinesSince(const simulator::JournalFilter& filter) {
 bool PhoneTest::Appears(const simulator::JournalFilter& filter, std::chrono::milliseconds time_out) {
   return Phone().GetJournal().WaitFor(filter, mark_, time_out).has_value();
 }
+
+std::string PhoneTest::RunInPhone(const std::string& command) {
+  const size_t before = Phone().ConsoleText().size();
+  MarkJournal();
+  Phone().RunShell(command + "; echo; echo the end");
+  EXPECT_TRUE(Appears(LineIs("console the end")));
+  const std::string printed = Phone().ConsoleText().substr(before);
+  return printed.substr(0, printed.rfind("\nthe end\n"));
+}

@@ -78,6 +78,9 @@ class PhoneTest : public testing::Test {
   // Waits for an entry since the last mark.
   bool Appears(const simulator::JournalFilter& filter, std::chrono::milliseconds time_out = 10s);
 
+  // Marks the journal, runs a command line in the phone and returns what was printed until its end.
+  std::string RunInPhone(const std::string& command);
+
   // The server is an ARM executable under the emulator, whose memory and system calls are not only the
   // server's.
   bool IsEmulated() const;

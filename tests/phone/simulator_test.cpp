@@ -12,18 +12,7 @@ using simulator::PhoneOptions;
 using simulator::SimulatedPhone;
 using simulator::TextControls;
 
-class SimulatorTest : public PhoneTest {
- protected:
-  // Runs a command line in the phone and returns what it printed.
-  std::string Run(const std::string& command) {
-    const size_t before = Phone().ConsoleText().size();
-    MarkJournal();
-    Phone().RunShell(command + "; echo; echo the end");
-    EXPECT_TRUE(Appears(LineIs("console the end")));
-    const std::string printed = Phone().ConsoleText().substr(before);
-    return printed.substr(0, printed.rfind("\nthe end\n"));
-  }
-};
+class SimulatorTest : public PhoneTest {};
 
 TEST_F(SimulatorTest, KeepsOneOrderedJournal) {
   Boot();
@@ -45,27 +34,32 @@ TEST_F(SimulatorTest, KeepsOneOrderedJournal) {
 
 TEST_F(SimulatorTest, FindsDevicesByEveryPathThatLeadsThere) {
   Boot();
-  EXPECT_EQ(Run("cd /proc/gpio; echo 1 > motor; cat motor"), "1\n");
-  EXPECT_EQ(Run("ln -s ../proc/gpio /tmp/lines; echo 0 > /tmp/lines/../gpio/motor; cat /tmp/lines/motor"),
-            "0\n");
-  EXPECT_EQ(Run("exec 3<>/proc/gpio/motor; cat <&3 & sleep 0.1; echo 7 >&3; cat /proc/gpio/motor; kill $!"),
-            "0\n7\n");
+  EXPECT_EQ(RunInPhone("cd /proc/gpio; echo 1 > motor; cat motor"), "1\n");
   EXPECT_EQ(
-      Run("head -c 4 /dev/zero | od -A n -t x1; echo lost > /dev/null; test -e /dev/fb/0 && echo there"),
+      RunInPhone("ln -s ../proc/gpio /tmp/lines; echo 0 > /tmp/lines/../gpio/motor; cat /tmp/lines/motor"),
+      "0\n");
+  EXPECT_EQ(
+      RunInPhone("exec 3<>/proc/gpio/motor; cat <&3 & sleep 0.1; echo 7 >&3; cat /proc/gpio/motor; kill $!"),
+      "0\n7\n");
+  EXPECT_EQ(
+      RunInPhone(
+          "head -c 4 /dev/zero | od -A n -t x1; echo lost > /dev/null; test -e /dev/fb/0 && echo there"),
       " 00 00 00 00\nthere\n");
   // A process's environment is its own business; a signal to everyone leaves out who sends it.
-  EXPECT_EQ(Run("cat /proc/$$/environ 2>/dev/null; cat /proc/self/environ >/dev/null && echo own"), "own\n");
-  EXPECT_EQ(Run("trap 'echo hit' URG; kill -URG -1; echo missed"), "missed\n");
+  EXPECT_EQ(RunInPhone("cat /proc/$$/environ 2>/dev/null; cat /proc/self/environ >/dev/null && echo own"),
+            "own\n");
+  EXPECT_EQ(RunInPhone("trap 'echo hit' URG; kill -URG -1; echo missed"), "missed\n");
   // The PC is out of reach.
-  EXPECT_EQ(Run("cat /proc/1/root/etc/hostname /proc/1/environ 2>/dev/null; ls /proc/self/root 2>/dev/null"),
-            "");
+  EXPECT_EQ(
+      RunInPhone("cat /proc/1/root/etc/hostname /proc/1/environ 2>/dev/null; ls /proc/self/root 2>/dev/null"),
+      "");
 }
 
 TEST_F(SimulatorTest, FailsTheCallsItIsToldTo) {
   Boot();
   auto& faults = Phone().GetFaults();
   faults.FailOpen("/proc/gpio/motor", EIO, 2, 1);
-  EXPECT_EQ(Run("for n in 1 2 3; do (echo $n > /proc/gpio/motor) 2>/dev/null || echo failed $n; done"),
+  EXPECT_EQ(RunInPhone("for n in 1 2 3; do (echo $n > /proc/gpio/motor) 2>/dev/null || echo failed $n; done"),
             "failed 2\n");
   EXPECT_EQ(LinesSince(AtPath("/proc/gpio/motor")),
             (Lines{"open /proc/gpio/motor w+create+truncate", "value /proc/gpio/motor \"1\\n\"",
@@ -81,18 +75,18 @@ TEST_F(SimulatorTest, FailsTheCallsItIsToldTo) {
              "request /dev/misc/omap730_gpio 0x40044F35", "request /dev/misc/omap730_gpio 0x40044F39"}));
 
   faults.FailExec("/bin/sync", EACCES);
-  EXPECT_EQ(Run("sync 2>/dev/null || echo no sync"), "no sync\n");
+  EXPECT_EQ(RunInPhone("sync 2>/dev/null || echo no sync"), "no sync\n");
   Phone().Root().PutFile("/etc/text", "abcdef");
   faults.ShortenFile("/etc/text", 4);
-  EXPECT_EQ(Run("cat /etc/text"), "abcd");
+  EXPECT_EQ(RunInPhone("cat /etc/text"), "abcd");
   faults.Clear();
-  EXPECT_EQ(Run("sync; cat /etc/text"), "abcdef");
+  EXPECT_EQ(RunInPhone("sync; cat /etc/text"), "abcdef");
 
   Phone().TakeAway("/proc/gpio/motor");
-  EXPECT_EQ(Run("(echo 1 > /proc/gpio/motor) 2>/dev/null || echo missing; ls /proc/gpio"),
+  EXPECT_EQ(RunInPhone("(echo 1 > /proc/gpio/motor) 2>/dev/null || echo missing; ls /proc/gpio"),
             "missing\ngsm_uart_rx\n");
   Phone().PutBack("/proc/gpio/motor");
-  EXPECT_EQ(Run("echo 1 > /proc/gpio/motor; cat /proc/gpio/motor"), "1\n");
+  EXPECT_EQ(RunInPhone("echo 1 > /proc/gpio/motor; cat /proc/gpio/motor"), "1\n");
 }
 
 TEST_F(SimulatorTest, TakesFaultsFromWords) {
@@ -123,20 +117,20 @@ TEST_F(SimulatorTest, LetsSleepsTakeNoTimeOrLong) {
   EXPECT_TRUE(Appears(LineIs("sleep 10000.000")));
   EXPECT_TRUE(Appears(LineIs("open /dev/usb/tts/0 rw+cloexec")));
   EXPECT_TRUE(StillAnswers());
-  EXPECT_EQ(Run("sleep 5000; usleep 2500"), "");
+  EXPECT_EQ(RunInPhone("sleep 5000; usleep 2500"), "");
   EXPECT_EQ(LinesSince(OfKind({JournalKind::Sleep})), (Lines{"sleep 5000.000", "sleep 0.003"}));
   EXPECT_LT(std::chrono::steady_clock::now() - start, 60s);
 
   Phone().GetFaults().LengthenSleeps(300ms);
   const auto long_start = std::chrono::steady_clock::now();
-  EXPECT_EQ(Run("sleep 0.001"), "");
+  EXPECT_EQ(RunInPhone("sleep 0.001"), "");
   EXPECT_GE(std::chrono::steady_clock::now() - long_start, 300ms);
 }
 
 TEST_F(SimulatorTest, LeavesThePcsClockAlone) {
   Boot();
   const time_t before = time(nullptr);
-  Run("TZ=UTC date -s '2000-01-01 00:00:00' >/dev/null");
+  RunInPhone("TZ=UTC date -s '2000-01-01 00:00:00' >/dev/null");
   EXPECT_EQ(LinesSince(OfKind({JournalKind::Clock})).size(), 1u);
   EXPECT_NE(LinesSince(OfKind({JournalKind::Clock})).at(0).find("946684800"), std::string::npos);
   EXPECT_GE(time(nullptr), before);
@@ -145,12 +139,12 @@ TEST_F(SimulatorTest, LeavesThePcsClockAlone) {
 TEST_F(SimulatorTest, KeepsThePhonesFilesWithAStateDirectory) {
   options.state_directory = testing::TempDir() + "phone-state-" + std::to_string(getpid());
   Boot();
-  Run("echo kept > /usr/share/kept; echo lost > /tmp/lost");
+  RunInPhone("echo kept > /usr/share/kept; echo lost > /tmp/lost");
   EXPECT_THROW(SimulatedPhone(PhoneOptions(options)), std::runtime_error)
       << "one phone at a time has the files";
   DiscardPhone();
   Boot();
-  EXPECT_EQ(Run("cat /usr/share/kept; ls /tmp"), "kept\n");
+  EXPECT_EQ(RunInPhone("cat /usr/share/kept; ls /tmp"), "kept\n");
   EXPECT_TRUE(StillAnswers());
   DiscardPhone();
   std::filesystem::remove_all(options.state_directory);

@@ -151,6 +151,26 @@ TEST_F(StartupTest, SurvivesHangUpAndBrokenPipeSignals) {
   std::this_thread::sleep_for(100ms);
   host.Send(Words({0}));
   EXPECT_EQ(host.Receive(4), Words({0}));
+  // Nor does it end the wait for a program's output.
+  Phone().Command({"fault", "open", "/proc/mtd", "delay=500"});
+  MarkJournal();
+  SendCommand(0x11, Words({0}));
+  EXPECT_TRUE(Appears(LineIs("shell cat /proc/mtd")));
+  std::this_thread::sleep_for(100ms);
+  kill(Phone().ServerProcess(), SIGHUP);
+  EXPECT_EQ(StatusOf(host.Receive(132)), SUCCESS);
+}
+
+TEST_F(StartupTest, LeavesSignalsToItsProgramsAsTheyWere) {
+  Phone().Root().PutFile("/usr/share/config/setup/setup_reset.sh",
+                         "#!/bin/sh\ngrep SigIgn /proc/self/status\n");
+  Boot();
+  EXPECT_EQ(AskStatus(0x03, Words({0})), SUCCESS);
+  const std::string text = Phone().ConsoleText();
+  const size_t place = text.find("SigIgn:");
+  ASSERT_NE(place, std::string::npos) << text;
+  constexpr uint64_t HANG_UP_AND_BROKEN_PIPE = 1U << (SIGHUP - 1) | 1U << (SIGPIPE - 1);
+  EXPECT_EQ(std::stoull(text.substr(place + 7), nullptr, 16) & HANG_UP_AND_BROKEN_PIPE, 0u) << text;
 }
 
 }  // namespace
