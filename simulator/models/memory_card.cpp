@@ -43,7 +43,8 @@ OpenAnswer MemoryCard::Open(const OpenCall& call) {
 std::string MemoryCard::CardList() const {
   std::string list = "mmc host: omap730, slot 0\n";
   if (state.inserted)
-    list += fmt::format("card 0: mid=0x1b oid=0x5343 pnm=SD256 psn={} size=256M\n", state.serial_number);
+    list +=
+        fmt::format("card 0: mid=0x1b oid=0x5343 pnm={} psn={} size=256M\n", state.name, state.serial_number);
   return list;
 }
 

@@ -14,6 +14,7 @@ class MemoryCard : public DeviceModel {
     bool driver = true;    // without it the kernel has no list
     bool inserted = true;  // without a card the list has no serial number
     bool read_only = false;
+    std::string name = "SD256";
     std::string serial_number = "0x1a2b3c4d";  // as the list shows it
   };
 

@@ -107,7 +107,16 @@ TEST_F(PanelTest, AToneIsHeardInThePage) {
       "const text = document.querySelector('#frequencies').textContent;"
       "return Math.abs(parseFloat(text) - 947.5) < 2",
       "the measured frequency");
+  // A sine of half the full scale.
+  Page().Await("return document.querySelector('#meter').getAttribute('aria-valuenow') === '-6'", "the level");
+  Page().Run(
+      "const start = AudioBufferSourceNode.prototype.start; window.loudest = 0;"
+      "AudioBufferSourceNode.prototype.start = function (...when) {"
+      "  window.loudest = Math.max(window.loudest, ...this.buffer.getChannelData(0));"
+      "  return start.apply(this, when);"
+      "}; return true");
   Page().Click("#listen");
+  Page().Await("return Math.abs(window.loudest - 0.5) < 0.01", "half the full scale in the page's audio");
   Page().Await("return import('/sound.js').then((sound) => Math.abs(sound.heardFrequency() - 947.5) < 4)",
                "the tone in the page's audio");
   Shoot("panel-sound");
@@ -156,12 +165,15 @@ TEST_F(PanelTest, CableFaultsCameraAndBatteryAreSwitches) {
       "return log.includes('bt_cit_test -f2') && log.includes('Status=0; ResultA=00:02:5B:0A:FF:10')",
       "the Bluetooth tool's call and what it printed");
 
+  EXPECT_NE(std::string::npos, Page().Text("#journal").find("bt_cit_test"));
+
   // The phone is away for a moment, and what was in flash is there again.
   ASSERT_EQ(0, Phonetest("--yes identity write 004999010640000").status);
   Page().Click("#restart");
   Page().Await("return document.querySelector('#records').textContent.includes('004999010640000')",
                "the kept identity");
   EXPECT_EQ("running", Page().Text("#link"));
+  EXPECT_EQ(std::string::npos, Page().Text("#journal").find("bt_cit_test")) << "of the phone before";
   ASSERT_EQ(0, Phonetest("display colour-bars").status);
   Page().Await(BARS_STAND, "the LCD of the phone that has started anew");
   Page().Click("#power-cut");

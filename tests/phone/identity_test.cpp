@@ -76,6 +76,9 @@ TEST_F(IdentityTest, NeitherChecksDigitsNorComplement) {
   SetFlash("OTP", std::string("\x98\x76\x54\x32\x10\x12\x34\x5F\0\1\2\3\4\5\6\7", 16));
   EXPECT_EQ(Ask(0x0B, IGNORED, 19), Answer(0, FromText("987654321012345")));
   EXPECT_EQ(Program("987654321012345"), -9990);
+  PutInBlankArea();
+  SetFlash("OTP", std::string("\x98\x76\x54\x32\x10\x12\x34\x50\0\1\2\3\4\5\6\7", 16));
+  EXPECT_EQ(Program("987654321012345"), -9990) << "the same number with another complement";
 }
 
 TEST_F(IdentityTest, TakesBlankForWhatTheFirstBytesAre) {
@@ -84,12 +87,18 @@ TEST_F(IdentityTest, TakesBlankForWhatTheFirstBytesAre) {
     size_t place;  // of a byte that is not blank
     int32_t blank;
     int32_t programmed;
-  } CASES[] = {{0, -9990, -9990}, {15, -9990, -9990}, {16, -9990, 0}, {8191, -9990, 0}, {8192, 0, 0}};
+    const char* read;
+  } CASES[] = {{0, -9990, -9990, "?>?????????????"},
+               {15, -9990, -9990, "???????????????"},
+               {16, -9990, 0, "000000011234564"},
+               {8191, -9990, 0, "000000011234564"},
+               {8192, 0, 0, "000000011234564"}};
   for (const auto& row : CASES) {
     SCOPED_TRACE(row.place);
     PutInBlankArea();
     SetFlash("OTP", Erased(row.place) + "\xFE");
     EXPECT_EQ(AskStatus(0x47, IGNORED), row.blank);
+    EXPECT_EQ(Ask(0x0B, IGNORED, 19), Answer(0, FromText(row.read)));
     EXPECT_EQ(Program("000000000000000"), row.programmed);
     EXPECT_EQ(Cells(1), row.programmed == 0 ? std::string(1, '\0') : Flash("OTP").substr(0, 1));
   }

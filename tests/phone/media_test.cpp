@@ -56,6 +56,9 @@ TEST_F(Media, StartsThePlayerWithEachClip) {
        "-2147483648", "2147483647"},
       {30, 3, 0, "/usr/share/usr_data/Preload/HelloQelu.mp3 3 0&",
        "/usr/share/usr_data/Preload/HelloQelu.mp3", "3", "0"},
+      {10, 2, 0, "/root/dmode/QeluAudioTest3.mp3 2 0 &", "/root/dmode/QeluAudioTest3.mp3", "2", "0"},
+      {30, 2, 0, "/usr/share/usr_data/Preload/HelloQelu.mp3 2 0&",
+       "/usr/share/usr_data/Preload/HelloQelu.mp3", "2", "0"},
   };
   size_t playing = 0;
   for (const Case& c : cases) {

@@ -1,5 +1,9 @@
 // The memory card's test.
 #include "simulator/models/memory_card.h"
+
+#include <filesystem>
+#include <fstream>
+
 #include "tests/phone/call_tracer.h"
 #include "tests/phone/phone_test.h"
 
@@ -60,6 +64,41 @@ TEST_F(MemoryCardTest, ReadsTheSerialNumber) {
     Change([&](MemoryCard::State& state) { state.serial_number = number; });
     EXPECT_EQ(Test(), status) << number;
   }
+  // Lines are taken in pieces of 255 characters.
+  const std::pair<size_t, int32_t> PLACES[] = {{128, 0}, {250, 0}, {251, -9995}, {252, -9990}, {255, 0}};
+  for (const auto& [place, status] : PLACES) {
+    const size_t before = std::string("card 0: mid=0x1b oid=0x5343 pnm= ").size();
+    Change([&](MemoryCard::State& state) {
+      state.name = std::string(place - before, 'n');
+      state.serial_number = "5";
+    });
+    EXPECT_EQ(Test(), status) << "at " << place;
+  }
+}
+
+// Each byte counts, and so does a file that has become shorter.
+TEST_F(MemoryCardTest, ComparesTheWholeFile) {
+  Boot();
+  std::function<void(const std::string&)> spoil;
+  const CallTracer tracer(Phone().ServerProcess(), [&](const TracedCall& call) -> CallFate {
+    const std::string path = call.IsWrite() || call.IsClose() ? "" : call.DescriptorPath();
+    if (path.ends_with(TEST_FILE)) spoil(path);
+    return {};
+  });
+  for (size_t place = 0; place < PATTERN.size(); ++place) {
+    spoil = [place](const std::string& path) {
+      std::fstream(path, std::ios::in | std::ios::out | std::ios::binary)
+          .seekp(static_cast<std::streamoff>(place))
+          .put('x');
+    };
+    EXPECT_EQ(Test(), -9990) << place;
+  }
+  spoil = [](const std::string& path) {
+    if (std::filesystem::file_size(path) > 8) std::filesystem::resize_file(path, 8);
+  };
+  EXPECT_EQ(Test(), -9990);
+  spoil = [](const std::string&) {};
+  EXPECT_EQ(Test(), 0);
 }
 
 TEST_F(MemoryCardTest, TellsEveryFailure) {

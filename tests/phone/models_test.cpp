@@ -81,6 +81,12 @@ const Told TOLD[] = {
     {{PROGRAM_IDENTITY}, "/records/identity", "004999010640000"},
     {{"otp clear 8"}, "/records/identity", "damaged"},
     {{"otp blank"}, "", "blank, programmed 0 times, 0 bits lost\n"},
+    {{"$ echo"}, "/records/partition/0/verifies", true},
+    {{"flash Partition_Info flip 12"}, "/records/partition/0/verifies", false},
+    {{"$ echo"}, "/records/partition/0/word", 0},
+    {{"$ echo"},
+     "/records/partition/1",
+     {{"name", "Partition Info Bak"}, {"verifies", true}, {"check_sum", 13099}, {"word", 1}}},
     {{"flash Factory_Info erase"}, "/records/factory", json::array()},
 };
 

@@ -171,6 +171,9 @@ TEST_F(SettingsTest, StopsTheUserInterfaceAndNeverAnswersAgain) {
   host.Send(Words({0, 0}));
   EXPECT_TRUE(host.IsQuiet(500ms));
   EXPECT_LE(ProcessorTime(Phone().ServerProcess()), before + 2) << "waits without working";
+  kill(Phone().ServerProcess(), SIGHUP);
+  host.Send(Words({0, 0}));
+  EXPECT_TRUE(host.IsQuiet(300ms)) << "a hang-up does not end the wait";
   EXPECT_TRUE(Phone().IsRunning());
 }
 

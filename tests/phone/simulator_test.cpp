@@ -127,6 +127,18 @@ TEST_F(SimulatorTest, LetsSleepsTakeNoTimeOrLong) {
   EXPECT_GE(std::chrono::steady_clock::now() - long_start, 300ms);
 }
 
+TEST_F(SimulatorTest, CountsASleepUntilAMomentFromNow) {
+  options.instant_sleeps = true;
+  options.server = NativeServer().parent_path() / "driver_client";
+  options.server_arguments = {"until", "5000"};
+  Phone().Boot();
+  ASSERT_TRUE(Phone().WaitForEnd(60s));
+  const Lines sleeps = LinesSince(OfKind({JournalKind::Sleep}));
+  ASSERT_EQ(sleeps.size(), 1u);
+  const double seconds = std::stod(sleeps[0].substr(sleeps[0].find(' ')));
+  EXPECT_TRUE(4900 < seconds && seconds <= 5000) << sleeps[0];
+}
+
 TEST_F(SimulatorTest, LeavesThePcsClockAlone) {
   Boot();
   const time_t before = time(nullptr);

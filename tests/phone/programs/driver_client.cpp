@@ -1,6 +1,7 @@
 // Runs instead of the server: opens a device for reading and writing (or for writing alone, with "w:" before
 // the path) and makes driver requests on it. The arguments are the path, then each request's number and its
-// bytes as hexadecimal text. Prints 0, or the error's name, for each.
+// bytes as hexadecimal text. Prints 0, or the error's name, for each. Instead, with "until" and a number of
+// seconds, sleeps until the clock has moved on by so many.
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -10,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 namespace {
 
@@ -20,6 +22,12 @@ void Say(bool good) {
 }  // namespace
 
 int main(int count, char** arguments) {
+  if (strcmp(arguments[1], "until") == 0) {
+    timespec moment = {};
+    clock_gettime(CLOCK_MONOTONIC, &moment);
+    moment.tv_sec += strtol(arguments[2], nullptr, 10);
+    return clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &moment, nullptr);
+  }
   const bool writes_only = strncmp(arguments[1], "w:", 2) == 0;
   const int device = open(arguments[1] + (writes_only ? 2 : 0), writes_only ? O_WRONLY : O_RDWR);
   if (device < 0) Say(false);
