@@ -140,7 +140,7 @@ TEST_F(ModemAtTest, CountsRoundsAndPieces) {
        0,
        filling.substr(0, 32)},
       {"127 bytes do not",
-       {{0ms, filling.substr(0, 127)}, {250ms, "OK"}},
+       {{0ms, filling.substr(0, 126) + "O"}, {250ms, "K"}},
        9000,
        -9991,
        filling.substr(0, 32)},
