@@ -64,6 +64,8 @@ TEST_F(CameraCaptureTest, AsksTheDriverByteForByte) {
   const std::lock_guard lock(mutex);
   EXPECT_EQ(reads, (std::vector<uint64_t>{SELF_TEST_BYTES, SELF_TEST_BYTES, 41 * 17 * 2, 51 * 17 * 2}))
       << "a frame by one read each";
+  EXPECT_NE(Phone().Command({"camera"}).find("frames of 51 x 17, 3 exposed\n"), std::string::npos)
+      << Phone().Command({"camera"});
 }
 
 TEST_F(CameraCaptureTest, QueryIsNotSupported) {

@@ -8,6 +8,7 @@
 
 #include "simulator/control/streams.h"
 #include "simulator/models/bluetooth_tool.h"
+#include "simulator/models/front_panel.h"
 #include "simulator/models/modem_at_port.h"
 #include "simulator/models/picture.h"
 #include "simulator/models/radio.h"
@@ -79,6 +80,7 @@ const Told TOLD[] = {
     {{"$ " SLEEPER "killall -SIGHUP sleep; wait $p; echo $?"}, "", "129\n"},
     {{"otp blank"}, "/records/identity", ""},
     {{PROGRAM_IDENTITY}, "/records/identity", "004999010640000"},
+    {{"$ printf '\\377' >/dev/mtd/4", "otp"}, "", "not blank, programmed 2 times, 8 bits lost\n"},
     {{"otp clear 8"}, "/records/identity", "damaged"},
     {{"otp blank"}, "", "blank, programmed 0 times, 0 bits lost\n"},
     {{"$ echo"}, "/records/partition/0/verifies", true},
@@ -163,6 +165,68 @@ TEST_F(ModelsTest, TellWhereTheSoundGoesAndWhetherItIsStereo) {
     EXPECT_EQ(told.find(", stereo\n") != std::string::npos, heard.hears_stereo);
     EXPECT_NE(told.find(fmt::format(", signal {},", heard.signal)), std::string::npos);
   }
+}
+
+// Two of the panel's ends, as its drawing has them, in the converter's backward counts.
+TEST_F(ModelsTest, ReadTheTouchPanelFromEndToEnd) {
+  const auto reading = [](int32_t x, int32_t y) {
+    const simulator::TouchReading at = simulator::TouchPanel::ReadingAt(x, y);
+    return std::pair(at.x, at.y);
+  };
+  EXPECT_EQ(reading(0, 0), std::pair(4096u - 257, 4096u - 260));
+  EXPECT_EQ(reading(239, 319), std::pair(4096u - 3812, 4096u - 3845));
+  EXPECT_EQ(Do("key dead power"), "key 0x00740001 is dead\n");
+  EXPECT_EQ(Do("key power"), "key 0x00740001 is dead\n");
+  EXPECT_EQ(Do("key exit"), "key 0x00AE0001\n");
+}
+
+class ExchangesTest : public PhoneTest {
+ protected:
+  json Exchanges(int since = 0) {
+    return json::parse(Phone().Command({"exchanges", std::to_string(since)}));
+  }
+};
+
+TEST_F(ExchangesTest, AreListedWithWhatTheyMean) {
+  Boot();
+  EXPECT_EQ(AskStatus(0x39, Words({4, 0})), SUCCESS);
+  const json led = Exchanges().back();
+  EXPECT_EQ(led["name"], "LED");
+  EXPECT_EQ(led["request"]["bytes"], "0400000000000000");
+  EXPECT_EQ(led["request"]["fields"].size(), 1u) << "without the unused word";
+  EXPECT_EQ(led["request"]["fields"][0]["value"], "4");
+  EXPECT_EQ(led["answer"]["fields"][0]["value"], "0");
+  EXPECT_TRUE(led["whole"] == true && led["failed"] == false && !led.contains("status_meaning"));
+
+  Phone().Command({"fault", "request", "/dev/misc/rtc", "error=EIO", "delay=300"});
+  Ask(0x2E, Words({0}), 36);
+  const json clock = Exchanges(led["number"]).at(0);
+  EXPECT_EQ(clock["name"], "read clock");
+  EXPECT_EQ(clock["failed"], true);
+  EXPECT_EQ(clock["answer"]["fields"][0]["value"], "-9991");
+  EXPECT_NE(clock["status_meaning"].get<std::string>().find("clock"), std::string::npos) << clock;
+  EXPECT_GE(clock["milliseconds"], 290.0);
+  EXPECT_GT(clock["time"], led["time"]);
+
+  host.Send(Words({0x12}));
+  EXPECT_TRUE(Eventually([&] { return Exchanges().back()["code"] == 0x12; }));
+  EXPECT_FALSE(Exchanges().back().contains("name"));
+  EXPECT_TRUE(host.IsQuiet(1200ms)) << "what follows is drained";
+
+  // A cable that is drawn ends what was begun.
+  host.Send({0x39, 0});
+  Phone().Command({"replug"});
+  EXPECT_TRUE(Eventually([this] {
+    host.Send(Words({0, 0}));
+    return host.Receive(4, 300ms) == Words({1});
+  }));
+  EXPECT_EQ(Exchanges().back()["name"], "ping");
+  for (int count = 0; count < 205; ++count) {
+    host.Send(Words({0, 0}));
+    EXPECT_EQ(host.Receive(4), Words({1}));
+  }
+  EXPECT_EQ(Exchanges().size(), 200u);
+  EXPECT_EQ(Exchanges(Exchanges().back()["number"].get<int>() - 3).size(), 3u);
 }
 
 TEST(ModelsPictures, AreResizedByTheCoveredAreaAndRounded) {

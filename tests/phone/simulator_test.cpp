@@ -96,6 +96,18 @@ TEST_F(SimulatorTest, TakesFaultsFromWords) {
   EXPECT_FALSE(faults.Strike(FaultCall::Open, "/dev/fb/1"));
   for (int round = 0; round < 3; ++round)
     EXPECT_EQ(faults.Strike(FaultCall::Open, "/dev/fb/0")->error, ENODEV);
+  // Of several that fit, the first strikes, from its nth call on and so many times.
+  Phone().Command({"fault", "exec", "/bin/*", "error=EIO", "nth=2", "times=2"});
+  Phone().Command({"fault", "exec", "/bin/sync", "error=EPERM", "nth=3", "times=2"});
+  std::vector<int> errors;
+  for (int round = 0; round < 5; ++round) {
+    const auto strike = faults.Strike(FaultCall::Exec, "/bin/sync");
+    errors.push_back(strike ? strike->error : 0);
+  }
+  EXPECT_EQ(errors, (std::vector{0, EIO, EIO, EPERM, 0}));
+  Phone().Command({"fault", "remove", "2"});
+  EXPECT_EQ(faults.List(), (Lines{"open /dev/fb/0 error=ENODEV nth=2 times=always (asked for 4 times)",
+                                  "exec /bin/sync error=EPERM nth=3 times=2 (asked for 5 times)"}));
   for (const std::vector<std::string>& words :
        std::vector<std::vector<std::string>>{{"fault", "open"},
                                              {"fault", "remove", "4"},
