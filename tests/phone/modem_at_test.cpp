@@ -191,6 +191,19 @@ TEST_F(ModemAtTest, WaitsWholeSecondsForASilentModem) {
   EXPECT_TRUE(StillAnswers());
 }
 
+// What the modem says without a SIM, in the form that it was asked for.
+TEST_F(ModemAtTest, GivesErrorsInTheChosenForm) {
+  SetModem([](ModemAtPort::State& state) { state.sim_inserted = false; });
+  const std::pair<const char*, const char*> CASES[] = {
+      {"at+cmee=0\r", "\r\nERROR\r\n"},
+      {"at+cmee=1\r", "\r\n+CME ERROR: 10\r\n"},
+      {"at+cmee=2\r", "\r\n+CME ERROR: SIM not inserted\r\n"}};
+  for (const auto& [choice, error] : CASES) {
+    EXPECT_EQ(Exchange(choice, 1000).text, "\r\nOK\r\n");
+    EXPECT_EQ(Exchange("at+cpin?\r", 1000).text, error);
+  }
+}
+
 TEST_F(ModemAtTest, TellsCommandsThatCannotBeSent) {
   const Reply empty = Exchange("", 1000);
   EXPECT_EQ(empty.status, GENERAL_FAILURE);
