@@ -62,7 +62,7 @@ TEST_F(LinePageTest, TheChosenMeasurementStaysWhileRunsCome) {
   const char* show = R"(
     const [list, points] = arguments;
     const total = {phones: 4, first_tested: 3, first_passed: 2, passed: 3, runs: 6, hours: [{name: '8', passed: 3, failed: 1}],
-      days: [], failing: [], measurements: list};
+      days: [], failing: [], plans: ['Plan'], stations: [], measurements: list};
     window.fetch = async (path) => new Response(JSON.stringify(path.startsWith('/trend') ? points : total),
       {headers: {'Content-Type': 'application/json'}});
     document.querySelector('#spread').textContent = '';

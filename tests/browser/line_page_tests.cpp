@@ -123,7 +123,7 @@ TEST_F(LinePageTest, AReportShowsLimitsAndWhatIsWrong) {
     const Json shown = page_.Run(R"(
       return import('/report.js').then(({reportOf}) => {
         const place = document.createElement('div');
-        place.append(...reportOf({run: 'r', verdict: 'passed', started: 0, milliseconds: 999, steps: arguments[0]}));
+        place.append(...reportOf({run: 'r', verdict: 'passed', started: 0, milliseconds: 999, files: [], steps: arguments[0]}));
         const value = place.querySelector('tbody div');
         return [value.textContent, value.className, place.querySelector('tbody .number + td + .number').textContent,
           place.textContent.includes('999 ms')];
@@ -135,7 +135,7 @@ TEST_F(LinePageTest, AReportShowsLimitsAndWhatIsWrong) {
     return import('/report.js').then(({reportOf}) => ['passed', 'skipped', 'device failure', 'aborted'].map((verdict) => {
       const step = {number: 1, name: 'S', verdict, attempts: 0, message: 'm', values: [], files: []};
       const place = document.createElement('div');
-      place.append(...reportOf({run: 'r', verdict, started: 0, steps: [step]}));
+      place.append(...reportOf({run: 'r', verdict, started: 0, files: [], steps: [step]}));
       return `${place.querySelector('tbody div').className} ${place.querySelectorAll('ul li').length}`;
     })))";
   EXPECT_EQ((Json{"values 0", "values 0", "bad-text 1", "bad-text 1"}), page_.Run(styles));

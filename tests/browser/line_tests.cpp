@@ -441,12 +441,12 @@ TEST_F(LineTest, HistoryAndChartsShowWhatWasRun) {
   AwaitCard("A", "Scan the colour");
   page_.Run(
       "fetch('/scan', {method: 'POST', body: JSON.stringify({text: 'white', slot: 'A', who: "
-      "'x'.repeat(99)})})");
+      "'x'.repeat(300)})})");
   AwaitCard("A", "vibrate?");
   EXPECT_TRUE(Ask("/runs?phone=SN6").at(0).at("milliseconds").is_null()) << "it has no end yet";
   page_.Click("#slot-A .abort");
   AwaitCard("A", "ABORTED");
-  EXPECT_EQ(std::string(60, 'x'), NewestRun("SN6").at("operator")) << "a name is cut";
+  EXPECT_EQ(std::string(240, 'x'), NewestRun("SN6").at("operator")) << "a name is cut";
   page_.Click("a[href='/yield.html']");
   page_.Await("return document.querySelector('#spread')?.innerText.startsWith('2 values')", "the values");
   const Json drawn = page_.Run(
