@@ -13,11 +13,10 @@
 
 namespace {
 
-const Turn PING = {"0000000000000000", "01000000"};
 const Turn MOTOR = {"2B0000000100000000000000", "00000000"};
 constexpr const char* CLEAN_UP = R"({"command": "ping"}, {"command": "motor on", "always": true}]})";
 
-std::string Plan(const std::string& steps) {
+std::string PlanOf(const std::string& steps) {
   return TemporaryFile("plan.json", "{\"steps\": [" + steps + ", " + CLEAN_UP);
 }
 
@@ -57,7 +56,7 @@ TEST(Abort, EndsWhatRunsThenCleansUpAndReports) {
     ScriptedPhone phone({MOTOR});
     const std::string folder = TemporaryFolder() + "/aborted";
     const ToolResult result =
-        RunTool({"--port", phone.Port(), "--json", "run", Plan(tried.steps), "--report", folder});
+        RunTool({"--port", phone.Port(), "--json", "run", PlanOf(tried.steps), "--report", folder});
     EXPECT_EQ(result.status, 6) << result.errors;
     EXPECT_LT(result.took.count(), 200);
     const auto report = nlohmann::json::parse(result.output);
@@ -88,7 +87,7 @@ TEST(Abort, TakesALateAnswerForNoOtherCommand) {
   ScriptedPhone phone({late, MOTOR});
   const ToolResult result = RunTool(
       {"--port", phone.Port(), "--timeout", "60000", "run",
-       Plan(R"({"program": ["sh", "-c", "echo $PPID > )" + number + R"("]}, {"command": "memory-card"})")});
+       PlanOf(R"({"program": ["sh", "-c", "echo $PPID > )" + number + R"("]}, {"command": "memory-card"})")});
   EXPECT_EQ(result.status, 6) << result.output;
   EXPECT_NE(result.output.find("ABORTED: 2 passed, 1 aborted, 1 not run"), std::string::npos)
       << result.output;
@@ -102,8 +101,8 @@ TEST(Abort, CleansUpEachOfSeveralPhones) {
   const std::string once = TemporaryFolder() + "/once";
   std::filesystem::remove(once);
   const ToolResult result = RunTool({"--port", left.Port(), "--port", right.Port(), "run",
-                                     Plan(R"({"program": ["sh", "-c", "mkdir )" + once +
-                                          R"( && kill -TERM $PPID; sleep 300"], "seconds": 300})")});
+                                     PlanOf(R"({"program": ["sh", "-c", "mkdir )" + once +
+                                            R"( && kill -TERM $PPID; sleep 300"], "seconds": 300})")});
   EXPECT_EQ(result.status, 6) << result.output;
   EXPECT_EQ(left.Difference() + right.Difference(), "");
 }
@@ -126,7 +125,7 @@ TEST(Abort, TheSecondSignalEndsAtOnce) {
 TEST(Abort, EndsAQuestion) {
   const Terminal terminal;
   ScriptedPhone phone({MOTOR});
-  const std::string plan = Plan(
+  const std::string plan = PlanOf(
       R"({"program": ["sh", "-c", "sleep 0.3; kill -INT $PPID"], "background": true}, {"question": "Well?"})");
   const ToolResult result = RunTool({"--port", phone.Port(), "run", plan}, terminal.Path());
   EXPECT_EQ(result.status, 6) << result.output;
@@ -137,7 +136,7 @@ TEST(Abort, EndsAQuestion) {
 // As a page ends one run of several. The same thread's next run and the other thread's run are not concerned.
 TEST(Abort, AStopEndsOneRunOfSeveral) {
   using station::Verdict;
-  const std::string waiting = Plan(R"({"wait": 300})");
+  const std::string waiting = PlanOf(R"({"wait": 300})");
   const std::string prompt = TemporaryFile("prompt.json", std::string(R"({"steps": [)") + CLEAN_UP);
   ScriptedPhone left({MOTOR, PING, MOTOR});
   ScriptedPhone right({PING, MOTOR});

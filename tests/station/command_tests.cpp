@@ -9,7 +9,6 @@
 
 namespace {
 
-const std::string ZERO = "00000000";
 const std::string OPEN_FAILED = "FBD8FFFF";  // -9989
 
 struct Case {

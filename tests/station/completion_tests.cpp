@@ -10,8 +10,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const std::string PLAN = R"({"steps": [{"command": "ping"}]})";
-
 // An installation: the program, with a plan in its share folder.
 struct Installation {
   const fs::path root = TemporaryFolder() + "/installed";
@@ -23,7 +21,7 @@ struct Installation {
     fs::create_directories(root / "share/phonetest/plans");
     fs::create_directories(here / "phonetest");
     fs::copy_file(PHONETEST_PROGRAM, program);
-    TemporaryFile("installed/share/phonetest/plans/factory.json", PLAN);
+    TemporaryFile("installed/share/phonetest/plans/factory.json", PING_PLAN);
   }
   ~Installation() {
     fs::remove_all(root);
@@ -70,7 +68,7 @@ TEST(Completion, OffersWhatFits) {
   const Installation installation;
   TemporaryFile("here/phonetest/configuration.json",
                 R"({"ports": {"camera": "/dev/slot", "other": "tcp:a:1"}})");
-  TemporaryFile("here/fa $(touch broken) .json", PLAN);
+  TemporaryFile("here/fa $(touch broken) .json", PING_PLAN);
   const auto tool = [&](const std::string& words) {
     return Complete(installation, installation.program, words);
   };

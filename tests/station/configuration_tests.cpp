@@ -13,9 +13,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const Turn PING = {"0000000000000000", "01000000"};
-const std::string PLAN = R"({"steps": [{"command": "ping"}]})";
-
 // Runs the tool with the text as the user's file, and variables of the environment.
 ToolResult RunWith(const std::string& configuration, std::vector<std::string> variables,
                    const std::vector<std::string>& arguments) {
@@ -50,7 +47,7 @@ TEST(Configuration, NamesThePortAndEachStrongerWordWins) {
 
 TEST(Configuration, EachRunHasAFolderForItsReport) {
   ScriptedPhone phone({PING, PING, PING});
-  const std::string plan = TemporaryFile("bench.json", PLAN);
+  const std::string plan = TemporaryFile("bench.json", PING_PLAN);
   const fs::path reports = TemporaryFolder() + "/reports";
   const std::string text = R"({"station": "bench 7", "operator": "Ann", "reports": ")" + reports.string() +
                            R"(", "port": "left", "ports": {"left": ")" + phone.Port() + R"("}})";

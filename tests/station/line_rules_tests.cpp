@@ -15,10 +15,6 @@ using namespace std::chrono_literals;
 using namespace station;
 using nlohmann::ordered_json;
 
-bool Holds(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
 TEST(LineRules, ScansAndSlotNamesHaveBounds) {
   const std::vector<ScanTarget> one = {{"A", "SLOT-A"}}, two = {{"A", "SLOT-A"}, {"B", "SLOT-B"}};
   const struct {

@@ -20,10 +20,6 @@ std::string Picture(const std::string& name) {
   return TemporaryFile(name, "\x89PNG " + name);
 }
 
-bool Holds(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
 // A line of one slot, whose phone answers by a script.
 class TestLine {
  public:

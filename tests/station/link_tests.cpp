@@ -16,15 +16,15 @@
 
 namespace {
 
-const std::string PING = "0000000000000000";
-
 void ExpectFailure(const ToolResult& result, int status, const std::string& part) {
   EXPECT_EQ(result.status, status);
   EXPECT_NE(result.errors.find(part), std::string::npos) << result.errors;
 }
 
 TEST(Link, SilenceAndShortAnswersEndInTime) {
-  ScriptedPhone phone({{PING, ""}, {PING, "010000"}, {PING, "01000000", std::chrono::milliseconds(300)}});
+  ScriptedPhone phone({{PING_REQUEST, ""},
+                       {PING_REQUEST, "010000"},
+                       {PING_REQUEST, "01000000", std::chrono::milliseconds(300)}});
   ExpectFailure(RunTool({"--port", phone.Port(), "--timeout", "200", "ping"}), 3,
                 "no answer to ping (code 0x00) within 200 ms");
   const ToolResult shorter = RunTool({"--port", phone.Port(), "--timeout", "1500", "ping", "--json"});
@@ -51,7 +51,7 @@ TEST(Link, ACommandThatWaitsHasThatMuchMoreTime) {
 TEST(Link, WhatCameBeforeACommandIsNotItsAnswer) {
   // The first answer is longer than what is waited for, so its end is still there when the second command
   // starts.
-  ScriptedPhone phone({{"01000000", "0A0B0C0D0E0F"}, {PING, "01000000"}});
+  ScriptedPhone phone({{"01000000", "0A0B0C0D0E0F"}, {PING_REQUEST, "01000000"}});
   EXPECT_EQ(RunTool({"--port", phone.Port(), "raw", "1", "--request", "", "--answer", "2"}).output,
             "0A 0B\n");
   EXPECT_EQ(RunTool({"--port", phone.Port(), "ping"}).status, 0);
@@ -60,7 +60,7 @@ TEST(Link, WhatCameBeforeACommandIsNotItsAnswer) {
 
 TEST(Link, EndsWithThePhone) {
   for (const auto kind : {ScriptedPhone::Kind::SerialPort, ScriptedPhone::Kind::TcpPort}) {
-    ScriptedPhone phone({{.expected = PING, .answer = "0100", .hangs_up = true}}, kind);
+    ScriptedPhone phone({{.expected = PING_REQUEST, .answer = "0100", .hangs_up = true}}, kind);
     ExpectFailure(RunTool({"--port", phone.Port(), "--timeout", "60000", "ping"}), 3, "has hung up");
     EXPECT_EQ(phone.Difference(), "");
   }

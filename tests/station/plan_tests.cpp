@@ -16,8 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const std::string ZERO = "00000000";
-const Turn PING = {"0000000000000000", "01000000"};
 const Turn MOTOR = {"2B0000000100000000000000", ZERO};
 const Turn NO_CARD = {"2600000000000000", "F5D8FFFF"};
 

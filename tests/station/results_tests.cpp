@@ -24,7 +24,6 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 using Words = std::vector<std::string>;
 
-const Turn PING = {"0000000000000000", "01000000"};
 const Turn NO_PING = {"0000000000000000", "02000000"};
 
 Turn Signal(const std::string& little_endian) {

@@ -23,6 +23,15 @@ struct Turn {
   bool hangs_up = false;  // the phone's end is closed after the answer
 };
 
+inline const std::string ZERO = "00000000";  // a word
+inline const std::string PING_REQUEST = ZERO + ZERO;
+inline const Turn PING = {PING_REQUEST, "01000000"};
+inline const std::string PING_PLAN = R"({"steps": [{"command": "ping"}]})";
+
+inline bool Holds(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
 class ScriptedPhone {
  public:
   enum class Kind { SerialPort, TcpPort };

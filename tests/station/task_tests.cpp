@@ -11,8 +11,6 @@
 
 namespace {
 
-const std::string ZERO = "00000000";
-const std::string PING = ZERO + ZERO;
 const std::string LEAVE_FRAME = "F10000006261636B61726D399D9E9C949E8D92C6";
 
 std::string Hex(const std::string& text) {
@@ -137,7 +135,7 @@ TEST(Tasks, WhatIsWrittenIsReadBack) {
 
 TEST(Tasks, LinkPausesAndComesBack) {
   // The phone does not hear the first ping.
-  ScriptedPhone phone({{"3C00000000000000", ZERO}, {PING, ""}, {PING, "01000000"}});
+  ScriptedPhone phone({{"3C00000000000000", ZERO}, {PING_REQUEST, ""}, {PING_REQUEST, "01000000"}});
   const ToolResult result = RunTool({"--port", phone.Port(), "--json", "pause-link", "0"});
   EXPECT_EQ(result.status, 0) << result.errors;
   EXPECT_GT(nlohmann::json::parse(result.output)["answer"]["answers-after"], 0.9);

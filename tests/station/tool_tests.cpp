@@ -20,8 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const std::string ZERO = "00000000";
-const Turn PING = {"0000000000000000", "01000000"};
 const Turn NOTHING = {"0100000000000000", ""};
 const Turn KEY = {"2700000000000000", "00110000"};
 
