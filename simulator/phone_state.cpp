@@ -67,8 +67,9 @@ StateObject PlayerState(const MediaPlayer& player) {
 StateObject RadioState(const Radio& radio) {
   StateObject stations = StateObject::array();
   for (const Radio::Station& station : radio.state.stations) {
-    stations.push_back(
-        {{"frequency", Radio::Megahertz(station.frequency)}, {"signal", station.strength}, {"stereo", station.stereo}});
+    stations.push_back({{"frequency", Radio::Megahertz(station.frequency)},
+                        {"signal", station.strength},
+                        {"stereo", station.stereo}});
   }
   return {{"frequency", Radio::Megahertz(radio.state.frequency)},
           {"signal", radio.Signal()},
