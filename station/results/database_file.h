@@ -14,7 +14,7 @@ void MakeFolderOf(const std::string& file);
 // Whether this user may read the file, and write either it or its folder not.
 bool CanOnlyBeRead(const std::string& file);
 
-// SQLite's name for a file that nobody changes.
+// The name under which SQLite reads a file as one that does not change.
 std::string ReadOnlyName(const std::string& file);
 
 }  // namespace station

@@ -73,7 +73,7 @@ std::optional<RunRow> FindRun(Connection& connection, const std::string& uuid);
 std::optional<RunRow> LastJudgedRun(Connection& connection, const std::string& phone,
                                     const std::string& plan);
 
-// Gives a run that waited in a spool its place among those of its phone.
+// Sorts a run that waited in a spool in among the runs of its phone.
 void PlaceLateRun(Connection& connection, std::int64_t run);
 
 // In alphabetical order.

@@ -60,7 +60,7 @@ std::vector<std::string> ReserveNumbers(Connection& connection, const std::strin
                                         const std::string& block, const std::string& station,
                                         std::size_t count);
 
-// Gives all that is still reserved in a block back to the pool. Returns how many numbers these were.
+// Makes a block's numbers that are still reserved free again. Returns how many they were.
 std::int64_t GiveBackReserved(Connection& connection, const std::string& pool, const std::string& block);
 
 // One of a block has been given out.

@@ -122,7 +122,8 @@ void ReservedNumbers::Settle(Connection& connection, std::size_t count, const st
 
 std::int64_t ReservedNumbers::GiveBack(Connection& connection) {
   Settle(connection, 0);
-  // First they leave the file: from now on this station gives none of them out, whatever ends in the middle.
+  // The file loses them first: if the program ends now, this station does not use a number that the pool has
+  // too.
   entries_.clear();
   Write();
   return GiveBackReserved(connection, pool_, block_);

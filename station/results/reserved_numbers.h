@@ -34,8 +34,8 @@ class ReservedNumbers {
   // ResultsError.
   void Settle(Connection& connection, std::size_t count, const std::string& station = "");
 
-  // Tells the database what was given out, and gives it back what was not. Returns how many numbers these
-  // were. Throws ResultsError.
+  // Tells the database which numbers phones have, and returns the others to their pool. Returns how many it
+  // returned. Throws ResultsError.
   std::int64_t GiveBack(Connection& connection);
 
  private:
